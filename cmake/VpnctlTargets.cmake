@@ -1,0 +1,64 @@
+# What every target of this project shares: language, warnings as errors, sanitizers. Rooms declare their targets with
+# vpnctl_library() and vpnctl_executable(); nothing else sets compiler flags.
+
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+
+add_library(vpnctl_options INTERFACE)
+target_compile_features(vpnctl_options INTERFACE cxx_std_20 c_std_11)
+target_compile_options(vpnctl_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Wvla -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
+  $<$<CXX_COMPILER_ID:GNU>:$<$<COMPILE_LANGUAGE:CXX>:-Wsuggest-override>>
+  -fstack-protector-strong)
+target_include_directories(vpnctl_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+if(CMAKE_BUILD_TYPE STREQUAL "Release" OR CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+  if(NOT VPNCTL_SANITIZE)
+    target_compile_definitions(vpnctl_options INTERFACE _FORTIFY_SOURCE=2)
+  endif()
+endif()
+if(VPNCTL_SANITIZE)
+  target_compile_options(vpnctl_options INTERFACE -fsanitize=${VPNCTL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(vpnctl_options INTERFACE -fsanitize=${VPNCTL_SANITIZE})
+endif()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+# vpnctl_library(NAME SOURCES... [USES TARGETS...] [PRIVATE_USES TARGETS...])
+function(vpnctl_library name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;PRIVATE_USES")
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PUBLIC ${arg_USES} PRIVATE vpnctl_options ${arg_PRIVATE_USES})
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+endfunction()
+
+# vpnctl_executable(NAME SOURCES... [USES TARGETS...])
+function(vpnctl_executable name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE vpnctl_options ${arg_USES})
+endfunction()
+
+# vpnctl_test(NAME SOURCES... [USES TARGETS...]): one GoogleTest program, each of its tests known to ctest.
+function(vpnctl_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE vpnctl_options ${arg_USES} GTest::gtest GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 60)
+endfunction()
+
+# vpnctl_fuzz(NAME SOURCE [USES TARGETS...]): a fuzz target. SOURCE defines LLVMFuzzerTestOneInput. With VPNCTL_FUZZ it is a
+# libFuzzer program; otherwise a small driver replays the committed corpus tests/fuzz/corpus/NAME as an ordinary test.
+function(vpnctl_fuzz name source)
+  cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "USES")
+  set(corpus ${PROJECT_SOURCE_DIR}/tests/fuzz/corpus/${name})
+  if(VPNCTL_FUZZ)
+    add_executable(fuzz_${name} ${source})
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    add_executable(fuzz_${name} ${source} ${PROJECT_SOURCE_DIR}/tests/fuzz/ReplayCorpus.cpp)
+    add_test(NAME fuzz.${name}.corpus COMMAND fuzz_${name} ${corpus})
+    set_tests_properties(fuzz.${name}.corpus PROPERTIES TIMEOUT 120)
+  endif()
+  target_link_libraries(fuzz_${name} PRIVATE vpnctl_options ${arg_USES})
+endfunction()
