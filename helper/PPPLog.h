@@ -1,0 +1,39 @@
+// The PPP log, /var/log/ppp.log: where pppd writes and where the engine tells the user, in plain sentences, what went
+// wrong and what to do about it. The tool follows this file and copies new lines to standard error.
+
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <string_view>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+
+namespace helper {
+
+class PPPLog {
+ public:
+  static constexpr char kPath[] = "/var/log/ppp.log";
+
+  // Opens PATH for appending, creating it (0644). A symbolic link, or anything but a regular file, is refused.
+  static foundation::Result<PPPLog> open(const std::string &path = kPath);
+
+  // Appends one line, "Sat Nov 21 10:00:00 2026 : SENTENCE\n", by one write. Made ASCII (other bytes become '?') and
+  // cut to 1000 bytes, so that a follower gets it in one piece. Never blocks for long; a failing write is dropped:
+  // there is nobody left to tell.
+  void write(std::string_view sentence);
+
+  const std::string &path() const { return path_; }
+  // When the last sentence was written; the epoch's start before the first.
+  std::chrono::steady_clock::time_point lastWrite() const { return lastWrite_; }
+
+ private:
+  PPPLog(std::string path, foundation::FileDescriptor file);
+
+  std::string path_;
+  foundation::FileDescriptor file_;
+  std::chrono::steady_clock::time_point lastWrite_{};
+};
+
+}  // namespace helper

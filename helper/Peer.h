@@ -1,0 +1,33 @@
+// The program at the other end of a connected Unix socket, as the kernel knows it. A pidfd is held, so that the process
+// id cannot come to mean another process while the executable is compared.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+
+namespace helper {
+
+class Peer {
+ public:
+  // From SO_PEERCRED of a connected socket. An error when the process is gone already.
+  static foundation::Result<Peer> ofSocket(int socket);
+
+  pid_t pid() const { return pid_; }
+  uid_t uid() const { return uid_; }
+  // True when the process still lives and runs the very file at PATH (device and inode of /proc/PID/exe).
+  bool runs(const std::string &path) const;
+
+ private:
+  Peer(pid_t pid, uid_t uid, foundation::FileDescriptor process);
+
+  pid_t pid_;
+  uid_t uid_;
+  foundation::FileDescriptor process_;  // pidfd
+};
+
+}  // namespace helper

@@ -1,0 +1,56 @@
+// One VPN link: a LinkConfiguration goes in, status changes come out, and every change to the machine is undone at the
+// end.
+//
+// Usual sequence: construct, start(), status changes through the handler until one says disconnected. stop() at any
+// time, also before start() (then the link ends at once after its start). Destroying a link that is not down takes it
+// down first, within kTeardownDeadline.
+//
+// Thread rule: the thread of the event loop. Nothing but the destructor blocks.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "foundation/Value.h"
+#include "helper/PPPLog.h"
+#include "helper/SecretSource.h"
+#include "helper/link/LinkConfiguration.h"
+
+struct sd_event;
+
+namespace helper {
+
+// The whole state at one moment.
+struct LinkStatus {
+  std::int32_t status = 0;  // SCNetworkConnectionStatus: 0 disconnected, 1 connecting, 2 connected, 3 disconnecting
+  std::int32_t error = 0;   // what SCError() is for the callback
+  foundation::Value extendedStatus;  // {"PPP": {Status, ...}, "IPv4": {...}}, or null before the first start
+};
+
+class Link {
+ public:
+  using StatusHandler = std::function<void(const LinkStatus &)>;
+
+  Link(sd_event *event, LinkConfiguration configuration, SecretSource &secrets, PPPLog &log, StatusHandler handler);
+  Link(const Link &) = delete;
+  Link &operator=(const Link &) = delete;
+  ~Link();
+
+  void start();
+  void stop();
+  const LinkStatus &status() const;
+  // True once disconnected has been told, when the machine is clean again.
+  bool isDown() const;
+
+  // Undoes what links of helpers that have died left behind; never touches the folder of a living one. Blocks (deadline
+  // 10 s).
+  static void repair(PPPLog &log);
+
+ private:
+  class Implementation;
+  std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace helper

@@ -1,0 +1,27 @@
+// What is wanted of one link: a plain value made from the stored network service. It names the keychain's items; it
+// holds no secret.
+
+#pragma once
+
+#include <string>
+
+#include "foundation/Result.h"
+#include "foundation/Value.h"
+
+namespace helper {
+
+struct LinkConfiguration {
+  std::string serviceID;
+  std::string tunnelType;  // the interface's SubType: "PPTP" or "L2TP"
+  foundation::Value
+      ppp;  // the PPP dictionary: AuthName, AuthPassword (a keychain service), CommRemoteAddress, LCPEcho..., CCP...
+  foundation::Value ipv4;   // the IPv4 dictionary: OverridePrimary
+  foundation::Value ipsec;  // the IPSec dictionary, or null
+
+  // From the preferences' root dictionary. An error (with a sentence part) when the service is missing or is no PPP
+  // service.
+  static foundation::Result<LinkConfiguration> fromPreferences(const foundation::Value &root,
+                                                               const std::string &serviceID);
+};
+
+}  // namespace helper
