@@ -1,7 +1,8 @@
 // Queues and the signal source. Built on plain threads, the same for every backend.
 //
-// Usual sequence for a signal: dispatch_source_create, dispatch_source_set_event_handler, dispatch_resume, then the caller sets the
-// signal's action to ignore. Resuming blocks the signal in the calling thread, so it must come before other threads are made.
+// Usual sequence for a signal: dispatch_source_create, dispatch_source_set_event_handler, dispatch_resume, then the
+// caller sets the signal's action to ignore. Resuming blocks the signal in the calling thread, so it must come before
+// other threads are made.
 
 #pragma once
 
@@ -26,14 +27,16 @@ void dispatch_async(const dispatch_queue_t &queue, dispatch_block_t block);
 
 enum dispatch_source_type_t { DISPATCH_SOURCE_TYPE_SIGNAL };
 
-// A source that observes SIGNAL without handling it: its handler runs on QUEUE, one run at a time. Suspended at first. MASK is unused.
+// A source that observes SIGNAL without handling it: its handler runs on QUEUE, one run at a time. Suspended at first.
+// MASK is unused.
 dispatch_source_t dispatch_source_create(dispatch_source_type_t type, int signal, std::uintptr_t mask,
                                          const dispatch_queue_t &queue);
 void dispatch_source_set_event_handler(const dispatch_source_t &source, dispatch_block_t handler);
-// Starts observing: the signal is blocked in this thread and in those it makes, and read on a thread of the source's own.
+// Starts observing: the signal is blocked in this thread and in those it makes, and read on a thread of the source's
+// own.
 void dispatch_resume(const dispatch_source_t &source);
-// Counts as one more arrival of the signal. For a caller that is about to set the ignore action, which discards a signal that is
-// pending already.
+// Counts as one more arrival of the signal. For a caller that is about to set the ignore action, which discards a
+// signal that is pending already.
 void dispatch_source_merge_data(const dispatch_source_t &source, std::uintptr_t value);
 
 // Sleeps this thread for SECONDS.

@@ -1,6 +1,7 @@
 // The run loop of a thread: where callbacks arrive while the thread waits.
 //
-// Thread rule: CFRunLoopGetCurrent and CFRunLoopRun act on the calling thread's loop; CFRunLoopStop may be called from any thread.
+// Thread rule: CFRunLoopGetCurrent and CFRunLoopRun act on the calling thread's loop; CFRunLoopStop may be called from
+// any thread.
 
 #pragma once
 

@@ -1,7 +1,9 @@
-// The security part of the platform API: authorization and the keychain's generic passwords, under the names that macOS gives them.
+// The security part of the platform API: authorization and the keychain's generic passwords, under the names that macOS
+// gives them.
 //
-// Ownership as in SystemConfiguration.h. Results are OSStatus codes; outputs are untouched on failure. Thread rule: one thread.
-// Every keychain call blocks for a round trip to the helper and ends with errSecNotAvailable when the helper is gone.
+// Ownership as in SystemConfiguration.h. Results are OSStatus codes; outputs are untouched on failure. Thread rule: one
+// thread. Every keychain call blocks for a round trip to the helper and ends with errSecNotAvailable when the helper is
+// gone.
 
 #pragma once
 
@@ -15,7 +17,8 @@ namespace platform {
 
 using OSStatus = std::int32_t;
 
-// ---- Authorization ----------------------------------------------------------------------------------------------------------
+// ---- Authorization
+// ----------------------------------------------------------------------------------------------------------
 
 using AuthorizationRef = std::shared_ptr<struct Authorization>;
 using AuthorizationFlags = std::uint32_t;
@@ -53,13 +56,14 @@ using AuthorizationEnvironment = std::vector<AuthorizationItem>;
 // A new reference that carries no right yet. RIGHTS and ENVIRONMENT may be null. Does not block.
 OSStatus AuthorizationCreate(const AuthorizationRights *rights, const AuthorizationEnvironment *environment,
                              AuthorizationFlags flags, AuthorizationRef *authorization);
-// Obtains RIGHTS ("system.preferences" is the one there is) for the reference. May block on an administrator's password dialog when
-// interaction is allowed. AUTHORIZED_RIGHTS, if not null, receives what was granted.
+// Obtains RIGHTS ("system.preferences" is the one there is) for the reference. May block on an administrator's password
+// dialog when interaction is allowed. AUTHORIZED_RIGHTS, if not null, receives what was granted.
 OSStatus AuthorizationCopyRights(const AuthorizationRef &authorization, const AuthorizationRights &rights,
                                  const AuthorizationEnvironment *environment, AuthorizationFlags flags,
                                  AuthorizationRights *authorizedRights);
 
-// ---- Keychain ---------------------------------------------------------------------------------------------------------------
+// ---- Keychain
+// ---------------------------------------------------------------------------------------------------------------
 
 enum : OSStatus {
   errSecSuccess = 0,
@@ -109,18 +113,19 @@ enum SecPreferencesDomain { kSecPreferencesDomainUser = 0, kSecPreferencesDomain
 // The default keychain of a domain. Only the system's exists here (errSecNoDefaultKeychain for another).
 OSStatus SecKeychainCopyDomainDefault(SecPreferencesDomain domain, SecKeychainRef *keychain);
 
-// A search walks a snapshot of the items that match all ATTRIBUTES, taken when it is made: an item that cannot be deleted does not
-// come again.
+// A search walks a snapshot of the items that match all ATTRIBUTES, taken when it is made: an item that cannot be
+// deleted does not come again.
 OSStatus SecKeychainSearchCreateFromAttributes(const SecKeychainRef &keychain, SecItemClass itemClass,
-                                               const SecKeychainAttributeList *attributes, SecKeychainSearchRef *search);
+                                               const SecKeychainAttributeList *attributes,
+                                               SecKeychainSearchRef *search);
 // The next item. errSecItemNotFound whenever there is none to give, for whatever reason.
 OSStatus SecKeychainSearchCopyNext(const SecKeychainSearchRef &search, SecKeychainItemRef *item);
 OSStatus SecKeychainItemDelete(const SecKeychainItemRef &item);
 
 // PATH is not looked at: it may name a program that does not exist (yet).
 OSStatus SecTrustedApplicationCreateFromPath(const char *path, SecTrustedApplicationRef *application);
-OSStatus SecAccessCreate(const std::string &descriptor, const std::vector<SecTrustedApplicationRef> &trustedApplications,
-                         SecAccessRef *access);
+OSStatus SecAccessCreate(const std::string &descriptor,
+                         const std::vector<SecTrustedApplicationRef> &trustedApplications, SecAccessRef *access);
 
 // A new item. Items are unique by (account, service): errSecDuplicateItem. LENGTH bytes at DATA are the secret.
 OSStatus SecKeychainItemCreateFromContent(SecItemClass itemClass, const SecKeychainAttributeList *attributes,

@@ -1,15 +1,18 @@
-// The network part of the platform API: preferences, services, interfaces, protocols, sets and connections, under the names that
-// macOS gives them. One backend is chosen when a program is linked: platform/linux, or platform/fake for tests.
+// The network part of the platform API: preferences, services, interfaces, protocols, sets and connections, under the
+// names that macOS gives them. One backend is chosen when a program is linked: platform/linux, or platform/fake for
+// tests.
 //
 // Usual sequence: SCPreferencesCreateWithAuthorization; change services (all in memory); SCPreferencesCommitChanges,
-// SCPreferencesApplyChanges; SCNetworkConnectionCreateWithServiceID, ...ScheduleWithRunLoop, ...Start; CFRunLoopRun, callbacks.
+// SCPreferencesApplyChanges; SCNetworkConnectionCreateWithServiceID, ...ScheduleWithRunLoop, ...Start; CFRunLoopRun,
+// callbacks.
 //
-// Ownership: a reference is a shared pointer; a "Create" or "Copy" result is released when the last copy goes. A service, interface
-// or protocol keeps its preferences alive. An empty pointer, optional or null Value is what a null reference is elsewhere.
+// Ownership: a reference is a shared pointer; a "Create" or "Copy" result is released when the last copy goes. A
+// service, interface or protocol keeps its preferences alive. An empty pointer, optional or null Value is what a null
+// reference is elsewhere.
 //
-// SCError(): per thread. A call that fails sets it; a call that succeeds leaves it alone, except those named below that clear it
-// first. A null argument makes a call fail, and sets kSCStatusInvalidArgument only if SCError() is 0: the first cause of a chain of
-// failures survives.
+// SCError(): per thread. A call that fails sets it; a call that succeeds leaves it alone, except those named below that
+// clear it first. A null argument makes a call fail, and sets kSCStatusInvalidArgument only if SCError() is 0: the
+// first cause of a chain of failures survives.
 //
 // Thread rule: one thread (the one that owns the run loop) for everything, except SCError, SCErrorString and
 // SCNetworkConnectionStop, which any thread may call.
@@ -29,7 +32,8 @@
 
 namespace platform {
 
-// ---- Errors ---------------------------------------------------------------------------------------------------------------
+// ---- Errors
+// ---------------------------------------------------------------------------------------------------------------
 
 enum : std::int32_t {
   kSCStatusOK = 0,
@@ -56,11 +60,12 @@ enum : std::int32_t {
 
 // The error of this thread's last failed call; 0 when none failed.
 std::int32_t SCError();
-// The text of a status: a short phrase for the codes above, the system's errno text for 1 to 106 (so that an exit status of the PPP
-// daemon prints as one), "Unknown error: N" otherwise. Never fails.
+// The text of a status: a short phrase for the codes above, the system's errno text for 1 to 106 (so that an exit
+// status of the PPP daemon prints as one), "Unknown error: N" otherwise. Never fails.
 std::string SCErrorString(std::int32_t status);
 
-// ---- Constants: the strings behind them are what the preferences file holds ------------------------------------------------
+// ---- Constants: the strings behind them are what the preferences file holds
+// ------------------------------------------------
 
 inline const std::string kSCEntNetPPP = "PPP";
 inline const std::string kSCEntNetIPv4 = "IPv4";
@@ -83,7 +88,8 @@ inline const std::string kSCPropNetIPSecSharedSecret = "SharedSecret";
 inline const std::string kSCPropNetIPSecSharedSecretEncryption = "SharedSecretEncryption";
 inline const std::string kSCValNetIPSecSharedSecretEncryptionKeychain = "Keychain";
 
-// ---- Preferences ------------------------------------------------------------------------------------------------------------
+// ---- Preferences
+// ------------------------------------------------------------------------------------------------------------
 
 using SCPreferencesRef = std::shared_ptr<struct SCPreferences>;
 using SCNetworkServiceRef = std::shared_ptr<struct SCNetworkService>;
@@ -91,13 +97,15 @@ using SCNetworkInterfaceRef = std::shared_ptr<struct SCNetworkInterface>;
 using SCNetworkProtocolRef = std::shared_ptr<struct SCNetworkProtocol>;
 using SCNetworkSetRef = std::shared_ptr<struct SCNetworkSet>;
 
-// Opens a session on the preferences that PREFS_ID names (none: the system's network preferences; nothing else is supported here),
-// using the right that AUTHORIZATION carries. NAME says who asks. Nothing is read yet. Clears SCError(). Empty when there is no
-// authorization or its helper is gone (kSCStatusNoPrefsSession).
-SCPreferencesRef SCPreferencesCreateWithAuthorization(const std::string &name, const std::optional<std::string> &prefsID,
+// Opens a session on the preferences that PREFS_ID names (none: the system's network preferences; nothing else is
+// supported here), using the right that AUTHORIZATION carries. NAME says who asks. Nothing is read yet. Clears
+// SCError(). Empty when there is no authorization or its helper is gone (kSCStatusNoPrefsSession).
+SCPreferencesRef SCPreferencesCreateWithAuthorization(const std::string &name,
+                                                      const std::optional<std::string> &prefsID,
                                                       const AuthorizationRef &authorization);
-// Writes the session's changes, as one atomic replacement. kSCStatusStale when somebody else has written since this session first
-// read; kSCStatusPrefsBusy when another session holds the lock; kSCStatusAccessError without rights. Blocks for the write.
+// Writes the session's changes, as one atomic replacement. kSCStatusStale when somebody else has written since this
+// session first read; kSCStatusPrefsBusy when another session holds the lock; kSCStatusAccessError without rights.
+// Blocks for the write.
 bool SCPreferencesCommitChanges(const SCPreferencesRef &preferences);
 // Tells the system that committed changes are to take effect. Blocks for a round trip.
 bool SCPreferencesApplyChanges(const SCPreferencesRef &preferences);
@@ -105,10 +113,11 @@ bool SCPreferencesApplyChanges(const SCPreferencesRef &preferences);
 void SCPreferencesSynchronize(const SCPreferencesRef &preferences);
 
 // Every service of the preferences, in the file's order of identifiers. None when the preferences cannot be read
-// (kSCStatusAccessError, kSCStatusFailed ...); a system without a preferences file has no services, which is an empty array.
-// Reads the preferences on first use (blocks).
+// (kSCStatusAccessError, kSCStatusFailed ...); a system without a preferences file has no services, which is an empty
+// array. Reads the preferences on first use (blocks).
 std::optional<std::vector<SCNetworkServiceRef>> SCNetworkServiceCopyAll(const SCPreferencesRef &preferences);
-// A new service for INTERFACE (the topmost layer), with a fresh identifier, in no set yet. Empty on failure; clears SCError().
+// A new service for INTERFACE (the topmost layer), with a fresh identifier, in no set yet. Empty on failure; clears
+// SCError().
 SCNetworkServiceRef SCNetworkServiceCreate(const SCPreferencesRef &preferences, const SCNetworkInterfaceRef &interface);
 // The service leaves the preferences and every set.
 bool SCNetworkServiceRemove(const SCNetworkServiceRef &service);
@@ -131,14 +140,16 @@ bool SCNetworkProtocolSetConfiguration(const SCNetworkProtocolRef &protocol, con
 
 // The bottom layer that everything stands on.
 extern const SCNetworkInterfaceRef kSCNetworkInterfaceIPv4;
-// A new layer of TYPE on INTERFACE. Empty with kSCStatusInvalidArgument when the layers do not fit (PPTP and L2TP stand on IPv4, PPP
-// on either of them). Clears SCError().
-SCNetworkInterfaceRef SCNetworkInterfaceCreateWithInterface(const SCNetworkInterfaceRef &interface, const std::string &type);
+// A new layer of TYPE on INTERFACE. Empty with kSCStatusInvalidArgument when the layers do not fit (PPTP and L2TP stand
+// on IPv4, PPP on either of them). Clears SCError().
+SCNetworkInterfaceRef SCNetworkInterfaceCreateWithInterface(const SCNetworkInterfaceRef &interface,
+                                                            const std::string &type);
 // The configuration of the layer's own type, a dictionary; a null Value when there is none.
 foundation::Value SCNetworkInterfaceGetConfiguration(const SCNetworkInterfaceRef &interface);
 // Replaces the whole dictionary; an empty one removes it.
 bool SCNetworkInterfaceSetConfiguration(const SCNetworkInterfaceRef &interface, const foundation::Value &configuration);
-// A configuration beside the layer's own. "IPSec" is accepted only on PPP over L2TP (kSCStatusInvalidArgument otherwise).
+// A configuration beside the layer's own. "IPSec" is accepted only on PPP over L2TP (kSCStatusInvalidArgument
+// otherwise).
 bool SCNetworkInterfaceSetExtendedConfiguration(const SCNetworkInterfaceRef &interface, const std::string &extendedType,
                                                 const foundation::Value &configuration);
 
@@ -147,7 +158,8 @@ SCNetworkSetRef SCNetworkSetCopyCurrent(const SCPreferencesRef &preferences);
 // Adds a service at the end of the set's order. It does not rename: two services of a set may bear one name.
 bool SCNetworkSetAddService(const SCNetworkSetRef &set, const SCNetworkServiceRef &service);
 
-// ---- Connections ------------------------------------------------------------------------------------------------------------
+// ---- Connections
+// ------------------------------------------------------------------------------------------------------------
 
 using SCNetworkConnectionRef = std::shared_ptr<struct SCNetworkConnection>;
 
@@ -178,7 +190,8 @@ enum : SCNetworkConnectionPPPStatus {
   kSCNetworkConnectionPPPWaitingForRedial = 13,
 };
 
-using SCNetworkConnectionCallBack = void (*)(SCNetworkConnectionRef connection, SCNetworkConnectionStatus status, void *info);
+using SCNetworkConnectionCallBack = void (*)(SCNetworkConnectionRef connection, SCNetworkConnectionStatus status,
+                                             void *info);
 
 struct SCNetworkConnectionContext {
   std::int64_t version = 0;
@@ -196,18 +209,19 @@ SCNetworkConnectionRef SCNetworkConnectionCreateWithServiceID(const std::optiona
                                                               const SCNetworkConnectionContext &context);
 // The status of the last change that was delivered (inside a callback: of the change it tells). Never blocks.
 SCNetworkConnectionStatus SCNetworkConnectionGetStatus(const SCNetworkConnectionRef &connection);
-// A dictionary of that same moment with "PPP" {Status, LastCause, DeviceLastCause, ...} and, when up, "IPv4" {Addresses, ...}. A
-// null Value when there is none. Never blocks.
+// A dictionary of that same moment with "PPP" {Status, LastCause, DeviceLastCause, ...} and, when up, "IPv4"
+// {Addresses, ...}. A null Value when there is none. Never blocks.
 foundation::Value SCNetworkConnectionCopyExtendedStatus(const SCNetworkConnectionRef &connection);
 // Callbacks arrive on the thread that runs RUN_LOOP. Clears SCError().
 bool SCNetworkConnectionScheduleWithRunLoop(const SCNetworkConnectionRef &connection, const CFRunLoopRef &runLoop,
                                             const std::string &mode);
-// Starts the service; returns when it has been accepted, everything else comes as status changes. USER_OPTIONS is a dictionary or
-// null. Without LINGER the connection ends with this process. kSCStatusConnectionNoService for an unknown service,
-// kSCStatusNoStoreServer when the helper is gone. Clears SCError().
-bool SCNetworkConnectionStart(const SCNetworkConnectionRef &connection, const foundation::Value &userOptions, bool linger);
-// Asks for the end and returns at once; what comes of it arrives as status changes. Remembered if it comes before the start. Any
-// thread. False only for an empty reference.
+// Starts the service; returns when it has been accepted, everything else comes as status changes. USER_OPTIONS is a
+// dictionary or null. Without LINGER the connection ends with this process. kSCStatusConnectionNoService for an unknown
+// service, kSCStatusNoStoreServer when the helper is gone. Clears SCError().
+bool SCNetworkConnectionStart(const SCNetworkConnectionRef &connection, const foundation::Value &userOptions,
+                              bool linger);
+// Asks for the end and returns at once; what comes of it arrives as status changes. Remembered if it comes before the
+// start. Any thread. False only for an empty reference.
 bool SCNetworkConnectionStop(const SCNetworkConnectionRef &connection, bool forceDisconnect);
 
 }  // namespace platform

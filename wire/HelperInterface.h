@@ -1,14 +1,15 @@
-// The wire between the tool's side and vpnctl-helper: peer-to-peer D-Bus on a socket pair, no bus daemon. The tool's end is the
-// client; the helper gets its end as descriptor 0, is the server, and ends when it closes.
+// The wire between the tool's side and vpnctl-helper: peer-to-peer D-Bus on a socket pair, no bus daemon. The tool's
+// end is the client; the helper gets its end as descriptor 0, is the server, and ends when it closes.
 //
-// Every method answers; a failure the caller can act on is a code in the answer, a D-Bus error means that the call itself was
-// malformed. Property lists travel as XML bytes ("ay"). Secrets are "ay" in messages marked sensitive (sd-bus wipes them).
+// Every method answers; a failure the caller can act on is a code in the answer, a D-Bus error means that the call
+// itself was malformed. Property lists travel as XML bytes ("ay"). Secrets are "ay" in messages marked sensitive
+// (sd-bus wipes them).
 //
 //   ReadPreferences()                     -> i error, ay propertyList, ay signature
 //       error: an SCError code. An empty propertyList is a system without a preferences file. signature is opaque.
 //   CommitPreferences(ay propertyList, ay signature) -> i error, ay signature
-//       Replaces the file atomically if its signature is still the given one (empty: do not compare); kSCStatusStale otherwise. Takes the lock
-//       for the write: kSCStatusPrefsBusy when another holds it.
+//       Replaces the file atomically if its signature is still the given one (empty: do not compare); kSCStatusStale
+//       otherwise. Takes the lock for the write: kSCStatusPrefsBusy when another holds it.
 //   ApplyPreferences()                    -> i error
 //   AddKeychainItem(a(uay) attributes, ay secret, s accessDescription, as trustedPaths) -> i status, s item
 //   FindKeychainItems(a(uay) attributes)  -> i status, as items
