@@ -1,5 +1,5 @@
-// Assertions that are always on: a false expression is a programming error and ends the process. They print one line on standard
-// error, "Assertion failed: (EXPRESSION), function FUNCTION, file FILE, line LINE.", and abort.
+// Assertions that are always on: a false expression is a programming error and ends the process. They print one line on
+// standard error, "Assertion failed: (EXPRESSION), function FUNCTION, file FILE, line LINE.", and abort.
 
 #pragma once
 

@@ -1,6 +1,6 @@
-// DDLog: levelled logging to whatever loggers have been attached; without one, messages go nowhere. Thread rule: everything may be
-// called from any thread; a synchronous message has reached every logger when log() returns, asynchronous ones are delivered in order
-// on a queue of DDLog's own.
+// DDLog: levelled logging to whatever loggers have been attached; without one, messages go nowhere. Thread rule:
+// everything may be called from any thread; a synchronous message has reached every logger when log() returns,
+// asynchronous ones are delivered in order on a queue of DDLog's own.
 
 #pragma once
 
@@ -44,8 +44,8 @@ class DDLog {
   static void removeLogger(const std::shared_ptr<DDLogger> &logger);
 
   // FORMAT and what follows as foundation::format takes them.
-  static void log(bool asynchronous, DDLogLevel level, DDLogFlag flag, std::int64_t context, const char *file, const char *function,
-                  std::uint32_t line, const void *tag, const char *format, ...);
+  static void log(bool asynchronous, DDLogLevel level, DDLogFlag flag, std::int64_t context, const char *file,
+                  const char *function, std::uint32_t line, const void *tag, const char *format, ...);
 };
 
 }  // namespace foundation

@@ -1,4 +1,5 @@
-// printf with %@: the C conversions with their flags, widths, precisions and length modifiers, and %@ for a pointer to a Value
+// printf with %@: the C conversions with their flags, widths, precisions and length modifiers, and %@ for a pointer to
+// a Value
 // (`const foundation::Value *`; null prints "(null)").
 
 #pragma once
@@ -8,8 +9,8 @@
 
 namespace foundation {
 
-// The formatted text. FORMAT is not null. An unknown conversion is copied as it stands. %n is refused (copied as it stands): a
-// format never writes. Positional arguments (%1$d) are supported for all conversions alike.
+// The formatted text. FORMAT is not null. An unknown conversion is copied as it stands. %n is refused (copied as it
+// stands): a format never writes. Positional arguments (%1$d) are supported for all conversions alike.
 std::string formatWithArguments(const char *format, std::va_list arguments);
 std::string format(const char *format, ...);
 

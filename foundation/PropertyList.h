@@ -1,7 +1,8 @@
-// Property lists: reading XML and binary, writing XML. Strict: what cannot be read in full (trailing garbage, a number out of
-// range, an unknown element, nesting past a limit, a duplicate key) is an error with its line, never a guess.
+// Property lists: reading XML and binary, writing XML. Strict: what cannot be read in full (trailing garbage, a number
+// out of range, an unknown element, nesting past a limit, a duplicate key) is an error with its line, never a guess.
 //
-// Usual sequence: propertyListFromData(bytes), look, change, xmlPropertyList(value). Thread rule: none of these keeps state.
+// Usual sequence: propertyListFromData(bytes), look, change, xmlPropertyList(value). Thread rule: none of these keeps
+// state.
 
 #pragma once
 
@@ -18,17 +19,17 @@ inline constexpr std::string_view kPropertyListErrorDomain = "PropertyList";
 inline constexpr int kPropertyListMaximumDepth = 64;
 inline constexpr std::size_t kPropertyListMaximumSize = std::size_t{64} << 20;  // bytes
 
-// The value of a property list in either form, told apart by "bplist00". NAME (a path, or what the bytes are) starts the error's
-// message, which carries the line for XML and the byte offset for binary.
+// The value of a property list in either form, told apart by "bplist00". NAME (a path, or what the bytes are) starts
+// the error's message, which carries the line for XML and the byte offset for binary.
 Result<Value> propertyListFromData(std::string_view bytes, std::string_view name);
 
-// Reads a whole file; the error is POSIX's when it cannot be opened or read, also when it is larger than the limit (EFBIG) or not a
-// regular file.
+// Reads a whole file; the error is POSIX's when it cannot be opened or read, also when it is larger than the limit
+// (EFBIG) or not a regular file.
 Result<Value> propertyListFromFile(const std::string &path);
 
-// The XML form: header, DOCTYPE, one tab per level, keys sorted, `<dict/>` and `<array/>` when empty, reals as %.17g, base64 lines,
-// dates in UTC, only < > & escaped, a final newline. A null Value, or text that XML cannot carry (control characters, bytes that are
-// not UTF-8), is an error.
+// The XML form: header, DOCTYPE, one tab per level, keys sorted, `<dict/>` and `<array/>` when empty, reals as %.17g,
+// base64 lines, dates in UTC, only < > & escaped, a final newline. A null Value, or text that XML cannot carry (control
+// characters, bytes that are not UTF-8), is an error.
 Result<std::string> xmlPropertyList(const Value &value);
 
 }  // namespace foundation

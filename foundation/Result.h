@@ -1,5 +1,6 @@
 // What an operation that can fail gives back: Status (nothing but success or an Error) and Result<T> (a T or an Error).
-// Both are [[nodiscard]]. An Error is for people first: its message is one plain sentence part, "operation object: reason".
+// Both are [[nodiscard]]. An Error is for people first: its message is one plain sentence part, "operation object:
+// reason".
 
 #pragma once
 

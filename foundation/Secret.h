@@ -1,5 +1,6 @@
-// Bytes that nobody else may see: a password, a shared secret, a key. Wiped when they die, never printable by accident (there is no
-// operator<<, no conversion to a string, and a Value cannot hold one), compared in constant time for equal lengths.
+// Bytes that nobody else may see: a password, a shared secret, a key. Wiped when they die, never printable by accident
+// (there is no operator<<, no conversion to a string, and a Value cannot hold one), compared in constant time for equal
+// lengths.
 //
 // Thread rule: as a plain value.
 

@@ -1,8 +1,8 @@
-// Value: what an "object" is in settings and property lists. Null, boolean, signed or unsigned 64-bit integer, double, string, data,
-// date, array or dictionary.
+// Value: what an "object" is in settings and property lists. Null, boolean, signed or unsigned 64-bit integer, double,
+// string, data, date, array or dictionary.
 //
-// A Value is a value: copying shares the representation and is cheap, changing one never changes another. Thread rule: as a plain
-// value; two copies may be used on two threads.
+// A Value is a value: copying shares the representation and is cheap, changing one never changes another. Thread rule:
+// as a plain value; two copies may be used on two threads.
 
 #pragma once
 
@@ -36,6 +36,7 @@ class Value {
   Value(std::string text);
   Value(std::string_view text) : Value(std::string(text)) {}
   Value(const char *text) : Value(std::string(text)) {}  // text is not null
+  Value(const void *) = delete;                          // a pointer is no boolean
   Value(Data data);
   Value(Date date) : state_(date) {}
   Value(Array array);
@@ -62,23 +63,24 @@ class Value {
   const Value *find(std::string_view key) const;
   // The entry, or a null Value.
   const Value &operator[](std::string_view key) const;
-  // Changes this value into a dictionary if it is not one, then sets the entry. A null Value throws std::invalid_argument, as a null
-  // object in a container does.
+  // Changes this value into a dictionary if it is not one, then sets the entry. A null Value throws
+  // std::invalid_argument, as a null object in a container does.
   void set(std::string key, Value value);
   // Removes the entry, if any.
   void remove(std::string_view key);
   // Appends to an array (a null Value becomes one); a null ELEMENT throws std::invalid_argument.
   void append(Value element);
 
-  // Conversions as Foundation's: numbers convert with truncation; text is scanned (leading blanks, sign, digits; booleans by Y, y, T,
-  // t or a digit 1-9 behind zeros); everything else is false or 0. Integers saturate at the ends of the range.
+  // Conversions as Foundation's: numbers convert with truncation; text is scanned (leading blanks, sign, digits;
+  // booleans by Y, y, T, t or a digit 1-9 behind zeros); everything else is false or 0. Integers saturate at the ends
+  // of the range.
   bool boolValue() const;
   std::int64_t integerValue() const;
-  std::int32_t intValue() const;  // an integer is cut to its low 32 bits, text saturates
+  std::int32_t intValue() const;  // an integer is cut to its low 32 bits, text and reals saturate
   std::uint64_t unsignedIntegerValue() const;
   double doubleValue() const;
-  // Text for people: numbers in plain decimal, doubles as %0.16g, booleans 1 and 0, containers over several lines as Foundation
-  // prints them. Null is "(null)".
+  // Text for people: numbers in plain decimal, doubles as %0.16g, booleans 1 and 0, containers over several lines as
+  // Foundation prints them. Null is "(null)".
   std::string description() const;
 
   // Numbers compare by value whatever their type (true == 1 == 1.0); a number never equals a text.
@@ -86,9 +88,9 @@ class Value {
 
  private:
   struct ArrayBox;
-  using State = std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::shared_ptr<const std::string>,
-                             std::shared_ptr<const Data>, Date, std::shared_ptr<const ArrayBox>,
-                             std::shared_ptr<const Dictionary>>;
+  using State = std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double,
+                             std::shared_ptr<const std::string>, std::shared_ptr<const Data>, Date,
+                             std::shared_ptr<const ArrayBox>, std::shared_ptr<const Dictionary>>;
   State state_;
 };
 

@@ -1,7 +1,9 @@
-// A serial work queue: blocks run one after the other on one background thread of the queue's own, in the order of submission.
+// A serial work queue: blocks run one after the other on one background thread of the queue's own, in the order of
+// submission.
 //
-// Destroying the queue lets go of it: blocks already submitted still run, a block that runs is not waited for, and the thread ends
-// after the last one. The thread holds what it needs. Signals are blocked on the thread. Thread rule: async() from any thread.
+// Destroying the queue lets go of it: blocks already submitted still run, a block that runs is not waited for, and the
+// thread ends after the last one. The thread holds what it needs. Signals are blocked on the thread. Thread rule:
+// async() from any thread.
 
 #pragma once
 

@@ -1,0 +1,26 @@
+#include "foundation/FileDescriptor.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace foundation {
+
+FileDescriptor &FileDescriptor::operator=(FileDescriptor &&other) noexcept {
+  if (this != &other) reset(other.release());
+  return *this;
+}
+
+int FileDescriptor::release() { return std::exchange(fd_, -1); }
+
+void FileDescriptor::reset(int fd) {
+  const int old = std::exchange(fd_, fd);
+  if (old < 0 || old == fd) return;
+  const int saved = errno;
+  // Not repeated on EINTR: Linux has closed it by then, and the number may already be somebody else's.
+  ::close(old);
+  errno = saved;
+}
+
+}  // namespace foundation

@@ -1,0 +1,50 @@
+#include "foundation/PropertyList.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/PropertyListBinaryReader.h"
+#include "foundation/PropertyListXMLReader.h"
+
+namespace foundation {
+
+Result<Value> propertyListFromData(std::string_view bytes, std::string_view name) {
+  if (bytes.size() > kPropertyListMaximumSize) {
+    return Error{.domain = std::string(kPropertyListErrorDomain),
+                 .code = 1,
+                 .message = std::string(name) + ": larger than " + std::to_string(kPropertyListMaximumSize) + " bytes"};
+  }
+  return bytes.starts_with("bplist00") ? propertyListFromBinary(bytes, name) : propertyListFromXML(bytes, name);
+}
+
+Result<Value> propertyListFromFile(const std::string &path) {
+  // Non-blocking, so that a FIFO in the file's place cannot hold us; for a regular file it means nothing.
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!file) return errnoError(errno, "open " + path);
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0) return errnoError(errno, "read " + path);
+  if (S_ISDIR(status.st_mode)) return errnoError(EISDIR, "read " + path);
+  if (!S_ISREG(status.st_mode)) {
+    return Error{
+        .domain = std::string(kPOSIXErrorDomain), .code = EINVAL, .message = "read " + path + ": not a regular file"};
+  }
+
+  std::string bytes;
+  std::array<char, 64 * 1024> buffer;
+  for (;;) {
+    const ssize_t count = ::read(file.get(), buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errnoError(errno, "read " + path);
+    if (count == 0) break;
+    bytes.append(buffer.data(), static_cast<std::size_t>(count));
+    if (bytes.size() > kPropertyListMaximumSize) return errnoError(EFBIG, "read " + path);
+  }
+  return propertyListFromData(bytes, path);
+}
+
+}  // namespace foundation
