@@ -1,0 +1,63 @@
+#include "helper/store/FileSystem.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+namespace helper {
+
+using foundation::errnoError;
+using foundation::FileDescriptor;
+using foundation::Result;
+using foundation::Status;
+
+Result<FileDescriptor> PosixFileSystem::open(const std::string &path, int flags, mode_t mode) {
+  // Non-blocking, so that a FIFO laid in our way is refused by its type instead of waited for.
+  FileDescriptor file(::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode));
+  if (!file) return errnoError(errno, "open " + path);
+  return file;
+}
+
+Status PosixFileSystem::write(int file, std::string_view bytes, const std::string &path) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(file, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errnoError(errno, "write " + path);
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return {};
+}
+
+Status PosixFileSystem::synchronize(int file, const std::string &path) {
+  if (::fsync(file) == 0) return {};
+  return errnoError(errno, "fsync " + path);
+}
+
+Status PosixFileSystem::rename(const std::string &from, const std::string &to) {
+  if (std::rename(from.c_str(), to.c_str()) == 0) return {};
+  return errnoError(errno, "rename " + from + " to " + to);
+}
+
+Status PosixFileSystem::link(const std::string &from, const std::string &to) {
+  if (::link(from.c_str(), to.c_str()) == 0) return {};
+  return errnoError(errno, "link " + from + " to " + to);
+}
+
+Status PosixFileSystem::remove(const std::string &path) {
+  if (::unlink(path.c_str()) == 0) return {};
+  return errnoError(errno, "remove " + path);
+}
+
+Status PosixFileSystem::lock(int file, const std::string &path) {
+  int result = 0;
+  do {
+    result = ::flock(file, LOCK_EX | LOCK_NB);
+  } while (result < 0 && errno == EINTR);
+  if (result == 0) return {};
+  return errnoError(errno, "lock " + path);
+}
+
+}  // namespace helper

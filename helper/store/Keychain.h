@@ -1,0 +1,72 @@
+// The system keychain: generic passwords, sealed under the system's key, each with the list of programs that may have
+// it.
+//
+// One property list, read and replaced whole under its lock; the links' source of secrets. Every failure is an OSStatus
+// code in the domain "OSStatus"; what the user can mend is also told in the PPP log. The access list keeps honest
+// programs apart; it does not bind root. Thread rule: one thread.
+
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "foundation/Result.h"
+#include "foundation/Secret.h"
+#include "helper/PPPLog.h"
+#include "helper/Peer.h"
+#include "helper/SecretSource.h"
+#include "helper/store/AtomicFile.h"
+#include "helper/store/KeychainItem.h"
+#include "helper/store/SystemKey.h"
+
+namespace helper {
+
+class Keychain : public SecretSource {
+ public:
+  static constexpr char kFolder[] = "/var/lib/vpnctl";
+  static constexpr std::size_t kMaximumSecret = std::size_t{64} << 10;     // bytes
+  static constexpr std::size_t kMaximumAttribute = std::size_t{64} << 10;  // bytes
+  static constexpr std::size_t kMaximumPaths = 64;
+
+  // An access list may name a role; these are the programs that play it.
+  using Roles = std::map<std::string, std::vector<std::string>>;
+  // "/usr/sbin/racoon", the IKE daemon: the charon executables that distributions install.
+  static Roles defaultRoles();
+
+  // FOLDER (no trailing slash) holds "System.keychain" and "SystemKey"; it is made (0700) when something is first
+  // written. FILE_SYSTEM and LOG outlive this.
+  Keychain(const std::string &folder, FileSystem &fileSystem, PPPLog &log, Roles roles = defaultRoles());
+
+  // A new item; its identifier. Missing account and service are empty, a missing label is the service.
+  // errSecDuplicateItem when an item has that account and service, errSecParam when something is too large or no plain
+  // text.
+  foundation::Result<std::string> add(const KeychainItem::Attributes &attributes, const foundation::Secret &secret,
+                                      const KeychainItem::Access &access);
+  // The identifiers of the items that have all of ATTRIBUTES, in the order of the file.
+  foundation::Result<std::vector<std::string>> find(const KeychainItem::Attributes &attributes) const;
+  // errSecItemNotFound when there is none.
+  foundation::Status remove(const std::string &identifier);
+
+  // errSecItemNotFound without an item for SERVICE; errSecAuthFailed when no such item trusts PEER, or when the item
+  // does not open.
+  foundation::Result<foundation::Secret> secretForService(const std::string &service, const Peer &peer) override;
+
+ private:
+  using Items = std::map<std::string, KeychainItem>;
+
+  foundation::Result<Items> load() const;
+  foundation::Status store(const Items &items);
+  foundation::Result<AtomicFile::Lock> lock() const;
+  foundation::Result<SystemKey> keyFor(const Items &items);
+  bool trusts(const KeychainItem &item, const Peer &peer) const;
+  foundation::Error report(std::int32_t code, const foundation::Error &error) const;
+
+  AtomicFile file_;
+  std::string keyPath_;
+  FileSystem &fileSystem_;
+  PPPLog &log_;
+  Roles roles_;
+};
+
+}  // namespace helper

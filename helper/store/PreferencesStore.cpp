@@ -1,0 +1,129 @@
+#include "helper/store/PreferencesStore.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "foundation/PropertyList.h"
+#include "helper/StatusCodes.h"
+#include "helper/store/NetworkPreferencesSchema.h"
+
+namespace helper {
+
+using foundation::Error;
+using foundation::Result;
+using foundation::Value;
+
+namespace {
+
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kFileMode = 0644;
+
+// What tells one state of the file from another. The time of the last change of the inode stands beside the one of the
+// contents, since the latter can be set back.
+std::string signatureOf(const struct stat &attributes) {
+  const std::array<std::int64_t, 7> fields = {static_cast<std::int64_t>(attributes.st_dev),
+                                              static_cast<std::int64_t>(attributes.st_ino),
+                                              attributes.st_size,
+                                              attributes.st_mtim.tv_sec,
+                                              attributes.st_mtim.tv_nsec,
+                                              attributes.st_ctim.tv_sec,
+                                              attributes.st_ctim.tv_nsec};
+  std::string signature(sizeof(fields), '\0');
+  std::memcpy(signature.data(), fields.data(), sizeof(fields));
+  return signature;
+}
+
+// A system without a file has a signature too: a file that appears makes it stale.
+std::string signatureOfNoFile() { return "none"; }
+
+std::int32_t codeOf(const Error &error) {
+  switch (error.code) {
+    case EACCES:
+    case EPERM:
+    case EROFS:
+      return kSCStatusAccessError;
+    default:
+      return kSCStatusFailed;
+  }
+}
+
+}  // namespace
+
+PreferencesStore::PreferencesStore(std::string path, FileSystem &fileSystem, PPPLog &log)
+    : file_(std::move(path), fileSystem), log_(log) {}
+
+Error PreferencesStore::report(std::int32_t code, const Error &error) const {
+  log_.write("The network preferences: " + error.message);
+  return {std::string(kSCErrorDomain), code, error.message};
+}
+
+Result<PreferencesStore::Parsed> PreferencesStore::readParsed() const {
+  auto file = file_.read(kMaximumSize);
+  if (!file) return report(codeOf(file.error()), file.error());
+  Parsed parsed;
+  if (!file->has_value()) {
+    parsed.contents.signature = signatureOfNoFile();
+    return parsed;
+  }
+  auto value = foundation::propertyListFromData((*file)->bytes, file_.path());
+  if (value && !value->isDictionary()) {
+    value = Error{std::string(kNetworkPreferencesErrorDomain), 1, file_.path() + ": its root is not a dictionary"};
+  }
+  if (!value) {
+    Error error = value.error();
+    error.message += "; it is left alone: mend it, or move it away";
+    return report(kSCStatusFailed, error);
+  }
+  parsed.contents.signature = signatureOf((*file)->attributes);
+  parsed.contents.propertyList = std::move((*file)->bytes);
+  parsed.value = std::move(*value);
+  return parsed;
+}
+
+Result<PreferencesStore::Contents> PreferencesStore::read() const {
+  auto parsed = readParsed();
+  if (!parsed) return parsed.error();
+  return std::move(parsed->contents);
+}
+
+Result<Value> PreferencesStore::readValue() const {
+  auto parsed = readParsed();
+  if (!parsed) return parsed.error();
+  return std::move(parsed->value);
+}
+
+Result<std::string> PreferencesStore::commit(std::string_view propertyList, std::string_view expected) {
+  if (propertyList.size() > kMaximumSize) {
+    return report(kSCStatusInvalidArgument, foundation::errnoError(EFBIG, "what is to be written"));
+  }
+  auto value = foundation::propertyListFromData(propertyList, "what is to be written");
+  if (!value) return report(kSCStatusInvalidArgument, value.error());
+  if (auto status = checkNetworkPreferences(*value); !status) {
+    return report(kSCStatusInvalidArgument, status.error());
+  }
+  // Written in our own form, whatever form it came in.
+  auto bytes = foundation::xmlPropertyList(*value);
+  if (!bytes) return report(kSCStatusInvalidArgument, bytes.error());
+
+  if (auto status = file_.createFolder(kFolderMode); !status) return report(codeOf(status.error()), status.error());
+  auto lock = file_.lock(std::chrono::milliseconds::zero());
+  if (!lock) {
+    const bool busy = lock.error().code == EWOULDBLOCK;
+    return report(busy ? kSCStatusPrefsBusy : codeOf(lock.error()), lock.error());
+  }
+  auto current = readParsed();
+  if (!current) return current.error();
+  if (!expected.empty() && current->contents.signature != expected) {
+    return report(kSCStatusStale,
+                  {std::string(kSCErrorDomain), 0, file_.path() + " has been changed by somebody else meanwhile"});
+  }
+  if (auto status = file_.replace(*bytes, kFileMode); !status) return report(codeOf(status.error()), status.error());
+  auto written = file_.read(kMaximumSize);
+  if (!written || !written->has_value()) {
+    return report(kSCStatusFailed, foundation::errnoError(EIO, "read back " + file_.path()));
+  }
+  return signatureOf((*written)->attributes);
+}
+
+}  // namespace helper

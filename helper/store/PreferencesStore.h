@@ -1,0 +1,57 @@
+// The network preferences on the disk: one property list, read and replaced whole.
+//
+// Usual sequence: read(), the client changes its copy, commit() with the signature that came with it. Every failure is
+// an SCError code in the domain "SCError" with a sentence part; what the user can mend is also told in the PPP log.
+// Thread rule: one thread.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "foundation/Result.h"
+#include "foundation/Value.h"
+#include "helper/PPPLog.h"
+#include "helper/store/AtomicFile.h"
+
+namespace helper {
+
+class PreferencesStore {
+ public:
+  static constexpr char kPath[] = "/etc/vpnctl/preferences.plist";
+  static constexpr std::size_t kMaximumSize = std::size_t{4} << 20;  // bytes
+
+  struct Contents {
+    std::string propertyList;  // the file's bytes; none when there is no file: a fresh system
+    std::string signature;     // opaque; it changes whenever the file does
+  };
+
+  // FILE_SYSTEM and LOG outlive this.
+  PreferencesStore(std::string path, FileSystem &fileSystem, PPPLog &log);
+
+  // The file, if it can be read in full. kSCStatusAccessError when it may not be read or trusted, kSCStatusFailed when
+  // it is damaged.
+  foundation::Result<Contents> read() const;
+  // The same as a value; a null one when there is no file.
+  foundation::Result<foundation::Value> readValue() const;
+
+  // Replaces the file, if it still has the signature EXPECTED (kSCStatusStale otherwise; an empty one is not compared),
+  // and gives the new signature. kSCStatusPrefsBusy when another holds the lock, kSCStatusInvalidArgument when
+  // PROPERTY_LIST is not what network preferences look like. A damaged file is never replaced.
+  foundation::Result<std::string> commit(std::string_view propertyList, std::string_view expected);
+
+ private:
+  struct Parsed {
+    Contents contents;
+    foundation::Value value;
+  };
+
+  foundation::Result<Parsed> readParsed() const;
+  foundation::Error report(std::int32_t code, const foundation::Error &error) const;
+
+  AtomicFile file_;
+  PPPLog &log_;
+};
+
+}  // namespace helper

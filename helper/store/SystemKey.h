@@ -1,0 +1,37 @@
+// The key under which the keychain's secrets are sealed: 32 bytes in a file that only root may read.
+//
+// XChaCha20-Poly1305: its nonces are long enough to be drawn at random, and what a secret belongs to is bound to it as
+// associated data. Thread rule: one thread.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "foundation/Result.h"
+#include "foundation/Secret.h"
+#include "helper/store/FileSystem.h"
+
+namespace helper {
+
+class SystemKey {
+ public:
+  // The key in the file at PATH; ENOENT when there is none, EPERM when it is readable by others or not ours, EINVAL
+  // when it is no key.
+  static foundation::Result<SystemKey> load(const std::string &path, FileSystem &fileSystem);
+  // A fresh random key, in a new file at PATH (0400), whole and on the disk when this returns. EEXIST when there is
+  // one: a key is never replaced.
+  static foundation::Result<SystemKey> create(const std::string &path, FileSystem &fileSystem);
+
+  // SECRET, encrypted and bound to ASSOCIATED, which is not part of the result.
+  foundation::Result<std::string> seal(const foundation::Secret &secret, std::string_view associated) const;
+  // The secret; EBADMSG when SEALED or ASSOCIATED is not what was sealed under this key.
+  foundation::Result<foundation::Secret> unseal(std::string_view sealed, std::string_view associated) const;
+
+ private:
+  explicit SystemKey(foundation::Secret key) : key_(std::move(key)) {}
+
+  foundation::Secret key_;
+};
+
+}  // namespace helper
