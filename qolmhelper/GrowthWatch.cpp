@@ -1,0 +1,37 @@
+#include "qolmhelper/GrowthWatch.h"
+
+#include <poll.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "platform/Dispatch.h"
+
+namespace TN {
+
+GrowthWatch::GrowthWatch(std::FILE *stream) {
+  const int fd = fileno(stream);
+  if (fd < 0) return;
+  foundation::FileDescriptor inotify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  if (!inotify) return;
+  // Through the descriptor, not the path: a log that is replaced under its name is not followed.
+  const std::string path = "/proc/self/fd/" + std::to_string(fd);
+  if (inotify_add_watch(inotify.get(), path.c_str(), IN_MODIFY) < 0) return;
+  inotify_ = std::move(inotify);
+}
+
+void GrowthWatch::sleep(std::chrono::milliseconds limit) {
+  if (!inotify_) {
+    platform::sleepForTimeInterval(std::chrono::duration<double>(limit).count());
+    return;
+  }
+  pollfd changed{inotify_.get(), POLLIN, 0};
+  poll(&changed, 1, static_cast<int>(limit.count()));
+  // Only that something changed matters.
+  alignas(inotify_event) char events[4096];
+  while (read(inotify_.get(), events, sizeof events) > 0) {
+  }
+}
+
+}  // namespace TN
