@@ -132,16 +132,16 @@ class Writer {
   }
 
   void array(const Value::Array &elements, int level) {
-    if (elements.empty()) return line(level, "<array/>");
     if (!enter(level)) return;
+    if (elements.empty()) return line(level, "<array/>");
     line(level, "<array>");
     for (const Value &element : elements) write(element, level + 1);
     line(level, "</array>");
   }
 
   void dictionary(const Value::Dictionary &entries, int level) {
-    if (entries.empty()) return line(level, "<dict/>");
     if (!enter(level)) return;
+    if (entries.empty()) return line(level, "<dict/>");
     line(level, "<dict>");
     for (const auto &[key, value] : entries) {
       line(level + 1, "<key>" + escaped(key) + "</key>");
