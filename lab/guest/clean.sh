@@ -1,0 +1,30 @@
+# "Nothing left behind": snapshots of every host before and after, and the search for secrets.
+
+# baseline [HOST...]: how the hosts are now is how they must be in the end.
+baseline() {
+  [ $# -gt 0 ] || set -- "${ALL_HOSTS[@]}"
+  "$cache/bin/snapshot" "$work/hosts" before "$@"
+}
+
+# assert_clean: within two seconds everything is as it was.
+assert_clean() {
+  [ -f "$work/hosts/cli/before" ] || return 0
+  "$cache/bin/snapshot" "$work/hosts" compare 2000 "${ALL_HOSTS[@]}" || fail "something was left behind"
+}
+
+# expect_leak PATTERN: the check sees a difference, and it is this one. For the checks of the check.
+expect_leak() {
+  local different
+  ! different=$("$cache/bin/snapshot" "$work/hosts" compare 0 "${ALL_HOSTS[@]}") || fail "the check did not see what was planted"
+  grep -qE -- "$1" <<<"$different" || fail "the check did not see \"$1\" but: $different"
+}
+
+# assert_over: the tool has ended, whatever it was that the steps asked for.
+assert_over() {
+  if [ -n "${SPAWNED[vpnctl]:-}" ] && running vpnctl; then fail "the tool still runs at the end of the steps"; fi
+}
+
+# The search for a secret in every process's arguments and environment, and in everything that was written on cli, except
+# the configuration that holds it on purpose. Answers whether it is nowhere.
+secret_nowhere() { on cli /usr/bin/python3 -S -B "$lab/guest/secrets.py" "$work/hosts/cli/layer" "$CONFIG" "${1:-$PASSWORD}"; }
+assert_no_secret() { secret_nowhere "$@" || fail "the secret can be seen"; }

@@ -1,0 +1,86 @@
+# vpnctl on cli: its configuration, its start, its end.
+
+VPNCTL=$build/qolmhelper/vpnctl
+CONFIG=/root/config.qolm
+
+# write_config KEY=VALUE...: a configuration; what is not given is pptp to the server with the usual account. An empty
+# argument "KEY" without "=" leaves the key out.
+write_config() {
+  local -A value=([protocol]=pptp [ip]=$SERVER [username]=$USER_NAME [password]=$PASSWORD [shared_secret]=)
+  local argument key text
+  for argument in "$@"; do
+    key=${argument%%=*}
+    if [ "$key" = "$argument" ]; then unset "value[$key]"; else value[$key]=${argument#*=}; fi
+  done
+  for key in protocol ip username password shared_secret; do
+    [ -n "${value[$key]+set}" ] || continue
+    text=${value[$key]//\\/\\\\}
+    printf '%s = "%s";\n' "$key" "${text//\"/\\\"}"
+  done | put cli "$CONFIG" 600
+}
+
+# start_vpnctl [ARGUMENT...]: starts the tool on cli (default: with the configuration of write_config). Everything that is
+# different afterwards from how it is now has been left behind by it.
+start_vpnctl() {
+  [ $# -gt 0 ] || set -- -c "$CONFIG"
+  [ -x "$VPNCTL" ] || fail "there is no $VPNCTL: build it first"
+  baseline
+  spawn vpnctl cli "$VPNCTL" "$@"
+}
+
+signal_tool() { signal cli vpnctl "$1"; }
+
+# wait_status TEXT [SECONDS]: until the tool has printed that line.
+wait_status() {
+  local text=$1 seconds=${2:-90}
+  within "$seconds" printed_or_over "$text" || fail "no line \"$text\" within $seconds s"
+  printed "$text" || fail "the tool ended without the line \"$text\""
+}
+printed() {
+  local lines line
+  mapfile -t lines <"$logs/vpnctl.err"
+  for line in "${lines[@]}"; do [ "$line" != "$1" ] || return 0; done
+  return 1
+}
+printed_or_over() {
+  if ended vpnctl; then wait_end vpnctl; fi
+  printed "$1" || [ -n "${exit_status:-}" ]
+}
+
+# expect_exit STATUS [SECONDS]: the tool ends, with that status.
+expect_exit() {
+  wait_end vpnctl "${2:-90}"
+  [ "$exit_status" = "$1" ] || fail "vpnctl ended with status $exit_status instead of $1"
+}
+
+# connect_usual: the beginning of most scenarios: server, configuration, tool, connected.
+connect_usual() {
+  start_pptpd
+  write_config
+  start_vpnctl
+  wait_status "PPP Connected"
+}
+
+# disconnect_usual: the end of most scenarios.
+disconnect_usual() {
+  signal_tool USR1
+  expect_exit 0
+}
+
+# A client without vpnctl: pppd over the pptp program, as one would do it by hand. by_hand [PPPD OPTION...]
+by_hand() {
+  account "$USER_NAME" "$PASSWORD" | put cli /etc/ppp/chap-secrets 600
+  baseline
+  spawn by-hand cli pppd nodetach pty "pptp $SERVER --nolaunchpppd --nohostroute" user "$USER_NAME" noauth refuse-eap \
+    require-mppe-128 nodefaultroute "$@"
+  within 60 has_address ppp0 || fail "the client by hand got no address"
+}
+
+# has_address LINK: cli has a route of that link, which it has as soon as the link has an address.
+has_address() {
+  local link
+  while read -r link _; do
+    [ "$link" != "$1" ] || return 0
+  done <"/proc/${HOST[cli]}/net/route"
+  return 1
+}

@@ -1,0 +1,87 @@
+# What must hold. Each of these ends the scenario with one sentence if it does not.
+
+expect_ping() { within "${2:-20}" pings "$1" || fail "no answer from $1"; }
+expect_no_ping() { ! pings "$1" || fail "$1 answers"; }
+
+# expect_first_hop ADDRESS HOP: packets from cli to ADDRESS are first seen by HOP.
+expect_first_hop() {
+  local hop
+  hop=$(first_hop "$1")
+  [ "$hop" = "$2" ] || fail "the way to $1 begins at \"$hop\" instead of $2"
+}
+
+expect_file_has() { # HOST PATH TEXT
+  grep -qF -- "$3" "$(root_of "$1")$2" || fail "$2 on $1 has no \"$3\""
+}
+
+# The lines that the tool itself prints about the connection, in their order, without the copied PPP log.
+STATUS_TEXTS=("PPP Network connection disconnected" "Initializing PPP network connection" "Connecting PPP link"
+  "PPP Dial on traffic" "Negotiating PPP link" "PPP Authenticating" "PPP Waiting for call back" "PPP negotiating network"
+  "PPP Connected" "Terminating PPP connection" "Disconnecting PPP link" "PPP Holding link off" "PPP connection suspended"
+  "PPP waiting for redial" "Unknown status")
+status_lines() {
+  local line text
+  while IFS= read -r line || [ -n "$line" ]; do
+    case $line in
+      "Starting pptp connection..." | "Exit." | "Error: "*)
+        printf '%s\n' "$line"
+        continue
+        ;;
+    esac
+    for text in "${STATUS_TEXTS[@]}"; do [ "$line" != "$text" ] || printf '%s\n' "$line"; done
+  done <"$logs/vpnctl.err"
+}
+
+UP=("Starting pptp connection..." "Initializing PPP network connection" "Connecting PPP link" "Negotiating PPP link"
+  "PPP Authenticating" "PPP negotiating network" "PPP Connected")
+DOWN=("Terminating PPP connection" "Disconnecting PPP link" "Error: Input/output error, cause: 5"
+  "PPP Network connection disconnected" "Exit.")
+
+# expect_status_lines LINE...: exactly these, in this order, and no other.
+expect_status_lines() {
+  local wanted got
+  wanted=$(printf '%s\n' "$@")
+  got=$(status_lines)
+  [ "$got" = "$wanted" ] || {
+    diff <(echo "$wanted") <(echo "$got") | sed 's/^</missing:/;s/^>/too many:/' || true
+    fail "the status lines differ from what is wanted"
+  }
+}
+
+# expect_lines_in_order LINE...: these lines of standard error stand in this order; others may stand between them.
+expect_lines_in_order() {
+  local line
+  exec {err_fd}<"$logs/vpnctl.err"
+  for wanted in "$@"; do
+    while :; do
+      IFS= read -r line <&"$err_fd" || [ -n "$line" ] || fail "no line \"$wanted\" where it belongs"
+      [ "$line" != "$wanted" ] || break
+    done
+  done
+  exec {err_fd}<&-
+}
+expect_line() { grep -qxF -- "$1" "$logs/vpnctl.err" || fail "no line \"$1\""; }
+expect_no_line() { ! grep -qxF -- "$1" "$logs/vpnctl.err" || fail "there is a line \"$1\""; }
+expect_text() { grep -qF -- "$1" "$logs/vpnctl.err" || fail "standard error does not say \"$1\""; }
+expect_no_text() { ! grep -qF -- "$1" "$logs/vpnctl.err" || fail "standard error says \"$1\""; }
+expect_out() { [ "$(cat "$logs/vpnctl.out")" = "$1" ] || fail "standard output is not \"$1\""; }
+
+# expect_sentence PATTERN: one line on standard error, copied from the PPP log, tells the user (extended regular
+# expression). It is plain ASCII and fits into the 1023 characters that the tailer copies at once.
+expect_sentence() {
+  local line
+  line=$(grep -E -m 1 -- "$1" "$logs/vpnctl.err") || fail "no sentence like \"$1\""
+  [[ ${#line} -lt 1000 && $line != *[!\ -~]* ]] || fail "this is no plain sentence: $line"
+  grep -qF -- "$line" "$(root_of cli)/var/log/ppp.log" || fail "the PPP log does not hold the sentence: $line"
+}
+
+# The network services of cli: lab/guest/preferences.py says what can be asked.
+expect_preferences() {
+  /usr/bin/python3 -S -B "$lab/guest/preferences.py" "$(root_of cli)/etc/vpnctl/preferences.plist" "$@" ||
+    fail "the preferences are not as they should be"
+}
+# make_preferences NAME...: an existing preferences file with services so named.
+make_preferences() {
+  mkdir -p "$(root_of cli)/etc/vpnctl"
+  /usr/bin/python3 -S -B "$lab/guest/preferences.py" "$(root_of cli)/etc/vpnctl/preferences.plist" make "$@"
+}

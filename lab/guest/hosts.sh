@@ -1,0 +1,154 @@
+# The hosts of a scenario, and how to act on them.
+#
+#   cli ---- rtr ---- srv ---- 192.168.77.1 (a network behind the server)
+#             |
+#            out 203.0.113.7 (elsewhere, reached over the default route)
+#
+# cli is where vpnctl runs; its default route goes to rtr. Outer addresses differ from slot to slot, because the kernel
+# keeps one table of PPTP calls for all network namespaces and would confuse two servers of the same address.
+
+CLIENT=10.$slot.1.2
+ROUTER=10.$slot.1.1
+SERVER=10.$slot.2.2
+BEHIND=192.168.77.1    # behind the server, reached only through it
+ELSEWHERE=203.0.113.7  # reached over whatever the default route is
+TUNNEL_SERVER=10.99.0.1 # the server's end of the tunnel
+TUNNEL_CLIENT=10.99.0.2
+NOBODY=10.$slot.9.9    # packets to it are dropped without a word
+
+declare -A HOST # name -> pid of its first process
+
+say() { echo "$*"; }
+
+fail() {
+  trap - ERR
+  echo "$*" >"$logs/reason"
+  echo "FAILED: $*"
+  exit 1
+}
+
+# Waits a moment without starting a process: nobody ever writes to this pipe.
+mkdir -p "$work"
+mkfifo "$work/never"
+exec {never_fd}<>"$work/never"
+moment() { read -r -t 0.05 -u "$never_fd" || true; }
+
+# within SECONDS COMMAND...: asks again and again until COMMAND answers yes, or the time is over.
+within() {
+  local end=$((SECONDS + $1))
+  shift
+  until "$@"; do
+    [ "$SECONDS" -lt "$end" ] || return 1
+    moment
+  done
+}
+
+# on HOST COMMAND...: runs a command there and waits for it.
+on() {
+  local host=$1
+  shift
+  nsenter -t "${HOST[$host]}" -m -n -p -u -i -- "$@"
+}
+
+# root_of HOST: the host's file system as seen from here, for reading and writing its files without starting a process there.
+root_of() { echo "/proc/${HOST[$1]}/root"; }
+
+put() { # HOST PATH [MODE]: writes standard input into a file
+  local path
+  path=/proc/${HOST[$1]}/root$2
+  mkdir -p "${path%/*}"
+  cat >"$path"
+  chmod "${3:-644}" "$path"
+}
+
+ALL_HOSTS=(cli rtr srv out)
+
+# The hosts stand, with the scenario's own files on them: everything below files/HOST lies on HOST from the start.
+make_hosts() {
+  local host
+  for host in "${ALL_HOSTS[@]}"; do
+    mkdir -p "$work/hosts/$host/files/etc"
+    echo "$host" >"$work/hosts/$host/files/etc/hostname"
+    printf '127.0.0.1 localhost\n%s server.lab.test\n' "$SERVER" >"$work/hosts/$host/files/etc/hosts"
+    echo "nameserver $ROUTER" >"$work/hosts/$host/files/etc/resolv.conf"
+    [ ! -d "$folder/files/$host" ] || cp -r "$folder/files/$host/." "$work/hosts/$host/files/"
+  done
+  "$cache/bin/hosts" "$work/hosts" "${ALL_HOSTS[@]}" >"$logs/hosts.log" 2>&1 || fail "the hosts did not come up"
+  for host in "${ALL_HOSTS[@]}"; do HOST[$host]=$(<"$work/hosts/$host/pid"); done
+  ip -batch - <<EOF
+link add eth0 netns ${HOST[cli]} type veth peer name cli netns ${HOST[rtr]}
+link add eth0 netns ${HOST[srv]} type veth peer name srv netns ${HOST[rtr]}
+link add eth0 netns ${HOST[out]} type veth peer name out netns ${HOST[rtr]}
+EOF
+  # Answers from elsewhere find the tunnel's client through the server; what the client sends to the tunnel's addresses
+  # outside the tunnel gets nowhere, or a ping would prove nothing.
+  configure rtr <<EOF
+addr add $ROUTER/24 dev cli
+addr add 10.$slot.2.1/24 dev srv
+addr add 203.0.113.1/24 dev out
+link set cli up
+link set srv up
+link set out up
+route add 10.99.0.0/24 via $SERVER
+route add blackhole $NOBODY
+rule add iif cli to 10.99.0.0/16 blackhole
+EOF
+  configure cli <<EOF
+addr add $CLIENT/24 dev eth0
+link set eth0 up
+route add default via $ROUTER
+EOF
+  configure srv <<EOF
+addr add $SERVER/24 dev eth0
+link set eth0 up
+link add lan type dummy
+addr add $BEHIND/24 dev lan
+link set lan up
+route add default via 10.$slot.2.1
+EOF
+  configure out <<EOF
+addr add $ELSEWHERE/24 dev eth0
+link set eth0 up
+route add default via 203.0.113.1
+EOF
+}
+
+configure() { on "$1" ip -batch -; }
+
+# spawn NAME HOST COMMAND...: starts a command in the background on a host. Its output goes to the screen as it comes, and
+# to $logs/NAME.out and $logs/NAME.err; its number on the host is in $logs/NAME.pid.
+declare -A SPAWNED READERS
+spawn() {
+  local name=$1 host=$2 out_fd err_fd
+  shift 2
+  rm -f "$logs/$name.pid"
+  : >"$logs/$name.out" >"$logs/$name.err"
+  exec {out_fd}> >(exec sed -u -e "w $logs/$name.out" -e "s/^/$name: /")
+  READERS[$name]=$!
+  exec {err_fd}> >(exec sed -u -e "w $logs/$name.err" -e "s/^/$name: /")
+  READERS[$name]+=" $!"
+  nsenter -t "${HOST[$host]}" -m -n -p -u -i -- bash -c 'cd && echo $$ >"$0.new" && mv "$0.new" "$0" && exec "$@"' \
+    "$logs/$name.pid" "$@" >&"$out_fd" 2>&"$err_fd" {never_fd}>&- {out_fd}>&- {err_fd}>&- &
+  SPAWNED[$name]=$!
+  exec {out_fd}>&- {err_fd}>&-
+  within 30 test -f "$logs/$name.pid" || fail "$name did not start"
+}
+
+running() { kill -0 "${SPAWNED[$1]}" 2>/dev/null; }
+ended() { ! running "$1"; }
+
+# signal NAME SIGNAL: to what was spawned under that name on HOST.
+signal() { on "$1" kill "-$3" "$(<"$logs/$2.pid")"; }
+
+# Waits for the end of what was spawned; leaves its exit status in $exit_status.
+wait_end() {
+  local name=$1 reader
+  within "${2:-60}" ended "$name" || fail "$name still runs after ${2:-60} s"
+  exit_status=0
+  wait "${SPAWNED[$name]}" || exit_status=$?
+  # Its streams end with it: somebody who keeps them open longer would keep a caller's pipe open, too.
+  for reader in ${READERS[$name]}; do
+    within 5 not_running "$reader" || fail "somebody holds the output of $name open after its end"
+  done
+}
+not_running() { ! kill -0 "$1" 2>/dev/null; }

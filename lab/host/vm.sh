@@ -1,0 +1,33 @@
+# Boots the guest and waits for its end. Sourced by lab/run and lab/bench, which set: lab (this folder), cache (build/lab),
+# out (a folder that the guest may write to, with the job in it) and vm_deadline (seconds).
+
+vm_pid=
+
+vm_end() {
+  [ -z "$vm_pid" ] || { kill "$vm_pid" && wait "$vm_pid"; } 2>/dev/null || true
+}
+
+# Prints what the guest prints. Status 0 if the guest ended by itself in time.
+vm_boot() {
+  local main status=0
+  main=$lab/guest/main
+  # Software emulation, always: a /dev/kvm that exists may still hang for ever, and figures compare only if all are made alike.
+  # The host is shown read-only; multidevs=remap because its files may lie on several file systems.
+  timeout --kill-after=5 "$vm_deadline" qemu-system-x86_64 -accel tcg,thread=multi -cpu max -m 2048 -smp 2 \
+    -nodefaults -no-user-config -display none -no-reboot \
+    -kernel "$cache/guest/vmlinuz" -initrd "$cache/guest/initramfs.gz" \
+    -append "console=ttyS1 quiet panic=-1 main=$main" \
+    -serial stdio -serial "file:$out/kernel.log" \
+    -fsdev local,id=host,path=/,security_model=none,readonly=on,multidevs=remap \
+    -device virtio-9p-pci,fsdev=host,mount_tag=host \
+    -fsdev "local,id=extra,path=$cache/guest/root,security_model=none,readonly=on" \
+    -device virtio-9p-pci,fsdev=extra,mount_tag=extra \
+    -fsdev "local,id=out,path=$out,security_model=none" \
+    -device virtio-9p-pci,fsdev=out,mount_tag=out \
+    -device virtio-rng-pci </dev/null &
+  vm_pid=$!
+  wait "$vm_pid" || status=$?
+  vm_pid=
+  [ -e "$out/ended" ] || echo "lab: the guest did not end by itself within $vm_deadline s (status $status); its kernel's words are in $out/kernel.log" >&2
+  [ -e "$out/ended" ]
+}
