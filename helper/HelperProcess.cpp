@@ -1,0 +1,96 @@
+#include "helper/HelperProcess.h"
+
+#include <fcntl.h>
+#include <linux/close_range.h>
+#include <malloc.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <string>
+
+namespace helper {
+
+using foundation::errnoError;
+using foundation::Error;
+using foundation::FileDescriptor;
+using foundation::Result;
+using foundation::Status;
+
+namespace {
+
+constexpr int kFirstFree = 3;
+
+bool isUnixSocket(int descriptor) {
+  int domain = 0;
+  socklen_t size = sizeof(domain);
+  return ::getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
+}
+
+Status protectMemory() {
+  if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) < 0) return errnoError(errno, "turn core dumps off");
+  const rlimit none = {0, 0};
+  if (::setrlimit(RLIMIT_CORE, &none) < 0) return errnoError(errno, "turn core dumps off");
+#ifdef M_PERTURB
+  // Freed memory is overwritten: what libraries copied of a secret does not lie around.
+  ::mallopt(M_PERTURB, 0x5a);
+#endif
+  return {};
+}
+
+Status replaceStandardDescriptors() {
+  const FileDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  if (!null) return errnoError(errno, "open /dev/null");
+  for (int descriptor = 0; descriptor < kFirstFree; ++descriptor) {
+    if (::dup2(null.get(), descriptor) < 0) return errnoError(errno, "replace a standard descriptor");
+  }
+  return {};
+}
+
+}  // namespace
+
+Result<FileDescriptor> prepareHelperProcess() {
+  if (!isUnixSocket(0)) {
+    return Error{std::string(foundation::kPOSIXErrorDomain), ENOTSOCK, "standard input is not the tool's socket"};
+  }
+  if (auto status = protectMemory(); !status) return status.error();
+  if (::close_range(kFirstFree, ~0U, 0) < 0) return errnoError(errno, "close inherited descriptors");
+  FileDescriptor socket(::fcntl(0, F_DUPFD_CLOEXEC, kFirstFree));
+  if (!socket) return errnoError(errno, "keep the tool's socket");
+  if (auto status = replaceStandardDescriptors(); !status) return status.error();
+
+  ::setsid();  // fails where the starter has done it already
+  ::umask(077);
+  if (::chdir("/") < 0) return errnoError(errno, "change to /");
+  if (::clearenv() != 0 || ::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1) != 0 ||
+      ::setenv("LC_ALL", "C", 1) != 0) {
+    return errnoError(ENOMEM, "clean the environment");
+  }
+  return socket;
+}
+
+Status endOnSignals(sd_event *event, std::function<void()> &end) {
+  std::signal(SIGPIPE, SIG_IGN);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+    sigset_t one;
+    sigemptyset(&one);
+    sigaddset(&one, number);
+    if (::sigprocmask(SIG_BLOCK, &one, nullptr) < 0) return errnoError(errno, "block a signal");
+    const int result = sd_event_add_signal(
+        event, nullptr, number,
+        [](sd_event_source *, const signalfd_siginfo *, void *handler) {
+          (*static_cast<std::function<void()> *>(handler))();
+          return 0;
+        },
+        &end);
+    if (result < 0) return errnoError(-result, "watch a signal");
+  }
+  return {};
+}
+
+}  // namespace helper

@@ -1,0 +1,23 @@
+// What the helper's process does about itself before it touches anything: it is root's, and was started by somebody
+// else's program with somebody else's descriptors, signals and environment.
+
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <functional>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+
+namespace helper {
+
+// Leaves the starter's session, descriptors (all but 0 are closed, 0 to 2 become /dev/null), environment, umask and
+// folder behind, and turns core dumps off. Gives descriptor 0, which must be a connected Unix socket, under another
+// number, close-on-exec. Call it first, once, before there are threads.
+foundation::Result<foundation::FileDescriptor> prepareHelperProcess();
+
+// SIGTERM, SIGINT and SIGHUP call END from the event loop; SIGPIPE is ignored. END outlives EVENT.
+foundation::Status endOnSignals(sd_event *event, std::function<void()> &end);
+
+}  // namespace helper

@@ -1,0 +1,36 @@
+#include <utility>
+
+#include "helper/LinkFactory.h"
+
+namespace helper {
+
+namespace {
+
+class RealLink : public RunningLink {
+ public:
+  RealLink(sd_event *event, LinkConfiguration configuration, SecretSource &secrets, PPPLog &log,
+           Link::StatusHandler handler)
+      : link_(event, std::move(configuration), secrets, log, std::move(handler)) {}
+
+  void start() override { link_.start(); }
+  void stop() override { link_.stop(); }
+  const LinkStatus &status() const override { return link_.status(); }
+  bool isDown() const override { return link_.isDown(); }
+
+ private:
+  Link link_;
+};
+
+}  // namespace
+
+LinkFactory realLinks(sd_event *event, SecretSource &secrets, PPPLog &log) {
+  return [=, &secrets, &log](const foundation::Value &preferences, const std::string &serviceID,
+                             Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<RunningLink>> {
+    auto configuration = LinkConfiguration::fromPreferences(preferences, serviceID);
+    if (!configuration) return configuration.error();
+    return std::unique_ptr<RunningLink>(
+        std::make_unique<RealLink>(event, std::move(*configuration), secrets, log, std::move(handler)));
+  };
+}
+
+}  // namespace helper

@@ -1,0 +1,55 @@
+// vpnctl-helper: root's side of vpnctl. The tool starts it with one end of a socket pair as standard input; it answers
+// on it, keeps one link, and ends when the socket closes, after the link is down. It wires; everything else is a
+// library.
+
+#include <systemd/sd-event.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <functional>
+
+#include "helper/HelperProcess.h"
+#include "helper/HelperService.h"
+
+namespace {
+
+int fail(const foundation::Error &error) {
+  std::fprintf(stderr, "vpnctl-helper: %s\n", error.message.c_str());
+  return 1;
+}
+
+}  // namespace
+
+int main() {
+  if (::geteuid() != 0) {
+    std::fprintf(stderr, "vpnctl-helper: must be run by root; vpnctl starts it\n");
+    return 1;
+  }
+  auto socket = helper::prepareHelperProcess();
+  if (!socket) return fail(socket.error());
+  auto log = helper::PPPLog::open();
+  if (!log) return 1;
+
+  sd_event *event = nullptr;
+  if (sd_event_default(&event) < 0) return 1;
+  int exitCode = 1;
+  {
+    helper::PosixFileSystem fileSystem;
+    helper::PreferencesStore preferences(helper::PreferencesStore::kPath, fileSystem, *log);
+    helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log);
+    helper::HelperService service(event, preferences, keychain, helper::realLinks(event, keychain, *log), *log);
+    std::function<void()> end = [&service] { service.end(); };
+    foundation::Status status = helper::endOnSignals(event, end);
+    // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
+    helper::Link::repair(*log);
+    if (status) status = service.serve(std::move(*socket));
+    if (status) {
+      exitCode = sd_event_loop(event) < 0 ? 1 : 0;
+    } else {
+      log->write("The helper cannot serve: " + status.error().message);
+    }
+  }
+  sd_event_unref(event);
+  return exitCode;
+}

@@ -1,0 +1,75 @@
+#include "platform/linux/Authorization.h"
+
+#include <unistd.h>
+
+#include <utility>
+
+#include "platform/linux/HelperLauncher.h"
+#include "platform/linux/HelperPath.h"
+
+namespace platform {
+
+namespace {
+
+constexpr AuthorizationFlags kAllFlags = kAuthorizationFlagInteractionAllowed | kAuthorizationFlagExtendRights |
+                                         kAuthorizationFlagPartialRights | kAuthorizationFlagDestroyRights |
+                                         kAuthorizationFlagPreAuthorize;
+
+bool isWellFormed(const std::vector<AuthorizationItem> &items) {
+  for (const auto &item : items) {
+    if (item.name.empty() || (item.valueLength > 0 && item.value == nullptr)) return false;
+  }
+  return true;
+}
+
+OSStatus grantSystemPreferences(Authorization &authorization, AuthorizationFlags flags) {
+  if (authorization.helper && authorization.helper->isOpen()) return errAuthorizationSuccess;
+  if ((flags & kAuthorizationFlagExtendRights) == 0) return errAuthorizationDenied;
+  // Only root may start a helper that is root's.
+  if (::geteuid() != 0) return errAuthorizationDenied;
+  auto launched = launchHelper(helperPath());
+  if (!launched) return errAuthorizationToolExecuteFailure;
+  auto connection = HelperConnection::connect(std::move(*launched));
+  // The helper answers when it is ready, and then the PPP log is there for those who follow it.
+  if (!connection || !(*connection)->ping()) return errAuthorizationToolExecuteFailure;
+  authorization.helper = std::move(*connection);
+  authorization.helper->makeCurrent();
+  return errAuthorizationSuccess;
+}
+
+}  // namespace
+
+OSStatus AuthorizationCreate(const AuthorizationRights *rights, const AuthorizationEnvironment *environment,
+                             AuthorizationFlags flags, AuthorizationRef *authorization) {
+  if ((flags & ~kAllFlags) != 0) return errAuthorizationInvalidFlags;
+  auto created = std::make_shared<Authorization>();
+  if (rights != nullptr) {
+    const OSStatus status = AuthorizationCopyRights(created, *rights, environment, flags, nullptr);
+    if (status != errAuthorizationSuccess) return status;
+  }
+  if (authorization != nullptr) *authorization = std::move(created);
+  return errAuthorizationSuccess;
+}
+
+OSStatus AuthorizationCopyRights(const AuthorizationRef &authorization, const AuthorizationRights &rights,
+                                 const AuthorizationEnvironment *environment, AuthorizationFlags flags,
+                                 AuthorizationRights *authorizedRights) {
+  if (!authorization) return errAuthorizationInvalidRef;
+  if ((flags & ~kAllFlags) != 0) return errAuthorizationInvalidFlags;
+  if (!isWellFormed(rights) || (environment != nullptr && !isWellFormed(*environment)))
+    return errAuthorizationInvalidSet;
+  AuthorizationRights granted;
+  for (const auto &right : rights) {
+    const OSStatus status =
+        right.name == "system.preferences" ? grantSystemPreferences(*authorization, flags) : errAuthorizationDenied;
+    if (status == errAuthorizationSuccess) {
+      granted.push_back(right);
+    } else if (status != errAuthorizationDenied || (flags & kAuthorizationFlagPartialRights) == 0) {
+      return status;
+    }
+  }
+  if (authorizedRights != nullptr) *authorizedRights = std::move(granted);
+  return errAuthorizationSuccess;
+}
+
+}  // namespace platform

@@ -1,0 +1,67 @@
+#include "platform/linux/EventLoop.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+#include "foundation/Assertion.h"
+
+namespace platform {
+
+foundation::FileDescriptor newWakeDescriptor() {
+  foundation::FileDescriptor wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  FOUNDATION_ASSERT(wake);
+  return wake;
+}
+
+void raiseWake(const foundation::FileDescriptor &wake) {
+  const std::uint64_t one = 1;
+  // Fails only when the counter is full, and then it is raised already.
+  [[maybe_unused]] const ssize_t written = ::write(wake.get(), &one, sizeof(one));
+}
+
+bool takeWake(const foundation::FileDescriptor &wake) {
+  std::uint64_t count = 0;
+  return ::read(wake.get(), &count, sizeof(count)) == sizeof(count);
+}
+
+CFRunLoop::CFRunLoop() : wake_(newWakeDescriptor()) {
+  FOUNDATION_ASSERT(sd_event_new(&event) >= 0);
+  const int result = sd_event_add_io(
+      event, nullptr, wake_.get(), EPOLLIN,
+      [](sd_event_source *, int, std::uint32_t, void *loop) {
+        takeWake(static_cast<CFRunLoop *>(loop)->wake_);
+        return 0;
+      },
+      this);
+  FOUNDATION_ASSERT(result >= 0);
+}
+
+CFRunLoop::~CFRunLoop() { sd_event_unref(event); }
+
+void CFRunLoop::run() {
+  // Not sd_event_exit: that ends a loop for good, and this one may be run again.
+  while (!stopped_.exchange(false)) {
+    if (sd_event_run(event, UINT64_MAX) < 0) return;
+  }
+}
+
+void CFRunLoop::stop() {
+  stopped_ = true;
+  raiseWake(wake_);
+}
+
+CFRunLoopRef CFRunLoopGetCurrent() {
+  thread_local const CFRunLoopRef loop = std::make_shared<CFRunLoop>();
+  return loop;
+}
+
+void CFRunLoopRun() { CFRunLoopGetCurrent()->run(); }
+
+void CFRunLoopStop(const CFRunLoopRef &runLoop) {
+  if (runLoop) runLoop->stop();
+}
+
+}  // namespace platform

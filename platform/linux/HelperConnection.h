@@ -1,0 +1,122 @@
+// The tool's end of the wire: calls to the helper, and its signals.
+//
+// Usual sequence: connect(), ping(), makeCurrent(); calls; attach() to a run loop, observers are told. Calls block for
+// a round trip, with a deadline; signals that arrive meanwhile are kept and told from the run loop, one after the
+// other. Thread rule: one thread, except current().
+
+#pragma once
+
+#include <systemd/sd-bus.h>
+#include <systemd/sd-event.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+#include "foundation/Secret.h"
+#include "foundation/Value.h"
+#include "platform/linux/HelperLauncher.h"
+
+namespace platform {
+
+// The state of a link at one moment.
+struct LinkSnapshot {
+  std::int32_t status = 0;
+  std::int32_t error = 0;
+  foundation::Value extendedStatus;
+};
+
+class LinkObserver {
+ public:
+  virtual ~LinkObserver() = default;
+  virtual const std::string &serviceID() const = 0;
+  virtual void linkChanged(const LinkSnapshot &snapshot) = 0;
+  virtual void helperIsGone() = 0;
+};
+
+struct KeychainAttribute {
+  std::uint32_t tag = 0;
+  std::string bytes;
+};
+
+class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
+ public:
+  static foundation::Result<std::shared_ptr<HelperConnection>> connect(LaunchedHelper helper);
+  HelperConnection(const HelperConnection &) = delete;
+  HelperConnection &operator=(const HelperConnection &) = delete;
+  ~HelperConnection();
+
+  // The helper of the authorization that was granted last, while anybody holds it: what serves the calls that name no
+  // authorization.
+  static std::shared_ptr<HelperConnection> current();
+  void makeCurrent();
+
+  bool isOpen() const;
+  // True when the helper answers, which it does only when it is ready. Waits longer than other calls: a new helper
+  // first mends what a dead one has left.
+  bool ping();
+
+  // Each gives what the helper answered; none when there was no answer.
+  struct Preferences {
+    std::int32_t error = 0;
+    std::string propertyList;
+    std::string signature;
+  };
+  std::optional<Preferences> readPreferences();
+  struct Committed {
+    std::int32_t error = 0;
+    std::string signature;
+  };
+  std::optional<Committed> commitPreferences(std::string_view propertyList, std::string_view signature);
+  std::optional<std::int32_t> applyPreferences();
+
+  struct NewItem {
+    std::int32_t status = 0;
+    std::string item;
+  };
+  std::optional<NewItem> addKeychainItem(const std::vector<KeychainAttribute> &attributes,
+                                         const foundation::Secret &secret, const std::string &accessDescription,
+                                         const std::vector<std::string> &trustedPaths);
+  struct FoundItems {
+    std::int32_t status = 0;
+    std::vector<std::string> items;
+  };
+  std::optional<FoundItems> findKeychainItems(const std::vector<KeychainAttribute> &attributes);
+  std::optional<std::int32_t> deleteKeychainItem(const std::string &item);
+
+  std::optional<std::int32_t> startLink(const std::string &serviceID, std::string_view userOptions, bool linger);
+  // Posts it and returns at once.
+  void stopLink(const std::string &serviceID, bool force);
+  std::optional<LinkSnapshot> linkStatus(const std::string &serviceID);
+
+  // Signals are told from EVENT's loop from now on. False when another loop tells them already.
+  bool attach(sd_event *event);
+  // OBSERVER is told until it is removed.
+  void addObserver(LinkObserver *observer);
+  void removeObserver(LinkObserver *observer);
+
+ private:
+  explicit HelperConnection(foundation::FileDescriptor process) : process_(std::move(process)) {}
+
+  using Message = std::unique_ptr<sd_bus_message, sd_bus_message *(*)(sd_bus_message *)>;
+  Message newCall(const char *member);
+  Message call(const Message &message);
+  int start(foundation::FileDescriptor socket);
+  void changed(sd_bus_message *signal);
+  void lost();
+  void reap();
+  std::vector<LinkObserver *> observersOf(const std::string *serviceID) const;
+
+  foundation::FileDescriptor process_;
+  sd_bus *bus_ = nullptr;
+  sd_event_source *ended_ = nullptr;
+  std::vector<LinkObserver *> observers_;
+};
+
+}  // namespace platform
