@@ -68,8 +68,7 @@ std::optional<Value::Date> dateFromPropertyListText(std::string_view text) {
   const int hour = digits(text, 11, 2);
   const int minute = digits(text, 14, 2);
   const int second = digits(text, 17, 2);
-  const std::chrono::year_month_day calendar =
-      year{digits(text, 0, 4)} / static_cast<unsigned>(digits(text, 5, 2)) / static_cast<unsigned>(digits(text, 8, 2));
+  const std::chrono::year_month_day calendar = year{digits(text, 0, 4)} / digits(text, 5, 2) / digits(text, 8, 2);
   if (!calendar.ok() || hour > 23 || minute > 59 || second > 59) return std::nullopt;
   const sys_seconds moment =
       sys_days(calendar) + std::chrono::hours(hour) + std::chrono::minutes(minute) + seconds(second);

@@ -14,7 +14,7 @@ namespace foundation {
 
 // Widths and precisions past this are no layout but an accident or an attack on memory: in the format they make the
 // conversion plain text, as arguments they are cut to it.
-inline constexpr int kFormatMaximumNumber = 1 << 20;
+inline constexpr int kFormatMaximumNumber = 1 << 16;
 
 // What a conversion takes from the argument list, after C's promotions.
 enum class FormatArgumentType { integer, longInteger, real, longReal, pointer };
