@@ -12,11 +12,13 @@ assert_clean() {
   "$cache/bin/snapshot" "$work/hosts" compare 2000 "${ALL_HOSTS[@]}" || fail "something was left behind"
 }
 
-# expect_leak PATTERN: the check sees a difference, and it is this one. For the checks of the check.
+# expect_leak PATTERN...: the check sees differences, and these are among them. For the checks of the check.
 expect_leak() {
-  local different
+  local different pattern
   ! different=$("$cache/bin/snapshot" "$work/hosts" compare 0 "${ALL_HOSTS[@]}") || fail "the check did not see what was planted"
-  grep -qE -- "$1" <<<"$different" || fail "the check did not see \"$1\" but: $different"
+  for pattern in "$@"; do
+    grep -qE -- "$pattern" <<<"$different" || fail "the check did not see \"$pattern\" but: $different"
+  done
 }
 
 # assert_over: the tool has ended, whatever it was that the steps asked for.

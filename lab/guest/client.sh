@@ -44,7 +44,7 @@ printed() {
 }
 printed_or_over() {
   if ended vpnctl; then wait_end vpnctl; fi
-  printed "$1" || [ -n "${exit_status:-}" ]
+  printed "$1" || [ -n "${EXITED[vpnctl]:-}" ]
 }
 
 # expect_exit STATUS [SECONDS]: the tool ends, with that status.

@@ -6,7 +6,7 @@ expect_no_ping() { ! pings "$1" || fail "$1 answers"; }
 # expect_first_hop ADDRESS HOP: packets from cli to ADDRESS are first seen by HOP.
 expect_first_hop() {
   local hop
-  hop=$(first_hop "$1")
+  hop=$(first_hop "$1") || true # ping fails when the packet does not arrive, which it is not meant to
   [ "$hop" = "$2" ] || fail "the way to $1 begins at \"$hop\" instead of $2"
 }
 

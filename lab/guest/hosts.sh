@@ -117,12 +117,13 @@ configure() { on "$1" ip -batch -; }
 
 # spawn NAME HOST COMMAND...: starts a command in the background on a host. Its output goes to the screen as it comes, and
 # to $logs/NAME.out and $logs/NAME.err; its number on the host is in $logs/NAME.pid.
-declare -A SPAWNED READERS
+declare -A SPAWNED READERS EXITED
 spawn() {
   local name=$1 host=$2 out_fd err_fd
   shift 2
   rm -f "$logs/$name.pid"
-  : >"$logs/$name.out" >"$logs/$name.err"
+  : >"$logs/$name.out"
+  : >"$logs/$name.err"
   exec {out_fd}> >(exec sed -u -e "w $logs/$name.out" -e "s/^/$name: /")
   READERS[$name]=$!
   exec {err_fd}> >(exec sed -u -e "w $logs/$name.err" -e "s/^/$name: /")
@@ -134,7 +135,7 @@ spawn() {
   within 30 test -f "$logs/$name.pid" || fail "$name did not start"
 }
 
-running() { kill -0 "${SPAWNED[$1]}" 2>/dev/null; }
+running() { [ -z "${EXITED[$1]:-}" ] && kill -0 "${SPAWNED[$1]}" 2>/dev/null; }
 ended() { ! running "$1"; }
 
 # signal NAME SIGNAL: to what was spawned under that name on HOST.
@@ -143,9 +144,12 @@ signal() { on "$1" kill "-$3" "$(<"$logs/$2.pid")"; }
 # Waits for the end of what was spawned; leaves its exit status in $exit_status.
 wait_end() {
   local name=$1 reader
+  exit_status=${EXITED[$name]:-}
+  [ -z "$exit_status" ] || return 0
   within "${2:-60}" ended "$name" || fail "$name still runs after ${2:-60} s"
   exit_status=0
   wait "${SPAWNED[$name]}" || exit_status=$?
+  EXITED[$name]=$exit_status
   # Its streams end with it: somebody who keeps them open longer would keep a caller's pipe open, too.
   for reader in ${READERS[$name]}; do
     within 5 not_running "$reader" || fail "somebody holds the output of $name open after its end"

@@ -72,4 +72,4 @@ kill_server() {
   within 10 no_ppp srv || fail "the server's link outlived the server"
   baseline srv
 }
-no_ppp() { ! ls "/proc/${HOST[$1]}/root/sys/class/net" | grep -q ppp; }
+no_ppp() { ! compgen -G "/proc/${HOST[$1]}/root/sys/class/net/ppp*" >/dev/null; }
