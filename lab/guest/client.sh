@@ -20,11 +20,11 @@ write_config() {
 }
 
 # start_vpnctl [ARGUMENT...]: starts the tool on cli (default: with the configuration of write_config). Everything that is
-# different afterwards from how it is now has been left behind by it.
+# different in the end from how it was at the first start has been left behind by it.
 start_vpnctl() {
   [ $# -gt 0 ] || set -- -c "$CONFIG"
   [ -x "$VPNCTL" ] || fail "there is no $VPNCTL: build it first"
-  baseline
+  [ -f "$work/hosts/cli/before" ] || baseline
   spawn vpnctl cli "$VPNCTL" "$@"
 }
 
@@ -84,3 +84,4 @@ has_address() {
   done <"/proc/${HOST[cli]}/net/route"
   return 1
 }
+has_no_address() { ! has_address "$1"; }

@@ -14,6 +14,10 @@ expect_file_has() { # HOST PATH TEXT
   grep -qF -- "$3" "$(root_of "$1")$2" || fail "$2 on $1 has no \"$3\""
 }
 
+expect_file_lacks() { # HOST PATH TEXT
+  ! grep -qF -- "$3" "$(root_of "$1")$2" || fail "$2 on $1 has \"$3\""
+}
+
 # The lines that the tool itself prints about the connection, in their order, without the copied PPP log.
 STATUS_TEXTS=("PPP Network connection disconnected" "Initializing PPP network connection" "Connecting PPP link"
   "PPP Dial on traffic" "Negotiating PPP link" "PPP Authenticating" "PPP Waiting for call back" "PPP negotiating network"
@@ -46,6 +50,16 @@ expect_status_lines() {
     diff <(echo "$wanted") <(echo "$got") | sed 's/^</missing:/;s/^>/too many:/' || true
     fail "the status lines differ from what is wanted"
   }
+}
+
+# last_cause N: the line that tells of it. The text is the system's for the error of that number.
+last_cause() { /usr/bin/python3 -S -c 'import os, sys; print(f"Error: {os.strerror(int(sys.argv[1]))}, cause: {sys.argv[1]}")' "$1"; }
+
+# expect_tunnel_failure PATTERN: the tunnel did not come up, and a sentence says why.
+expect_tunnel_failure() {
+  expect_status_lines "Starting pptp connection..." "Initializing PPP network connection" "Connecting PPP link" \
+    "Disconnecting PPP link" "Error: Exec format error, cause: 8" "PPP Network connection disconnected" "Exit."
+  expect_sentence "$1"
 }
 
 # expect_lines_in_order LINE...: these lines of standard error stand in this order; others may stand between them.
@@ -85,3 +99,10 @@ make_preferences() {
   mkdir -p "$(root_of cli)/etc/vpnctl"
   /usr/bin/python3 -S -B "$lab/guest/preferences.py" "$(root_of cli)/etc/vpnctl/preferences.plist" make "$@"
 }
+
+# The items of cli's keychain: expect_keychain LABEL=N..., and an item that somebody else put there.
+expect_keychain() {
+  /usr/bin/python3 -S -B "$lab/guest/keychain.py" "$(root_of cli)/var/lib/vpnctl/System.keychain" "$@" ||
+    fail "the keychain is not as it should be"
+}
+make_keychain_item() { /usr/bin/python3 -S -B "$lab/guest/keychain.py" "$(root_of cli)/var/lib/vpnctl/System.keychain" make "$1"; }

@@ -65,11 +65,19 @@ listens() {
 
 # The server and everything it started die at once, as if its power had gone, except that its kernel closes what was open.
 kill_server() {
-  # shellcheck disable=SC2016
-  on srv bash -c 'for p in /proc/[0-9]*; do
-    read -r name <"$p/comm" && case $name in pptpd | pptpctrl | pppd | python3) kill -KILL "${p#/proc/}" ;; esac
-  done'
+  kill_named srv pptpd pptpctrl pppd python3
   within 10 no_ppp srv || fail "the server's link outlived the server"
   baseline srv
+}
+
+# kill_named HOST NAME...: SIGKILL to the processes of a host that bear these names.
+kill_named() {
+  local host=$1
+  shift
+  # shellcheck disable=SC2016 # expanded on the host
+  on "$host" bash -c 'for p in /proc/[0-9]*; do
+    read -r name <"$p/comm" || continue
+    for wanted in "$@"; do [ "$name" != "$wanted" ] || kill -KILL "${p#/proc/}"; done
+  done' bash "$@"
 }
 no_ppp() { ! compgen -G "/proc/${HOST[$1]}/root/sys/class/net/ppp*" >/dev/null; }

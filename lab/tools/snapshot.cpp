@@ -33,11 +33,12 @@ using Lines = std::vector<std::string>;
 
 // What a run leaves on purpose.
 static const std::regex leftOnPurpose(
-    "file (etc|var/lib)/vpnctl d"                              // the folders of the two stores
-    "|file etc/vpnctl/preferences\\.plist(-lock)? .*"          // the network preferences
-    "|file var/lib/vpnctl/System(\\.keychain|Key)(-lock)? .*"  // the keychain and its key
-    "|run vpnctl d"                                            // empty, or its contents show
-    "|run pppd2\\.tdb f");                                     // pppd's table of units
+    "file (etc|var/lib)/vpnctl d"                      // the folders of the two stores
+    "|file etc/vpnctl/preferences\\.plist .*"          // the network preferences
+    "|file var/lib/vpnctl/System(\\.keychain|Key) .*"  // the keychain and its key
+    "|file root/config\\.qolm .*"                      // the configuration, which scenarios rewrite
+    "|run vpnctl d"                                    // empty, or its contents show
+    "|run pppd2\\.tdb f");                             // pppd's table of units
 
 static std::string contentsOf(const fs::path &path) {
   std::ifstream file(path, std::ios::binary);
