@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "platform/SCErrorState.h"
+#include "platform/fake/FakeRunLoop.h"
 #include "platform/fake/FakeScript.h"
 
 namespace platform::fake {
@@ -51,6 +52,7 @@ void FakePlatform::reset() {
   pppLogPath = "/nonexistent/ppp.log";
   readingStatusClobbersError = false;
   setSCError(0);
+  CFRunLoopGetCurrent()->clear();
 
   const std::lock_guard lock(mutex_);
   calls_.clear();

@@ -62,7 +62,8 @@ class FakePlatform {
  public:
   static FakePlatform &instance();
 
-  // A fresh system: one empty set, an empty keychain, nothing recorded, nothing fails, no PPP log.
+  // A fresh system: one empty set, an empty keychain, nothing recorded, nothing fails, no PPP log, and nothing left in
+  // this thread's run loop.
   void reset();
 
   // ---- The scene

@@ -25,6 +25,12 @@ void CFRunLoop::stop() {
   changed_.notify_all();
 }
 
+void CFRunLoop::clear() {
+  replace({});
+  const std::lock_guard lock(mutex_);
+  stopped_ = false;
+}
+
 void CFRunLoop::run() {
   std::unique_lock lock(mutex_);
   while (true) {

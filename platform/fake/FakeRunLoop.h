@@ -19,6 +19,8 @@ struct CFRunLoop {
   // Forgets what was posted and has not run, then posts.
   void replace(std::deque<Block> blocks);
   void stop();
+  // As if nothing had been posted and nobody had stopped it.
+  void clear();
   // Runs what is posted until it is stopped.
   void run();
 

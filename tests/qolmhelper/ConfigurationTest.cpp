@@ -1,0 +1,207 @@
+// The configuration file: what is echoed, what is missing, what cannot be read.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "tests/qolmhelper/ToolProcess.h"
+
+namespace TN {
+namespace {
+
+const std::map<std::string, std::string> kKeys{
+    {"protocol", "pptp"}, {"ip", "192.0.2.1"}, {"username", "ann"}, {"password", "pw"}, {"shared_secret", "ss"}};
+
+std::string configurationOf(const std::map<std::string, std::string> &values) {
+  std::string text;
+  for (const auto &[key, value] : values) text += key + " = \"" + value + "\";\n";
+  return text;
+}
+
+Outcome runConfigured(const std::string &configuration, const std::string &script = "fail AuthorizationCreate -60008") {
+  Scene scene;
+  scene.configuration = configuration;
+  scene.script = script;
+  return run(scene);
+}
+
+TEST(Configuration, EchoesTheFiveSettingsOnOneLine) {
+  const Outcome outcome = runConfigured(kConfiguration);
+  EXPECT_EQ(outcome.output, kEcho);
+  EXPECT_EQ(outcome.error, "Cannot get authorization!");
+  EXPECT_EQ(outcome.status, 1);
+}
+
+TEST(Configuration, IgnoresOtherSettingsAndTheirOrder) {
+  const Outcome outcome =
+      runConfigured(std::string("shared_secret = \"ss\"; other = 5; group = { protocol = \"l2tp\"; };") +
+                    "password = \"pw\"; username = \"ann\"; ip = \"192.0.2.1\"; protocol = \"pptp\";");
+  EXPECT_EQ(outcome.output, kEcho);
+  EXPECT_EQ(outcome.error, "Cannot get authorization!");
+}
+
+TEST(Configuration, AMissingFileIsAnError) {
+  Scene scene;
+  scene.arguments = {"-c", "missing"};
+  const Outcome outcome = run(scene);
+  EXPECT_EQ(outcome.error, "error parse config: missing\n(null):0 - file I/O error\n");
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_TRUE(outcome.calls.empty());
+}
+
+TEST(Configuration, AFolderIsAnError) {
+  Scene scene;
+  scene.arguments = {"-c", "."};
+  const Outcome outcome = run(scene);
+  EXPECT_EQ(outcome.error, "error parse config: .\n(null):0 - file I/O error\n");
+  EXPECT_EQ(outcome.status, 1);
+}
+
+TEST(Configuration, AnUnreadableFileIsAnError) {
+  Scene scene;
+  scene.arguments = {"-c", "secret"};
+  // For root every file is readable, so another user asks.
+  if (geteuid() == 0) {
+    if (access("/usr/bin/setpriv", X_OK) != 0) GTEST_SKIP() << "needs setpriv to become another user";
+    scene.launcher = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+  }
+  scene.files = {{"secret", kConfiguration}};
+  scene.fileModes = {{"secret", 0}};
+  const Outcome outcome = run(scene);
+  EXPECT_EQ(outcome.error, "error parse config: secret\n(null):0 - file I/O error\n");
+  EXPECT_EQ(outcome.status, 1);
+}
+
+TEST(Configuration, ASyntaxErrorIsToldWithItsLine) {
+  const Outcome outcome = runConfigured("protocol = \"pptp\";\nip = ;\n");
+  EXPECT_EQ(outcome.error, "error parse config: config.qolm\nconfig.qolm:2 - syntax error\n");
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.status, 1);
+}
+
+TEST(Configuration, AFileThatIsCutOffIsAnError) {
+  const std::string whole = kConfiguration;
+  const Outcome outcome = runConfigured(whole.substr(0, whole.find("ann") + 2));
+  EXPECT_EQ(outcome.error, "error parse config: config.qolm\nconfig.qolm:3 - syntax error\n");
+  EXPECT_EQ(outcome.status, 1);
+}
+
+TEST(Configuration, BytesThatAreNoTextAreAnError) {
+  std::string bytes;
+  for (int byte = 255; byte >= 0; --byte) bytes += static_cast<char>(byte);
+  const Outcome outcome = runConfigured(bytes);
+  EXPECT_EQ(outcome.error, "error parse config: config.qolm\nconfig.qolm:1 - syntax error\n");
+  EXPECT_EQ(outcome.status, 1);
+}
+
+class MissingKey : public testing::TestWithParam<std::string> {};
+
+TEST_P(MissingKey, IsToldAndEndsTheProcessAbnormally) {
+  auto values = kKeys;
+  values.erase(GetParam());
+  const Outcome outcome = runConfigured(configurationOf(values));
+  EXPECT_TRUE(outcome.error.starts_with("Invalid config! Missing " + GetParam() + "!")) << outcome.error;
+  EXPECT_EQ(outcome.error.find("Cannot get authorization!"), std::string::npos);
+  EXPECT_EQ(outcome.signal, SIGABRT);
+  EXPECT_TRUE(outcome.calls.empty());
+}
+
+TEST_P(MissingKey, AsANumberIsMissing) {
+  auto values = kKeys;
+  values.erase(GetParam());
+  const Outcome outcome = runConfigured(configurationOf(values) + GetParam() + " = 5;\n");
+  EXPECT_TRUE(outcome.error.starts_with("Invalid config! Missing " + GetParam() + "!")) << outcome.error;
+  EXPECT_EQ(outcome.signal, SIGABRT);
+}
+
+INSTANTIATE_TEST_SUITE_P(Keys, MissingKey, testing::Values("protocol", "ip", "username", "password", "shared_secret"),
+                         [](const auto &parameter) { return parameter.param; });
+
+class MissingKeyOfUnknownProtocol : public testing::TestWithParam<std::string> {};
+
+TEST_P(MissingKeyOfUnknownProtocol, DoesNotStopTheTool) {
+  auto values = kKeys;
+  values["protocol"] = "sstp";
+  values.erase(GetParam());
+  const Outcome outcome = runConfigured(configurationOf(values));
+  EXPECT_EQ(outcome.error, "Invalid config! Missing " + GetParam() + "!Cannot get authorization!");
+  EXPECT_EQ(outcome.status, 1);
+}
+INSTANTIATE_TEST_SUITE_P(Keys, MissingKeyOfUnknownProtocol,
+                         testing::Values("ip", "username", "password", "shared_secret"),
+                         [](const auto &parameter) { return parameter.param; });
+
+TEST(Configuration, AnEmptyFileLacksEverything) {
+  const Outcome outcome = runConfigured("");
+  EXPECT_TRUE(outcome.error.starts_with(
+      "Invalid config! Missing protocol!Invalid config! Missing ip!Invalid config! Missing username!"
+      "Invalid config! Missing password!Invalid config! Missing shared_secret!"))
+      << outcome.error;
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_EQ(outcome.signal, SIGABRT);
+}
+
+class UnknownProtocol : public testing::TestWithParam<std::string> {};
+
+TEST_P(UnknownProtocol, GetsNoAuthorization) {
+  auto values = kKeys;
+  values["protocol"] = GetParam();
+  const Outcome outcome = runConfigured(configurationOf(values), "");
+  EXPECT_EQ(outcome.error, "Cannot get authorization!");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_TRUE(outcome.calls.empty());
+}
+INSTANTIATE_TEST_SUITE_P(Values, UnknownProtocol,
+                         testing::Values("PPTP", "Pptp", "pptp ", " pptp", "", "sstp", "ppt", "pptpp", "\\xff",
+                                         "l2tp"));
+
+TEST(Configuration, ValuesReachTheServiceAsTheyAre) {
+  for (const std::string ip : {"vpn.example.net", "", "2001:db8::1", "not an address !"}) {
+    auto values = kKeys;
+    values["ip"] = ip;
+    const Outcome outcome = runConfigured(configurationOf(values), "up status 0 ppp=0");
+    ASSERT_EQ(outcome.count("SCNetworkInterfaceSetConfiguration"), 1);
+    bool found = false;
+    for (const std::string &call : outcome.calls) {
+      found |= call.starts_with("SCNetworkInterfaceSetConfiguration") &&
+               call.find("CommRemoteAddress=\"" + ip + "\"") != std::string::npos;
+    }
+    EXPECT_TRUE(found) << ip;
+    EXPECT_EQ(outcome.status, 0);
+  }
+}
+
+TEST(Configuration, UserNamesMayHoldBlanksAndBackslashes) {
+  auto values = kKeys;
+  values["username"] = "DOMAIN\\\\first last";
+  const Outcome outcome = runConfigured(configurationOf(values), "up status 0 ppp=0");
+  EXPECT_NE(outcome.output.find("username: DOMAIN\\first lastpassword"), std::string::npos) << outcome.output;
+  bool found = false;
+  for (const std::string &call : outcome.calls) {
+    found |= call.starts_with("SCNetworkInterfaceSetConfiguration") &&
+             call.find("AuthName=\"DOMAIN\\first last\"") != std::string::npos;
+  }
+  EXPECT_TRUE(found);
+}
+
+// Text that is not UTF-8 is a null object: a service cannot hold it, while a secret is then simply one of no bytes.
+TEST(Configuration, AUserNameThatIsNotUTF8EndsTheProcess) {
+  auto values = kKeys;
+  values["username"] = "\\xff";
+  EXPECT_EQ(runConfigured(configurationOf(values), "").signal, SIGABRT);
+}
+
+TEST(Configuration, APasswordThatIsNotUTF8IsStoredEmpty) {
+  auto values = kKeys;
+  values["password"] = "\\xff";
+  const Outcome outcome = runConfigured(configurationOf(values), "up status 0 ppp=0");
+  EXPECT_EQ(outcome.status, 0);
+  bool found = false;
+  for (const std::string &call : outcome.calls)
+    found |= call.find("desc=\"PPP Password\"], 0, \"\"") != std::string::npos;
+  EXPECT_TRUE(found);
+}
+
+}  // namespace
+}  // namespace TN

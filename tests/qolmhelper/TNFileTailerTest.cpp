@@ -1,0 +1,360 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "qolmhelper/TNFileTailer.h"
+#include "tests/qolmhelper/TemporaryFolder.h"
+
+namespace TN {
+namespace {
+
+constexpr std::chrono::seconds kPatience{30};
+
+// What a tailer's callback was given, and when its loop has let go of the callback.
+class Lines {
+ public:
+  TNFileTailer::Callback callback() {
+    auto alive = std::shared_ptr<void>(nullptr, [this](void *) { ended_.set_value(); });
+    return [this, alive](const std::optional<std::string> &line) {
+      const std::lock_guard lock(mutex_);
+      lines_.push_back(line);
+      thread_ = std::this_thread::get_id();
+      changed_.notify_all();
+    };
+  }
+  std::optional<std::string> next() {
+    std::unique_lock lock(mutex_);
+    if (!changed_.wait_for(lock, kPatience, [this] { return !lines_.empty(); })) {
+      ADD_FAILURE() << "no line came";
+      return "(no line came)";
+    }
+    const std::optional<std::string> line = lines_.front();
+    lines_.pop_front();
+    return line;
+  }
+  void waitForEnd() { ASSERT_EQ(ended_.get_future().wait_for(kPatience), std::future_status::ready); }
+  bool empty() {
+    const std::lock_guard lock(mutex_);
+    return lines_.empty();
+  }
+  std::thread::id thread() {
+    const std::lock_guard lock(mutex_);
+    return thread_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::deque<std::optional<std::string>> lines_;
+  std::thread::id thread_;
+  std::promise<void> ended_;
+};
+
+class TNFileTailerTest : public testing::Test {
+ protected:
+  TNFileTailerTest() { writeFile(path_, "old text\nunfinished old text"); }
+
+  void start() {
+    tailer_ = TNFileTailer::initWithPath(path_);
+    ASSERT_NE(tailer_, nullptr);
+    tailer_->tail(lines_.callback());
+  }
+  void append(const std::string &text) { appendToFile(path_, text); }
+  // Ends the loop; what it has held back must have been brought to an end, as the buffer is the next test's too.
+  void stop() {
+    tailer_->stop();
+    append("\n");  // wakes it
+    lines_.waitForEnd();
+  }
+
+  TemporaryFolder folder_;
+  std::string path_ = folder_.path("log");
+  Lines lines_;
+  std::shared_ptr<TNFileTailer> tailer_;
+};
+
+TEST_F(TNFileTailerTest, DeliversWhatIsAppendedAndNothingOld) {
+  start();
+  append("one\ntwo\n");
+  EXPECT_EQ(lines_.next(), "one\n");
+  EXPECT_EQ(lines_.next(), "two\n");
+  append("three\n");
+  EXPECT_EQ(lines_.next(), "three\n");
+  EXPECT_NE(lines_.thread(), std::this_thread::get_id());
+  stop();
+}
+
+TEST_F(TNFileTailerTest, WhatComesBetweenMakingAndStartingIsNew) {
+  tailer_ = TNFileTailer::initWithPath(path_);
+  append("between\n");
+  tailer_->tail(lines_.callback());
+  EXPECT_EQ(lines_.next(), "between\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, AnUnfinishedLineWaitsForItsEnd) {
+  start();
+  append("first\nbeg");
+  EXPECT_EQ(lines_.next(), "first\n");
+  append("in");
+  append("ning\n");
+  EXPECT_EQ(lines_.next(), "beginning\n");
+  append("\n");
+  EXPECT_EQ(lines_.next(), "\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, ALineOf1022CharactersIsOnePiece) {
+  start();
+  const std::string line(1022, 'a');
+  append(line + "\n");
+  EXPECT_EQ(lines_.next(), line + "\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, ALineOf1023CharactersIsParted) {
+  start();
+  const std::string line(1023, 'a');
+  append(line + "\n");
+  EXPECT_EQ(lines_.next(), line);
+  EXPECT_EQ(lines_.next(), "\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, ALongLineComesInPiecesOf1023Characters) {
+  start();
+  std::string line;
+  for (int i = 0; i < 2000; ++i) line += static_cast<char>('a' + i % 26);
+  append(line);
+  EXPECT_EQ(lines_.next(), line.substr(0, 1023));
+  append("end\n");
+  EXPECT_EQ(lines_.next(), line.substr(1023) + "end\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, ManyLinesInOneBlockAllArrive) {
+  start();
+  std::string text;
+  for (int i = 0; i < 2000; ++i) text += std::to_string(i) + "\n";
+  append(text);
+  for (int i = 0; i < 2000; ++i) ASSERT_EQ(lines_.next(), std::to_string(i) + "\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, APieceThatIsNotUTF8IsNone) {
+  start();
+  append("\xff\xfe\n\xc3\xa4\n");
+  EXPECT_EQ(lines_.next(), std::nullopt);
+  EXPECT_EQ(lines_.next(), "\xc3\xa4\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, ACharacterThatFallsAcrossThePiecesIsNone) {
+  start();
+  append(std::string(1022, 'a') + "\xc3\xa4\n");
+  EXPECT_EQ(lines_.next(), std::nullopt);
+  EXPECT_EQ(lines_.next(), std::nullopt);
+  stop();
+}
+
+TEST_F(TNFileTailerTest, AZeroByteEndsItsPiecesText) {
+  start();
+  append(std::string("ab\0cd\nef\n", 9));
+  EXPECT_EQ(lines_.next(), "ab");
+  EXPECT_EQ(lines_.next(), "ef\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, AByteOf255IsNotTheEnd) {
+  start();
+  append("a\xff");
+  append("b\nnext\n");
+  EXPECT_EQ(lines_.next(), std::nullopt);
+  EXPECT_EQ(lines_.next(), "next\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, ATruncatedFileIsSilentUntilItHasGrownPastTheOldOffset) {
+  start();
+  append("seen\n");
+  EXPECT_EQ(lines_.next(), "seen\n");
+  const std::size_t offset = std::filesystem::file_size(path_);
+  std::filesystem::resize_file(path_, 0);
+  append("unseen\n");
+  append(std::string(offset - 8, 'x') + "\nafter\n");
+  EXPECT_EQ(lines_.next(), "after\n");
+  stop();
+}
+
+TEST_F(TNFileTailerTest, AReplacedFileIsNotFollowed) {
+  start();
+  std::filesystem::rename(path_, folder_.path("rotated"));
+  writeFile(path_, std::string(1000, 'x') + "\nin the new file\n");
+  appendToFile(folder_.path("rotated"), "in the old file\n");
+  EXPECT_EQ(lines_.next(), "in the old file\n");
+  EXPECT_TRUE(lines_.empty());
+  tailer_->stop();
+  appendToFile(folder_.path("rotated"), "\n");
+  lines_.waitForEnd();
+}
+
+TEST_F(TNFileTailerTest, StopIsNoticedAtTheNextCharacter) {
+  tailer_ = TNFileTailer::initWithPath(path_);
+  append("one\ntwo\n");
+  TNFileTailer::Callback inner = lines_.callback();
+  tailer_->tail([this, inner = std::exchange(inner, nullptr)](const std::optional<std::string> &line) {
+    inner(line);
+    tailer_->stop();
+  });
+  EXPECT_EQ(lines_.next(), "one\n");
+  lines_.waitForEnd();
+  EXPECT_TRUE(lines_.empty()) << "the second line was there, and was not read";
+
+  Lines second;
+  tailer_->tail(second.callback());
+  EXPECT_EQ(second.next(), "two\n") << "it goes on where it stood";
+  tailer_->stop();
+  append("\n");
+  second.waitForEnd();
+}
+
+TEST_F(TNFileTailerTest, StopIsNoticedWithoutAnyNewText) {
+  start();
+  tailer_->stop();
+  lines_.waitForEnd();
+  EXPECT_TRUE(lines_.empty());
+}
+
+TEST_F(TNFileTailerTest, ARestartContinuesWithThePartialLine) {
+  start();
+  append("first\nhalf a ");
+  EXPECT_EQ(lines_.next(), "first\n");
+  // The second half is asked for only when the first is in the buffer: the loop looks at its flag per character, so it
+  // is stopped by a callback of its own below.
+  append(std::string(1023 - 7, 'x'));
+  EXPECT_EQ(lines_.next(), "half a " + std::string(1023 - 7, 'x'));
+  tailer_->stop();
+  append("later ");
+  lines_.waitForEnd();
+
+  Lines second;
+  tailer_->tail(second.callback());
+  append("more\n");
+  const std::optional<std::string> line = second.next();
+  EXPECT_EQ(line, "later more\n");
+  tailer_->stop();
+  append("\n");
+  second.waitForEnd();
+}
+
+TEST_F(TNFileTailerTest, ThePartialLineIsSharedByAllTailers) {
+  // Holds "half " back: the zero-length rest of the line is never written to this file.
+  Lines first;
+  auto tailer = TNFileTailer::initWithPath(path_);
+  append("half ");
+  std::promise<void> read;
+  tailer->tail(first.callback());
+  // The loop ends only after it has read what was there when it began, or one second later without having read more.
+  append(std::string(1023, 'y'));
+  EXPECT_EQ(first.next(), "half " + std::string(1018, 'y'));
+  tailer->stop();
+  first.waitForEnd();
+
+  writeFile(folder_.path("other"), "");
+  Lines second;
+  auto other = TNFileTailer::initWithPath(folder_.path("other"));
+  other->tail(second.callback());
+  appendToFile(folder_.path("other"), "of another file\n");
+  const std::string line = second.next().value_or("");
+  // How much of the rest the first loop still took before it saw the stop is its own affair.
+  EXPECT_TRUE(line.ends_with("of another file\n"));
+  EXPECT_EQ(line.find_first_not_of('y'), line.size() - std::string("of another file\n").size()) << line;
+  other->stop();
+  appendToFile(folder_.path("other"), "\n");
+  second.waitForEnd();
+}
+
+TEST_F(TNFileTailerTest, WhileItRunsASecondStartIsDropped) {
+  start();
+  testing::internal::CaptureStderr();
+  Lines dropped;
+  tailer_->tail(dropped.callback());
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(log.ends_with("] Already running!\n")) << log;
+  dropped.waitForEnd();
+  append("line\n");
+  EXPECT_EQ(lines_.next(), "line\n");
+  EXPECT_TRUE(dropped.empty());
+  stop();
+}
+
+TEST_F(TNFileTailerTest, ARunningTailerKeepsItselfAlive) {
+  start();
+  const std::weak_ptr<TNFileTailer> weak = tailer_;
+  tailer_.reset();
+  EXPECT_FALSE(weak.expired());
+  append("still here\n");
+  EXPECT_EQ(lines_.next(), "still here\n");
+  weak.lock()->stop();
+  append("\n");
+  lines_.waitForEnd();
+}
+
+TEST_F(TNFileTailerTest, GrowthIsSeenAtOnce) {
+  start();
+  const auto before = std::chrono::steady_clock::now();
+  for (int i = 0; i < 20; ++i) {
+    append("line\n");
+    EXPECT_EQ(lines_.next(), "line\n");
+  }
+  // A look once a second would take about twenty.
+  EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(10));
+  stop();
+}
+
+TEST_F(TNFileTailerTest, AFileThatIsNotThereIsLogged) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(TNFileTailer::initWithPath(folder_.path("missing")), nullptr);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(log.ends_with("] Could not open file " + folder_.path("missing") + "\n")) << log;
+}
+
+TEST_F(TNFileTailerTest, AStreamWithoutAnEndIsLoggedAndClosed) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(TNFileTailer::initWithStream(fdopen(ends[0], "r")), nullptr);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(log.ends_with("] Could not seek to the end of the file! err_code: -1, err: Unknown error -1\n")) << log;
+  EXPECT_EQ(fcntl(ends[0], F_GETFD), -1);
+  close(ends[1]);
+}
+
+TEST_F(TNFileTailerTest, DestructionClosesTheStream) {
+  std::FILE *const stream = std::fopen(path_.c_str(), "r");
+  const int fd = fileno(stream);
+  TNFileTailer::initWithStream(stream).reset();
+  EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+}
+
+// A folder opens and has an end, but every read fails: that is waited out like the end of a file.
+TEST_F(TNFileTailerTest, AReadErrorIsLikeTheEnd) {
+  std::FILE *const stream = std::fopen(folder_.path().c_str(), "r");
+  ASSERT_NE(stream, nullptr);
+  tailer_ = TNFileTailer::initWithStream(stream);
+  if (!tailer_) GTEST_SKIP() << "folders of this file system have no end";
+  tailer_->tail(lines_.callback());
+  tailer_->stop();
+  lines_.waitForEnd();
+  EXPECT_TRUE(lines_.empty());
+}
+
+}  // namespace
+}  // namespace TN
