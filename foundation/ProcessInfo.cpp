@@ -3,6 +3,7 @@
 #include <errno.h>
 
 #include <charconv>
+#include <fstream>
 #include <utility>
 
 #include "foundation/PropertyList.h"
@@ -51,5 +52,12 @@ bool ProcessInfo::isOperatingSystemAtLeastVersion(const OperatingSystemVersion &
 }
 
 std::string ProcessInfo::processName() { return program_invocation_short_name; }
+
+std::vector<std::string> ProcessInfo::arguments() {
+  std::ifstream file("/proc/self/cmdline", std::ios::binary);
+  std::vector<std::string> arguments;
+  for (std::string argument; std::getline(file, argument, '\0');) arguments.push_back(argument);
+  return arguments;
+}
 
 }  // namespace foundation

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace foundation {
 
@@ -12,6 +13,7 @@ struct OperatingSystemVersion {
   std::int64_t majorVersion = 0;
   std::int64_t minorVersion = 0;
   std::int64_t patchVersion = 0;
+  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 takes the defaulted operator's 0 for a pointer
   auto operator<=>(const OperatingSystemVersion &) const = default;
 };
 
@@ -29,6 +31,10 @@ class ProcessInfo {
 
   // argv[0] without folders, as the console log shows it.
   static std::string processName();
+
+  // argv from the program's path on, byte for byte; empty when the system does not say (no /proc). What the program
+  // itself did to its argument vector, getopt's reordering for example, does not show.
+  static std::vector<std::string> arguments();
 };
 
 }  // namespace foundation

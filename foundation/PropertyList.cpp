@@ -22,7 +22,7 @@ Result<Value> propertyListFromData(std::string_view bytes, std::string_view name
   return bytes.starts_with("bplist00") ? propertyListFromBinary(bytes, name) : propertyListFromXML(bytes, name);
 }
 
-Result<Value> propertyListFromFile(const std::string &path) {
+Result<std::string> propertyListBytesFromFile(const std::string &path) {
   // Non-blocking, so that a FIFO in the file's place cannot hold us; for a regular file it means nothing.
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (!file) return errnoError(errno, "open " + path);
@@ -35,7 +35,7 @@ Result<Value> propertyListFromFile(const std::string &path) {
   }
 
   std::string bytes;
-  std::array<char, 64 * 1024> buffer;
+  std::array<char, 65536> buffer;
   for (;;) {
     const ssize_t count = ::read(file.get(), buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
@@ -44,7 +44,13 @@ Result<Value> propertyListFromFile(const std::string &path) {
     bytes.append(buffer.data(), static_cast<std::size_t>(count));
     if (bytes.size() > kPropertyListMaximumSize) return errnoError(EFBIG, "read " + path);
   }
-  return propertyListFromData(bytes, path);
+  return bytes;
+}
+
+Result<Value> propertyListFromFile(const std::string &path) {
+  const Result<std::string> bytes = propertyListBytesFromFile(path);
+  if (!bytes) return bytes.error();
+  return propertyListFromData(*bytes, path);
 }
 
 }  // namespace foundation

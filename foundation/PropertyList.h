@@ -27,6 +27,9 @@ Result<Value> propertyListFromData(std::string_view bytes, std::string_view name
 // (EFBIG) or not a regular file.
 Result<Value> propertyListFromFile(const std::string &path);
 
+// The bytes alone, with the same errors.
+Result<std::string> propertyListBytesFromFile(const std::string &path);
+
 // The XML form: header, DOCTYPE, one tab per level, keys sorted, `<dict/>` and `<array/>` when empty, reals as %.17g,
 // base64 lines, dates in UTC, only < > & escaped, a final newline. A null Value, or text that XML cannot carry (control
 // characters, bytes that are not UTF-8), is an error.

@@ -31,7 +31,8 @@ void requireObject(const Value &value) {
 // The nearest number of an integer type: truncated, saturating, 0 for what is no number.
 template <class Integer>
 Integer saturated(double number) {
-  constexpr double kEnd = static_cast<double>(std::numeric_limits<Integer>::max() / 2 + 1) * 2;  // one past the largest
+  constexpr Integer kHalf = std::numeric_limits<Integer>::max() / 2 + 1;
+  constexpr double kEnd = static_cast<double>(kHalf) * 2;  // one past the largest, which a double may not hold
   if (std::isnan(number)) return 0;
   if (number >= kEnd) return std::numeric_limits<Integer>::max();
   if (number <= static_cast<double>(std::numeric_limits<Integer>::min())) return std::numeric_limits<Integer>::min();

@@ -53,33 +53,26 @@ bool isBare(std::string_view text) {
   return !text.empty();
 }
 
+std::string utf16Escape(char32_t unit) { return "\\U" + hexadecimal(unit, 4); }
+
+// CHARACTER as it stands between quotes.
+std::string quotedCharacter(char32_t character) {
+  constexpr std::u32string_view kEscaped = U"\"\\\a\b\t\n\v\f\r";
+  constexpr std::string_view kLetters = "\"\\abtnvfr";
+  if (const std::size_t index = kEscaped.find(character); index != std::u32string_view::npos) {
+    return {'\\', kLetters[index]};
+  }
+  if (character >= 0x20 && character < 0x7f) return {static_cast<char>(character)};
+  if (character <= 0xffff) return utf16Escape(character);
+  return utf16Escape(0xd800 + ((character - 0x10000) >> 10)) + utf16Escape(0xdc00 + (character & 0x3ff));
+}
+
 void appendQuoted(std::string *out, std::string_view text) {
-  constexpr std::string_view kControls = "\a\b\t\n\v\f\r";
-  constexpr std::string_view kLetters = "abtnvfr";
   *out += '"';
   for (std::size_t index = 0; index < text.size();) {
-    std::optional<char32_t> character = nextCharacter(text, &index);
-    if (!character) {
-      character = 0xfffd;
-      ++index;
-    }
-    if (*character > 0xffff) {
-      *out += "\\U" + hexadecimal(0xd800 + ((*character - 0x10000) >> 10), 4);
-      *out += "\\U" + hexadecimal(0xdc00 + (*character & 0x3ff), 4);
-    } else if (*character > 0x7e) {
-      *out += "\\U" + hexadecimal(*character, 4);
-    } else if (*character == '"' || *character == '\\') {
-      *out += '\\';
-      *out += static_cast<char>(*character);
-    } else if (*character >= 0x20) {
-      *out += static_cast<char>(*character);
-    } else if (const std::size_t control = kControls.find(static_cast<char>(*character));
-               control != std::string_view::npos) {
-      *out += '\\';
-      *out += kLetters[control];
-    } else {
-      *out += "\\U" + hexadecimal(*character, 4);
-    }
+    const std::optional<char32_t> character = nextCharacter(text, &index);
+    if (!character) ++index;
+    *out += quotedCharacter(character.value_or(0xfffd));
   }
   *out += '"';
 }
