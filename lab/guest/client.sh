@@ -28,7 +28,10 @@ start_vpnctl() {
   spawn vpnctl cli "$VPNCTL" "$@"
 }
 
-signal_tool() { signal cli vpnctl "$1"; }
+signal_tool() {
+  say "SIG$1 to vpnctl"
+  signal cli vpnctl "$1"
+}
 
 # wait_status TEXT [SECONDS]: until the tool has printed that line.
 wait_status() {
@@ -51,6 +54,7 @@ printed_or_over() {
 expect_exit() {
   wait_end vpnctl "${2:-90}"
   [ "$exit_status" = "$1" ] || fail "vpnctl ended with status $exit_status instead of $1"
+  say "vpnctl ended with status $1"
 }
 
 # connect_usual: the beginning of most scenarios: server, configuration, tool, connected.

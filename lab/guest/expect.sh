@@ -1,6 +1,9 @@
 # What must hold. Each of these ends the scenario with one sentence if it does not.
 
-expect_ping() { within "${2:-20}" pings "$1" || fail "no answer from $1"; }
+expect_ping() {
+  within "${2:-20}" pings "$1" || fail "no answer from $1"
+  say "ping: $1 answers"
+}
 expect_no_ping() { ! pings "$1" || fail "$1 answers"; }
 
 # expect_first_hop ADDRESS HOP: packets from cli to ADDRESS are first seen by HOP.
