@@ -1,0 +1,129 @@
+#include "helper/link/ChildProcess.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/epoll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace helper {
+
+namespace {
+
+constexpr int kPIDFD = 3;  // P_PIDFD, which this C library spells only for idtype_t of newer ones
+
+std::vector<char *> pointers(const std::vector<std::string> &texts) {
+  std::vector<char *> result;
+  for (const auto &text : texts) result.push_back(const_cast<char *>(text.c_str()));
+  result.push_back(nullptr);
+  return result;
+}
+
+struct Attributes {
+  Attributes() {
+    posix_spawnattr_init(&attributes);
+    posix_spawn_file_actions_init(&actions);
+  }
+  Attributes(const Attributes &) = delete;
+  Attributes &operator=(const Attributes &) = delete;
+  ~Attributes() {
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+  }
+  posix_spawnattr_t attributes;
+  posix_spawn_file_actions_t actions;
+};
+
+}  // namespace
+
+foundation::Result<ChildProcess> ChildProcess::spawn(const std::vector<std::string> &arguments,
+                                                     const std::vector<std::string> &environment,
+                                                     const Streams &streams) {
+  Attributes with;
+  sigset_t all;
+  sigset_t none;
+  sigfillset(&all);
+  sigemptyset(&none);
+  posix_spawnattr_setsigdefault(&with.attributes, &all);
+  posix_spawnattr_setsigmask(&with.attributes, &none);
+  posix_spawnattr_setflags(&with.attributes,
+                           POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | short{POSIX_SPAWN_SETSID});
+  const auto connect = [&with](int stream, int source) {
+    if (source >= 0)
+      posix_spawn_file_actions_adddup2(&with.actions, source, stream);
+    else
+      posix_spawn_file_actions_addopen(&with.actions, stream, "/dev/null", O_RDWR, 0);
+  };
+  connect(STDIN_FILENO, streams.input);
+  connect(STDOUT_FILENO, -1);
+  connect(STDERR_FILENO, streams.error);
+  // Ours are close-on-exec; what an ancestor of ours may have leaked ends here.
+  posix_spawn_file_actions_addclosefrom_np(&with.actions, STDERR_FILENO + 1);
+  pid_t pid = -1;
+  const int error = posix_spawn(&pid, arguments.front().c_str(), &with.actions, &with.attributes,
+                                pointers(arguments).data(), pointers(environment).data());
+  if (error != 0) return foundation::errnoError(error, "start " + arguments.front());
+  // Until we reap it, the number is our child's and nobody else's.
+  foundation::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  if (!process) {
+    const int cause = errno;
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    return foundation::errnoError(cause, "follow " + arguments.front());
+  }
+  return ChildProcess(pid, std::move(process));
+}
+
+ChildProcess::~ChildProcess() {
+  if (!process_ || !running_) return;
+  signal(SIGKILL);
+  waitFor(std::chrono::seconds(1));
+}
+
+void ChildProcess::watch(sd_event *event, Handler handler) {
+  event_ = event;
+  handler_ = std::move(handler);
+  watch_ = EventSource::io(event, process_.get(), EPOLLIN, [this](std::uint32_t) {
+    if (!reap()) return;
+    watch_.reset();
+    kill_.reset();
+    handler_(end_);
+  });
+}
+
+void ChildProcess::signal(int number) {
+  if (running_) syscall(SYS_pidfd_send_signal, process_.get(), number, nullptr, 0);
+}
+
+void ChildProcess::terminate(std::chrono::milliseconds grace) {
+  signal(SIGTERM);
+  if (running_) kill_ = EventSource::timer(event_, grace, [this] { signal(SIGKILL); });
+}
+
+bool ChildProcess::waitFor(std::chrono::milliseconds deadline) {
+  const auto until = std::chrono::steady_clock::now() + deadline;
+  while (running_) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+    if (left.count() < 0) return false;
+    pollfd wait{process_.get(), POLLIN, 0};
+    if (poll(&wait, 1, static_cast<int>(left.count()) + 1) > 0) reap();
+  }
+  return true;
+}
+
+bool ChildProcess::reap() {
+  siginfo_t info{};
+  if (waitid(static_cast<idtype_t>(kPIDFD), static_cast<id_t>(process_.get()), &info, WEXITED | WNOHANG) < 0 ||
+      info.si_pid == 0)
+    return false;
+  running_ = false;
+  end_ = End{info.si_code == CLD_EXITED, info.si_status};
+  return true;
+}
+
+}  // namespace helper

@@ -1,0 +1,69 @@
+// One child process: spawned with an argument list and an explicit environment, never through a shell; followed by a
+// pidfd, so that a signal can never hit another process.
+//
+// Usual sequence: spawn, watch(handler); terminate(deadline) asks for the end. Destroying one whose process still runs
+// kills it and waits for its end.
+//
+// Thread rule: the thread of the event loop. Nothing but the destructor and waitFor blocks.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+#include "helper/link/EventSource.h"
+
+namespace helper {
+
+class ChildProcess {
+ public:
+  // How it ended.
+  struct End {
+    bool exited = true;  // false: a signal
+    int code = 0;        // exit status, or the signal's number
+  };
+  struct Streams {
+    int input = -1;
+    int error = -1;
+  };
+  using Handler = std::function<void(const End &)>;
+
+  // ARGUMENTS[0] is the program's absolute path. The child has the default action for every signal, none blocked, a
+  // session of its own, no descriptor but the three standard ones, and /dev/null for those that STREAMS does not name.
+  static foundation::Result<ChildProcess> spawn(const std::vector<std::string> &arguments,
+                                                const std::vector<std::string> &environment, const Streams &streams);
+  ChildProcess(ChildProcess &&) = default;
+  ChildProcess &operator=(ChildProcess &&) = delete;
+  ~ChildProcess();
+
+  pid_t pid() const { return pid_; }
+  bool running() const { return running_; }
+  // Tells HANDLER, once, from the loop. After this the object must not move.
+  void watch(sd_event *event, Handler handler);
+  void signal(int number);
+  // SIGTERM, and SIGKILL when the process still runs after GRACE. Needs watch().
+  void terminate(std::chrono::milliseconds grace);
+  // Waits for the end. False when it still runs after DEADLINE.
+  bool waitFor(std::chrono::milliseconds deadline);
+
+ private:
+  ChildProcess(pid_t pid, foundation::FileDescriptor process) : pid_(pid), process_(std::move(process)) {}
+  bool reap();
+
+  pid_t pid_;
+  foundation::FileDescriptor process_;
+  bool running_ = true;
+  End end_;
+  sd_event *event_ = nullptr;
+  Handler handler_;
+  EventSource watch_;
+  EventSource kill_;
+};
+
+}  // namespace helper

@@ -1,0 +1,130 @@
+#include "helper/link/Journal.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "foundation/PropertyList.h"
+
+namespace helper {
+
+using foundation::errnoError;
+using foundation::FileDescriptor;
+using foundation::Status;
+
+namespace {
+
+constexpr char kFileName[] = "/journal.plist";
+constexpr char kFolderPrefix[] = "link.";
+
+foundation::Result<FileDescriptor> openLocked(const std::string &folder, int operation) {
+  FileDescriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!lock || ::flock(lock.get(), operation) < 0) return errnoError(errno, "lock " + folder);
+  return lock;
+}
+
+// Held while a folder is made or looked for, so that nobody takes a new folder, not locked yet, for an abandoned one.
+foundation::Result<FileDescriptor> lockBase(const std::string &base) {
+  if (::mkdir(base.c_str(), 0700) < 0 && errno != EEXIST) return errnoError(errno, "make the folder " + base);
+  return openLocked(base, LOCK_EX);
+}
+
+}  // namespace
+
+foundation::Result<Journal> Journal::create(const std::string &base) {
+  const auto baseLock = lockBase(base);
+  if (!baseLock) return baseLock.error();
+  std::string folder = base + "/" + kFolderPrefix + "XXXXXX";
+  if (::mkdtemp(folder.data()) == nullptr) return errnoError(errno, "make a folder in " + base);
+  auto lock = openLocked(folder, LOCK_EX | LOCK_NB);
+  if (!lock) return lock.error();
+  return Journal(std::move(folder), std::move(*lock));
+}
+
+std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<foundation::Error> &errors) {
+  std::vector<Journal> found;
+  std::error_code ignored;
+  if (!std::filesystem::is_directory(base, ignored)) return found;
+  const auto baseLock = lockBase(base);
+  if (!baseLock) {
+    errors.push_back(baseLock.error());
+    return found;
+  }
+  for (const auto &entry : std::filesystem::directory_iterator(base, ignored)) {
+    if (!entry.path().filename().string().starts_with(kFolderPrefix)) continue;
+    auto lock = openLocked(entry.path(), LOCK_EX | LOCK_NB);
+    if (!lock) continue;  // its helper lives
+    Journal journal(entry.path(), std::move(*lock));
+    if (const Status status = journal.read(); !status) errors.push_back(status.error());
+    found.push_back(std::move(journal));
+  }
+  return found;
+}
+
+Status Journal::note(JournalEntry entry) {
+  entries_.push_back(std::move(entry));
+  Status status = write();
+  if (!status) entries_.pop_back();
+  return status;
+}
+
+Status Journal::forgetLast() {
+  if (!entries_.empty()) entries_.pop_back();
+  return write();
+}
+
+void Journal::finish() {
+  std::error_code ignored;
+  std::filesystem::remove_all(folder_, ignored);
+  lock_.reset();
+}
+
+Status Journal::write() const {
+  const auto text = foundation::xmlPropertyList(journalValue(entries_));
+  if (!text) return text.error();
+  const std::string path = folder_ + kFileName;
+  const std::string fresh = path + "-new";
+  FileDescriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!file || ::write(file.get(), text->data(), text->size()) != static_cast<ssize_t>(text->size()) ||
+      ::rename(fresh.c_str(), path.c_str()) < 0)
+    return errnoError(errno, "write " + path);
+  return {};
+}
+
+Status Journal::read() {
+  const std::string path = folder_ + kFileName;
+  const auto value = foundation::propertyListFromFile(path);
+  if (!value) {
+    // A helper that died before its first change leaves a folder without a journal.
+    if (value.error().domain == foundation::kPOSIXErrorDomain && value.error().code == ENOENT) return {};
+    return value.error();
+  }
+  auto entries = journalEntries(*value);
+  if (!entries) return foundation::Error{entries.error().domain, 0, path + ": " + entries.error().message};
+  entries_ = std::move(*entries);
+  return {};
+}
+
+std::optional<std::uint64_t> startTimeOf(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string text;
+  if (!std::getline(file, text)) return std::nullopt;
+  // The second field is the program's name in parentheses, with whatever characters it likes.
+  const auto close = text.rfind(')');
+  if (close == std::string::npos) return std::nullopt;
+  std::istringstream fields(text.substr(close + 1));
+  std::string skipped;
+  for (int field = 3; field < 22; ++field) fields >> skipped;
+  std::uint64_t startTime = 0;
+  if (!(fields >> startTime)) return std::nullopt;
+  return startTime;
+}
+
+}  // namespace helper

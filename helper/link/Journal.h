@@ -1,0 +1,98 @@
+// What one link has done to the machine, written down before it is done, in a folder of the link's own under
+// /run/vpnctl. The folder is locked while its helper lives; what a dead helper left can be found, locked and undone by
+// the next.
+//
+// Usual sequence: create(); note(entry) before each change; undo in reverse order, forget(index) after each; finish().
+// Or: abandoned() gives the journals of the dead. Thread rule: one thread. Blocks only for the file system (memory).
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+#include "foundation/Value.h"
+#include "helper/link/RouteTable.h"
+
+namespace helper {
+
+// A process that we started, told from a later one of the same number by its start time (field 22 of /proc/PID/stat).
+struct StartedProcess {
+  pid_t pid = -1;
+  std::uint64_t startTime = 0;
+  bool operator==(const StartedProcess &) const = default;
+};
+
+// A route that we added.
+struct AddedRoute {
+  Route route;
+  bool operator==(const AddedRoute &) const = default;
+};
+
+// Name servers given to the resolvconf program under a key.
+struct ResolvconfRecord {
+  std::string program;
+  std::string key;
+  bool operator==(const ResolvconfRecord &) const = default;
+};
+
+// A file that we replaced. What was there: nothing, a symbolic link, or bytes.
+struct ReplacedFile {
+  std::string path;
+  std::optional<std::string> linkTarget;
+  std::optional<std::string> bytes;
+  mode_t mode = 0644;
+  uid_t owner = 0;
+  gid_t group = 0;
+  std::string replacement;  // what we put there: if it is no longer that, somebody else has taken over
+  bool operator==(const ReplacedFile &) const = default;
+};
+
+using JournalEntry = std::variant<StartedProcess, AddedRoute, ResolvconfRecord, ReplacedFile>;
+
+class Journal {
+ public:
+  static constexpr char kBase[] = "/run/vpnctl";
+
+  // A new folder (0700) below BASE, locked.
+  static foundation::Result<Journal> create(const std::string &base = kBase);
+  // The journals below BASE whose helpers are dead, each locked now. One that cannot be read has no entries, and ERRORS
+  // says so.
+  static std::vector<Journal> abandoned(const std::string &base, std::vector<foundation::Error> &errors);
+
+  Journal(Journal &&) = default;
+  Journal &operator=(Journal &&) = default;
+
+  const std::string &folder() const { return folder_; }
+  const std::vector<JournalEntry> &entries() const { return entries_; }
+  // Writes the entry down; when that fails, the change must not be made.
+  foundation::Status note(JournalEntry entry);
+  // The newest entry's change has been undone (or was never made).
+  foundation::Status forgetLast();
+  // Removes the folder and everything in it.
+  void finish();
+
+ private:
+  Journal(std::string folder, foundation::FileDescriptor lock) : folder_(std::move(folder)), lock_(std::move(lock)) {}
+  foundation::Status write() const;
+  foundation::Status read();
+
+  std::string folder_;
+  foundation::FileDescriptor lock_;
+  std::vector<JournalEntry> entries_;
+};
+
+// The form in the file, and back.
+foundation::Value journalValue(const std::vector<JournalEntry> &entries);
+foundation::Result<std::vector<JournalEntry>> journalEntries(const foundation::Value &value);
+
+// When PID started, in clock ticks since boot; none when there is no such process.
+std::optional<std::uint64_t> startTimeOf(pid_t pid);
+
+}  // namespace helper

@@ -1,0 +1,37 @@
+#include "helper/link/Link.h"
+
+#include "helper/link/LinkImplementation.h"
+#include "helper/link/Undo.h"
+
+namespace helper {
+
+Link::Link(sd_event *event, LinkConfiguration configuration, SecretSource &secrets, PPPLog &log, StatusHandler handler)
+    : implementation_(
+          std::make_unique<Implementation>(event, std::move(configuration), secrets, log, std::move(handler))) {}
+
+Link::~Link() = default;
+
+void Link::start() { implementation_->start(); }
+
+void Link::stop() { implementation_->stop(); }
+
+const LinkStatus &Link::status() const { return implementation_->status(); }
+
+bool Link::isDown() const { return implementation_->isDown(); }
+
+void Link::repair(PPPLog &log) {
+  std::vector<foundation::Error> errors;
+  std::vector<Journal> journals = Journal::abandoned(Journal::kBase, errors);
+  for (const auto &error : errors)
+    log.write("What an earlier connection did to this machine cannot be read: " + error.message + ".");
+  if (journals.empty()) return;
+  const auto routes = NetlinkRouteTable::open();
+  if (!routes) return log.write("An earlier connection cannot be undone: " + routes.error().message + ".");
+  Undo undo(**routes, [&log](const std::string &sentence) { log.write(sentence); });
+  for (Journal &journal : journals) {
+    log.write("An earlier connection ended without tidying up; doing it now.");
+    undo.finish(journal);
+  }
+}
+
+}  // namespace helper

@@ -1,0 +1,248 @@
+#include "helper/link/LinkImplementation.h"
+
+#include <time.h>
+
+#include "helper/link/PPPEnding.h"
+#include "helper/link/PPPOptions.h"
+#include "helper/link/PluginPath.h"
+#include "helper/link/Routes.h"
+#include "helper/link/TunnelFactory.h"
+#include "helper/link/Undo.h"
+
+namespace helper {
+
+using foundation::Status;
+
+namespace {
+
+constexpr std::chrono::milliseconds kComingUp{
+    60000};  // every stage has a shorter deadline; this is for what none thought of
+constexpr std::chrono::milliseconds kPPPGrace{3000};  // two goodbyes to a server that does not hear, and a bit
+constexpr std::chrono::milliseconds kDestructionGrace{1500};
+// A follower of the log that wakes when it grows has read the last sentence by then.
+constexpr std::chrono::milliseconds kReadingTime{100};
+
+std::int64_t secondsSinceBoot() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec;
+}
+
+}  // namespace
+
+Link::Implementation::Implementation(sd_event *event, LinkConfiguration configuration, SecretSource &secrets,
+                                     PPPLog &log, StatusHandler handler)
+    : event_(event),
+      configuration_(std::move(configuration)),
+      secrets_(secrets),
+      log_(log),
+      handler_(std::move(handler)) {
+  facts_.server = configuration_.ppp["CommRemoteAddress"].string();
+}
+
+Link::Implementation::~Implementation() {
+  if (!journal_) return;
+  if (daemon_) {
+    if (channelGiven_)
+      daemon_->hangUp(kDestructionGrace);
+    else
+      daemon_->terminate(kDestructionGrace);
+    daemon_->waitForEnd(kDestructionGrace);
+  }
+  tunnel_.reset();
+  Undo(*routes_, [this](const std::string &sentence) { log_.write(sentence); }).finish(*journal_);
+}
+
+void Link::Implementation::start() {
+  if (state_ != State::idle) return;
+  state_ = State::connecting;
+  next_ = EventSource::soon(event_, [this] { begin(); });
+}
+
+void Link::Implementation::begin() {
+  tell(kPhaseInitializing);
+  if (stopRequested_) {
+    cause_ = kCauseUserRequest;
+    return end(Farewell::orderly);
+  }
+  if (!knowsTunnel(configuration_.tunnelType))
+    return fail(kCauseConnectFailed, static_cast<int>(Tunnel::DeviceCause::protocolError),
+                "Tunnels of the kind \"" + configuration_.tunnelType + "\" are not supported.");
+  if (const Status prepared = prepare(); !prepared)
+    return fail(kCauseFatal, 0, "The connection cannot be started: " + prepared.error().message + ".");
+  tell(kPhaseConnectingLink);
+  resolution_ = std::make_unique<NameResolution>(
+      event_, facts_.server, [this](const foundation::Result<in_addr> &server) { resolved(server); });
+  deadline_ = EventSource::timer(event_, kComingUp, [this] {
+    fail(kCauseNegotiationFailed, 0,
+         "The connection did not come up in time; the server is very slow or does not answer.");
+  });
+}
+
+Status Link::Implementation::prepare() {
+  auto routes = NetlinkRouteTable::open();
+  if (!routes) return routes.error();
+  routes_ = std::move(*routes);
+  auto journal = Journal::create();
+  if (!journal) return journal.error();
+  journal_ = std::move(*journal);
+  resolver_ = std::make_unique<ResolverConfiguration>(event_, *journal_, ResolverConfiguration::Paths{});
+  daemon_ = std::make_unique<PPPDaemon>(
+      event_, PPPDaemon::Handlers{.phase = [this](int phase) { pppReached(phase); },
+                                  .password = [this](const Peer &peer) { return password(peer); },
+                                  .ipUp = [this](const PluginIPUp &up) { pppIsUp(up); },
+                                  .ended = [this](const PPPEnd &end) { pppEnded(end); }});
+  const std::string socketPath = journal_->folder() + "/plugin";
+  const PPPSurroundings surroundings{.tunnelType = configuration_.tunnelType,
+                                     .pluginPath = pluginPath(),
+                                     .socketPath = socketPath,
+                                     .logPath = log_.path(),
+                                     .noScript = journal_->folder() + "/none"};
+  if (const Status started = daemon_->start(pppOptions(configuration_.ppp, surroundings), socketPath, log_.path());
+      !started)
+    return foundation::Error{started.error().domain, started.error().code,
+                             started.error().message + " (is the package ppp installed?)"};
+  return journal_->note(StartedProcess{daemon_->pid(), startTimeOf(daemon_->pid()).value_or(0)});
+}
+
+void Link::Implementation::resolved(const foundation::Result<in_addr> &server) {
+  if (!server)
+    return fail(kCauseConnectFailed, static_cast<int>(Tunnel::DeviceCause::noServer), server.error().message);
+  server_ = *server;
+  // Before the first packet. Without any route to the server the tunnel says so in its own words.
+  if (const Status pinned = Routes(*routes_, *journal_).pinServer(server_); !pinned && pinned.error().domain == "POSIX")
+    return fail(kCauseFatal, 0, "The way to the server cannot be kept: " + pinned.error().message + ".");
+  tunnel_ =
+      makeTunnel(event_, configuration_, server_,
+                 Tunnel::Handlers{.up = [this](foundation::FileDescriptor channel) { tunnelIsUp(std::move(channel)); },
+                                  .failed = [this](const Tunnel::Failure &failure) { tunnelFailed(failure); },
+                                  .lost = [this](const std::string &sentence) { tunnelLost(sentence); },
+                                  .stopped = [this] { cleanUp(); }});
+  tunnel_->start();
+}
+
+void Link::Implementation::tunnelIsUp(foundation::FileDescriptor channel) {
+  if (state_ != State::connecting) return;
+  channelGiven_ = true;
+  daemon_->giveChannel(std::move(channel));
+}
+
+void Link::Implementation::pppReached(int phase) {
+  // "Running" is not "connected" yet: routes and name servers come first, see pppIsUp().
+  if (phase != kPhaseConnected) tell(phase);
+}
+
+std::optional<foundation::Secret> Link::Implementation::password(const Peer &peer) {
+  auto secret = secrets_.secretForService(configuration_.ppp["AuthPassword"].string(), peer);
+  if (secret) return std::move(*secret);
+  log_.write("There is no password for the connection: " + secret.error().message + ".");
+  return std::nullopt;
+}
+
+void Link::Implementation::pppIsUp(const PluginIPUp &up) {
+  if (state_ != State::connecting) return;
+  const bool primary = configuration_.ipv4["OverridePrimary"].boolValue();
+  Routes routes(*routes_, *journal_);
+  Status routed = routes.keepServerOff(up.interface, server_);
+  if (routed && primary) routed = routes.carryEverything(up.interface, up.localAddress);
+  if (!routed) return fail(kCauseFatal, 0, "The routes into the tunnel cannot be set: " + routed.error().message + ".");
+  if (const Status named = resolver_->apply(up.interface, up.dns, primary); !named)
+    log_.write("The server's name servers cannot be used: " + named.error().message + ".");
+  state_ = State::up;
+  deadline_.reset();
+  facts_.up = LinkFacts::Up{.interface = up.interface,
+                            .localAddress = up.localAddress,
+                            .peerAddress = up.peerAddress,
+                            .mtu = up.mtu,
+                            .mru = up.mru,
+                            .connectTime = secondsSinceBoot(),
+                            .disconnectTime = 0};
+  tell(kPhaseConnected);
+}
+
+void Link::Implementation::stop() {
+  stopRequested_ = true;
+  // Before begin() it is enough to remember it.
+  if (phases_.current() == kPhaseDisconnected || (state_ != State::connecting && state_ != State::up)) return;
+  cause_ = kCauseUserRequest;
+  end(Farewell::orderly);
+}
+
+void Link::Implementation::fail(int cause, int deviceCause, const std::string &sentence) {
+  if (state_ != State::connecting && state_ != State::up) return;
+  log_.write(sentence);
+  cause_ = cause;
+  facts_.deviceLastCause = deviceCause;
+  end(Farewell::orderly);
+}
+
+void Link::Implementation::tunnelFailed(const Tunnel::Failure &failure) {
+  fail(kCauseConnectFailed, static_cast<int>(failure.cause), failure.sentence);
+}
+
+void Link::Implementation::tunnelLost(const std::string &sentence) {
+  if (state_ != State::connecting && state_ != State::up) return;
+  log_.write(sentence);
+  end(Farewell::hungUp);
+}
+
+void Link::Implementation::pppEnded(const PPPEnd &ended) {
+  if (state_ == State::connecting || state_ == State::up)
+    log_.write(endingSentence(ended, wantsMPPE(configuration_.ppp, configuration_.tunnelType) && !kernelHasMPPE()));
+  if (!cause_) cause_ = lastCause(ended);
+  if (state_ == State::ending) return endTunnel();
+  end(Farewell::orderly);
+}
+
+void Link::Implementation::end(Farewell farewell) {
+  state_ = State::ending;
+  resolution_.reset();
+  deadline_.reset();
+  if (!daemon_ || !daemon_->running()) return endTunnel();
+  // A pppd that still waits for its channel has nobody to say goodbye to.
+  if (!channelGiven_) tell(kPhaseDisconnectingLink);
+  if (farewell == Farewell::hungUp && channelGiven_)
+    daemon_->hangUp(kPPPGrace);
+  else
+    daemon_->terminate(kPPPGrace);
+}
+
+void Link::Implementation::endTunnel() {
+  tell(kPhaseDisconnectingLink);
+  if (tunnel_)
+    tunnel_->stop();
+  else
+    next_ = EventSource::soon(event_, [this] { cleanUp(); });
+}
+
+void Link::Implementation::cleanUp() {
+  if (journal_) {
+    resolver_.reset();
+    Undo(*routes_, [this](const std::string &sentence) { log_.write(sentence); }).finish(*journal_);
+    journal_.reset();
+  }
+  const auto since = std::chrono::steady_clock::now() - log_.lastWrite();
+  if (log_.lastWrite() == std::chrono::steady_clock::time_point{} || since >= kReadingTime) return sayDisconnected();
+  next_ = EventSource::timer(event_, kReadingTime - std::chrono::duration_cast<std::chrono::milliseconds>(since),
+                             [this] { sayDisconnected(); });
+}
+
+void Link::Implementation::sayDisconnected() {
+  if (!phases_.finish()) return;
+  state_ = State::down;
+  facts_.phase = kPhaseDisconnected;
+  facts_.up.reset();
+  facts_.lastCause = cause_.value_or(0);
+  status_ = LinkStatus{connectionStatus(facts_.phase), 0, extendedStatus(facts_)};
+  handler_(status_);
+}
+
+void Link::Implementation::tell(int phase) {
+  if (!phases_.reach(phase)) return;
+  facts_.phase = phase;
+  if (state_ == State::ending) facts_.lastCause = cause_.value_or(0);
+  status_ = LinkStatus{connectionStatus(phase), 0, extendedStatus(facts_)};
+  handler_(status_);
+}
+
+}  // namespace helper

@@ -1,0 +1,10 @@
+// Where pppd finds our plugin: compiled in, in an object of its own, so that a helper for the build folder and one for
+// the installation differ in nothing else.
+
+#pragma once
+
+namespace helper {
+
+const char *pluginPath();
+
+}  // namespace helper

@@ -1,0 +1,140 @@
+#include "helper/link/RouteTable.h"
+
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <netlink/msg.h>
+#include <netlink/netlink.h>
+#include <netlink/route/nexthop.h>
+#include <netlink/route/route.h>
+
+#include <array>
+#include <optional>
+
+#include "helper/link/ExtendedStatus.h"
+
+namespace helper {
+
+namespace {
+
+struct Release {
+  void operator()(rtnl_route *route) const { rtnl_route_put(route); }
+  void operator()(nl_msg *message) const { nlmsg_free(message); }
+  void operator()(nl_addr *address) const { nl_addr_put(address); }
+};
+using RouteObject = std::unique_ptr<rtnl_route, Release>;
+using Message = std::unique_ptr<nl_msg, Release>;
+using Address = std::unique_ptr<nl_addr, Release>;
+
+foundation::Error netlinkError(int code, const std::string &context) {
+  return {"Netlink", -code, context + ": " + nl_geterror(code)};
+}
+
+Address addressOf(in_addr address, int prefixLength) {
+  Address result(nl_addr_build(AF_INET, &address, sizeof address));
+  nl_addr_set_prefixlen(result.get(), prefixLength);
+  return result;
+}
+
+in_addr addressFrom(const nl_addr *address) {
+  in_addr result{};
+  if (address != nullptr && nl_addr_get_len(address) == sizeof result)
+    result = *static_cast<const in_addr *>(nl_addr_get_binary_addr(address));
+  return result;
+}
+
+std::string describe(const Route &route) {
+  return textOf(route.destination) + "/" + std::to_string(route.prefixLength);
+}
+
+// Empty when the interface is gone, and with it every route through it.
+RouteObject objectOf(const Route &route) {
+  const unsigned interface = if_nametoindex(route.interface.c_str());
+  if (interface == 0) return nullptr;
+  RouteObject object(rtnl_route_alloc());
+  rtnl_route_set_family(object.get(), AF_INET);
+  rtnl_route_set_table(object.get(), RT_TABLE_MAIN);
+  rtnl_route_set_protocol(object.get(), RTPROT_STATIC);
+  rtnl_route_set_type(object.get(), RTN_UNICAST);
+  rtnl_route_set_scope(object.get(), route.gateway.s_addr == 0 ? RT_SCOPE_LINK : RT_SCOPE_UNIVERSE);
+  rtnl_route_set_dst(object.get(), addressOf(route.destination, route.prefixLength).get());
+  if (route.source.s_addr != 0) rtnl_route_set_pref_src(object.get(), addressOf(route.source, 32).get());
+  rtnl_nexthop *hop = rtnl_route_nh_alloc();
+  rtnl_route_nh_set_ifindex(hop, static_cast<int>(interface));
+  if (route.gateway.s_addr != 0) rtnl_route_nh_set_gateway(hop, addressOf(route.gateway, 32).get());
+  rtnl_route_add_nexthop(object.get(), hop);
+  return object;
+}
+
+int takeRoute(nl_msg *message, void *context) {
+  rtnl_route *parsed = nullptr;
+  if (rtnl_route_parse(nlmsg_hdr(message), &parsed) == 0) static_cast<RouteObject *>(context)->reset(parsed);
+  return NL_OK;
+}
+
+}  // namespace
+
+bool operator==(const Route &a, const Route &b) {
+  return a.destination.s_addr == b.destination.s_addr && a.prefixLength == b.prefixLength &&
+         a.gateway.s_addr == b.gateway.s_addr && a.source.s_addr == b.source.s_addr && a.interface == b.interface;
+}
+
+foundation::Result<std::unique_ptr<NetlinkRouteTable>> NetlinkRouteTable::open() {
+  std::unique_ptr<NetlinkRouteTable> table(new NetlinkRouteTable(nl_socket_alloc()));
+  if (const int code = nl_connect(table->socket_, NETLINK_ROUTE); code < 0)
+    return netlinkError(code, "talk to the kernel about routes");
+  return table;
+}
+
+NetlinkRouteTable::~NetlinkRouteTable() { nl_socket_free(socket_); }
+
+foundation::Result<Route> NetlinkRouteTable::lookUp(in_addr destination) {
+  const std::string context = "look up the route to " + textOf(destination);
+  Message request(nlmsg_alloc_simple(RTM_GETROUTE, NLM_F_REQUEST));
+  rtmsg header{};
+  header.rtm_family = AF_INET;
+  header.rtm_dst_len = 32;
+  nlmsg_append(request.get(), &header, sizeof header, NLMSG_ALIGNTO);
+  nla_put(request.get(), RTA_DST, sizeof destination, &destination);
+  RouteObject found;
+  nl_socket_modify_cb(socket_, NL_CB_VALID, NL_CB_CUSTOM, takeRoute, &found);
+  int code = nl_send_auto(socket_, request.get());
+  // The answer, and then the acknowledgement that libnl always asks for.
+  if (code >= 0) code = nl_recvmsgs_default(socket_);
+  if (code >= 0 && found) code = nl_wait_for_ack(socket_);
+  nl_socket_modify_cb(socket_, NL_CB_VALID, NL_CB_DEFAULT, nullptr, nullptr);
+  if (code < 0) return netlinkError(code, context);
+  rtnl_nexthop *hop = found ? rtnl_route_nexthop_n(found.get(), 0) : nullptr;
+  if (hop == nullptr || rtnl_route_get_type(found.get()) != RTN_UNICAST)
+    return foundation::Error{"Netlink", 0, context + ": there is none"};
+  Route route;
+  route.destination = destination;
+  route.gateway = addressFrom(rtnl_route_nh_get_gateway(hop));
+  route.source = addressFrom(rtnl_route_get_pref_src(found.get()));
+  std::array<char, IF_NAMESIZE> name{};
+  if (if_indextoname(static_cast<unsigned>(rtnl_route_nh_get_ifindex(hop)), name.data()) == nullptr)
+    return foundation::errnoError(errno, context);
+  route.interface = name.data();
+  return route;
+}
+
+foundation::Result<bool> NetlinkRouteTable::add(const Route &route) {
+  const RouteObject object = objectOf(route);
+  if (!object) return foundation::errnoError(ENODEV, "add a route through " + route.interface);
+  const int code = rtnl_route_add(socket_, object.get(), NLM_F_CREATE | NLM_F_EXCL);
+  if (code == -NLE_EXIST) return false;
+  if (code < 0) return netlinkError(code, "add the route to " + describe(route));
+  return true;
+}
+
+foundation::Status NetlinkRouteTable::remove(const Route &route) {
+  const RouteObject object = objectOf(route);
+  if (!object) return {};
+  // Whoever made it: the kernel's own route to a PPP peer bears another origin than ours.
+  rtnl_route_set_protocol(object.get(), RTPROT_UNSPEC);
+  const int code = rtnl_route_delete(socket_, object.get(), 0);
+  if (code < 0 && code != -NLE_OBJ_NOTFOUND && code != -NLE_NOADDR && code != -NLE_NODEV)
+    return netlinkError(code, "remove the route to " + describe(route));
+  return {};
+}
+
+}  // namespace helper

@@ -1,0 +1,54 @@
+// The kernel's IPv4 routes, as far as a link needs them: a small seam, so that what is done to them can be recorded.
+//
+// Thread rule: one thread. Calls are answered by the kernel at once.
+
+#pragma once
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "foundation/Result.h"
+
+struct nl_sock;
+
+namespace helper {
+
+struct Route {
+  in_addr destination{};
+  int prefixLength = 32;
+  in_addr gateway{};  // 0: the destination is on the link itself
+  in_addr source{};   // 0: the kernel chooses
+  std::string interface;
+};
+bool operator==(const Route &a, const Route &b);
+
+class RouteTable {
+ public:
+  virtual ~RouteTable() = default;
+  // How the kernel would send to DESTINATION now, as a route to that one host.
+  virtual foundation::Result<Route> lookUp(in_addr destination) = 0;
+  // False when a route to the same destination was there before; it is left alone.
+  virtual foundation::Result<bool> add(const Route &route) = 0;
+  // Success also when there is no such route (any more).
+  virtual foundation::Status remove(const Route &route) = 0;
+};
+
+// The main table of this network namespace, by netlink.
+class NetlinkRouteTable : public RouteTable {
+ public:
+  static foundation::Result<std::unique_ptr<NetlinkRouteTable>> open();
+  ~NetlinkRouteTable() override;
+
+  foundation::Result<Route> lookUp(in_addr destination) override;
+  foundation::Result<bool> add(const Route &route) override;
+  foundation::Status remove(const Route &route) override;
+
+ private:
+  explicit NetlinkRouteTable(nl_sock *socket) : socket_(socket) {}
+  nl_sock *socket_;
+};
+
+}  // namespace helper

@@ -1,0 +1,36 @@
+// What a link does to the routes: the way to the server stays outside the tunnel, everything else may go in. Each
+// change is noted in the journal before it is made.
+
+#pragma once
+
+#include <string>
+
+#include "foundation/Result.h"
+#include "helper/link/Journal.h"
+#include "helper/link/RouteTable.h"
+
+namespace helper {
+
+class Routes {
+ public:
+  // Both outlive it.
+  Routes(RouteTable &table, Journal &journal) : table_(table), journal_(journal) {}
+
+  // Writes down as a route of its own how SERVER is reached now, so that a default route into the tunnel does not send
+  // the tunnel's own packets through itself. A host route that is there already stays as it is. An error when the
+  // server cannot be reached at all.
+  foundation::Status pinServer(in_addr server);
+  // Takes the server's address off INTERFACE: PPP peers that call themselves by it would pull the tunnel into itself.
+  foundation::Status keepServerOff(const std::string &interface, in_addr server);
+  // Sends whatever has no better route through INTERFACE. The default route itself is not touched: two routes of half
+  // the world each are better than it, and go with the interface.
+  foundation::Status carryEverything(const std::string &interface, in_addr source);
+
+ private:
+  foundation::Status add(const Route &route);
+
+  RouteTable &table_;
+  Journal &journal_;
+};
+
+}  // namespace helper

@@ -1,0 +1,72 @@
+#include "helper/link/Undo.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "helper/link/ChildProcess.h"
+#include "helper/link/FileReplacement.h"
+
+namespace helper {
+
+namespace {
+
+constexpr std::chrono::milliseconds kProcessGrace{2500};
+constexpr std::chrono::milliseconds kProgramDeadline{2000};
+
+bool ends(int process, std::chrono::milliseconds deadline) {
+  pollfd wait{process, POLLIN, 0};
+  return poll(&wait, 1, static_cast<int>(deadline.count())) > 0;
+}
+
+void signal(int process, int number) { syscall(SYS_pidfd_send_signal, process, number, nullptr, 0); }
+
+}  // namespace
+
+Undo::Undo(RouteTable &routes, std::function<void(const std::string &)> complain)
+    : routes_(routes), complain_(std::move(complain)) {}
+
+void Undo::finish(Journal &journal) {
+  while (!journal.entries().empty()) {
+    std::visit([this](const auto &entry) { undo(entry); }, journal.entries().back());
+    // When even this cannot be written, the worst that follows is that something is undone twice, which does no harm.
+    static_cast<void>(journal.forgetLast());
+  }
+  journal.finish();
+}
+
+void Undo::undo(const StartedProcess &entry) {
+  const foundation::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0)));
+  // Compared after the descriptor is there: from here on the number cannot come to mean another process.
+  if (!process || startTimeOf(entry.pid) != entry.startTime) return;
+  signal(process.get(), SIGTERM);
+  if (ends(process.get(), kProcessGrace)) return;
+  signal(process.get(), SIGKILL);
+  if (!ends(process.get(), kProcessGrace))
+    complain_("The process " + std::to_string(entry.pid) + " of an earlier connection cannot be ended.");
+}
+
+void Undo::undo(const AddedRoute &entry) {
+  if (const auto status = routes_.remove(entry.route); !status)
+    complain_("A route could not be taken back: " + status.error().message + ".");
+}
+
+void Undo::undo(const ResolvconfRecord &entry) {
+  auto program = ChildProcess::spawn({entry.program, "-d", entry.key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {});
+  if (!program || !program->waitFor(kProgramDeadline))
+    complain_("The name servers of the connection could not be taken back: " + entry.program + " -d " + entry.key +
+              " does not work.");
+}
+
+void Undo::undo(const ReplacedFile &entry) {
+  const auto restored = putBack(entry);
+  if (!restored)
+    complain_("The file " + entry.path + " could not be put back: " + restored.error().message + ".");
+  else if (!*restored)
+    complain_("The file " + entry.path + " was changed by somebody else during the connection and stays as it is.");
+}
+
+}  // namespace helper
