@@ -57,6 +57,54 @@ class Lines {
   std::promise<void> ended_;
 };
 
+// A file in memory that knows when its reader has taken everything.
+class WatchedFile {
+ public:
+  std::FILE *open() {
+    const cookie_io_functions_t functions{
+        [](void *self, char *bytes, std::size_t size) { return static_cast<WatchedFile *>(self)->read(bytes, size); },
+        nullptr,
+        [](void *self, off64_t *offset, int whence) { return static_cast<WatchedFile *>(self)->seek(offset, whence); },
+        nullptr};
+    return fopencookie(this, "r", functions);
+  }
+  void append(const std::string &text) {
+    const std::lock_guard lock(mutex_);
+    text_ += text;
+    endsMet_ = 0;
+  }
+  // The end that a read meets behind its text comes before the text is used; the end of the next read comes after.
+  void waitUntilRead() {
+    std::unique_lock lock(mutex_);
+    ASSERT_TRUE(changed_.wait_for(lock, kPatience, [this] { return endsMet_ >= 2; }));
+  }
+
+ private:
+  ssize_t read(char *bytes, std::size_t size) {
+    const std::lock_guard lock(mutex_);
+    const std::size_t count = offset_ < text_.size() ? text_.copy(bytes, size, offset_) : 0;
+    offset_ += count;
+    if (count == 0) {
+      ++endsMet_;
+      changed_.notify_all();
+    }
+    return static_cast<ssize_t>(count);
+  }
+  int seek(off64_t *offset, int whence) {
+    const std::lock_guard lock(mutex_);
+    if (whence == SEEK_END) *offset += static_cast<off64_t>(text_.size());
+    if (whence == SEEK_CUR) *offset += static_cast<off64_t>(offset_);
+    offset_ = static_cast<std::size_t>(*offset);
+    return 0;
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::string text_ = "old";
+  std::size_t offset_ = 0;
+  int endsMet_ = 0;
+};
+
 class TNFileTailerTest : public testing::Test {
  protected:
   TNFileTailerTest() { writeFile(path_, "old text\nunfinished old text"); }
@@ -233,51 +281,39 @@ TEST_F(TNFileTailerTest, StopIsNoticedWithoutAnyNewText) {
 }
 
 TEST_F(TNFileTailerTest, ARestartContinuesWithThePartialLine) {
-  start();
-  append("first\nhalf a ");
-  EXPECT_EQ(lines_.next(), "first\n");
-  // The second half is asked for only when the first is in the buffer: the loop looks at its flag per character, so it
-  // is stopped by a callback of its own below.
-  append(std::string(1023 - 7, 'x'));
-  EXPECT_EQ(lines_.next(), "half a " + std::string(1023 - 7, 'x'));
+  WatchedFile file;
+  tailer_ = TNFileTailer::initWithStream(file.open());
+  file.append("half ");
+  tailer_->tail(lines_.callback());
+  file.waitUntilRead();
   tailer_->stop();
-  append("later ");
   lines_.waitForEnd();
+  EXPECT_TRUE(lines_.empty());
 
   Lines second;
+  file.append("and half\n");
   tailer_->tail(second.callback());
-  append("more\n");
-  const std::optional<std::string> line = second.next();
-  EXPECT_EQ(line, "later more\n");
+  EXPECT_EQ(second.next(), "half and half\n");
   tailer_->stop();
-  append("\n");
   second.waitForEnd();
 }
 
 TEST_F(TNFileTailerTest, ThePartialLineIsSharedByAllTailers) {
-  // Holds "half " back: the zero-length rest of the line is never written to this file.
-  Lines first;
-  auto tailer = TNFileTailer::initWithPath(path_);
-  append("half ");
-  std::promise<void> read;
-  tailer->tail(first.callback());
-  // The loop ends only after it has read what was there when it began, or one second later without having read more.
-  append(std::string(1023, 'y'));
-  EXPECT_EQ(first.next(), "half " + std::string(1018, 'y'));
-  tailer->stop();
-  first.waitForEnd();
+  WatchedFile file;
+  tailer_ = TNFileTailer::initWithStream(file.open());
+  file.append("one file's ");
+  tailer_->tail(lines_.callback());
+  file.waitUntilRead();
+  tailer_->stop();
+  lines_.waitForEnd();
 
-  writeFile(folder_.path("other"), "");
   Lines second;
-  auto other = TNFileTailer::initWithPath(folder_.path("other"));
-  other->tail(second.callback());
-  appendToFile(folder_.path("other"), "of another file\n");
-  const std::string line = second.next().value_or("");
-  // How much of the rest the first loop still took before it saw the stop is its own affair.
-  EXPECT_TRUE(line.ends_with("of another file\n"));
-  EXPECT_EQ(line.find_first_not_of('y'), line.size() - std::string("of another file\n").size()) << line;
-  other->stop();
-  appendToFile(folder_.path("other"), "\n");
+  WatchedFile other;
+  tailer_ = TNFileTailer::initWithStream(other.open());
+  other.append("and another's\n");
+  tailer_->tail(second.callback());
+  EXPECT_EQ(second.next(), "one file's and another's\n");
+  tailer_->stop();
   second.waitForEnd();
 }
 
