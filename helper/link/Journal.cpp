@@ -39,10 +39,16 @@ foundation::Result<FileDescriptor> lockBase(const std::string &base) {
 }  // namespace
 
 foundation::Result<Journal> Journal::create(const std::string &base) {
-  const auto baseLock = lockBase(base);
-  if (!baseLock) return baseLock.error();
-  std::string folder = base + "/" + kFolderPrefix + "XXXXXX";
-  if (::mkdtemp(folder.data()) == nullptr) return errnoError(errno, "make a folder in " + base);
+  std::string folder;
+  // Held until the new folder is locked. Whoever finished the last journal may have removed the base in between.
+  foundation::Result<FileDescriptor> baseLock = errnoError(EAGAIN, "make a folder in " + base);
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    baseLock = lockBase(base);
+    if (!baseLock) return baseLock.error();
+    folder = base + "/" + kFolderPrefix + "XXXXXX";
+    if (::mkdtemp(folder.data()) != nullptr) break;
+    if (errno != ENOENT || attempt == 9) return errnoError(errno, "make a folder in " + base);
+  }
   auto lock = openLocked(folder, LOCK_EX | LOCK_NB);
   if (!lock) return lock.error();
   return Journal(std::move(folder), std::move(*lock));
@@ -84,6 +90,10 @@ void Journal::finish() {
   std::error_code ignored;
   std::filesystem::remove_all(folder_, ignored);
   lock_.reset();
+  // The last one out takes the base along; while another link lives, it is not empty.
+  const std::string base = std::filesystem::path(folder_).parent_path();
+  const auto baseLock = openLocked(base, LOCK_EX);
+  if (baseLock) ::rmdir(base.c_str());
 }
 
 Status Journal::write() const {

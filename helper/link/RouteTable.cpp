@@ -4,6 +4,7 @@
 #include <net/if.h>
 #include <netlink/msg.h>
 #include <netlink/netlink.h>
+#include <netlink/route/link.h>
 #include <netlink/route/nexthop.h>
 #include <netlink/route/route.h>
 
@@ -46,9 +47,19 @@ std::string describe(const Route &route) {
   return textOf(route.destination) + "/" + std::to_string(route.prefixLength);
 }
 
+// 0 when there is none (any more). Not if_nametoindex: for a name that is gone its ioctl has the kernel run modprobe, which
+// takes half a second.
+int indexOf(nl_sock *socket, const std::string &interface) {
+  rtnl_link *link = nullptr;
+  if (rtnl_link_get_kernel(socket, 0, interface.c_str(), &link) < 0) return 0;
+  const int index = rtnl_link_get_ifindex(link);
+  rtnl_link_put(link);
+  return index;
+}
+
 // Empty when the interface is gone, and with it every route through it.
-RouteObject objectOf(const Route &route) {
-  const unsigned interface = if_nametoindex(route.interface.c_str());
+RouteObject objectOf(nl_sock *socket, const Route &route) {
+  const int interface = indexOf(socket, route.interface);
   if (interface == 0) return nullptr;
   RouteObject object(rtnl_route_alloc());
   rtnl_route_set_family(object.get(), AF_INET);
@@ -59,7 +70,7 @@ RouteObject objectOf(const Route &route) {
   rtnl_route_set_dst(object.get(), addressOf(route.destination, route.prefixLength).get());
   if (route.source.s_addr != 0) rtnl_route_set_pref_src(object.get(), addressOf(route.source, 32).get());
   rtnl_nexthop *hop = rtnl_route_nh_alloc();
-  rtnl_route_nh_set_ifindex(hop, static_cast<int>(interface));
+  rtnl_route_nh_set_ifindex(hop, interface);
   if (route.gateway.s_addr != 0) rtnl_route_nh_set_gateway(hop, addressOf(route.gateway, 32).get());
   rtnl_route_add_nexthop(object.get(), hop);
   return object;
@@ -118,7 +129,7 @@ foundation::Result<Route> NetlinkRouteTable::lookUp(in_addr destination) {
 }
 
 foundation::Result<bool> NetlinkRouteTable::add(const Route &route) {
-  const RouteObject object = objectOf(route);
+  const RouteObject object = objectOf(socket_, route);
   if (!object) return foundation::errnoError(ENODEV, "add a route through " + route.interface);
   const int code = rtnl_route_add(socket_, object.get(), NLM_F_CREATE | NLM_F_EXCL);
   if (code == -NLE_EXIST) return false;
@@ -127,7 +138,7 @@ foundation::Result<bool> NetlinkRouteTable::add(const Route &route) {
 }
 
 foundation::Status NetlinkRouteTable::remove(const Route &route) {
-  const RouteObject object = objectOf(route);
+  const RouteObject object = objectOf(socket_, route);
   if (!object) return {};
   // Whoever made it: the kernel's own route to a PPP peer bears another origin than ours.
   rtnl_route_set_protocol(object.get(), RTPROT_UNSPEC);

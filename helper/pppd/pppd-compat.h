@@ -2,19 +2,19 @@
 #ifndef VPNCTL_PPPD_COMPAT_H
 #define VPNCTL_PPPD_COMPAT_H
 
+/* clang-format off: the order matters, the others lean on pppd.h. */
 #ifdef VPNCTL_PPPD_2_5
 
-#include <pppd/pppdconf.h>
-/* The order matters: 2.5's headers lean on each other. */
 #include <pppd/chap.h>
 #include <pppd/fsm.h>
 #include <pppd/ipcp.h>
 #include <pppd/lcp.h>
 #include <pppd/options.h>
 #include <pppd/pppd.h>
+#include <pppd/pppdconf.h>
 #include <pppd/upap.h>
 
-/* 2.5 has moved these out of its public headers, not out of pppd. */
+/* 2.5 has moved this out of its public headers, not out of pppd. */
 extern int fd_ppp;
 
 #define COMPAT_VERSION PPPD_VERSION
@@ -34,7 +34,6 @@ typedef struct option compat_option;
 
 #else
 
-/* The order matters: the others lean on pppd.h. */
 #include <pppd/fsm.h>
 #include <pppd/ipcp.h>
 #include <pppd/lcp.h>
@@ -56,5 +55,7 @@ typedef struct option compat_option;
 typedef option_t compat_option;
 
 #endif
+
+/* clang-format on */
 
 #endif
