@@ -2,16 +2,17 @@
 #ifndef VPNCTL_PPPD_COMPAT_H
 #define VPNCTL_PPPD_COMPAT_H
 
-/* clang-format off: the order matters, the others lean on pppd.h. */
+/* The order matters: the others lean on pppd.h. */
+/* clang-format off */
 #ifdef VPNCTL_PPPD_2_5
 
+#include <pppd/pppdconf.h>
+#include <pppd/pppd.h>
 #include <pppd/chap.h>
 #include <pppd/fsm.h>
 #include <pppd/ipcp.h>
 #include <pppd/lcp.h>
 #include <pppd/options.h>
-#include <pppd/pppd.h>
-#include <pppd/pppdconf.h>
 #include <pppd/upap.h>
 
 /* 2.5 has moved this out of its public headers, not out of pppd. */
@@ -34,10 +35,10 @@ typedef struct option compat_option;
 
 #else
 
+#include <pppd/pppd.h>
 #include <pppd/fsm.h>
 #include <pppd/ipcp.h>
 #include <pppd/lcp.h>
-#include <pppd/pppd.h>
 
 #define COMPAT_VERSION VERSION
 #define COMPAT_INTERFACE() ifname
