@@ -22,8 +22,6 @@ namespace {
 
 constexpr std::size_t kMaximumIdentifier = 128;    // bytes
 constexpr std::size_t kMaximumDescription = 4096;  // bytes
-// A link that stops takes up to a few seconds; its destructor does the rest by force.
-constexpr std::chrono::microseconds kEndDeadline = std::chrono::seconds(10);
 
 // The D-Bus error of a call that is not what it should be. RESULT is a negative errno.
 int malformed(sd_bus_message *message, int result) {
@@ -108,8 +106,13 @@ const sd_bus_vtable HelperService::kMethods[] = {
     SD_BUS_VTABLE_END};
 
 HelperService::HelperService(sd_event *event, PreferencesStore &preferences, Keychain &keychain, LinkFactory links,
-                             PPPLog &log)
-    : event_(event), preferences_(preferences), keychain_(keychain), links_(std::move(links)), log_(log) {}
+                             PPPLog &log, std::chrono::milliseconds endDeadline)
+    : event_(event),
+      preferences_(preferences),
+      keychain_(keychain),
+      links_(std::move(links)),
+      log_(log),
+      endDeadline_(endDeadline) {}
 
 HelperService::~HelperService() {
   link_.reset();
@@ -281,7 +284,8 @@ void HelperService::end() {
   if (!isLinkUp()) return exit();
   if (deadline_ != nullptr) return;
   const int result = sd_event_add_time_relative(
-      event_, &deadline_, CLOCK_MONOTONIC, static_cast<std::uint64_t>(kEndDeadline.count()), 0,
+      event_, &deadline_, CLOCK_MONOTONIC, static_cast<std::uint64_t>(std::chrono::microseconds(endDeadline_).count()),
+      0,
       [](sd_event_source *, std::uint64_t, void *service) {
         static_cast<HelperService *>(service)->exit();
         return 0;
@@ -291,6 +295,11 @@ void HelperService::end() {
   link_->stop();
 }
 
-void HelperService::exit() { sd_event_exit(event_, 0); }
+void HelperService::exit() {
+  // A bus that is attached flushes when the loop exits, and waits for a peer that does not read for as long as it takes.
+  // What the socket could hold is there already.
+  sd_bus_detach_event(bus_);
+  sd_event_exit(event_, 0);
+}
 
 }  // namespace helper

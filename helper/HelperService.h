@@ -8,6 +8,7 @@
 #include <systemd/sd-bus.h>
 #include <systemd/sd-event.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -22,8 +23,12 @@ namespace helper {
 
 class HelperService {
  public:
+  // A link that stops takes up to a few seconds; what it has not done by then, its destructor does by force.
+  static constexpr std::chrono::milliseconds kEndDeadline{10000};
+
   // Everything handed in outlives the service.
-  HelperService(sd_event *event, PreferencesStore &preferences, Keychain &keychain, LinkFactory links, PPPLog &log);
+  HelperService(sd_event *event, PreferencesStore &preferences, Keychain &keychain, LinkFactory links, PPPLog &log,
+                std::chrono::milliseconds endDeadline = kEndDeadline);
   HelperService(const HelperService &) = delete;
   HelperService &operator=(const HelperService &) = delete;
   ~HelperService();
@@ -60,6 +65,7 @@ class HelperService {
   Keychain &keychain_;
   LinkFactory links_;
   PPPLog &log_;
+  const std::chrono::milliseconds endDeadline_;
   sd_bus *bus_ = nullptr;
   sd_event_source *deadline_ = nullptr;
   std::string serviceID_;  // of link_

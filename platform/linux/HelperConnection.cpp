@@ -128,7 +128,7 @@ int HelperConnection::start(FileDescriptor socket) {
 }
 
 HelperConnection::~HelperConnection() {
-  sd_event_source_disable_unref(ended_);
+  ended_ = sd_event_source_disable_unref(ended_);
   sd_bus_close_unref(bus_);
   reap();
 }

@@ -1,0 +1,144 @@
+// The helper as a process: what it does with what it was started with, and when it ends.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <map>
+
+#include "foundation/FileDescriptor.h"
+#include "tests/helper/support/TemporaryFolder.h"
+
+namespace helper {
+namespace {
+
+using foundation::FileDescriptor;
+
+constexpr int kDeadline = 20000;  // milliseconds; only a failure takes them
+
+class HelperProcessTest : public ::testing::Test {
+ protected:
+  HelperProcessTest() { std::filesystem::copy_file(SCRIPTED_HELPER, program); }
+  ~HelperProcessTest() override {
+    if (process > 0) {
+      ::kill(process, SIGKILL);
+      ::waitpid(process, nullptr, 0);
+    }
+  }
+
+  // Starts the helper with INPUT as descriptor 0 and everything else inherited as it is.
+  void start(int input) {
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_adddup2(&actions, input, 0);
+    std::string argument = program;
+    std::string variable = "LD_BIND_NOW_OF_A_STRANGER=1";
+    char *arguments[] = {argument.data(), nullptr};
+    char *environment[] = {variable.data(), nullptr};
+    ASSERT_EQ(::posix_spawn(&process, program.c_str(), &actions, nullptr, arguments, environment), 0);
+    ::posix_spawn_file_actions_destroy(&actions);
+  }
+
+  void startWithSocket() {
+    int pair[2] = {-1, -1};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    socket.reset(pair[0]);
+    const FileDescriptor its(pair[1]);
+    start(its.get());
+    // D-Bus's server speaks when it has been spoken to: its answer says that the helper is ready.
+    const std::string greeting = std::string(1, '\0') + "AUTH EXTERNAL\r\nDATA\r\n";
+    ASSERT_EQ(::write(socket.get(), greeting.data(), greeting.size()), static_cast<ssize_t>(greeting.size()));
+    pollfd answer = {socket.get(), POLLIN, 0};
+    ASSERT_EQ(::poll(&answer, 1, kDeadline), 1);
+    ASSERT_NE(answer.revents & POLLIN, 0);
+  }
+
+  // The status that waitpid gives.
+  int wait() {
+    int status = 0;
+    EXPECT_EQ(::waitpid(process, &status, 0), process);
+    process = -1;
+    return status;
+  }
+
+  std::string proc(const std::string &name) const { return "/proc/" + std::to_string(process) + "/" + name; }
+  std::string statusLine(const std::string &name) const {
+    const auto text = testing::contentsOf(proc("status")).value_or("");
+    const auto start = text.find("\n" + name + ":");
+    if (start == std::string::npos) return {};
+    const auto value = text.find_first_not_of(" \t", start + name.size() + 2);
+    return text.substr(value, text.find('\n', value) - value);
+  }
+
+  testing::TemporaryFolder folder;
+  const std::string program = folder.path("vpnctl-helper");
+  FileDescriptor socket;
+  pid_t process = -1;
+};
+
+TEST_F(HelperProcessTest, KeepsNothingOfItsStarter) {
+  const int leak = ::open("/dev/zero", O_RDONLY);  // not close-on-exec
+  startWithSocket();
+  ::close(leak);
+  int sockets = 0;
+  for (const auto &entry : std::filesystem::directory_iterator(proc("fd"))) {
+    const std::string target = std::filesystem::read_symlink(entry.path()).string();
+    EXPECT_NE(target, "/dev/zero");
+    if (target.starts_with("socket:")) ++sockets;
+    if (std::stoi(entry.path().filename().string()) <= 2) {
+      EXPECT_EQ(target, "/dev/null");
+    }
+  }
+  EXPECT_EQ(sockets, 1);
+  const auto environment = testing::contentsOf(proc("environ")).value_or("");
+  EXPECT_EQ(::getsid(process), process);
+  EXPECT_EQ(std::filesystem::read_symlink(proc("cwd")), "/");
+  EXPECT_EQ(statusLine("Umask"), "0077");
+  const auto limits = testing::contentsOf(proc("limits")).value_or("");
+  EXPECT_NE(limits.find("Max core file size        0                    0 "), std::string::npos) << limits;
+}
+
+TEST_F(HelperProcessTest, EveryDescriptorItOpensIsCloseOnExec) {
+  startWithSocket();
+  for (const auto &entry : std::filesystem::directory_iterator(proc("fdinfo"))) {
+    if (std::stoi(entry.path().filename().string()) <= 2) continue;  // /dev/null, for whatever it starts
+    const auto text = testing::contentsOf(entry.path().string()).value_or("");
+    const auto flags = std::stoul(text.substr(text.find("flags:") + 6), nullptr, 8);
+    EXPECT_NE(flags & O_CLOEXEC, 0U) << entry.path() << "\n" << text;
+  }
+}
+
+TEST_F(HelperProcessTest, EndsWhenTheSocketCloses) {
+  startWithSocket();
+  socket.reset();
+  const int status = wait();
+  EXPECT_TRUE(WIFEXITED(status)) << status;
+}
+
+TEST_F(HelperProcessTest, EndsInOrderOnSignals) {
+  for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+    startWithSocket();
+    ASSERT_EQ(::kill(process, number), 0);
+    const int status = wait();
+    EXPECT_TRUE(WIFEXITED(status)) << number << " " << status;
+  }
+}
+
+TEST_F(HelperProcessTest, RefusesWithoutASocket) {
+  const FileDescriptor null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  start(null.get());
+  const int status = wait();
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_NE(WEXITSTATUS(status), 0);
+  EXPECT_FALSE(testing::contentsOf(folder.path("ppp.log")).has_value());
+}
+
+}  // namespace
+}  // namespace helper

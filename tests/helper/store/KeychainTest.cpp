@@ -1,0 +1,242 @@
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <iterator>
+
+#include "foundation/PropertyList.h"
+#include "helper/StatusCodes.h"
+#include "helper/store/Keychain.h"
+#include "tests/helper/support/FaultyFileSystem.h"
+#include "tests/helper/support/TemporaryFolder.h"
+
+namespace helper {
+namespace {
+
+using foundation::FileDescriptor;
+using foundation::Secret;
+using foundation::Value;
+using testing::contentsOf;
+using testing::FaultyFileSystem;
+using testing::writeFile;
+using Call = FaultyFileSystem::Call;
+
+KeychainItem::Attributes attributes(const std::string &label, const std::string &account, const std::string &service) {
+  return {{kLabelAttribute, label}, {kAccountAttribute, account}, {kServiceAttribute, service}};
+}
+
+// This test's own program is the peer: at the other end of a socket pair is the process that made it.
+class KeychainTest : public ::testing::Test {
+ protected:
+  KeychainTest() {
+    int pair[2] = {-1, -1};
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    first.reset(pair[0]);
+    second.reset(pair[1]);
+  }
+
+  Peer self() const { return std::move(Peer::ofSocket(first.get()).value()); }
+
+  std::int32_t add(const KeychainItem::Attributes &about, std::string_view secret,
+                   const std::vector<std::string> &paths = {"/proc/self/exe"}) {
+    const auto item = keychain.add(about, Secret(secret), {"access", paths});
+    return item ? errSecSuccess : item.error().code;
+  }
+
+  std::int32_t codeForService(const std::string &service) {
+    const auto secret = keychain.secretForService(service, self());
+    return secret ? errSecSuccess : secret.error().code;
+  }
+
+  // Changes the stored property list behind the keychain's back.
+  void tamper(const std::function<void(Value &items)> &change) {
+    const auto root = foundation::propertyListFromFile(file);
+    ASSERT_TRUE(root);
+    Value items = (*root)["Items"];
+    change(items);
+    Value changed = *root;
+    changed.set("Items", items);
+    writeFile(file, *foundation::xmlPropertyList(changed));
+  }
+
+  testing::TemporaryFolder folder;
+  FileDescriptor first;
+  FileDescriptor second;
+  FaultyFileSystem fileSystem;
+  PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
+  Keychain keychain{folder.path("keychain"),
+                    fileSystem,
+                    log,
+                    {{"/role", {"/no/such/program", "/proc/self/exe"}}, {"/foreign", {"/bin/sh"}}}};
+  const std::string file = folder.path("keychain/System.keychain");
+  const std::string key = folder.path("keychain/SystemKey");
+};
+
+TEST_F(KeychainTest, GivesASecretToWhoIsOnTheAccessList) {
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), errSecSuccess);
+  const auto secret = keychain.secretForService("S", self());
+  ASSERT_TRUE(secret);
+  EXPECT_TRUE(*secret == Secret(std::string_view("secret")));
+}
+
+TEST_F(KeychainTest, GivesItToNobodyElse) {
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret", {"/bin/sh", "/no/such/program"}), errSecSuccess);
+  EXPECT_EQ(codeForService("S"), errSecAuthFailed);
+  EXPECT_EQ(codeForService("T"), errSecItemNotFound);
+  ASSERT_EQ(add(attributes("L", "user", "U"), "secret", {}), errSecSuccess);
+  EXPECT_EQ(codeForService("U"), errSecAuthFailed);
+  const auto refused = keychain.secretForService("S", self());
+  EXPECT_EQ(refused.error().message.find("secret"), std::string::npos);
+}
+
+TEST_F(KeychainTest, ARoleStandsForThePrograms) {
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret", {"/role"}), errSecSuccess);
+  EXPECT_EQ(codeForService("S"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "user", "T"), "secret", {"/foreign"}), errSecSuccess);
+  EXPECT_EQ(codeForService("T"), errSecAuthFailed);
+  EXPECT_EQ(Keychain::defaultRoles().size(), 1U);
+  EXPECT_FALSE(Keychain::defaultRoles().at("/usr/sbin/racoon").empty());
+}
+
+TEST_F(KeychainTest, AnyAccountOfTheServiceThatTrustsThePeer) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one", {"/bin/sh"}), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "b", "S"), "two"), errSecSuccess);
+  const auto secret = keychain.secretForService("S", self());
+  ASSERT_TRUE(secret);
+  EXPECT_TRUE(*secret == Secret(std::string_view("two")));
+}
+
+TEST_F(KeychainTest, AccountAndServiceAreUniqueAndDefaultToNothing) {
+  EXPECT_EQ(add({}, "one"), errSecSuccess);
+  EXPECT_EQ(add({{kLabelAttribute, "other"}}, "two"), errSecDuplicateItem);
+  EXPECT_EQ(add({{kAccountAttribute, ""}, {kServiceAttribute, ""}}, "three"), errSecDuplicateItem);
+  EXPECT_EQ(add({{kServiceAttribute, "S"}}, "four"), errSecSuccess);
+  EXPECT_EQ(keychain.find({{kLabelAttribute, "S"}})->size(), 1U);  // the label defaults to the service
+  EXPECT_EQ(keychain.find({})->size(), 2U);
+}
+
+TEST_F(KeychainTest, RemovesByIdentifier) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  ASSERT_EQ(add(attributes("M", "b", "S"), "two"), errSecSuccess);
+  const auto found = keychain.find({{kLabelAttribute, "L"}});
+  ASSERT_EQ(found->size(), 1U);
+  EXPECT_TRUE(keychain.remove(found->front()));
+  EXPECT_EQ(keychain.remove(found->front()).error().code, errSecItemNotFound);
+  EXPECT_EQ(keychain.find({})->size(), 1U);
+}
+
+TEST_F(KeychainTest, LimitsAreKept) {
+  EXPECT_EQ(add({{0x61626364, "unknown"}}, "x"), errSecParam);
+  EXPECT_EQ(add({{kLabelAttribute, std::string(Keychain::kMaximumAttribute + 1, 'x')}}, "x"), errSecParam);
+  EXPECT_EQ(add({}, std::string(Keychain::kMaximumSecret + 1, 'x')), errSecParam);
+  EXPECT_EQ(add({}, "x", std::vector<std::string>(Keychain::kMaximumPaths + 1, "/a")), errSecParam);
+  EXPECT_EQ(add({}, "x", {"relative"}), errSecParam);
+  EXPECT_EQ(add({}, "x", {"/a\nb"}), errSecParam);
+  EXPECT_FALSE(contentsOf(file).has_value());
+  EXPECT_EQ(keychain.find({{1, ""}}).error().code, errSecParam);
+}
+
+TEST_F(KeychainTest, AnEmptySecretIsOne) {
+  ASSERT_EQ(add(attributes("L", "", "S.SS"), ""), errSecSuccess);
+  const auto secret = keychain.secretForService("S.SS", self());
+  ASSERT_TRUE(secret);
+  EXPECT_TRUE(secret->empty());
+}
+
+TEST_F(KeychainTest, SwappedSecretsDoNotOpen) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "b", "T"), "two"), errSecSuccess);
+  tamper([](Value &items) {
+    const auto one = items.dictionary().begin()->first;
+    const auto two = std::next(items.dictionary().begin())->first;
+    Value itemOne = items[one];
+    Value itemTwo = items[two];
+    const Value secret = itemOne["Secret"];
+    itemOne.set("Secret", itemTwo["Secret"]);
+    itemTwo.set("Secret", secret);
+    items.set(one, itemOne);
+    items.set(two, itemTwo);
+  });
+  EXPECT_EQ(codeForService("S"), errSecAuthFailed);
+  EXPECT_EQ(codeForService("T"), errSecAuthFailed);
+}
+
+TEST_F(KeychainTest, AWidenedAccessListDoesNotOpen) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one", {"/bin/sh"}), errSecSuccess);
+  tamper([](Value &items) {
+    const auto name = items.dictionary().begin()->first;
+    Value item = items[name];
+    item.set("Access", Value::Dictionary{{"Description", "access"},
+                                         {"TrustedApplications", Value::Array{"/bin/sh", "/proc/self/exe"}}});
+    items.set(name, item);
+  });
+  EXPECT_EQ(codeForService("S"), errSecAuthFailed);
+}
+
+TEST_F(KeychainTest, ARenamedServiceDoesNotOpen) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  tamper([](Value &items) {
+    const auto name = items.dictionary().begin()->first;
+    Value item = items[name];
+    Value about = item["Attributes"];
+    about.set("svce", "T");
+    item.set("Attributes", about);
+    items.set(name, item);
+  });
+  EXPECT_EQ(codeForService("T"), errSecAuthFailed);
+}
+
+TEST_F(KeychainTest, WithoutItsKeyNothingIsSealedUnderANewOne) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  const auto before = contentsOf(file);
+  const std::string aside = folder.path("aside");
+  std::filesystem::rename(key, aside);
+  EXPECT_EQ(add(attributes("L", "b", "T"), "two"), errSecNotAvailable);
+  EXPECT_FALSE(contentsOf(key).has_value());
+  EXPECT_EQ(contentsOf(file), before);
+  EXPECT_EQ(codeForService("S"), errSecNotAvailable);
+  std::filesystem::rename(aside, key);
+  EXPECT_EQ(codeForService("S"), errSecSuccess);
+}
+
+TEST_F(KeychainTest, ADamagedFileIsReportedAndLeftAlone) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  const std::string whole = *contentsOf(file);
+  for (const auto &damaged : {whole + "garbage", whole.substr(0, whole.size() / 2), std::string(),
+                              std::string("<plist version=\"1.0\"><dict/></plist>")}) {
+    writeFile(file, damaged);
+    EXPECT_EQ(add(attributes("L", "b", "T"), "two"), errSecInvalidKeychain);
+    EXPECT_EQ(keychain.find({}).error().code, errSecInvalidKeychain);
+    EXPECT_EQ(keychain.remove("X").error().code, errSecInvalidKeychain);
+    EXPECT_EQ(contentsOf(file), damaged);
+  }
+  EXPECT_NE(contentsOf(log.path())->find(file), std::string::npos);
+}
+
+TEST_F(KeychainTest, EveryFailureKeepsWhatWasThere) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  const auto before = contentsOf(file);
+  const struct {
+    Call call;
+    const char *suffix;
+    int errnum;
+    std::int32_t status;
+  } faults[] = {{Call::lock, "-lock", ENOLCK, errSecNotAvailable},
+                {Call::write, "-new", ENOSPC, errSecNotAvailable},
+                {Call::synchronize, "-new", EIO, errSecNotAvailable},
+                {Call::rename, "keychain", EROFS, errSecWrPerm},
+                {Call::open, "SystemKey", EACCES, errSecWrPerm}};
+  for (const auto &fault : faults) {
+    fileSystem.failNext(fault.call, fault.suffix, fault.errnum);
+    EXPECT_EQ(add(attributes("L", "b", "T"), "two"), fault.status);
+    EXPECT_EQ(contentsOf(file), before);
+  }
+  EXPECT_EQ(codeForService("S"), errSecSuccess);
+  EXPECT_EQ(add(attributes("L", "b", "T"), "two"), errSecSuccess);
+}
+
+}  // namespace
+}  // namespace helper

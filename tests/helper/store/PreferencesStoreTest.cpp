@@ -1,0 +1,172 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "helper/StatusCodes.h"
+#include "helper/store/PreferencesStore.h"
+#include "tests/helper/support/FaultyFileSystem.h"
+#include "tests/helper/support/TemporaryFolder.h"
+
+namespace helper {
+namespace {
+
+using testing::contentsOf;
+using testing::FaultyFileSystem;
+using testing::writeFile;
+using Call = FaultyFileSystem::Call;
+
+const std::string kEmpty = "<plist version=\"1.0\"><dict/></plist>";
+const std::string kNamed =
+    "<plist version=\"1.0\"><dict><key>NetworkServices</key><dict><key>S</key><dict/></dict></dict></plist>";
+
+class PreferencesStoreTest : public ::testing::Test {
+ protected:
+  std::int32_t commit(const std::string &propertyList, const std::string &signature) {
+    const auto written = store.commit(propertyList, signature);
+    return written ? kSCStatusOK : written.error().code;
+  }
+  std::string signature() const { return store.read()->signature; }
+
+  testing::TemporaryFolder folder;
+  FaultyFileSystem fileSystem;
+  PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
+  const std::string path = folder.path("vpnctl/preferences.plist");
+  PreferencesStore store{path, fileSystem, log};
+};
+
+TEST_F(PreferencesStoreTest, AMissingFileIsAFreshSystem) {
+  const auto contents = store.read();
+  ASSERT_TRUE(contents);
+  EXPECT_TRUE(contents->propertyList.empty());
+  EXPECT_FALSE(contents->signature.empty());
+  EXPECT_TRUE(store.readValue()->isNull());
+}
+
+TEST_F(PreferencesStoreTest, CommitMakesTheFolderAndTheFile) {
+  ASSERT_EQ(commit(kEmpty, signature()), kSCStatusOK);
+  struct stat attributes = {};
+  ASSERT_EQ(::stat(folder.path("vpnctl").c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_mode & 07777, 0755U);
+  ASSERT_EQ(::stat(path.c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_mode & 07777, 0644U);
+  EXPECT_FALSE(contentsOf(path + "-lock").has_value());
+  EXPECT_FALSE(contentsOf(path + "-new").has_value());
+  EXPECT_TRUE(store.readValue()->isDictionary());
+}
+
+TEST_F(PreferencesStoreTest, TheSignatureOfACommitIsTheNextReads) {
+  const auto written = store.commit(kEmpty, signature());
+  ASSERT_TRUE(written);
+  EXPECT_EQ(*written, signature());
+  EXPECT_EQ(commit(kNamed, *written), kSCStatusOK);
+  EXPECT_NE(*written, signature());
+}
+
+TEST_F(PreferencesStoreTest, WhatSomebodyElseWroteMakesItStale) {
+  const std::string fresh = signature();
+  ASSERT_EQ(commit(kEmpty, fresh), kSCStatusOK);
+  EXPECT_EQ(commit(kNamed, fresh), kSCStatusStale);  // there was no file then
+  const std::string before = signature();
+  writeFile(path, kNamed);
+  EXPECT_EQ(commit(kEmpty, before), kSCStatusStale);
+  EXPECT_EQ(contentsOf(path), kNamed);
+  const std::string later = signature();
+  std::filesystem::remove(path);
+  EXPECT_EQ(commit(kEmpty, later), kSCStatusStale);
+  EXPECT_EQ(commit(kEmpty, ""), kSCStatusOK);  // nobody asked
+}
+
+TEST_F(PreferencesStoreTest, AChangeInPlaceOfTheSameSizeWithTheOldTimeIsSeen) {
+  ASSERT_EQ(commit(kNamed, ""), kSCStatusOK);
+  const std::string before = signature();
+  struct stat attributes = {};
+  ASSERT_EQ(::stat(path.c_str(), &attributes), 0);
+  std::string changed = *contentsOf(path);
+  changed.replace(changed.find("<key>S<"), 7, "<key>T<");
+  writeFile(path, changed);
+  const timespec times[2] = {attributes.st_atim, attributes.st_mtim};
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  EXPECT_EQ(commit(kEmpty, before), kSCStatusStale);
+}
+
+TEST_F(PreferencesStoreTest, AHeldLockIsBusy) {
+  ASSERT_EQ(commit(kEmpty, ""), kSCStatusOK);
+  const foundation::FileDescriptor lock(::open((path + "-lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+  ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+  const auto before = contentsOf(path);
+  EXPECT_EQ(commit(kNamed, ""), kSCStatusPrefsBusy);
+  EXPECT_EQ(contentsOf(path), before);
+}
+
+TEST_F(PreferencesStoreTest, ADamagedFileIsReportedAndNeverReplaced) {
+  std::filesystem::create_directory(folder.path("vpnctl"));
+  for (const std::string &damaged :
+       {kEmpty + "garbage", kEmpty.substr(0, 20), std::string(), std::string("<plist version=\"1.0\"><array/></plist>"),
+        std::string(
+            "<plist version=\"1.0\"><dict><key>a</key><integer>99999999999999999999</integer></dict></plist>")}) {
+    writeFile(path, damaged);
+    const auto contents = store.read();
+    ASSERT_FALSE(contents) << damaged;
+    EXPECT_EQ(contents.error().code, kSCStatusFailed);
+    EXPECT_EQ(commit(kNamed, ""), kSCStatusFailed);
+    EXPECT_EQ(contentsOf(path), damaged);
+  }
+  const auto text = contentsOf(log.path()).value_or("");
+  EXPECT_NE(text.find(path), std::string::npos);
+  EXPECT_NE(text.find("left alone"), std::string::npos);
+}
+
+TEST_F(PreferencesStoreTest, WhatIsSentIsChecked) {
+  for (const std::string &bad :
+       {std::string(), std::string("x"), std::string("<plist version=\"1.0\"><array/></plist>"),
+        std::string("<plist version=\"1.0\"><dict><key>Sets</key><string/></dict></plist>"),
+        std::string(PreferencesStore::kMaximumSize + 1, ' ')}) {
+    EXPECT_EQ(commit(bad, ""), kSCStatusInvalidArgument);
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder.path("vpnctl")));
+}
+
+TEST_F(PreferencesStoreTest, EveryFailureKeepsTheOldBytes) {
+  ASSERT_EQ(commit(kEmpty, ""), kSCStatusOK);
+  const auto before = contentsOf(path);
+  const struct {
+    Call call;
+    const char *suffix;
+    int errnum;
+    std::int32_t status;
+  } faults[] = {{Call::open, "-lock", EACCES, kSCStatusAccessError},
+                {Call::lock, "-lock", ENOLCK, kSCStatusFailed},
+                {Call::open, "preferences.plist", EACCES, kSCStatusAccessError},
+                {Call::open, "-new", EROFS, kSCStatusAccessError},
+                {Call::write, "-new", ENOSPC, kSCStatusFailed},
+                {Call::synchronize, "-new", EIO, kSCStatusFailed},
+                {Call::rename, "preferences.plist", EIO, kSCStatusFailed}};
+  for (const auto &fault : faults) {
+    fileSystem.failNext(fault.call, fault.suffix, fault.errnum);
+    EXPECT_EQ(commit(kNamed, ""), fault.status) << fault.suffix << fault.errnum;
+    EXPECT_EQ(contentsOf(path), before);
+  }
+  EXPECT_EQ(commit(kNamed, ""), kSCStatusOK);
+}
+
+TEST_F(PreferencesStoreTest, ABinaryFileIsReadAndReplacedByXML) {
+  std::filesystem::create_directory(folder.path("vpnctl"));
+  // {"A": 1}
+  const std::string binary = std::string("bplist00\xD1\x01\x02QA\x10\x01\x08\x0B\x0D", 18) + std::string(6, '\0') +
+                             "\x01\x01" + std::string(7, '\0') + "\x03" + std::string(8, '\0') + std::string(7, '\0') +
+                             "\x0F";
+  writeFile(path, binary);
+  const auto value = store.readValue();
+  ASSERT_TRUE(value) << value.error().message;
+  EXPECT_EQ((*value)["A"], foundation::Value(1));
+  EXPECT_EQ(store.read()->propertyList, binary);
+  EXPECT_EQ(commit(kNamed, signature()), kSCStatusOK);
+  EXPECT_TRUE(contentsOf(path)->starts_with("<?xml"));
+}
+
+}  // namespace
+}  // namespace helper
