@@ -17,11 +17,18 @@
 #include "platform/ProcessHardening.h"
 #include "qolmhelper/TNConnectorPPTP.h"
 
+// GCC wants to be told that a full buffer is meant; clang does not know the word.
+#if __has_cpp_attribute(gnu::nonstring)
+#define NOT_TERMINATED [[gnu::nonstring]]
+#else
+#define NOT_TERMINATED
+#endif
+
 namespace {
 
 // A path that fills all 1024 bytes has no terminating zero of its own: the one that is never written stands behind it.
 struct {
-  [[gnu::nonstring]] char bytes[1024] = "config.qolm";
+  NOT_TERMINATED char bytes[1024] = "config.qolm";
   const char zero = '\0';
 } config_path;
 

@@ -227,7 +227,6 @@ TEST_F(TNConnectorPPPTest, TheCallbackReadsStatusThenExtendedStatus) {
   const auto connection = connector_->connection();
   platform_.reset();
   testing::internal::CaptureStderr();
-  platform::SCNetworkConnectionContext context;
   PPPNetworkConnectionCallBack(connection, 0, static_cast<TNConnectorPPP *>(connector_.get()));
   testing::internal::GetCapturedStderr();
   const std::vector<std::string> calls = platform_.calls();

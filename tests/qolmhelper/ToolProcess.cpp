@@ -69,7 +69,6 @@ ToolProcess::ToolProcess(Scene scene) : deadline_(std::chrono::steady_clock::now
   }
   writeFile(folder_.path("script"), scene.script);
   if (scene.hasPPPLog) writeFile(pppLog(), "an old line\n");
-  std::filesystem::permissions(folder_.path(), std::filesystem::perms::all);  // for a launcher that changes the user
 
   std::vector<std::string> command = scene.launcher;
   command.push_back(scene.program.empty() ? VPNCTL_FAKE : scene.program);
