@@ -111,6 +111,17 @@ addr add $ELSEWHERE/24 dev eth0
 link set eth0 up
 route add default via 203.0.113.1
 EOF
+  within 20 settled || fail "the links did not come up"
+}
+
+# The kernel gives a link its IPv6 address and routes a moment after it came up; before that, no snapshot is worth comparing.
+settled() {
+  local host line links
+  for host in "${ALL_HOSTS[@]}"; do
+    links=0
+    while read -r line; do [[ $line == *" lo" ]] || links=$((links + 1)); done <"/proc/${HOST[$host]}/net/if_inet6"
+    case $host in rtr) [ "$links" = 3 ] ;; srv) [ "$links" = 2 ] ;; *) [ "$links" = 1 ] ;; esac || return 1
+  done
 }
 
 configure() { on "$1" ip -batch -; }
@@ -122,6 +133,7 @@ spawn() {
   local name=$1 host=$2 out_fd err_fd
   shift 2
   rm -f "$logs/$name.pid"
+  unset "EXITED[$name]"
   : >"$logs/$name.out"
   : >"$logs/$name.err"
   exec {out_fd}> >(exec sed -u -e "w $logs/$name.out" -e "s/^/$name: /")

@@ -1,8 +1,8 @@
 """A PPTP peer (RFC 2637) that plays a part: peer.py ADDRESS PART
 
   refuse-control  answers Start-Control-Connection with result 4 (requester not authorised)
-  refuse-call     accepts the control connection, answers Outgoing-Call with result 4 (no call can be made)
-  busy            the same with result 5 (busy)
+  refuse-call     accepts the control connection, answers Outgoing-Call with result 7 (administratively prohibited)
+  busy            the same with result 4 (busy)
   close-early     closes the TCP connection without a word
   close-in-call   accepts the control connection and closes when a call is asked for
   garbage         answers with bytes that are no PPTP message
@@ -64,7 +64,7 @@ def play(connection, part):
         elif control == 7:
             if part == "close-in-call":
                 return
-            connection.sendall(call_reply(struct.unpack("!H", body[2:4])[0], {"refuse-call": 4, "busy": 5}.get(part, 1)))
+            connection.sendall(call_reply(struct.unpack("!H", body[2:4])[0], {"refuse-call": 7, "busy": 4}.get(part, 1)))
         elif control == 5:
             connection.sendall(message(6, body[2:6] + struct.pack("!BBH", 1, 0, 0)))
         elif control == 3:
