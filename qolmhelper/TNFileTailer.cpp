@@ -9,7 +9,7 @@
 #include "foundation/ConsoleLog.h"
 #include "foundation/Text.h"
 #include "foundation/Value.h"
-#include "qolmhelper/GrowthWatch.h"
+#include "platform/GrowthWatch.h"
 
 namespace TN {
 namespace {
@@ -67,7 +67,7 @@ void TNFileTailer::stop() { running_.store(false, std::memory_order_relaxed); }
 // read ahead is dropped and read anew: only the number of reads differs from reading one character at a time.
 void TNFileTailer::readLoop(const Callback &callback) {
   const auto wanted = [this] { return running_.load(std::memory_order_relaxed); };
-  GrowthWatch growth(fp_);
+  platform::GrowthWatch growth(fp_);
   std::array<char, kBlockSize> block;
   while (fp_ != nullptr && wanted()) {
     // Also clears an end of file met before, so that what was appended since is seen.

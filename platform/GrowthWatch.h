@@ -9,7 +9,7 @@
 
 #include "foundation/FileDescriptor.h"
 
-namespace TN {
+namespace platform {
 
 class GrowthWatch {
  public:
@@ -24,4 +24,4 @@ class GrowthWatch {
   foundation::FileDescriptor inotify_;
 };
 
-}  // namespace TN
+}  // namespace platform

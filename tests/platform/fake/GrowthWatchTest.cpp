@@ -2,10 +2,10 @@
 
 #include <memory>
 
-#include "qolmhelper/GrowthWatch.h"
+#include "platform/GrowthWatch.h"
 #include "tests/qolmhelper/TemporaryFolder.h"
 
-namespace TN {
+namespace platform {
 namespace {
 
 using std::chrono_literals::operator""h;
@@ -15,30 +15,30 @@ using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
 // None of these may take the hour; the test's own time limit says so.
 
 TEST(GrowthWatch, AChangeEndsTheSleepAlsoOneBeforeIt) {
-  const TemporaryFolder folder;
-  writeFile(folder.path("log"), "");
+  const TN::TemporaryFolder folder;
+  TN::writeFile(folder.path("log"), "");
   const Stream stream(std::fopen(folder.path("log").c_str(), "r"), std::fclose);
   GrowthWatch watch(stream.get());
-  appendToFile(folder.path("log"), "x");
+  TN::appendToFile(folder.path("log"), "x");
   watch.sleep(1h);
-  appendToFile(folder.path("log"), "y");
+  TN::appendToFile(folder.path("log"), "y");
   watch.sleep(1h);
 }
 
 TEST(GrowthWatch, FollowsTheOpenFileNotItsName) {
-  const TemporaryFolder folder;
-  writeFile(folder.path("log"), "");
+  const TN::TemporaryFolder folder;
+  TN::writeFile(folder.path("log"), "");
   const Stream stream(std::fopen(folder.path("log").c_str(), "r"), std::fclose);
   std::filesystem::rename(folder.path("log"), folder.path("old"));
-  writeFile(folder.path("log"), "");
+  TN::writeFile(folder.path("log"), "");
   GrowthWatch watch(stream.get());
-  appendToFile(folder.path("old"), "x");
+  TN::appendToFile(folder.path("old"), "x");
   watch.sleep(1h);
 }
 
 TEST(GrowthWatch, WithoutAChangeTheSleepLastsItsTime) {
-  const TemporaryFolder folder;
-  writeFile(folder.path("log"), "");
+  const TN::TemporaryFolder folder;
+  TN::writeFile(folder.path("log"), "");
   const Stream stream(std::fopen(folder.path("log").c_str(), "r"), std::fclose);
   const auto before = std::chrono::steady_clock::now();
   GrowthWatch(stream.get()).sleep(20ms);
@@ -54,4 +54,4 @@ TEST(GrowthWatch, AStreamWithoutAFileIsSleptOver) {
 }
 
 }  // namespace
-}  // namespace TN
+}  // namespace platform

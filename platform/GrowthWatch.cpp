@@ -1,4 +1,4 @@
-#include "qolmhelper/GrowthWatch.h"
+#include "platform/GrowthWatch.h"
 
 #include <poll.h>
 #include <sys/inotify.h>
@@ -8,7 +8,7 @@
 
 #include "platform/Dispatch.h"
 
-namespace TN {
+namespace platform {
 
 GrowthWatch::GrowthWatch(std::FILE *stream) {
   const int fd = fileno(stream);
@@ -23,7 +23,7 @@ GrowthWatch::GrowthWatch(std::FILE *stream) {
 
 void GrowthWatch::sleep(std::chrono::milliseconds limit) {
   if (!inotify_) {
-    platform::sleepForTimeInterval(std::chrono::duration<double>(limit).count());
+    sleepForTimeInterval(std::chrono::duration<double>(limit).count());
     return;
   }
   pollfd changed{inotify_.get(), POLLIN, 0};
@@ -34,4 +34,4 @@ void GrowthWatch::sleep(std::chrono::milliseconds limit) {
   }
 }
 
-}  // namespace TN
+}  // namespace platform
