@@ -36,10 +36,8 @@ Status protectMemory() {
   if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) < 0) return errnoError(errno, "turn core dumps off");
   const rlimit none = {0, 0};
   if (::setrlimit(RLIMIT_CORE, &none) < 0) return errnoError(errno, "turn core dumps off");
-#ifdef M_PERTURB
   // Freed memory is overwritten: what libraries copied of a secret does not lie around.
   ::mallopt(M_PERTURB, 0x5a);
-#endif
   return {};
 }
 

@@ -40,13 +40,17 @@ bool isStillNamed(int file, const std::string &path) {
 class LockWaiter {
  public:
   explicit LockWaiter(const std::string &path) : inotify_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-    if (inotify_) watched_ = ::inotify_add_watch(inotify_.get(), path.c_str(), IN_CLOSE_WRITE | IN_ATTRIB) >= 0;
+    if (!inotify_) return;
+    watched_ = ::inotify_add_watch(inotify_.get(), path.c_str(), IN_CLOSE_WRITE | IN_ATTRIB) >= 0;
+    gone_ = !watched_ && errno == ENOENT;
   }
 
   // False when DEADLINE has passed, or when there is no way to wait.
   bool wait(Clock::time_point deadline) const {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (!watched_ || left <= 0) return false;
+    if (left <= 0) return false;
+    if (gone_) return true;
+    if (!watched_) return false;
     pollfd waiting = {inotify_.get(), POLLIN, 0};
     return ::poll(&waiting, 1, static_cast<int>(left)) != 0;
   }
@@ -54,6 +58,7 @@ class LockWaiter {
  private:
   FileDescriptor inotify_;
   bool watched_ = false;
+  bool gone_ = false;  // let go before there was anything to watch
 };
 
 }  // namespace
@@ -112,11 +117,11 @@ Status AtomicFile::createFolder(mode_t mode) const {
 Result<AtomicFile::Lock> AtomicFile::lock(std::chrono::milliseconds patience) const {
   const std::string path = path_ + "-lock";
   const auto deadline = Clock::now() + patience;
+  std::optional<LockWaiter> waiter;
   while (true) {
     // Open for reading until it is won, so that the tries of two who wait do not look like releases to each other.
     auto file = fileSystem_.open(path, O_RDONLY | O_CREAT, 0600);
     if (!file) return file.error();
-    const LockWaiter waiter(path);  // watches before the try, so that no release falls between
     auto status = fileSystem_.lock(file->get(), path);
     if (status && isStillNamed(file->get(), path)) {
       Lock lock(path, std::move(*file));
@@ -128,7 +133,16 @@ Result<AtomicFile::Lock> AtomicFile::lock(std::chrono::milliseconds patience) co
       return lock;
     }
     if (status) continue;  // won, but its holder has removed it: there is a new one, or none
-    if (status.error().code != EWOULDBLOCK || !waiter.wait(deadline)) return status.error();
+    if (status.error().code != EWOULDBLOCK) return status.error();
+    // Watch, and try once more before waiting, so that no release falls between. Not before there is a need: the kernel
+    // takes milliseconds to end a watch.
+    if (!waiter) {
+      waiter.emplace(path);
+    } else if (waiter->wait(deadline)) {
+      waiter.reset();  // there is another file by now, or will be
+    } else {
+      return status.error();
+    }
   }
 }
 

@@ -140,5 +140,34 @@ TEST_F(HelperProcessTest, RefusesWithoutASocket) {
   EXPECT_FALSE(testing::contentsOf(folder.path("ppp.log")).has_value());
 }
 
+// The real program: it says so in plain words, and leaves no trace.
+TEST(HelperProgram, RefusesWhoIsNotRoot) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to stop being it";
+  int output[2] = {-1, -1};
+  ASSERT_EQ(::pipe2(output, O_CLOEXEC), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::dup2(output[1], STDERR_FILENO);
+    // By descriptor: the folder need not be one that the other user may enter.
+    const int program = ::open(HELPER_PROGRAM, O_RDONLY | O_CLOEXEC);
+    char name[] = "vpnctl-helper";
+    char *arguments[] = {name, nullptr};
+    char *environment[] = {nullptr};
+    if (::setgid(65534) == 0 && ::setuid(65534) == 0) ::fexecve(program, arguments, environment);
+    ::_exit(127);
+  }
+  ::close(output[1]);
+  std::string text;
+  char buffer[512];
+  for (ssize_t count = 0; (count = ::read(output[0], buffer, sizeof(buffer))) > 0;) {
+    text.append(buffer, static_cast<std::size_t>(count));
+  }
+  ::close(output[0]);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+  EXPECT_EQ(text, "vpnctl-helper: must be run by root; vpnctl starts it\n");
+}
+
 }  // namespace
 }  // namespace helper
