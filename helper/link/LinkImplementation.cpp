@@ -182,6 +182,12 @@ void Link::Implementation::tunnelFailed(const Tunnel::Failure &failure) {
 
 void Link::Implementation::tunnelLost(const std::string &sentence) {
   if (state_ != State::connecting && state_ != State::up) return;
+  if (phases_.ending()) {
+    // pppd is on its way out for a reason of its own, a refused password perhaps, which its exit tells better; the
+    // server has only heard of it first.
+    deadline_ = EventSource::timer(event_, kPPPGrace, [this] { daemon_->terminate(kPPPGrace); });
+    return;
+  }
   log_.write(sentence);
   end(Farewell::hungUp);
 }

@@ -47,8 +47,8 @@ std::string describe(const Route &route) {
   return textOf(route.destination) + "/" + std::to_string(route.prefixLength);
 }
 
-// 0 when there is none (any more). Not if_nametoindex: for a name that is gone its ioctl has the kernel run modprobe, which
-// takes half a second.
+// 0 when there is none (any more). Not if_nametoindex: for a name that is gone its ioctl has the kernel run modprobe,
+// which takes half a second.
 int indexOf(nl_sock *socket, const std::string &interface) {
   rtnl_link *link = nullptr;
   if (rtnl_link_get_kernel(socket, 0, interface.c_str(), &link) < 0) return 0;

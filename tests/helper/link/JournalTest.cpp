@@ -1,0 +1,177 @@
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "helper/link/Journal.h"
+
+using foundation::Value;
+using namespace helper;
+
+namespace {
+
+in_addr address(const char *text) {
+  in_addr result{};
+  EXPECT_EQ(inet_pton(AF_INET, text, &result), 1);
+  return result;
+}
+
+std::vector<JournalEntry> oneOfEach() {
+  ReplacedFile file;
+  file.path = "/etc/resolv.conf";
+  file.bytes = std::string("nameserver 10.0.0.1\n\xff\x00 odd", 26);
+  file.mode = 0640;
+  file.owner = 1;
+  file.group = 2;
+  file.replacement = "other\n";
+  ReplacedFile link;
+  link.path = "/etc/resolv.conf";
+  link.linkTarget = "../run/x";
+  return {StartedProcess{4711, 0xffffffffffffULL},
+          AddedRoute{Route{address("192.0.2.7"), 32, address("10.0.0.1"), address("10.0.0.2"), "eth0"}},
+          AddedRoute{Route{address("128.0.0.0"), 1, {}, {}, "ppp0"}},
+          ResolvconfRecord{"/sbin/resolvconf", "ppp0.vpnctl"},
+          file,
+          link};
+}
+
+class JournalTest : public testing::Test {
+ protected:
+  JournalTest() {
+    std::string name = testing::TempDir() + "journal.XXXXXX";
+    EXPECT_NE(::mkdtemp(name.data()), nullptr);
+    base_ = name + "/vpnctl";
+  }
+  ~JournalTest() override { std::filesystem::remove_all(std::filesystem::path(base_).parent_path()); }
+  std::vector<Journal> abandoned() { return Journal::abandoned(base_, errors_); }
+
+  std::string base_;
+  std::vector<foundation::Error> errors_;
+};
+
+TEST_F(JournalTest, EntriesComeBackAsTheyWere) {
+  const auto entries = journalEntries(journalValue(oneOfEach()));
+  ASSERT_TRUE(entries) << entries.error().message;
+  EXPECT_EQ(*entries, oneOfEach());
+}
+
+TEST_F(JournalTest, RefusesWhatMakesNoSense) {
+  EXPECT_FALSE(journalEntries(Value()));
+  EXPECT_FALSE(journalEntries(Value("text")));
+  const auto withEntry = [](const char *key, const Value &changed, std::size_t index) {
+    const Value value = journalValue(oneOfEach());
+    Value::Array entries = value["Entries"].array();
+    entries[index].set(key, changed);
+    Value result{Value::Dictionary{}};
+    result.set("Version", 1);
+    result.set("Entries", entries);
+    return result;
+  };
+  EXPECT_FALSE(journalEntries(withEntry("Kind", "Reboot", 0)));
+  EXPECT_FALSE(journalEntries(withEntry("PID", 1, 0)));
+  EXPECT_FALSE(journalEntries(withEntry("PID", -1, 0)));
+  EXPECT_FALSE(journalEntries(withEntry("PID", "junk", 0)));
+  EXPECT_FALSE(journalEntries(withEntry("Destination", "nowhere", 1)));
+  EXPECT_FALSE(journalEntries(withEntry("PrefixLength", 0, 1)));
+  EXPECT_FALSE(journalEntries(withEntry("PrefixLength", 33, 1)));
+  EXPECT_FALSE(journalEntries(withEntry("Program", "resolvconf", 3)));
+  EXPECT_FALSE(journalEntries(withEntry("Path", "etc/resolv.conf", 4)));
+}
+
+TEST_F(JournalTest, IsWrittenBeforeTheChangeAndForgottenAfter) {
+  auto journal = Journal::create(base_);
+  ASSERT_TRUE(journal) << journal.error().message;
+  struct stat attributes {};
+  ASSERT_EQ(::stat(journal->folder().c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_mode & 0777, 0700U);
+  for (const JournalEntry &entry : oneOfEach()) EXPECT_TRUE(journal->note(entry));
+  EXPECT_TRUE(journal->forgetLast());
+  EXPECT_EQ(journal->entries().size(), oneOfEach().size() - 1);
+  journal->finish();
+  EXPECT_FALSE(std::filesystem::exists(base_)) << "the last one out takes the base along";
+}
+
+TEST_F(JournalTest, OfTheLivingIsNotTouched) {
+  auto journal = Journal::create(base_);
+  ASSERT_TRUE(journal);
+  EXPECT_TRUE(abandoned().empty());
+  EXPECT_TRUE(errors_.empty());
+  EXPECT_TRUE(std::filesystem::exists(journal->folder()));
+}
+
+TEST_F(JournalTest, OfTheDeadIsFoundWithItsEntries) {
+  auto living = Journal::create(base_);
+  ASSERT_TRUE(living);
+  {
+    auto dead = Journal::create(base_);
+    ASSERT_TRUE(dead);
+    for (const JournalEntry &entry : oneOfEach()) ASSERT_TRUE(dead->note(entry));
+  }
+  auto found = abandoned();
+  ASSERT_EQ(found.size(), 1U);
+  EXPECT_EQ(found[0].entries(), oneOfEach());
+  // Locked now: a third does not see it.
+  EXPECT_TRUE(abandoned().empty());
+  found[0].finish();
+  EXPECT_TRUE(std::filesystem::exists(base_));
+  living->finish();
+  EXPECT_TRUE(errors_.empty());
+}
+
+TEST_F(JournalTest, ThatCannotBeReadIsReported) {
+  std::string folder;
+  {
+    auto dead = Journal::create(base_);
+    ASSERT_TRUE(dead);
+    ASSERT_TRUE(dead->note(StartedProcess{4711, 1}));
+    folder = dead->folder();
+  }
+  std::filesystem::resize_file(folder + "/journal.plist", 100);
+  const auto found = abandoned();
+  ASSERT_EQ(found.size(), 1U);
+  EXPECT_TRUE(found[0].entries().empty());
+  ASSERT_EQ(errors_.size(), 1U);
+  EXPECT_NE(errors_[0].message.find("journal.plist"), std::string::npos);
+}
+
+TEST_F(JournalTest, WithoutAnyChangeIsNoError) {
+  { ASSERT_TRUE(Journal::create(base_)); }
+  EXPECT_EQ(abandoned().size(), 1U);
+  EXPECT_TRUE(errors_.empty());
+}
+
+TEST_F(JournalTest, ThatCannotBeWrittenForbidsTheChange) {
+  auto journal = Journal::create(base_);
+  ASSERT_TRUE(journal);
+  std::filesystem::remove_all(journal->folder());
+  EXPECT_FALSE(journal->note(StartedProcess{4711, 1}));
+  EXPECT_TRUE(journal->entries().empty());
+}
+
+TEST_F(JournalTest, LocksAreClosedOnExec) {
+  auto journal = Journal::create(base_);
+  ASSERT_TRUE(journal);
+  int seen = 0;
+  for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int fd = std::stoi(entry.path().filename().string());
+    std::error_code gone;
+    if (std::filesystem::read_symlink(entry.path(), gone) != journal->folder()) continue;
+    ++seen;
+    EXPECT_TRUE(::fcntl(fd, F_GETFD) & FD_CLOEXEC);
+  }
+  EXPECT_EQ(seen, 1);
+}
+
+TEST(StartTime, TellsAProcessFromItsSuccessor) {
+  const auto own = startTimeOf(::getpid());
+  ASSERT_TRUE(own);
+  EXPECT_GT(*own, 0U);
+  EXPECT_EQ(startTimeOf(::getpid()), own);
+  EXPECT_FALSE(startTimeOf(0x3fffffff));
+}
+
+}  // namespace

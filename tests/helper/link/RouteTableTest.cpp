@@ -1,0 +1,103 @@
+// Against the kernel, in a network namespace of the test's own.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "helper/link/ChildProcess.h"
+#include "helper/link/RouteTable.h"
+
+using namespace helper;
+
+namespace {
+
+in_addr address(const char *text) {
+  in_addr result{};
+  EXPECT_EQ(inet_pton(AF_INET, text, &result), 1);
+  return result;
+}
+
+class RouteTableTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (::unshare(CLONE_NEWNET) < 0) GTEST_SKIP() << "no network namespace of one's own here";
+    ASSERT_TRUE(ip({"link", "add", "wire0", "type", "veth", "peer", "name", "wire1"}));
+    for (const char *name : {"wire0", "wire1"}) ASSERT_TRUE(ip({"link", "set", name, "up"}));
+    ASSERT_TRUE(ip({"addr", "add", "10.1.0.2/24", "dev", "wire0"}));
+    ASSERT_TRUE(ip({"route", "add", "default", "via", "10.1.0.1"}));
+    auto table = NetlinkRouteTable::open();
+    ASSERT_TRUE(table);
+    table_ = std::move(*table);
+  }
+  static bool ip(std::vector<std::string> words) {
+    words.insert(words.begin(), "/bin/ip");
+    auto process = ChildProcess::spawn(words, {}, {});
+    int code = -1;
+    sd_event *event = nullptr;
+    EXPECT_GE(sd_event_new(&event), 0);
+    process->watch(event, [&](const ChildProcess::End &end) { code = end.code; });
+    while (code < 0) EXPECT_GE(sd_event_run(event, UINT64_MAX), 0);
+    sd_event_unref(event);
+    return code == 0;
+  }
+
+  std::unique_ptr<NetlinkRouteTable> table_;
+};
+
+TEST_F(RouteTableTest, LooksUpWaysWithAndWithoutAGateway) {
+  const auto far = table_->lookUp(address("192.0.2.7"));
+  ASSERT_TRUE(far) << far.error().message;
+  EXPECT_EQ(*far, (Route{address("192.0.2.7"), 32, address("10.1.0.1"), address("10.1.0.2"), "wire0"}));
+  const auto near = table_->lookUp(address("10.1.0.9"));
+  ASSERT_TRUE(near);
+  EXPECT_EQ(*near, (Route{address("10.1.0.9"), 32, {}, address("10.1.0.2"), "wire0"}));
+}
+
+TEST_F(RouteTableTest, SaysWhenThereIsNoWay) {
+  ASSERT_TRUE(ip({"route", "del", "default"}));
+  EXPECT_FALSE(table_->lookUp(address("192.0.2.7")));
+}
+
+TEST_F(RouteTableTest, AddsOnceAndRemoves) {
+  const auto way = table_->lookUp(address("192.0.2.7"));
+  ASSERT_TRUE(way);
+  const auto first = table_->add(*way);
+  ASSERT_TRUE(first) << first.error().message;
+  EXPECT_TRUE(*first);
+  const auto second = table_->add(*way);
+  ASSERT_TRUE(second);
+  EXPECT_FALSE(*second);
+  EXPECT_TRUE(table_->remove(*way));
+  EXPECT_TRUE(table_->remove(*way)) << "it is gone, which is what was wanted";
+  const auto again = table_->add(*way);
+  ASSERT_TRUE(again);
+  EXPECT_TRUE(*again);
+}
+
+TEST_F(RouteTableTest, HalvesTheWorldBeforeTheDefaultRoute) {
+  for (const char *half : {"0.0.0.0", "128.0.0.0"}) {
+    const auto added = table_->add(Route{address(half), 1, {}, address("10.1.0.2"), "wire1"});
+    ASSERT_TRUE(added) << added.error().message;
+    EXPECT_TRUE(*added);
+  }
+  const auto way = table_->lookUp(address("192.0.2.7"));
+  ASSERT_TRUE(way);
+  EXPECT_EQ(way->interface, "wire1");
+}
+
+TEST_F(RouteTableTest, RemovesTheKernelsOwnRouteToAPeer) {
+  ASSERT_TRUE(ip({"addr", "add", "10.9.0.2", "peer", "192.0.2.7", "dev", "wire1"}));
+  ASSERT_EQ(table_->lookUp(address("192.0.2.7"))->interface, "wire1");
+  ASSERT_TRUE(table_->remove(Route{address("192.0.2.7"), 32, {}, {}, "wire1"}));
+  EXPECT_EQ(table_->lookUp(address("192.0.2.7"))->interface, "wire0");
+}
+
+TEST_F(RouteTableTest, HasNothingToRemoveOnAnInterfaceThatIsGone) {
+  EXPECT_TRUE(table_->remove(Route{address("192.0.2.7"), 32, {}, {}, "ppp77"}));
+  EXPECT_FALSE(table_->add(Route{address("192.0.2.7"), 32, {}, {}, "ppp77"}));
+}
+
+}  // namespace

@@ -1,0 +1,71 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "helper/link/ChildProcess.h"
+#include "helper/link/Undo.h"
+
+using namespace helper;
+
+namespace {
+
+class RecordingTable : public RouteTable {
+ public:
+  foundation::Result<Route> lookUp(in_addr) override { return foundation::Error{}; }
+  foundation::Result<bool> add(const Route &) override { return foundation::Error{}; }
+  foundation::Status remove(const Route &route) override {
+    removed.push_back(route.interface);
+    if (route.interface == "stuck") return foundation::Error{"Netlink", 0, "it sticks"};
+    return {};
+  }
+  std::vector<std::string> removed;
+};
+
+class UndoTest : public testing::Test {
+ protected:
+  UndoTest() {
+    std::string name = testing::TempDir() + "undo.XXXXXX";
+    EXPECT_NE(::mkdtemp(name.data()), nullptr);
+    base_ = name;
+  }
+  ~UndoTest() override { std::filesystem::remove_all(base_); }
+
+  void undo(const std::vector<JournalEntry> &entries) {
+    auto journal = Journal::create(base_ + "/vpnctl");
+    ASSERT_TRUE(journal);
+    for (const auto &entry : entries) ASSERT_TRUE(journal->note(entry));
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+    EXPECT_FALSE(std::filesystem::exists(base_ + "/vpnctl"));
+  }
+
+  std::string base_;
+  RecordingTable table_;
+  std::vector<std::string> complaints_;
+};
+
+TEST_F(UndoTest, GoesBackwardsAndPastWhatFails) {
+  undo({AddedRoute{Route{{}, 1, {}, {}, "first"}}, AddedRoute{Route{{}, 1, {}, {}, "stuck"}},
+        AddedRoute{Route{{}, 1, {}, {}, "last"}}});
+  EXPECT_EQ(table_.removed, (std::vector<std::string>{"last", "stuck", "first"}));
+  ASSERT_EQ(complaints_.size(), 1U);
+  EXPECT_NE(complaints_[0].find("it sticks"), std::string::npos);
+}
+
+TEST_F(UndoTest, EndsAProcessThatIsStillThere) {
+  auto process = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(process);
+  undo({StartedProcess{process->pid(), startTimeOf(process->pid()).value()}});
+  EXPECT_TRUE(process->waitFor(std::chrono::milliseconds(0)));
+  EXPECT_TRUE(complaints_.empty());
+}
+
+TEST_F(UndoTest, LeavesAnotherProcessOfTheSameNumberAlone) {
+  auto process = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(process);
+  undo({StartedProcess{process->pid(), startTimeOf(process->pid()).value() + 1}, StartedProcess{0x3fffffff, 1}});
+  EXPECT_FALSE(process->waitFor(std::chrono::milliseconds(50)));
+}
+
+}  // namespace
