@@ -21,22 +21,10 @@ AuthorizationRef created() {
   return authorization;
 }
 
-// The process ids whose executable is PATH.
-std::vector<std::string> processesOf(const std::string &path) {
-  std::vector<std::string> found;
-  for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
-    const std::string name = entry.path().filename().string();
-    std::error_code error;
-    const auto executable = std::filesystem::read_symlink(entry.path() / "exe", error);
-    if (!error && executable == path) found.push_back(name);
-  }
-  return found;
-}
-
 TEST_F(AuthorizationTest, StartsTheHelperAndIsReadyWhenTheLogIsThere) {
   const auto authorization = authorize();
   EXPECT_TRUE(helper::testing::contentsOf(logPath()).has_value());
-  EXPECT_EQ(processesOf(folder().path("vpnctl-helper")).size(), 1U);
+  EXPECT_EQ(helperProcesses().size(), 1U);
 }
 
 TEST_F(AuthorizationTest, AsksForARightItHasWithoutASecondHelper) {
@@ -45,7 +33,7 @@ TEST_F(AuthorizationTest, AsksForARightItHasWithoutASecondHelper) {
   EXPECT_EQ(AuthorizationCopyRights(authorization, kSystemPreferences, nullptr, 0, &granted), errAuthorizationSuccess);
   ASSERT_EQ(granted.size(), 1U);
   EXPECT_EQ(granted[0].name, "system.preferences");
-  EXPECT_EQ(processesOf(folder().path("vpnctl-helper")).size(), 1U);
+  EXPECT_EQ(helperProcesses().size(), 1U);
 }
 
 TEST_F(AuthorizationTest, RefusesAnUnknownRight) {
@@ -118,7 +106,7 @@ TEST_F(AuthorizationTest, TheHelperInheritsNothing) {
   std::signal(SIGUSR1, oldAction);
   ::close(leak);
 
-  const auto processes = processesOf(folder().path("vpnctl-helper"));
+  const auto processes = helperProcesses();
   ASSERT_EQ(processes.size(), 1U);
   const std::string process = "/proc/" + processes[0];
   for (const auto &entry : std::filesystem::directory_iterator(process + "/fd")) {

@@ -66,6 +66,16 @@ std::string HelperFixture::commitService(const AuthorizationRef &authorization, 
   return SCNetworkServiceGetServiceID(service).value_or("");
 }
 
+std::vector<std::string> HelperFixture::helperProcesses() const {
+  std::vector<std::string> found;
+  for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
+    std::error_code error;
+    const auto executable = std::filesystem::read_symlink(entry.path() / "exe", error);
+    if (!error && executable == folder_.path("vpnctl-helper")) found.push_back(entry.path().filename().string());
+  }
+  return found;
+}
+
 std::vector<std::int64_t> HelperFixture::Recorder::phases() const {
   std::vector<std::int64_t> phases;
   for (const auto &moment : moments) phases.push_back(moment.extendedStatus["PPP"]["Status"].integerValue());

@@ -27,6 +27,9 @@ class HelperFixture : public ::testing::Test {
   // The same, committed; its identifier.
   std::string commitService(const AuthorizationRef &authorization, const std::string &address);
 
+  // The process ids of the helpers that run.
+  std::vector<std::string> helperProcesses() const;
+
   std::string preferencesPath() const { return folder_.path("etc/preferences.plist"); }
   std::string logPath() const { return folder_.path("ppp.log"); }
   const helper::testing::TemporaryFolder &folder() const { return folder_; }
