@@ -1,0 +1,85 @@
+#include "StubPPPD.h"
+
+/* The order matters: the others lean on pppd.h. */
+/* clang-format off */
+#include <pppd/pppd.h>
+#include <pppd/fsm.h>
+#include <pppd/ipcp.h>
+#include <pppd/lcp.h>
+/* clang-format on */
+#include <string.h>
+
+struct channel *the_channel;
+char ifname[MAXIFNAMELEN] = "ppp7";
+int ifunit = 7;
+int got_sigterm;
+int fd_ppp = -1;
+volatile int status;
+bool demand = 1;
+char ppp_devnam[MAXPATHLEN];
+struct notifier *phasechange, *exitnotify, *ip_up_notifier;
+int (*pap_check_hook)(void);
+int (*pap_passwd_hook)(char *user, char *passwd);
+int (*chap_check_hook)(void);
+int (*chap_passwd_hook)(char *user, char *passwd);
+void (*snoop_recv_hook)(unsigned char *p, int len);
+void (*ip_choose_hook)(u_int32_t *);
+lcp_options lcp_wantoptions[NUM_PPP] = {{.neg_upap = 1, .neg_chap = 1, .neg_eap = 1}};
+lcp_options lcp_gotoptions[NUM_PPP] = {{.mru = 1500}};
+ipcp_options ipcp_gotoptions[NUM_PPP] = {{.ouraddr = 11, .dnsaddr = {13, 14}}};
+ipcp_options ipcp_hisoptions[NUM_PPP] = {{.hisaddr = 12}};
+
+static option_t *known_options;
+
+void add_options(option_t *options) { known_options = options; }
+void error(char *format, ...) { (void)format; }
+int netif_get_mtu(int unit) { return unit == 0 ? 1400 : -1; }
+int generic_establish_ppp(int fd) { return fd; }
+void generic_disestablish_ppp(int fd) { (void)fd; }
+size_t strlcpy(char *to, const char *from, size_t size) {
+  snprintf(to, size, "%s", from);
+  return strlen(from);
+}
+
+/* One handler each is all there is. */
+static struct notifier handlers[3];
+static int handlers_used;
+void add_notifier(struct notifier **list, notify_func function, void *context) {
+  struct notifier *handler = &handlers[handlers_used++];
+  handler->func = function;
+  handler->arg = context;
+  *list = handler;
+}
+
+void stub_set_option(const char *name, const char *value) {
+  option_t *option;
+  for (option = known_options; option->name != NULL; ++option) {
+    if (strcmp(option->name, name) != 0) continue;
+    if (option->type == o_string) *(char **)option->addr = strdup(value);
+    if (option->type == o_int) *(int *)option->addr = (int)OPT_VAL(option->flags);
+  }
+}
+int stub_channel_connect(void) { return the_channel->connect(); }
+void stub_phase(int phase) { phasechange->func(phasechange->arg, phase); }
+void stub_ip_up(void) { ip_up_notifier->func(ip_up_notifier->arg, 0); }
+void stub_exit(int code) { exitnotify->func(exitnotify->arg, code); }
+void stub_receive_packet(void) {
+  unsigned char packet[1] = {0};
+  snoop_recv_hook(packet, 1);
+}
+static char user_name[] = "alice";
+int stub_chap_password(char *buffer) { return chap_passwd_hook(user_name, buffer); }
+int stub_pap_password(char *buffer) { return pap_passwd_hook(user_name, buffer); }
+int stub_have_password(void) { return chap_check_hook() == 1 && pap_check_hook() == 1; }
+void stub_choose_ip(void) {
+  u_int32_t address = 0;
+  ip_choose_hook(&address);
+}
+int stub_asks_for_dns(void) { return ipcp_gotoptions[0].req_dns1 && ipcp_gotoptions[0].req_dns2; }
+int stub_demands_authentication(void) {
+  return lcp_wantoptions[0].neg_upap || lcp_wantoptions[0].neg_chap || lcp_wantoptions[0].neg_eap || demand;
+}
+int stub_status(void) { return status; }
+void stub_ask_to_end(void) { got_sigterm = 1; }
+void stub_set_ppp_fd(int fd) { fd_ppp = fd; }
+const char *stub_version(void) { return VERSION; }

@@ -1,0 +1,28 @@
+/* Just enough of pppd's inside to load the plugin into a test: the variables and functions that it uses, and a way to
+ * look at them from C++, which pppd's own headers are not made for. */
+#pragma once
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+void stub_set_option(const char *name, const char *value);
+int stub_channel_connect(void);
+void stub_phase(int phase);
+void stub_ip_up(void);
+void stub_exit(int code);
+void stub_receive_packet(void);
+int stub_chap_password(char *buffer);
+int stub_pap_password(char *buffer);
+int stub_have_password(void);
+void stub_choose_ip(void);
+int stub_asks_for_dns(void);
+int stub_demands_authentication(void);
+int stub_status(void);
+void stub_ask_to_end(void);
+void stub_set_ppp_fd(int fd);
+const char *stub_version(void);
+
+#ifdef __cplusplus
+}
+#endif
