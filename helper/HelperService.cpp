@@ -262,7 +262,7 @@ void HelperService::linkChanged(const LinkStatus &status) {
   int result = sd_bus_message_new_signal(bus_, &signal, wire::kObjectPath, wire::kInterface, wire::kLinkStatusChanged);
   if (result >= 0) result = sd_bus_message_append_basic(signal, 's', serviceID_.c_str());
   if (result >= 0) result = appendState(signal, status);
-  if (result >= 0) result = sd_bus_send(bus_, signal, nullptr);
+  if (result >= 0) sd_bus_send(bus_, signal, nullptr);
   sd_bus_message_unref(signal);
   // A signal that cannot be sent has nobody to hear it; the link ends all the same. Disconnected is a link's last word.
   if (ending_ && status.status == 0) exit();

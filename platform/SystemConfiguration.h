@@ -103,7 +103,7 @@ using SCNetworkSetRef = std::shared_ptr<struct SCNetworkSet>;
 SCPreferencesRef SCPreferencesCreateWithAuthorization(const std::string &name,
                                                       const std::optional<std::string> &prefsID,
                                                       const AuthorizationRef &authorization);
-// Writes the session's changes, as one atomic replacement. kSCStatusStale when somebody else has written since this
+// Writes the session's changes, if there are any, as one atomic replacement. kSCStatusStale when somebody else has written since this
 // session first read; kSCStatusPrefsBusy when another session holds the lock; kSCStatusAccessError without rights.
 // Blocks for the write.
 bool SCPreferencesCommitChanges(const SCPreferencesRef &preferences);
@@ -212,7 +212,8 @@ SCNetworkConnectionStatus SCNetworkConnectionGetStatus(const SCNetworkConnection
 // A dictionary of that same moment with "PPP" {Status, LastCause, DeviceLastCause, ...} and, when up, "IPv4"
 // {Addresses, ...}. A null Value when there is none. Never blocks.
 foundation::Value SCNetworkConnectionCopyExtendedStatus(const SCNetworkConnectionRef &connection);
-// Callbacks arrive on the thread that runs RUN_LOOP. Clears SCError().
+// Callbacks arrive on the thread that runs RUN_LOOP; MODE is kCFRunLoopDefaultMode. Learns whether the service is up
+// already, which blocks for a round trip. Clears SCError().
 bool SCNetworkConnectionScheduleWithRunLoop(const SCNetworkConnectionRef &connection, const CFRunLoopRef &runLoop,
                                             const std::string &mode);
 // Starts the service; returns when it has been accepted, everything else comes as status changes. USER_OPTIONS is a

@@ -16,7 +16,9 @@
 //   DeleteKeychainItem(s item)            -> i status
 //       status: an OSStatus code. attributes: four-character tag and bytes.
 //   StartLink(s serviceID, ay userOptions, b linger) -> i error
-//       userOptions: a property list, or no bytes. One link per helper: kSCStatusFailed while one is up.
+//       userOptions: a property list {entity: {key: value}} that is laid over the service for this start, or no bytes.
+//       One link per helper: kSCStatusFailed while one is up. kSCStatusConnectionNoService for an unknown service.
+//       linger: the link outlives the socket.
 //   StopLink(s serviceID, b force)        -> i error
 //   LinkStatus(s serviceID)               -> i status, i error, ay extendedStatus
 //   signal LinkStatusChanged(s serviceID, i status, i error, ay extendedStatus)

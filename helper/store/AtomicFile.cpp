@@ -26,6 +26,15 @@ std::string folderOf(const std::string &path) {
 
 Error refusal(const std::string &reason) { return {std::string(foundation::kPOSIXErrorDomain), EPERM, reason}; }
 
+Status checkOwner(const std::string &path, const struct stat &attributes) {
+  if (attributes.st_uid != ::geteuid()) {
+    return refusal(path + " belongs to user " + std::to_string(attributes.st_uid) + "; chown it to user " +
+                   std::to_string(::geteuid()));
+  }
+  if ((attributes.st_mode & S_IWOTH) != 0) return refusal(path + " is writable by everybody; chmod o-w it");
+  return {};
+}
+
 // True when PATH still names the file that FILE has open: a lock's holder removes the lock's file, so a lock may be
 // won on a file that is no longer there.
 bool isStillNamed(int file, const std::string &path) {
@@ -70,12 +79,7 @@ AtomicFile::Lock::~Lock() {
 
 Status AtomicFile::check(const struct stat &attributes) const {
   if (!S_ISREG(attributes.st_mode)) return refusal(path_ + " is not a regular file");
-  if (attributes.st_uid != ::geteuid()) {
-    return refusal(path_ + " belongs to user " + std::to_string(attributes.st_uid) + "; chown it to user " +
-                   std::to_string(::geteuid()));
-  }
-  if ((attributes.st_mode & S_IWOTH) != 0) return refusal(path_ + " is writable by everybody; chmod o-w it");
-  return {};
+  return checkOwner(path_, attributes);
 }
 
 Result<std::optional<AtomicFile::Contents>> AtomicFile::read(std::size_t maximum) const {
@@ -110,7 +114,10 @@ Status AtomicFile::createFolder(mode_t mode) const {
   }
   const int reason = errno;
   struct stat attributes = {};
-  if (reason == EEXIST && ::stat(folder.c_str(), &attributes) == 0 && S_ISDIR(attributes.st_mode)) return {};
+  if (reason == EEXIST && ::stat(folder.c_str(), &attributes) == 0 && S_ISDIR(attributes.st_mode)) {
+    // Whoever may change the folder may put another file in our file's place.
+    return checkOwner(folder, attributes);
+  }
   return errnoError(reason, "mkdir " + folder);
 }
 

@@ -52,7 +52,8 @@ class AtomicFile {
   // a mistake would put here: a symbolic link, no regular file, a foreign owner, writable by everybody.
   foundation::Result<std::optional<Contents>> read(std::size_t maximum) const;
 
-  // Creates the file's folder, with MODE, if it is missing (its parent exists).
+  // Creates the file's folder, with MODE, if it is missing (its parent exists). One that is there must be ours, and not
+  // writable by everybody (EPERM).
   foundation::Status createFolder(mode_t mode) const;
 
   // The lock of PATH-lock. EWOULDBLOCK when another still holds it after PATIENCE; waits for the holder's end, not for

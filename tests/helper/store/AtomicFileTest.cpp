@@ -211,6 +211,10 @@ TEST_F(AtomicFileTest, AFolderIsMadeWithItsMode) {
   struct stat attributes = {};
   ASSERT_EQ(::stat(folder.path("inner").c_str(), &attributes), 0);
   EXPECT_EQ(attributes.st_mode & 07777, 0755U);
+  ASSERT_EQ(::chmod(folder.path("inner").c_str(), 01777), 0);
+  const auto open = inner.createFolder(0755);
+  ASSERT_FALSE(open);
+  EXPECT_EQ(open.error().code, EPERM);
   const AtomicFile deeper(folder.path("no/such/file"), fileSystem);
   EXPECT_FALSE(deeper.createFolder(0755));
   writeFile(folder.path("plain"), "");

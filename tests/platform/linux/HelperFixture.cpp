@@ -1,5 +1,6 @@
 #include "tests/platform/linux/HelperFixture.h"
 
+#include <csignal>
 #include <filesystem>
 
 #include "platform/linux/HelperPath.h"
@@ -91,6 +92,7 @@ void HelperFixture::record(SCNetworkConnectionRef connection, SCNetworkConnectio
     recorder.stopped = true;
     SCNetworkConnectionStop(connection, true);
   }
+  if (status == recorder.signalAt) ::kill(recorder.signalTo, SIGTERM);
   if (status == kSCNetworkConnectionDisconnected) CFRunLoopStop(CFRunLoopGetCurrent());
 }
 

@@ -45,6 +45,8 @@ class HelperFixture : public ::testing::Test {
     std::vector<Moment> moments;
     SCNetworkConnectionStatus stopAt = -1;  // asks for the end at the first moment of this status
     bool stopped = false;
+    SCNetworkConnectionStatus signalAt = -1;  // sends SIGTERM to the process signalTo at that moment
+    int signalTo = 0;
     std::vector<std::int64_t> phases() const;
   };
   static void record(SCNetworkConnectionRef connection, SCNetworkConnectionStatus status, void *info);

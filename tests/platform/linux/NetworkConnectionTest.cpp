@@ -2,7 +2,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <thread>
 
 #include "platform/linux/Authorization.h"
@@ -119,6 +118,16 @@ TEST_F(NetworkConnectionTest, AHelperThatDiesIsADisconnectionWithoutPPP) {
   EXPECT_EQ(SCError(), kSCStatusNoStoreServer);
   EXPECT_FALSE(SCPreferencesCreateWithAuthorization("test", {}, authorization));
   EXPECT_EQ(SCError(), kSCStatusNoPrefsSession);
+}
+
+TEST_F(NetworkConnectionTest, AHelperThatIsAskedToEndTakesTheLinkDownFirst) {
+  recorder.signalAt = kSCNetworkConnectionConnected;
+  recorder.signalTo = std::stoi(helperProcesses().at(0));
+  const auto connection = connect(service("up"), recorder);
+  ASSERT_TRUE(SCNetworkConnectionStart(connection, {}, false));
+  CFRunLoopRun();
+  EXPECT_EQ(recorder.phases(), (Phases{1, 2, 4, 5, 7, 8, 9, 10, 0}));
+  EXPECT_EQ(recorder.moments.back().error, 0);
 }
 
 TEST_F(NetworkConnectionTest, UserOptionsAreLaidOverTheServiceForOneStart) {
