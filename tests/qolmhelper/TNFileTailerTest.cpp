@@ -3,107 +3,14 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <future>
-#include <mutex>
 #include <thread>
 
 #include "qolmhelper/TNFileTailer.h"
+#include "tests/qolmhelper/TailedFile.h"
 #include "tests/qolmhelper/TemporaryFolder.h"
 
 namespace TN {
 namespace {
-
-constexpr std::chrono::seconds kPatience{30};
-
-// What a tailer's callback was given, and when its loop has let go of the callback.
-class Lines {
- public:
-  TNFileTailer::Callback callback() {
-    auto alive = std::shared_ptr<void>(nullptr, [this](void *) { ended_.set_value(); });
-    return [this, alive](const std::optional<std::string> &line) {
-      const std::lock_guard lock(mutex_);
-      lines_.push_back(line);
-      thread_ = std::this_thread::get_id();
-      changed_.notify_all();
-    };
-  }
-  std::optional<std::string> next() {
-    std::unique_lock lock(mutex_);
-    if (!changed_.wait_for(lock, kPatience, [this] { return !lines_.empty(); })) {
-      ADD_FAILURE() << "no line came";
-      return "(no line came)";
-    }
-    const std::optional<std::string> line = lines_.front();
-    lines_.pop_front();
-    return line;
-  }
-  void waitForEnd() { ASSERT_EQ(ended_.get_future().wait_for(kPatience), std::future_status::ready); }
-  bool empty() {
-    const std::lock_guard lock(mutex_);
-    return lines_.empty();
-  }
-  std::thread::id thread() {
-    const std::lock_guard lock(mutex_);
-    return thread_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::optional<std::string>> lines_;
-  std::thread::id thread_;
-  std::promise<void> ended_;
-};
-
-// A file in memory that knows when its reader has taken everything.
-class WatchedFile {
- public:
-  std::FILE *open() {
-    const cookie_io_functions_t functions{
-        [](void *self, char *bytes, std::size_t size) { return static_cast<WatchedFile *>(self)->read(bytes, size); },
-        nullptr,
-        [](void *self, off64_t *offset, int whence) { return static_cast<WatchedFile *>(self)->seek(offset, whence); },
-        nullptr};
-    return fopencookie(this, "r", functions);
-  }
-  void append(const std::string &text) {
-    const std::lock_guard lock(mutex_);
-    text_ += text;
-    endsMet_ = 0;
-  }
-  // The end that a read meets behind its text comes before the text is used; the end of the next read comes after.
-  void waitUntilRead() {
-    std::unique_lock lock(mutex_);
-    ASSERT_TRUE(changed_.wait_for(lock, kPatience, [this] { return endsMet_ >= 2; }));
-  }
-
- private:
-  ssize_t read(char *bytes, std::size_t size) {
-    const std::lock_guard lock(mutex_);
-    const std::size_t count = offset_ < text_.size() ? text_.copy(bytes, size, offset_) : 0;
-    offset_ += count;
-    if (count == 0) {
-      ++endsMet_;
-      changed_.notify_all();
-    }
-    return static_cast<ssize_t>(count);
-  }
-  int seek(off64_t *offset, int whence) {
-    const std::lock_guard lock(mutex_);
-    if (whence == SEEK_END) *offset += static_cast<off64_t>(text_.size());
-    if (whence == SEEK_CUR) *offset += static_cast<off64_t>(offset_);
-    offset_ = static_cast<std::size_t>(*offset);
-    return 0;
-  }
-
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::string text_ = "old";
-  std::size_t offset_ = 0;
-  int endsMet_ = 0;
-};
 
 class TNFileTailerTest : public testing::Test {
  protected:

@@ -2,12 +2,15 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <future>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "platform/Dispatch.h"
 
@@ -41,54 +44,66 @@ class Counter {
 
 dispatch_queue_t globalQueue() { return dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0); }
 
+// Blocks own what they touch: the last of them may still be on its way out when the test is over.
+
 TEST(DispatchQueue, ACreatedQueueRunsItsBlocksInOrderOnOneOtherThread) {
+  struct Seen {
+    std::vector<int> order;
+    std::set<std::thread::id> threads;
+    Counter done;
+  };
   const dispatch_queue_t queue = dispatch_queue_create("test");
-  std::vector<int> order;
-  std::set<std::thread::id> threads;
-  std::promise<void> done;
+  const auto seen = std::make_shared<Seen>();
   for (int i = 0; i < 100; ++i) {
-    dispatch_async(queue, [&, i] {
-      order.push_back(i);
-      threads.insert(std::this_thread::get_id());
-      if (i == 99) done.set_value();
+    dispatch_async(queue, [seen, i] {
+      seen->order.push_back(i);
+      seen->threads.insert(std::this_thread::get_id());
+      if (i == 99) seen->done.add();
     });
   }
-  ASSERT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
-  EXPECT_EQ(threads.size(), 1u);
-  EXPECT_FALSE(threads.contains(std::this_thread::get_id()));
+  ASSERT_TRUE(seen->done.waitFor(1));
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(seen->order[static_cast<std::size_t>(i)], i);
+  EXPECT_EQ(seen->threads.size(), 1u);
+  EXPECT_FALSE(seen->threads.contains(std::this_thread::get_id()));
 }
 
 TEST(DispatchQueue, BlocksRunThoughTheQueueIsGone) {
-  Counter counter;
+  const auto counter = std::make_shared<Counter>();
   dispatch_queue_t queue = dispatch_queue_create("test");
-  for (int i = 0; i < 10; ++i) dispatch_async(queue, [&] { counter.add(); });
+  for (int i = 0; i < 10; ++i) dispatch_async(queue, [counter] { counter->add(); });
   queue.reset();
-  EXPECT_TRUE(counter.waitFor(10));
+  EXPECT_TRUE(counter->waitFor(10));
 }
 
 TEST(DispatchQueue, BlocksOfTheGlobalQueueRunSideBySide) {
-  std::promise<void> first, second, done;
-  dispatch_async(globalQueue(), [&] {
-    first.set_value();
-    second.get_future().wait();
-    done.set_value();
+  struct Meeting {
+    Counter first, second, done;
+  };
+  const auto meeting = std::make_shared<Meeting>();
+  dispatch_async(globalQueue(), [meeting] {
+    meeting->first.add();
+    if (meeting->second.waitFor(1)) meeting->done.add();
   });
-  dispatch_async(globalQueue(), [&] {
-    first.get_future().wait();
-    second.set_value();
+  dispatch_async(globalQueue(), [meeting] {
+    if (meeting->first.waitFor(1)) meeting->second.add();
   });
-  EXPECT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
+  EXPECT_TRUE(meeting->done.waitFor(1));
 }
 
 TEST(DispatchQueue, ItsThreadsTakeNoSignals) {
-  std::promise<bool> blocked;
-  dispatch_async(globalQueue(), [&] {
+  struct Seen {
+    bool blocked = false;
+    Counter done;
+  };
+  const auto seen = std::make_shared<Seen>();
+  dispatch_async(globalQueue(), [seen] {
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-    blocked.set_value(sigismember(&mask, SIGTERM) == 1 && sigismember(&mask, SIGUSR1) == 1);
+    seen->blocked = sigismember(&mask, SIGTERM) == 1 && sigismember(&mask, SIGUSR1) == 1;
+    seen->done.add();
   });
-  EXPECT_TRUE(blocked.get_future().get());
+  ASSERT_TRUE(seen->done.waitFor(1));
+  EXPECT_TRUE(seen->blocked);
 }
 
 // Leaves the signal as it found it.
@@ -108,8 +123,8 @@ class SignalSourceTest : public testing::Test {
 };
 
 TEST_F(SignalSourceTest, SeesASignalThatIsIgnored) {
-  Counter counter;
-  const dispatch_source_t source = makeSource([&] { counter.add(); });
+  const auto counter = std::make_shared<Counter>();
+  const dispatch_source_t source = makeSource([counter] { counter->add(); });
   dispatch_resume(source);
   struct sigaction ignore = {};
   struct sigaction old = {};
@@ -117,35 +132,41 @@ TEST_F(SignalSourceTest, SeesASignalThatIsIgnored) {
   sigaction(SIGUSR2, &ignore, &old);
   for (int i = 1; i <= 3; ++i) {
     kill(getpid(), SIGUSR2);
-    EXPECT_TRUE(counter.waitFor(i));
+    EXPECT_TRUE(counter->waitFor(i));
   }
   sigaction(SIGUSR2, &old, nullptr);
 }
 
-TEST_F(SignalSourceTest, ArrivalsDuringARunBecomeOneFurtherRun) {
-  Counter counter;
-  std::promise<void> go;
-  std::shared_future<void> mayEnd = go.get_future().share();
-  const dispatch_source_t source = makeSource([&] {
-    counter.add();
-    mayEnd.wait();
+TEST_F(SignalSourceTest, ArrivalsDuringARunLeadToAnotherRunAndNeverToTwoAtATime) {
+  struct Runs {
+    Counter begun, mayEnd;
+    std::atomic<int> inside = 0;
+    std::atomic<bool> overlapped = false;
+  };
+  const auto runs = std::make_shared<Runs>();
+  const dispatch_source_t source = makeSource([runs] {
+    if (++runs->inside > 1) runs->overlapped = true;
+    runs->begun.add();
+    runs->mayEnd.waitFor(1);
+    --runs->inside;
   });
   dispatch_resume(source);
   dispatch_source_merge_data(source, 1);
-  ASSERT_TRUE(counter.waitFor(1));
+  ASSERT_TRUE(runs->begun.waitFor(1));
   for (int i = 0; i < 5; ++i) dispatch_source_merge_data(source, 1);
-  EXPECT_EQ(counter.count(), 1) << "one run at a time";
-  go.set_value();
-  EXPECT_TRUE(counter.waitFor(2));
+  EXPECT_EQ(runs->begun.count(), 1);
+  runs->mayEnd.add();
+  EXPECT_TRUE(runs->begun.waitFor(2));
+  EXPECT_FALSE(runs->overlapped);
 }
 
 TEST_F(SignalSourceTest, MergedDataCountsAsAnArrivalAlsoBeforeTheStart) {
-  Counter counter;
-  const dispatch_source_t source = makeSource([&] { counter.add(); });
+  const auto counter = std::make_shared<Counter>();
+  const dispatch_source_t source = makeSource([counter] { counter->add(); });
   dispatch_source_merge_data(source, 1);
-  EXPECT_EQ(counter.count(), 0);
+  EXPECT_EQ(counter->count(), 0);
   dispatch_resume(source);
-  EXPECT_TRUE(counter.waitFor(1));
+  EXPECT_TRUE(counter->waitFor(1));
 }
 
 TEST_F(SignalSourceTest, ASourceThatGoesLetsItsHandlerGo) {

@@ -1,0 +1,129 @@
+// Both ends of a tailer under test: the lines that come out, and a file that knows how far it has been read.
+
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "qolmhelper/TNFileTailer.h"
+
+namespace TN {
+
+inline constexpr std::chrono::seconds kPatience{30};
+
+// What a tailer's callback was given, and when its loop has let go of the callback. The tailer's thread shares the
+// insides: it may still be on its way out when the test is over.
+class Lines {
+ public:
+  TNFileTailer::Callback callback() {
+    const auto alive = std::shared_ptr<void>(nullptr, [state = state_](void *) {
+      const std::lock_guard lock(state->mutex);
+      state->ended = true;
+      state->changed.notify_all();
+    });
+    return [state = state_, alive](const std::optional<std::string> &line) {
+      const std::lock_guard lock(state->mutex);
+      state->lines.push_back(line);
+      state->thread = std::this_thread::get_id();
+      state->changed.notify_all();
+    };
+  }
+  std::optional<std::string> next() {
+    std::unique_lock lock(state_->mutex);
+    if (!state_->changed.wait_for(lock, kPatience, [this] { return !state_->lines.empty(); })) {
+      ADD_FAILURE() << "no line came";
+      return "(no line came)";
+    }
+    const std::optional<std::string> line = state_->lines.front();
+    state_->lines.pop_front();
+    return line;
+  }
+  void waitForEnd() {
+    std::unique_lock lock(state_->mutex);
+    ASSERT_TRUE(state_->changed.wait_for(lock, kPatience, [this] { return state_->ended; }));
+  }
+  bool empty() {
+    const std::lock_guard lock(state_->mutex);
+    return state_->lines.empty();
+  }
+  std::thread::id thread() {
+    const std::lock_guard lock(state_->mutex);
+    return state_->thread;
+  }
+
+ private:
+  struct State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<std::optional<std::string>> lines;
+    std::thread::id thread;
+    bool ended = false;
+  };
+  const std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+// A file in memory that knows when its reader has taken everything. The stream holds the insides too.
+class WatchedFile {
+ public:
+  std::FILE *open() {
+    const cookie_io_functions_t functions{
+        [](void *self, char *bytes, std::size_t size) { return state(self).read(bytes, size); }, nullptr,
+        [](void *self, off64_t *offset, int whence) { return state(self).seek(offset, whence); },
+        [](void *self) {
+          delete static_cast<std::shared_ptr<State> *>(self);
+          return 0;
+        }};
+    return fopencookie(new std::shared_ptr<State>(state_), "r", functions);
+  }
+  void append(const std::string &text) {
+    const std::lock_guard lock(state_->mutex);
+    state_->text += text;
+    state_->endsMet = 0;
+  }
+  // The end that a read meets behind its text comes before the text is used; the end of the next read comes after.
+  void waitUntilRead() {
+    std::unique_lock lock(state_->mutex);
+    ASSERT_TRUE(state_->changed.wait_for(lock, kPatience, [this] { return state_->endsMet >= 2; }));
+  }
+
+ private:
+  struct State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::string text = "old";
+    std::size_t position = 0;
+    int endsMet = 0;
+
+    ssize_t read(char *bytes, std::size_t size) {
+      const std::lock_guard lock(mutex);
+      const std::size_t count = position < text.size() ? text.copy(bytes, size, position) : 0;
+      position += count;
+      if (count == 0) {
+        ++endsMet;
+        changed.notify_all();
+      }
+      return static_cast<ssize_t>(count);
+    }
+    int seek(off64_t *offset, int whence) {
+      const std::lock_guard lock(mutex);
+      if (whence == SEEK_END) *offset += static_cast<off64_t>(text.size());
+      if (whence == SEEK_CUR) *offset += static_cast<off64_t>(position);
+      position = static_cast<std::size_t>(*offset);
+      return 0;
+    }
+  };
+  static State &state(void *self) { return **static_cast<std::shared_ptr<State> *>(self); }
+
+  const std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+}  // namespace TN
