@@ -55,9 +55,11 @@ TEST(PPPOptions, OverrideWhatTheSystemsFileMaySay) {
 }
 
 TEST(PPPOptions, NeverDemandThatTheServerAuthenticates) {
-  for (const bool ccp : {false, true})
-    for (const std::string &word : Options(dictionary({{"CCPEnabled", ccp}})).words())
+  for (const bool ccp : {false, true}) {
+    const Options options(dictionary({{"CCPEnabled", ccp}}));
+    for (const std::string &word : options.words())
       EXPECT_TRUE(!word.starts_with("require-") || word.starts_with("require-mppe")) << word;
+  }
 }
 
 TEST(PPPOptions, KeepTheUserNameInOneWord) {
@@ -66,7 +68,8 @@ TEST(PPPOptions, KeepTheUserNameInOneWord) {
 }
 
 TEST(PPPOptions, NeverCarryTheKeychainsName) {
-  for (const std::string &word : Options(dictionary({{"AuthPassword", "ITEM"}})).words()) EXPECT_NE(word, "ITEM");
+  const Options options(dictionary({{"AuthPassword", "ITEM"}}));
+  for (const std::string &word : options.words()) EXPECT_NE(word, "ITEM");
 }
 
 TEST(PPPOptions, RefuseWhatIsNotAllowed) {

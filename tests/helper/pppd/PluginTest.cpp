@@ -3,18 +3,20 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <thread>
 
 #include "../link/LoopFixture.h"
 #include "StubPPPD.h"
+#include "helper/link/EventSource.h"
 #include "helper/link/PluginChannel.h"
 
 using namespace helper;
@@ -57,15 +59,14 @@ class PluginTest : public LoopFixture {
   }
   // pppd's side blocks, so it runs on a thread of its own while the loop answers.
   void asPPPD(const std::function<void()> &part) {
-    std::atomic<bool> done{false};
+    const FileDescriptor done(::eventfd(0, EFD_CLOEXEC));
+    bool finished = false;
+    const auto waiting = EventSource::io(event_, done.get(), EPOLLIN, [&](std::uint32_t) { finished = true; });
     std::thread thread([&] {
       part();
-      done = true;
+      EXPECT_EQ(::eventfd_write(done.get(), 1), 0);
     });
-    EXPECT_TRUE(runUntil([&] {
-      if (!done) sd_event_run(event_, 1000);
-      return done.load();
-    }));
+    EXPECT_TRUE(runUntil([&] { return finished; }));
     thread.join();
   }
   int connect() {

@@ -55,7 +55,10 @@ void stub_set_option(const char *name, const char *value) {
   option_t *option;
   for (option = known_options; option->name != NULL; ++option) {
     if (strcmp(option->name, name) != 0) continue;
-    if (option->type == o_string) *(char **)option->addr = strdup(value);
+    if (option->type == o_string) {
+      free(*(char **)option->addr);
+      *(char **)option->addr = strdup(value);
+    }
     if (option->type == o_int) *(int *)option->addr = (int)OPT_VAL(option->flags);
   }
 }
