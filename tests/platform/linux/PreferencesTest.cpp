@@ -41,6 +41,7 @@ TEST_F(PreferencesTest, AReadOfAFreshSystemWritesNothing) {
 }
 
 TEST_F(PreferencesTest, TheFileReadsAsOtherReadersKnowIt) {
+  if (std::system("python3 -c 'import plistlib'") != 0) GTEST_SKIP() << "needs python3, as another reader";
   const auto identifier = commitService(authorization, "up");
   struct stat file = {};
   struct stat folderOfFile = {};

@@ -1,0 +1,26 @@
+// What the stores make of a property list that somebody else wrote: the check of the network preferences, and keychain
+// items, which must survive being written again.
+
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+#include "foundation/PropertyList.h"
+#include "helper/store/KeychainItem.h"
+#include "helper/store/NetworkPreferencesSchema.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+  const auto root = foundation::propertyListFromData({reinterpret_cast<const char *>(data), size}, "input");
+  if (!root) return 0;
+  if (const auto status = helper::checkNetworkPreferences(*root); !status && status.error().message.empty())
+    std::abort();
+  for (const auto &[identifier, value] : (*root)["Items"].dictionary()) {
+    const auto item = helper::KeychainItem::fromValue(identifier, value);
+    if (!item) continue;
+    const auto again = helper::KeychainItem::fromValue(identifier, item->value());
+    if (!again || again->associatedData() != item->associatedData() || again->sealedSecret != item->sealedSecret) {
+      std::abort();
+    }
+  }
+  return 0;
+}
