@@ -6,10 +6,11 @@ baseline() {
   "$cache/bin/snapshot" "$work/hosts" before "$@"
 }
 
-# assert_clean: within two seconds everything is as it was.
+# assert_clean: within two seconds the client is as it was, and when the server has found out, so are the other hosts.
 assert_clean() {
   [ -f "$work/hosts/cli/before" ] || return 0
-  "$cache/bin/snapshot" "$work/hosts" compare 2000 "${ALL_HOSTS[@]}" || fail "something was left behind"
+  "$cache/bin/snapshot" "$work/hosts" compare 2000 cli || fail "something was left behind"
+  "$cache/bin/snapshot" "$work/hosts" compare 15000 rtr srv out || fail "something was left behind"
 }
 
 # expect_leak PATTERN...: the check sees differences, and these are among them. For the checks of the check.

@@ -127,7 +127,8 @@ settled() {
 configure() { on "$1" ip -batch -; }
 
 # spawn NAME HOST COMMAND...: starts a command in the background on a host. Its output goes to the screen as it comes, and
-# to $logs/NAME.out and $logs/NAME.err; its number on the host is in $logs/NAME.pid.
+# to $logs/NAME.out and $logs/NAME.err; its number on the host is in $logs/NAME.pid. The signals that bash ignores in its
+# background, Ctrl-C among them, are put back to what a program expects.
 declare -A SPAWNED READERS EXITED
 spawn() {
   local name=$1 host=$2 out_fd err_fd
@@ -140,7 +141,7 @@ spawn() {
   READERS[$name]=$!
   exec {err_fd}> >(exec sed -u -e "w $logs/$name.err" -e "s/^/$name: /")
   READERS[$name]+=" $!"
-  nsenter -t "${HOST[$host]}" -m -n -p -u -i -- bash -c 'cd && echo $$ >"$0.new" && mv "$0.new" "$0" && exec "$@"' \
+  env --default-signal nsenter -t "${HOST[$host]}" -m -n -p -u -i -- bash -c 'cd && echo $$ >"$0.new" && mv "$0.new" "$0" && exec "$@"' \
     "$logs/$name.pid" "$@" >&"$out_fd" 2>&"$err_fd" {never_fd}>&- {out_fd}>&- {err_fd}>&- &
   SPAWNED[$name]=$!
   exec {out_fd}>&- {err_fd}>&-
@@ -160,11 +161,19 @@ wait_end() {
   [ -z "$exit_status" ] || return 0
   within "${2:-60}" ended "$name" || fail "$name still runs after ${2:-60} s"
   exit_status=0
-  wait "${SPAWNED[$name]}" || exit_status=$?
+  { wait "${SPAWNED[$name]}" || exit_status=$?; } 2>/dev/null # bash would tell at length of a killed child
   EXITED[$name]=$exit_status
   # Its streams end with it: somebody who keeps them open longer would keep a caller's pipe open, too.
   for reader in ${READERS[$name]}; do
     within 5 not_running "$reader" || fail "somebody holds the output of $name open after its end"
+  done
+}
+# no_process HOST NAME...: no process of the host bears one of these names.
+no_process() {
+  local file name wanted
+  for file in "/proc/${HOST[$1]}/root/proc/"[0-9]*/comm; do
+    { read -r name <"$file"; } 2>/dev/null || continue
+    for wanted in "${@:2}"; do [ "$name" != "$wanted" ] || return 1; done
   done
 }
 not_running() { ! kill -0 "$1" 2>/dev/null; }

@@ -58,11 +58,13 @@ def throughput(figures):
         row = [NAMES[way], len(figures[way, "up rate"])]
         for direction in ("up", "down"):
             rate = statistics.median(figures[way, direction + " rate"]) / 1e6
+            lowest, highest = (pick(figures[way, direction + " rate"]) / 1e6 for pick in (min, max))
             cost = sum(figures[way, direction + " cpu"]) / 100 / (sum(figures[way, direction + " bits"]) / 1e8)
             rates[way, direction] = rate
-            row += [f"{rate:.1f}", f"{cost:.2f}"]
+            row += [f"{rate:.1f}", f"{lowest:.1f} to {highest:.1f}", f"{cost:.2f}"]
         rows.append(row)
-    table(["TCP, client to server and back", "runs", "up Mbit/s", "CPU s/100 Mbit", "down Mbit/s", "CPU s/100 Mbit"], rows)
+    table(["TCP, from the client and back", "runs", "up Mbit/s", "range", "CPU s/100 Mbit", "down Mbit/s", "range",
+           "CPU s/100 Mbit"], rows)
     if "vpnctl" not in ways:
         return None
     good = []

@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2154
 # Boots the guest and waits for its end. Sourced by lab/run and lab/bench, which set: lab (this folder), cache (build/lab),
 # out (a folder that the guest may write to, with the job in it) and vm_deadline (seconds).
 
