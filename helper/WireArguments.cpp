@@ -10,8 +10,8 @@ namespace helper {
 namespace {
 
 constexpr std::size_t kMaximumAttributes = 16;
-constexpr std::size_t kMaximumText = 4096;          // bytes, of one entry of a list
-constexpr std::size_t kMaximumOptions = 64 * 1024;  // bytes
+constexpr std::size_t kMaximumText = 4096;                      // bytes, of one entry of a list
+constexpr std::size_t kMaximumOptions = std::size_t{64} << 10;  // bytes
 
 }  // namespace
 

@@ -52,7 +52,7 @@ Status checkServiceLinks(const std::string &place, const Value &links, const Val
   for (const auto &[identifier, link] : links.dictionary()) {
     const Value &target = link["__LINK__"];
     if (target.isNull()) continue;  // a service that lives in the set itself
-    const std::string linkPlace = place + "/" + identifier + "/__LINK__";
+    const std::string linkPlace = std::string(place).append("/").append(identifier).append("/__LINK__");
     if (!target.isString() || !target.string().starts_with(kServicePrefix)) return wrong(linkPlace, "a service's path");
     if (services.find(std::string_view(target.string()).substr(kServicePrefix.size())) == nullptr) {
       return wrong(linkPlace, "the path of a service that is there");

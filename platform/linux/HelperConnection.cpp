@@ -18,7 +18,6 @@ using foundation::errnoError;
 using foundation::FileDescriptor;
 using foundation::Result;
 using foundation::Secret;
-using foundation::Value;
 
 namespace {
 
