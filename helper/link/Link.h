@@ -3,9 +3,10 @@
 //
 // Usual sequence: construct, start(), status changes through the handler until one says disconnected. stop() at any
 // time, also before start() (then the link ends at once after its start). Destroying a link that is not down takes it
-// down first, within kTeardownDeadline.
+// down first, within five seconds at most.
 //
-// Thread rule: the thread of the event loop. Nothing but the destructor blocks.
+// Thread rule: the thread of the event loop. Nothing but the destructor blocks. The handler may destroy the link only
+// when it hears "disconnected".
 
 #pragma once
 

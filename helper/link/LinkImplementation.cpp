@@ -2,6 +2,8 @@
 
 #include <time.h>
 
+#include <algorithm>
+
 #include "helper/link/PPPEnding.h"
 #include "helper/link/PPPOptions.h"
 #include "helper/link/PluginPath.h"
@@ -227,10 +229,13 @@ void Link::Implementation::cleanUp() {
     Undo(*routes_, [this](const std::string &sentence) { log_.write(sentence); }).finish(*journal_);
     journal_.reset();
   }
-  const auto since = std::chrono::steady_clock::now() - log_.lastWrite();
-  if (log_.lastWrite() == std::chrono::steady_clock::time_point{} || since >= kReadingTime) return sayDisconnected();
-  next_ = EventSource::timer(event_, kReadingTime - std::chrono::duration_cast<std::chrono::milliseconds>(since),
-                             [this] { sayDisconnected(); });
+  // Also without any waiting from a turn of its own: we may be in the middle of a call from the tunnel, and whoever
+  // hears the last word may destroy the link.
+  std::chrono::milliseconds wait{0};
+  if (log_.lastWrite() != std::chrono::steady_clock::time_point{})
+    wait = kReadingTime -
+           std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - log_.lastWrite());
+  next_ = EventSource::timer(event_, std::max(wait, std::chrono::milliseconds(0)), [this] { sayDisconnected(); });
 }
 
 void Link::Implementation::sayDisconnected() {
@@ -240,7 +245,9 @@ void Link::Implementation::sayDisconnected() {
   facts_.up.reset();
   facts_.lastCause = cause_.value_or(0);
   status_ = LinkStatus{connectionStatus(facts_.phase), 0, extendedStatus(facts_)};
-  handler_(status_);
+  const StatusHandler handler = handler_;
+  const LinkStatus status = status_;
+  handler(status);
 }
 
 void Link::Implementation::tell(int phase) {

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 
 #include "helper/link/LinkPhases.h"
 
@@ -64,7 +66,10 @@ void PPPDaemon::said(const PluginMessage &message) {
                    // A plugin that cannot be answered takes its pppd down by itself.
                    static_cast<void>(plugin_.givePassword(peer ? handlers_.password(*peer) : std::nullopt));
                  },
-                 [this](const PluginIPUp &up) { handlers_.ipUp(up); },
+                 [this](const PluginIPUp &up) {
+                   interface_ = up.interface;
+                   handlers_.ipUp(up);
+                 },
                  [this](const PluginExit &end) { end_.packetsReceived = end.packetsReceived; },
              },
              message);
@@ -102,9 +107,18 @@ void PPPDaemon::processEnded(const ChildProcess::End &end) {
   // What it said at last still lies in the socket; exit and end-of-file come in any order.
   plugin_.drain();
   grace_.reset();
+  if (!end.exited) removePIDFile();
   end_.exited = end.exited;
   end_.code = end.code;
   handlers_.ended(end_);
+}
+
+// A pppd that was killed leaves its file behind.
+void PPPDaemon::removePIDFile() {
+  if (interface_.empty()) return;
+  const std::string path = "/run/" + interface_ + ".pid";
+  pid_t pid = -1;
+  if (std::ifstream(path) >> pid && pid == process_->pid()) ::unlink(path.c_str());
 }
 
 }  // namespace helper

@@ -63,6 +63,7 @@ class PPPDaemon {
   void said(const PluginMessage &message);
   void handChannelOver();
   void processEnded(const ChildProcess::End &end);
+  void removePIDFile();
 
   sd_event *event_;
   Handlers handlers_;
@@ -72,6 +73,7 @@ class PPPDaemon {
   foundation::FileDescriptor channel_;
   bool channelWanted_ = false;
   PPPEnd end_;
+  std::string interface_;  // once IP is up
   EventSource grace_;
 };
 
