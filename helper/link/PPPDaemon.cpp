@@ -17,6 +17,8 @@ template <class... F>
 struct Overloaded : F... {
   using F::operator()...;
 };
+template <class... F>
+Overloaded(F...) -> Overloaded<F...>;  // for compilers that do not deduce it by themselves yet
 
 }  // namespace
 

@@ -25,8 +25,9 @@ std::string endingSentence(const PPPEnd &end, bool mppeWantedButMissing) {
            "or run a kernel that has it.";
   switch (end.code) {
     case 0:
-    case 5:
       return "The server ended the PPP connection.";
+    case 5:
+      return "Somebody else on this machine ended pppd.";
     case 2:
       return "pppd does not accept its options; its reason stands above, and a plugin that was built for another "
              "version of pppd is the usual one.";
