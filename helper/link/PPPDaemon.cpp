@@ -37,7 +37,7 @@ PPPDaemon::~PPPDaemon() = default;
 
 foundation::Status PPPDaemon::start(const std::vector<std::string> &options, const std::string &socketPath,
                                     const std::string &logPath) {
-  if (const auto listening = plugin_.listen(socketPath); !listening) return listening;
+  if (auto listening = plugin_.listen(socketPath); !listening) return listening;
   std::vector<std::string> arguments{program_};
   arguments.insert(arguments.end(), options.begin(), options.end());
   // Nothing of the caller's: no locale, no proxy, no preloaded library.

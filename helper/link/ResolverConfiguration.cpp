@@ -133,7 +133,7 @@ Status ResolverConfiguration::runResolvconf(const std::string &program, const st
       ::lseek(input.get(), 0, SEEK_SET) < 0)
     return errnoError(errno, "write the name servers for " + program);
   const std::string key = interface + ".vpnctl";
-  if (const Status noted = journal_.note(ResolvconfRecord{program, key}); !noted) return noted;
+  if (Status noted = journal_.note(ResolvconfRecord{program, key}); !noted) return noted;
   auto process =
       ChildProcess::spawn({program, "-a", key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {.input = input.get()});
   if (!process) return process.error();
@@ -152,8 +152,8 @@ Status ResolverConfiguration::editFile(const std::vector<in_addr> &servers) {
     before = text.str();
   }
   file->replacement = resolverFile(before, servers);
-  if (const Status noted = journal_.note(*file); !noted) return noted;
-  if (const Status put = putReplacement(*file); !put) {
+  if (Status noted = journal_.note(*file); !noted) return noted;
+  if (Status put = putReplacement(*file); !put) {
     static_cast<void>(journal_.forgetLast());
     return put;
   }

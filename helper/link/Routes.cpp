@@ -28,13 +28,13 @@ Status Routes::carryEverything(const std::string &interface, in_addr source) {
     route.prefixLength = 1;
     route.source = source;
     route.interface = interface;
-    if (const Status added = add(route); !added) return added;
+    if (Status added = add(route); !added) return added;
   }
   return {};
 }
 
 Status Routes::add(const Route &route) {
-  if (const Status noted = journal_.note(AddedRoute{route}); !noted) return noted;
+  if (Status noted = journal_.note(AddedRoute{route}); !noted) return noted;
   const auto added = table_.add(route);
   if (added && *added) return {};
   const Status forgotten = journal_.forgetLast();
