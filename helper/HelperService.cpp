@@ -296,8 +296,8 @@ void HelperService::end() {
 }
 
 void HelperService::exit() {
-  // A bus that is attached flushes when the loop exits, and waits for a peer that does not read for as long as it takes.
-  // What the socket could hold is there already.
+  // A bus that is attached flushes when the loop exits, and waits for a peer that does not read for as long as it
+  // takes. What the socket could hold is there already.
   sd_bus_detach_event(bus_);
   sd_event_exit(event_, 0);
 }
