@@ -109,6 +109,16 @@ template <class T>
 concept Number =
     std::same_as<T, bool> || std::same_as<T, std::int64_t> || std::same_as<T, std::uint64_t> || std::same_as<T, double>;
 
+// Whether POINTER is the only owner. The owner that let go last may have been on another thread, with reading that must
+// come before our writing: letting go of one more copy waits for it, use_count() alone does not.
+template <class T>
+bool isOursAlone(const std::shared_ptr<T> &pointer) {
+  if (pointer.use_count() != 1) return false;
+  std::shared_ptr<T> another = pointer;
+  another.reset();
+  return true;
+}
+
 template <class T>
 constexpr bool kIsPointer = false;
 template <class T>
@@ -118,7 +128,7 @@ constexpr bool kIsPointer<std::shared_ptr<T>> = true;
 
 Value::Value(std::string text) : state_(std::make_shared<const std::string>(std::move(text))) {}
 Value::Value(Data data) : state_(std::make_shared<const Data>(std::move(data))) {}
-Value::Value(Array array) : state_(std::make_shared<const ArrayBox>(ArrayBox{std::move(array), false})) {
+Value::Value(Array array) : state_(std::make_shared<ArrayBox>(ArrayBox{std::move(array), false})) {
   for (const Value &element : this->array()) requireObject(element);
 }
 Value::Value(Dictionary dictionary) : state_(std::make_shared<const Dictionary>(std::move(dictionary))) {
@@ -128,7 +138,7 @@ Value::Value(Dictionary dictionary) : state_(std::make_shared<const Dictionary>(
 Value Value::mutableArray(Array array) {
   for (const Value &element : array) requireObject(element);
   Value value;
-  value.state_ = std::make_shared<const ArrayBox>(ArrayBox{std::move(array), true});
+  value.state_ = std::make_shared<ArrayBox>(ArrayBox{std::move(array), true});
   return value;
 }
 
@@ -137,7 +147,7 @@ Value::Type Value::type() const { return static_cast<Type>(state_.index()); }
 bool Value::isNumber() const { return type() >= Type::boolean && type() <= Type::real; }
 
 bool Value::isMutableArray() const {
-  const auto *box = std::get_if<std::shared_ptr<const ArrayBox>>(&state_);
+  const auto *box = std::get_if<std::shared_ptr<ArrayBox>>(&state_);
   return box != nullptr && (*box)->isMutable;
 }
 
@@ -152,7 +162,7 @@ const Value::Data &Value::data() const {
 }
 
 const Value::Array &Value::array() const {
-  const auto *box = std::get_if<std::shared_ptr<const ArrayBox>>(&state_);
+  const auto *box = std::get_if<std::shared_ptr<ArrayBox>>(&state_);
   return box != nullptr ? (*box)->elements : emptyInstance<Array>();
 }
 
@@ -194,9 +204,14 @@ void Value::remove(std::string_view key) {
 void Value::append(Value element) {
   requireObject(element);
   if (!isNull() && !isArray()) throw std::invalid_argument("only an array can be appended to");
+  // Collecting element by element must not copy what is there each time: nobody else sees a box that is ours alone.
+  if (auto *box = std::get_if<std::shared_ptr<ArrayBox>>(&state_); box != nullptr && isOursAlone(*box)) {
+    (*box)->elements.push_back(std::move(element));
+    return;
+  }
   ArrayBox changed{array(), isMutableArray()};
   changed.elements.push_back(std::move(element));
-  state_ = std::make_shared<const ArrayBox>(std::move(changed));
+  state_ = std::make_shared<ArrayBox>(std::move(changed));
 }
 
 bool Value::boolValue() const {
@@ -292,7 +307,7 @@ bool Value::operator==(const Value &other) const {
           return equal(comparable(left), comparable(right));
         } else if constexpr (!std::same_as<Left, Right>) {
           return false;
-        } else if constexpr (std::same_as<Left, std::shared_ptr<const ArrayBox>>) {
+        } else if constexpr (std::same_as<Left, std::shared_ptr<ArrayBox>>) {
           return left == right || left->elements == right->elements;
         } else if constexpr (kIsPointer<Left>) {
           return left == right || *left == *right;

@@ -88,9 +88,9 @@ class Value {
 
  private:
   struct ArrayBox;
-  using State = std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double,
-                             std::shared_ptr<const std::string>, std::shared_ptr<const Data>, Date,
-                             std::shared_ptr<const ArrayBox>, std::shared_ptr<const Dictionary>>;
+  using State =
+      std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double, std::shared_ptr<const std::string>,
+                   std::shared_ptr<const Data>, Date, std::shared_ptr<ArrayBox>, std::shared_ptr<const Dictionary>>;
   State state_;
 };
 
