@@ -25,6 +25,12 @@ enum GBOptionFlags : std::uint64_t {
   GBOptionFlagGroupEnd = 0x400,       // closes the innermost open group
 };
 
+// A requirement and flags make one word, which C++ would let two enumerations do only with a warning.
+constexpr std::uint64_t operator|(GBOptionRequirement requirement, GBOptionFlags flags) {
+  return std::uint64_t{requirement} | std::uint64_t{flags};
+}
+constexpr std::uint64_t operator|(GBOptionFlags flags, GBOptionRequirement requirement) { return requirement | flags; }
+
 class OptionDefinition {
  public:
   using Text = std::optional<std::string>;

@@ -1,0 +1,225 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "cli/GBOptionsHelper.h"
+#include "foundation/ProcessInfo.h"
+#include "tests/cli/StreamCapture.h"
+
+using foundation::Value;
+using namespace GB;
+
+namespace {
+
+std::string expected(const std::string &name) {
+  std::ifstream file(std::string(EXPECTED_FOLDER) + "/" + name, std::ios::binary);
+  EXPECT_TRUE(file.good()) << name;
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string help(const GBOptionsHelper &helper) {
+  return printedBy(stdout, [&] { helper.printHelp(); });
+}
+
+std::string values(const GBOptionsHelper &helper, const GBSettings &settings) {
+  return printedBy(stdout, [&] { helper.printValuesFromSettings(settings); });
+}
+
+std::string version(const GBOptionsHelper &helper) {
+  return printedBy(stdout, [&] { helper.printVersion(); });
+}
+
+// Three layers and a list with everything in it.
+struct World {
+  World() {
+    helper.setApplicationName([] { return "Werkzeug \U0001f527"; });
+    helper.setApplicationVersion([] { return "1.2"; });
+    helper.setApplicationBuild([] { return "77"; });
+    helper.setPrintHelpHeader([] { return "%APPNAME %APPVERSION (%APPBUILD)\n"; });
+    helper.setPrintHelpFooter([] { return "%APPNAME, %APPNAME."; });
+    helper.setPrintValuesHeader([] { return "Values of %APPNAME"; });
+    helper.setPrintValuesArgumentsHeader([] { return "Arguments:"; });
+    helper.setPrintValuesOptionsHeader([] { return "Options:"; });
+    helper.setPrintValuesFooter([] { return "end"; });
+    helper.registerSeparator("Allgemeines \u2014 \U0001f600:");
+    helper.registerOption('v', "verbose", "Talk m\u00f6re", GBOptionNoValue);
+    helper.registerOption(static_cast<signed char>(0xe4), "gr\u00f6\u00dfe-\U0001f600", "Size", GBOptionRequiresValue);
+    helper.registerSeparator("replaced");
+    helper.registerOption(0, "hidden", "nowhere", GBOptionFlagNoHelp | GBOptionFlagNoPrint);
+    helper.registerSeparator("Rest:");
+    helper.registerOption('l', "level", "How deep", GBOptionValueOptional);
+    helper.registerGroup("build", "Making \u00e4ll things that there are", [](GBOptionsHelper &group) {
+      group.registerOption('o', "output", std::nullopt, GBOptionRequiresValue);
+      group.registerOption(0, "inputs", "What from", GBOptionRequiresValue);
+    });
+    helper.registerGroup("empty", "", [](GBOptionsHelper &) {});
+    helper.registerSeparator("at the end, dropped");
+    for (const auto &layer : {command, file, defaults}) layer->registerArrayForKey("inputs");
+    defaults->setInteger(3, "level");
+    defaults->setObjectForKey("d", "inputs");
+    file->setObjectForKey("\u00fcber \U0001f600\U0001f600", "output");
+    file->setObjectForKey(Value::Array{"f1", "f2"}, "inputs");
+    file->addArgument("from-file");
+    command->setBool(true, "verbose");
+    command->setFloat(2.5, "gr\u00f6\u00dfe-\U0001f600");
+    command->addArgument("\u00e4.txt");
+    command->addArgument("--b");
+  }
+
+  GBOptionsHelper helper;
+  std::shared_ptr<GBSettings> defaults = GBSettings::settingsWithName("defaults", nullptr);
+  std::shared_ptr<GBSettings> file = GBSettings::settingsWithName("Datei \u00fc", defaults);
+  std::shared_ptr<GBSettings> command = GBSettings::settingsWithName("command line", file);
+};
+
+}  // namespace
+
+TEST(GBOptionsHelperPrinting, HelpIsTheExpectedFileByteForByte) {
+  EXPECT_EQ(help(World().helper), expected("help.txt"));
+}
+
+TEST(GBOptionsHelperPrinting, ValuesAreTheExpectedFileByteForByte) {
+  const World world;
+  EXPECT_EQ(values(world.helper, *world.command), expected("values.txt"));
+}
+
+TEST(GBOptionsHelperPrinting, ValuesOfOneLevelAreTheExpectedFileByteForByte) {
+  const World world;
+  world.command->setParent(nullptr);
+  EXPECT_EQ(values(world.helper, *world.command), expected("values-one-level.txt"));
+}
+
+TEST(GBOptionsHelperPrinting, AHelperWithoutDefinitionsAndBlocks) {
+  const GBOptionsHelper helper;
+  EXPECT_EQ(help(helper), "\n\n");
+  EXPECT_EQ(values(helper, GBSettings("level")), "\n\nOption level \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, TheWorkedLayout) {
+  GBOptionsHelper helper;
+  helper.registerOption('v', "verbose", "fourteen chars", GBOptionNoValue);
+  helper.registerOption(0, "level", "five!", GBOptionRequiresValue);
+  const std::string first = "-v --verbose       fourteen chars ";
+  const std::string second = "   --level <value> five! ";
+  EXPECT_EQ(first.size(), 34u);
+  EXPECT_EQ(second.size(), 25u);
+  EXPECT_EQ(help(helper), "\n" + first + "\n" + second + "\n\n");
+}
+
+TEST(GBOptionsHelperPrinting, TwoSeparatorsInARowLeaveOnlyTheLater) {
+  GBOptionsHelper helper;
+  helper.registerOption(0, "a", "", GBOptionNoValue);
+  helper.registerSeparator("one");
+  helper.registerSeparator("two");
+  helper.registerOption(0, "hidden", "", GBOptionFlagNoHelp | GBOptionFlagNoPrint);
+  helper.registerSeparator("three");
+  helper.registerOption(0, "b", "", GBOptionNoValue);
+  EXPECT_EQ(help(helper), "\n   --a  \n\nthree \n   --b  \n\n");
+  EXPECT_EQ(values(helper, GBSettings("l")), "\n\nOption l \na        \n\nthree  \nb        \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, ASeparatorFollowedOnlyByHiddenOptionsOrAtTheEndIsDropped) {
+  GBOptionsHelper helper;
+  helper.registerOption(0, "a", "", GBOptionNoValue);
+  helper.registerSeparator("dropped");
+  helper.registerOption(0, "hidden", "", GBOptionFlagNoHelp | GBOptionFlagNoPrint);
+  EXPECT_EQ(help(helper), "\n   --a  \n\n");
+  EXPECT_EQ(values(helper, GBSettings("l")), "\n\nOption l \na        \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, ASeparatorAsTheFirstEntryIsKeptWithItsEmptyLine) {
+  // In help it comes at 0 rows: the mark starts at the largest number, not at 0.
+  GBOptionsHelper helper;
+  helper.registerSeparator("first");
+  helper.registerOption(0, "a", "", GBOptionNoValue);
+  EXPECT_EQ(help(helper), "\n\nfirst \n   --a  \n\n");
+  EXPECT_EQ(values(helper, GBSettings("l")), "\n\nOption l \n\nfirst  \na        \n\n");
+  GBOptionsHelper lonely;
+  lonely.registerSeparator("only");
+  EXPECT_EQ(help(lonely), "\n\n");
+  EXPECT_EQ(values(lonely, GBSettings("l")), "\n\nOption l \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, GroupHeadingsNeverCollapseAndDoNotMoveTheMark) {
+  GBOptionsHelper helper;
+  helper.registerSeparator("kept");
+  helper.registerGroup("empty", "without members", [](GBOptionsHelper &) {});
+  helper.registerGroup("hidden", std::nullopt, [](GBOptionsHelper &group) {
+    group.registerOption(0, "member", "", GBOptionFlagNoHelp | GBOptionFlagNoPrint);
+  });
+  // The heading's rows stand behind the separator's, so the separator is not at the end.
+  EXPECT_EQ(help(helper), "\n\nkept \n\nempty without members \n\nhidden \n\n");
+  helper.registerSeparator("dropped");
+  EXPECT_EQ(help(helper), "\n\nkept \n\nempty without members \n\nhidden \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, TheWidestLongCellHasNoPadding) {
+  GBOptionsHelper helper;
+  helper.registerOption('a', "aa", "x", GBOptionValueOptional);
+  helper.registerOption('b', "b", "y", GBOptionNoValue);
+  EXPECT_EQ(help(helper), "\n-a --aa [<value>] x \n-b --b            y \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, AppNameIsReplacedOnlyWhenABuildIsKnown) {
+  GBOptionsHelper helper;
+  helper.setApplicationName([] { return "tool"; });
+  helper.setApplicationVersion([] { return "1.2"; });
+  helper.setPrintHelpHeader([] { return "%APPNAME %APPVERSION %APPBUILD"; });
+  EXPECT_EQ(help(helper), "%APPNAME 1.2 %APPBUILD\n\n");
+  helper.setApplicationBuild([] { return "77"; });
+  EXPECT_EQ(help(helper), "tool 1.2 77\n\n");
+  // A block that has nothing to say is as good as none.
+  helper.setApplicationBuild([] { return std::nullopt; });
+  EXPECT_EQ(help(helper), "%APPNAME 1.2 %APPBUILD\n\n");
+}
+
+TEST(GBOptionsHelperPrinting, VersionLine) {
+  GBOptionsHelper helper;
+  EXPECT_EQ(version(helper), foundation::ProcessInfo::processName() + "\n");
+  helper.setApplicationName([] { return "tool"; });
+  EXPECT_EQ(version(helper), "tool\n");
+  helper.setApplicationBuild([] { return "77"; });
+  EXPECT_EQ(version(helper), "tool (build 77)\n");
+  helper.setApplicationVersion([] { return "1.2"; });
+  EXPECT_EQ(version(helper), "tool: version 1.2 (build 77)\n");
+  helper.setApplicationBuild(nullptr);
+  EXPECT_EQ(version(helper), "tool: version 1.2\n");
+}
+
+TEST(GBOptionsHelperPrinting, LevelsAreNamedBehindArgumentsOnlyWhenThereAreTwo) {
+  const GBOptionsHelper helper;
+  const auto bottom = std::make_shared<GBSettings>("bottom");
+  GBSettings top("top", bottom);
+  top.addArgument("a");
+  bottom->addArgument("b");
+  EXPECT_EQ(values(helper, top), "\n\n- a (top)\n- b (bottom)\n\n\nOption top bottom \n\n");
+  EXPECT_EQ(values(helper, *bottom), "\n\n- b\n\n\nOption bottom \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, AnArrayWhoseItemsAllCameFromParentsShowsAnEmptyCell) {
+  GBOptionsHelper helper;
+  helper.registerOption(0, "k", "", 0);
+  const auto bottom = std::make_shared<GBSettings>("b");
+  GBSettings top("t", bottom);
+  top.registerArrayForKey("k");
+  top.setObjectForKey(Value::Array{}, "k");
+  bottom->setObjectForKey(Value::Array{"x"}, "k");
+  ASSERT_TRUE(top.isKeyPresentAtThisLevel("k"));
+  EXPECT_EQ(top.objectForKey("k"), Value(Value::Array{"x"}));
+  // The bottom knows no array key: its array is shown as any value is.
+  EXPECT_EQ(values(helper, top), "\n\nOption t b         \nk        (\n    x\n) \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, ANullTextWhereATableNeedsOneEndsInAnException) {
+  GBOptionsHelper helper;
+  helper.registerSeparator(std::nullopt);
+  EXPECT_THROW(help(helper), std::invalid_argument);
+  EXPECT_THROW(values(helper, GBSettings("l")), std::invalid_argument);
+}
+
+TEST(GBOptionsHelperPrinting, ANullLongNameIsTheNullObjectInHelp) {
+  GBOptionsHelper helper;
+  helper.registerOption('x', std::nullopt, "text", GBOptionNoValue);
+  EXPECT_EQ(help(helper), "\n-x --(null) text \n\n");
+}
