@@ -28,7 +28,8 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 function(vpnctl_library name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES;PRIVATE_USES")
   add_library(${name} STATIC ${arg_SOURCES})
-  target_link_libraries(${name} PUBLIC ${arg_USES} PRIVATE vpnctl_options ${arg_PRIVATE_USES})
+  # How we compile is nobody's business who links an installed library.
+  target_link_libraries(${name} PUBLIC ${arg_USES} PRIVATE $<BUILD_INTERFACE:vpnctl_options> ${arg_PRIVATE_USES})
   target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
 endfunction()
 
