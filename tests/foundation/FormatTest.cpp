@@ -35,7 +35,8 @@ TEST(FormatTest, IntegersAsInC) {
 }
 
 TEST(FormatTest, LengthModifiersAsInC) {
-  EXPECT_AS_IN_C("%hhd|%hhu|%hd|%hu", 300, 300, 70000, 70000);
+  // Not by way of snprintf: compilers refuse a literal that does not fit.
+  EXPECT_EQ(format("%hhd|%hhu|%hd|%hu", 200, 456, 40000, 105536), "-56|200|-25536|40000");
   EXPECT_AS_IN_C("%ld|%lu|%lx", std::numeric_limits<long>::min(), std::numeric_limits<unsigned long>::max(), 1UL << 40);
   EXPECT_AS_IN_C("%lld|%llu|%llo", std::numeric_limits<long long>::min(),
                  std::numeric_limits<unsigned long long>::max(), 1ULL << 50);
