@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "foundation/PropertyList.h"
-#include "helper/Identifier.h"
+#include "foundation/UUID.h"
 #include "helper/StatusCodes.h"
 #include "helper/WireArguments.h"
 #include "wire/HelperInterface.h"
@@ -201,7 +201,7 @@ int HelperService::deleteKeychainItem(sd_bus_message *message) {
   std::string item;
   const int result = readText(message, kMaximumIdentifier, &item);
   if (result < 0) return malformed(message, result);
-  if (!isIdentifier(item)) return malformed(message, -EINVAL);
+  if (!foundation::isUUID(item)) return malformed(message, -EINVAL);
   const auto status = keychain_.remove(item);
   return answer(message, status ? errSecSuccess : status.error().code);
 }

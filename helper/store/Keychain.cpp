@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "foundation/PropertyList.h"
-#include "helper/Identifier.h"
+#include "foundation/UUID.h"
 #include "helper/StatusCodes.h"
 
 namespace helper {
@@ -139,7 +139,7 @@ Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, co
   auto items = load();
   if (!items) return items.error();
 
-  KeychainItem item{newIdentifier(), attributes, access, {}};
+  KeychainItem item{foundation::newUUID(), attributes, access, {}};
   item.attributes.try_emplace(kAccountAttribute);
   item.attributes.try_emplace(kServiceAttribute);
   item.attributes.try_emplace(kLabelAttribute, item.attribute(kServiceAttribute));

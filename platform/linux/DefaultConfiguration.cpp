@@ -1,5 +1,6 @@
 #include "platform/linux/DefaultConfiguration.h"
 
+#include "foundation/UUID.h"
 #include "platform/linux/Preferences.h"
 
 namespace platform {
@@ -7,7 +8,7 @@ namespace platform {
 using foundation::Value;
 
 Value freshPreferences() {
-  const std::string set = newIdentifier();
+  const std::string set = foundation::newUUID();
   const Value order = Value::Dictionary{{kServiceOrderKey, Value::Array()}};
   const Value network = Value::Dictionary{
       {kGlobalKey, Value::Dictionary{{kSCEntNetIPv4, order}}},

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "foundation/UUID.h"
 #include "platform/SCErrorState.h"
 #include "platform/linux/DefaultConfiguration.h"
 #include "platform/linux/Preferences.h"
@@ -54,7 +55,7 @@ SCNetworkServiceRef SCNetworkServiceCreate(const SCPreferencesRef &preferences,
     return {};
   }
   if (!preferences->load()) return {};
-  auto service = std::make_shared<SCNetworkService>(SCNetworkService{preferences, newIdentifier()});
+  auto service = std::make_shared<SCNetworkService>(SCNetworkService{preferences, foundation::newUUID()});
   const std::string tunnelType = interface->lowerType();
   preferences->set(service->path(kInterfaceKey),
                    Value::Dictionary{{kTypeKey, interface->type}, {kSubTypeKey, tunnelType}});

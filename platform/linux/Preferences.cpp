@@ -1,12 +1,8 @@
 #include "platform/linux/Preferences.h"
 
-#include <systemd/sd-id128.h>
-
 #include <algorithm>
-#include <cctype>
 #include <utility>
 
-#include "foundation/Assertion.h"
 #include "foundation/PropertyList.h"
 #include "platform/SCErrorState.h"
 #include "platform/linux/Authorization.h"
@@ -38,15 +34,6 @@ void setAt(Value &container, const Path &path, std::size_t depth, Value value) {
 }
 
 }  // namespace
-
-std::string newIdentifier() {
-  sd_id128_t random = {};
-  FOUNDATION_ASSERT(sd_id128_randomize(&random) >= 0);
-  char text[SD_ID128_UUID_STRING_MAX];
-  std::string identifier = sd_id128_to_uuid_string(random, text);
-  for (char &digit : identifier) digit = static_cast<char>(std::toupper(static_cast<unsigned char>(digit)));
-  return identifier;
-}
 
 bool SCPreferences::load() {
   if (!root_.isNull()) return true;

@@ -84,7 +84,4 @@ struct SCNetworkSet {
   Path orderPath() const { return {kSetsKey, identifier, kNetworkKey, kGlobalKey, kSCEntNetIPv4, kServiceOrderKey}; }
 };
 
-// An upper-case UUID.
-std::string newIdentifier();
-
 }  // namespace platform

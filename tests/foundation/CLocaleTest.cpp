@@ -2,6 +2,7 @@
 
 #include <clocale>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 #include "foundation/CLocale.h"
@@ -36,11 +37,9 @@ TEST(CLocaleTest, NaNHasNoSign) {
 }
 
 TEST(CLocaleTest, ADecimalCommaOfTheProcessChangesNothing) {
-  const char *found = nullptr;
-  for (const char *name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "ru_RU.UTF-8"}) {
-    found = found != nullptr ? found : std::setlocale(LC_ALL, name);
-  }
-  if (found == nullptr) GTEST_SKIP() << "no locale with a decimal comma is installed";
+  ASSERT_EQ(setenv("LOCPATH", VPNCTL_TEST_LOCALES, 1), 0);
+  ASSERT_NE(std::setlocale(LC_ALL, "de_DE.UTF-8"), nullptr);
+  ASSERT_STREQ(std::localeconv()->decimal_point, ",");
   const Value oneAndAHalf(1.5);
   const std::string text = oneAndAHalf.description() + " " + format("%.1f %@", 1.5, &oneAndAHalf);
   const double number = Value("2.5").doubleValue();

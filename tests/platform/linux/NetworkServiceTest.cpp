@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "foundation/PropertyList.h"
-#include "helper/Identifier.h"
+#include "foundation/UUID.h"
 #include "platform/linux/DefaultConfiguration.h"
 #include "tests/platform/linux/HelperFixture.h"
 
@@ -38,7 +38,7 @@ TEST_F(NetworkServiceTest, InterfacesFitOrFail) {
 
 TEST_F(NetworkServiceTest, ANewServiceHasItsDefaults) {
   const auto service = addService(preferences, "A", "server.example");
-  EXPECT_TRUE(helper::isIdentifier(SCNetworkServiceGetServiceID(service).value_or("")));
+  EXPECT_TRUE(foundation::isUUID(SCNetworkServiceGetServiceID(service).value_or("")));
   EXPECT_EQ(SCNetworkServiceGetName(service), "A");
   Value expected = defaultPPP("PPTP");
   expected.set(kSCPropNetPPPCommRemoteAddress, "server.example");

@@ -1,0 +1,15 @@
+// Identifiers of what is stored: random UUIDs in upper case.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace foundation {
+
+// A new one. Aborts where the kernel has no random numbers to give, which is no place to make keys and names in.
+std::string newUUID();
+// True for exactly the form that newUUID() gives.
+bool isUUID(std::string_view text);
+
+}  // namespace foundation
