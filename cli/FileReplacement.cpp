@@ -12,7 +12,6 @@
 
 namespace GB {
 
-using foundation::Error;
 using foundation::FileDescriptor;
 using foundation::Status;
 

@@ -157,7 +157,8 @@ bool GBCommandLineParser::parseOptionsWithArguments(const std::vector<std::strin
   bool stop = false;
   std::size_t index = 0;
   for (; index < arguments.size(); ++index) {
-    const std::string argument = arguments[index];  // a copy: the block may append to ARGUMENTS
+    // A copy: the block may append to ARGUMENTS.
+    const std::string argument = arguments[index];  // NOLINT(performance-unnecessary-copy-initialization)
     Value given;
     const GBOptionRecord record = optionDataForOption(argument, &given);
     if (record == notAnOptionSentinel()) break;
@@ -179,7 +180,7 @@ bool GBCommandLineParser::parseOptionsWithArguments(const std::vector<std::strin
 bool GBCommandLineParser::parsePositionalArguments(const std::vector<std::string> &arguments, std::size_t index,
                                                    const GBParseBlock &block, bool *stop) {
   for (; index < arguments.size(); ++index) {
-    const std::string argument = arguments[index];
+    const std::string argument = arguments[index];  // NOLINT(performance-unnecessary-copy-initialization)
     parsedArguments_.push_back(argument);
     block(GBParseEventArgument, std::nullopt, argument, stop);
     if (*stop) return false;

@@ -31,7 +31,7 @@ std::string shortCell(const OptionDefinition &definition) {
 }
 
 std::string longCell(const OptionDefinition &definition) {
-  const std::string name = "--" + definition.longOption().value_or("(null)");
+  std::string name = "--" + definition.longOption().value_or("(null)");
   switch (static_cast<GBOptionRequirement>(GBOptionsHelper::requirements(definition))) {
     case GBOptionRequiresValue:
       return name + " <value>";
