@@ -154,12 +154,23 @@ ended() { ! running "$1"; }
 # signal NAME SIGNAL: to what was spawned under that name on HOST.
 signal() { on "$1" kill "-$3" "$(<"$logs/$2.pid")"; }
 
+# show_processes: what every thread of the client's processes is doing, for a look at what does not end.
+show_processes() {
+  local task comm stat
+  for task in "/proc/${HOST[cli]}/root/proc/"[0-9]*/task/[0-9]*; do
+    { read -r comm <"$task/comm" && read -r stat <"$task/stat"; } 2>/dev/null || continue
+    stat=${stat##*) }
+    say "thread ${task#"/proc/${HOST[cli]}/root/proc/"} $comm: state ${stat%% *}, in $(<"$task/wchan"), $(<"$task/syscall")"
+  done 2>/dev/null
+  say "outside: $(cat "/proc/${SPAWNED[vpnctl]:-self}/stat" 2>/dev/null) $(cat "/proc/${SPAWNED[vpnctl]:-self}/wchan" 2>/dev/null)"
+}
+
 # Waits for the end of what was spawned; leaves its exit status in $exit_status.
 wait_end() {
   local name=$1 reader
   exit_status=${EXITED[$name]:-}
   [ -z "$exit_status" ] || return 0
-  within "${2:-60}" ended "$name" || fail "$name still runs after ${2:-60} s"
+  within "${2:-60}" ended "$name" || { show_processes; fail "$name still runs after ${2:-60} s"; }
   exit_status=0
   { wait "${SPAWNED[$name]}" || exit_status=$?; } 2>/dev/null # bash would tell at length of a killed child
   EXITED[$name]=$exit_status
