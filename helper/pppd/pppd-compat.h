@@ -10,6 +10,7 @@
 #include <pppd/pppd.h>
 #include <pppd/chap.h>
 #include <pppd/fsm.h>
+#include <pppd/ccp.h>
 #include <pppd/ipcp.h>
 #include <pppd/lcp.h>
 #include <pppd/options.h>
@@ -37,6 +38,7 @@ typedef struct option compat_option;
 
 #include <pppd/pppd.h>
 #include <pppd/fsm.h>
+#include <pppd/ccp.h>
 #include <pppd/ipcp.h>
 #include <pppd/lcp.h>
 

@@ -273,10 +273,12 @@ void plugin_init(void) {
   snoop_recv_hook = packet_received;
   ip_choose_hook = add_dns_request;
   /* What /etc/ppp/options may demand of callers has no option that takes it back: the server need not authenticate
-   * itself to us, and nobody else's traffic brings this link up. */
+   * itself to us, nobody else's traffic brings this link up, and whether compression (and with it MPPE) is negotiated
+   * stands in the options that follow ours. */
   lcp_wantoptions[0].neg_upap = 0;
   lcp_wantoptions[0].neg_chap = 0;
   lcp_wantoptions[0].neg_eap = 0;
+  ccp_protent.enabled_flag = 1;
 #ifndef VPNCTL_PPPD_2_5
   demand = 0;
 #endif

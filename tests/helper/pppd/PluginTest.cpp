@@ -96,6 +96,7 @@ TEST_F(PluginTest, SaysWhichPPPDItIsFor) {
 
 TEST_F(PluginTest, TakesBackWhatTheOptionsFileDemandsOfCallers) {
   EXPECT_FALSE(stub_demands_authentication());
+  EXPECT_TRUE(stub_negotiates_compression());
   EXPECT_TRUE(stub_have_password());
 }
 

@@ -4,6 +4,7 @@
 /* clang-format off */
 #include <pppd/pppd.h>
 #include <pppd/fsm.h>
+#include <pppd/ccp.h>
 #include <pppd/ipcp.h>
 #include <pppd/lcp.h>
 /* clang-format on */
@@ -26,6 +27,7 @@ void (*snoop_recv_hook)(unsigned char *p, int len);
 void (*ip_choose_hook)(u_int32_t *);
 lcp_options lcp_wantoptions[NUM_PPP] = {{.neg_upap = 1, .neg_chap = 1, .neg_eap = 1}};
 lcp_options lcp_gotoptions[NUM_PPP] = {{.mru = 1500}};
+struct protent ccp_protent; /* "noccp" */
 ipcp_options ipcp_gotoptions[NUM_PPP] = {{.ouraddr = 11, .dnsaddr = {13, 14}}};
 ipcp_options ipcp_hisoptions[NUM_PPP] = {{.hisaddr = 12}};
 
@@ -82,6 +84,7 @@ int stub_asks_for_dns(void) { return ipcp_gotoptions[0].req_dns1 && ipcp_gotopti
 int stub_demands_authentication(void) {
   return lcp_wantoptions[0].neg_upap || lcp_wantoptions[0].neg_chap || lcp_wantoptions[0].neg_eap || demand;
 }
+int stub_negotiates_compression(void) { return ccp_protent.enabled_flag; }
 int stub_status(void) { return status; }
 void stub_ask_to_end(void) { got_sigterm = 1; }
 void stub_set_ppp_fd(int fd) { fd_ppp = fd; }

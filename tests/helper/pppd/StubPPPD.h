@@ -18,6 +18,7 @@ int stub_have_password(void);
 void stub_choose_ip(void);
 int stub_asks_for_dns(void);
 int stub_demands_authentication(void);
+int stub_negotiates_compression(void);
 int stub_status(void);
 void stub_ask_to_end(void);
 void stub_set_ppp_fd(int fd);
