@@ -61,9 +61,7 @@ static void loopbackUp() {
 static void furnish(const fs::path &folder, const std::string &name) {
   check(sethostname(name.c_str(), name.size()) == 0, "name the host");
   check(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "make mounts private");
-  for (const char *directory : {"etc", "var", "tmp"}) layOver(folder, directory);
-  fs::create_directories(folder / "layer/root");
-  check(mount((folder / "layer/root").c_str(), "/root", nullptr, MS_BIND, nullptr) == 0, "bind /root");
+  for (const char *directory : {"etc", "var", "tmp", "root"}) layOver(folder, directory);
   mountAt("proc", "/proc", 0, "");
   mountAt("tmpfs", "/run", 0, "mode=755");
   fs::create_directory("/run/lock");
