@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <system_error>
 
 namespace helper {
 
@@ -103,7 +104,15 @@ void ChildProcess::signal(int number) {
 
 void ChildProcess::terminate(std::chrono::milliseconds grace) {
   signal(SIGTERM);
-  if (running_) kill_ = EventSource::timer(event_, grace, [this] { signal(SIGKILL); });
+  if (running_) killAfter(grace);
+}
+
+void ChildProcess::killAfter(std::chrono::milliseconds grace) {
+  try {
+    kill_ = EventSource::timer(event_, grace, [this] { signal(SIGKILL); });
+  } catch (const std::system_error &) {
+    signal(SIGKILL);
+  }
 }
 
 bool ChildProcess::waitFor(std::chrono::milliseconds deadline) {
@@ -119,9 +128,14 @@ bool ChildProcess::waitFor(std::chrono::milliseconds deadline) {
 
 bool ChildProcess::reap() {
   siginfo_t info{};
-  if (waitid(static_cast<idtype_t>(kPIDFD), static_cast<id_t>(process_.get()), &info, WEXITED | WNOHANG) < 0 ||
-      info.si_pid == 0)
-    return false;
+  if (waitid(static_cast<idtype_t>(kPIDFD), static_cast<id_t>(process_.get()), &info, WEXITED | WNOHANG) < 0) {
+    if (errno != ECHILD) return false;
+    // Somebody else has taken its end, or the system keeps none (SIGCHLD ignored): ended, nobody knows how.
+    running_ = false;
+    end_ = End{false, 0};
+    return true;
+  }
+  if (info.si_pid == 0) return false;
   running_ = false;
   end_ = End{info.si_code == CLD_EXITED, info.si_status};
   return true;

@@ -49,6 +49,9 @@ class ChildProcess {
   void signal(int number);
   // SIGTERM, and SIGKILL when the process still runs after GRACE. Needs watch().
   void terminate(std::chrono::milliseconds grace);
+  // SIGKILL when the process still runs after GRACE; at once when the loop has finished and no time comes any more.
+  // Needs watch().
+  void killAfter(std::chrono::milliseconds grace);
   // Waits for the end. False when it still runs after DEADLINE.
   bool waitFor(std::chrono::milliseconds deadline);
 

@@ -95,20 +95,29 @@ void PPPDaemon::terminate(std::chrono::milliseconds grace) {
 
 void PPPDaemon::hangUp(std::chrono::milliseconds grace) {
   plugin_.hangUp();
-  if (running()) grace_ = EventSource::timer(event_, grace, [this] { process_->signal(SIGKILL); });
+  if (running()) process_->killAfter(grace);
+}
+
+void PPPDaemon::endNow(std::chrono::milliseconds deadline) {
+  if (!running()) return;
+  if (end_.carried)
+    plugin_.hangUp();
+  else
+    process_->signal(SIGTERM);
+  waitForEnd(deadline);
 }
 
 void PPPDaemon::waitForEnd(std::chrono::milliseconds deadline) {
   if (running() && !process_->waitFor(deadline)) {
     process_->signal(SIGKILL);
     process_->waitFor(deadline);
+    removePIDFile();
   }
 }
 
 void PPPDaemon::processEnded(const ChildProcess::End &end) {
   // What it said at last still lies in the socket; exit and end-of-file come in any order.
   plugin_.drain();
-  grace_.reset();
   if (!end.exited) removePIDFile();
   end_.exited = end.exited;
   end_.code = end.code;

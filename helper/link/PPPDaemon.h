@@ -2,7 +2,8 @@
 // starts, speaks and ends.
 //
 // Usual sequence: start; needsChannel, answered by giveChannel when the tunnel is there; phases, needsPassword, ipUp;
-// ended, once, last. Thread rule: the thread of the event loop. Nothing blocks but waitForEnd and the destructor.
+// ended, once, last. Thread rule: the thread of the event loop. Nothing blocks but endNow,
+// waitForEnd and the destructor.
 
 #pragma once
 
@@ -52,10 +53,13 @@ class PPPDaemon {
 
   // The tunnel's socket; waits here when pppd has not asked yet.
   void giveChannel(foundation::FileDescriptor channel);
-  // Orderly: pppd says goodbye to the server. After GRACE it is killed.
+  // Orderly: pppd says goodbye to the server. After GRACE it is killed; at once on a loop that has finished.
   void terminate(std::chrono::milliseconds grace);
-  // The line is gone: pppd ends as after a hang-up. After GRACE it is killed.
+  // The line is gone: pppd ends as after a hang-up. After GRACE it is killed; at once on a loop that has finished.
   void hangUp(std::chrono::milliseconds grace);
+  // Ends pppd without the loop, which may have finished, and without telling anybody: as after a hang-up when it has
+  // its channel. Blocks up to DEADLINE, then kills.
+  void endNow(std::chrono::milliseconds deadline);
   // Waits for the end without telling anybody, killing after DEADLINE.
   void waitForEnd(std::chrono::milliseconds deadline);
 
@@ -74,7 +78,6 @@ class PPPDaemon {
   bool channelWanted_ = false;
   PPPEnd end_;
   std::string interface_;  // once IP is up
-  EventSource grace_;
 };
 
 }  // namespace helper

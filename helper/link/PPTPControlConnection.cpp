@@ -71,6 +71,7 @@ PPTPControlConnection::PPTPControlConnection(sd_event *event, const sockaddr_in 
 
 PPTPControlConnection::~PPTPControlConnection() {
   if (state_ != State::established && state_ != State::calling) return;
+  io_.reset();  // nothing is waited for any more, on a loop that may have finished
   if (callPlaced_) send(pptp::CallClearRequest{callID_});
   send(pptp::StopRequest{});
 }

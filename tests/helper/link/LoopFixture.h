@@ -26,5 +26,11 @@ class LoopFixture : public testing::Test {
     return testing::AssertionSuccess();
   }
 
+  // From here on no event source can be made or changed.
+  void finishLoop() {
+    ASSERT_GE(sd_event_exit(event_, 0), 0);
+    ASSERT_GE(sd_event_loop(event_), 0);
+  }
+
   sd_event *event_ = nullptr;
 };

@@ -135,4 +135,28 @@ TEST_F(PPPDaemonTest, CanBeWaitedForWithoutTheLoop) {
   EXPECT_FALSE(end_);
 }
 
+TEST_F(PPPDaemonTest, CanBeEndedOnAFinishedLoop) {
+  goUp("good");
+  finishLoop();
+  daemon_.endNow(std::chrono::seconds(10));
+  EXPECT_FALSE(daemon_.running());
+}
+
+TEST_F(PPPDaemonTest, CanBeEndedOnAFinishedLoopWithoutItsTunnel) {
+  start("good");
+  finishLoop();
+  daemon_.endNow(std::chrono::seconds(10));
+  EXPECT_FALSE(daemon_.running());
+}
+
+TEST_F(PPPDaemonTest, IsKilledAtOnceWhenNoTimeComesAnyMore) {
+  goUp("stubborn");
+  finishLoop();
+  const auto start = std::chrono::steady_clock::now();
+  daemon_.hangUp(std::chrono::seconds(10));
+  daemon_.waitForEnd(std::chrono::seconds(10));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_FALSE(daemon_.running());
+}
+
 }  // namespace

@@ -349,4 +349,26 @@ TEST_F(PPTPControlConnectionTest, SaysGoodbyeWhenItIsDestroyed) {
   EXPECT_TRUE(stopped);
 }
 
+TEST_F(PPTPControlConnectionTest, SaysGoodbyeOnAFinishedLoop) {
+  bool cleared = false;
+  bool stopped = false;
+  {
+    server_.play([&](Server &server) {
+      server.answerCall();
+      server.expect<pptp::CallClearRequest>();
+      cleared = true;
+      server.expect<pptp::StopRequest>();
+      stopped = true;
+      server.untilClosed();
+    });
+    connect();
+    ASSERT_TRUE(runUntil([this] { return established_.has_value(); }));
+    finishLoop();
+    control_.reset();
+  }
+  server_.join();
+  EXPECT_TRUE(cleared);
+  EXPECT_TRUE(stopped);
+}
+
 }  // namespace
