@@ -99,7 +99,8 @@ Words surroundingsOf(const Value &, const PPPSurroundings &surroundings) {
 
 const std::vector<Row> &table() {
   static const std::vector<Row> kTable{
-      Always{{"nodetach", "nopersist", "maxfail", "1", "maxconnect", "0"}},
+      // `show-password` would write it into the log; `ktune` would change the kernel's settings for everybody.
+      Always{{"nodetach", "nopersist", "maxfail", "1", "maxconnect", "0", "hide-password", "noktune"}},
       Computed{user},
       // `noauth`: the server need not authenticate itself. `require-*` would demand just that.
       Always{{"noauth"}},

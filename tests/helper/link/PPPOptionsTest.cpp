@@ -44,8 +44,9 @@ TEST(PPPOptions, LoadThePluginBeforeItsOwnOptions) {
 
 TEST(PPPOptions, OverrideWhatTheSystemsFileMaySay) {
   const Options options(dictionary({}));
-  for (const char *word : {"nodetach", "nopersist", "noauth", "noipdefault", "ipcp-accept-local", "ipcp-accept-remote",
-                           "noipv6", "nodefaultroute", "noreplacedefaultroute", "noproxyarp"})
+  for (const char *word :
+       {"nodetach", "nopersist", "noauth", "noipdefault", "ipcp-accept-local", "ipcp-accept-remote", "noipv6",
+        "nodefaultroute", "noreplacedefaultroute", "noproxyarp", "hide-password", "noktune"})
     EXPECT_TRUE(options.has(word)) << word;
   EXPECT_EQ(options.after("idle"), "0");
   EXPECT_EQ(options.after("maxconnect"), "0");
