@@ -44,13 +44,7 @@ Link::Implementation::Implementation(sd_event *event, LinkConfiguration configur
 
 Link::Implementation::~Implementation() {
   if (!journal_) return;
-  if (daemon_) {
-    if (channelGiven_)
-      daemon_->hangUp(kDestructionGrace);
-    else
-      daemon_->terminate(kDestructionGrace);
-    daemon_->waitForEnd(kDestructionGrace);
-  }
+  if (daemon_) daemon_->endNow(kDestructionGrace);
   tunnel_.reset();
   Undo(*routes_, [this](const std::string &sentence) { log_.write(sentence); }).finish(*journal_);
 }
@@ -143,6 +137,11 @@ std::optional<foundation::Secret> Link::Implementation::password(const Peer &pee
 
 void Link::Implementation::pppIsUp(const PluginIPUp &up) {
   if (state_ != State::connecting) return;
+  // pppd has been told to insist; before the first packet goes into the tunnel, we look.
+  if (wantsMPPE(configuration_.ppp, configuration_.tunnelType) && !up.encrypted)
+    return fail(kCauseNegotiationFailed, 0,
+                "The connection is to be encrypted, but the server does not encrypt; allow MPPE there, or switch "
+                "encryption off here.");
   const bool primary = configuration_.ipv4["OverridePrimary"].boolValue();
   Routes routes(*routes_, *journal_);
   Status routed = routes.keepServerOff(up.interface, server_);

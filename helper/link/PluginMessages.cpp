@@ -42,6 +42,7 @@ foundation::Result<PluginMessage> ipUp(std::span<const std::uint8_t> bytes) {
       message.dns.push_back(in_addr{address});
   message.mtu = record.mtu;
   message.mru = record.mru;
+  message.encrypted = record.encrypted == 1;
   return PluginMessage(std::move(message));
 }
 

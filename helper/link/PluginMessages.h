@@ -36,6 +36,7 @@ struct PluginIPUp {
   std::vector<in_addr> dns;
   int mtu = 0;
   int mru = 0;
+  bool encrypted = false;  // by MPPE, in both directions
 };
 
 struct PluginExit {

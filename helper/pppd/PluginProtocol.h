@@ -18,7 +18,7 @@
 
 #include <stdint.h>
 
-#define VPNCTL_PLUGIN_VERSION 1
+#define VPNCTL_PLUGIN_VERSION 2
 #define VPNCTL_PLUGIN_NAME_SIZE 16      /* IFNAMSIZ, the zero byte included */
 #define VPNCTL_PLUGIN_PASSWORD_SIZE 255 /* pppd's buffers hold 256 bytes with the zero byte */
 
@@ -50,9 +50,10 @@ struct vpnctl_plugin_ip_up {
   char interface[VPNCTL_PLUGIN_NAME_SIZE]; /* zero-terminated */
   uint32_t local_address;
   uint32_t peer_address;
-  uint32_t dns[2]; /* 0: none */
-  int32_t mtu;     /* of the interface */
-  int32_t mru;     /* as negotiated */
+  uint32_t dns[2];   /* 0: none */
+  int32_t mtu;       /* of the interface */
+  int32_t mru;       /* as negotiated */
+  int32_t encrypted; /* 1: MPPE in both directions; 0: in clear */
 };
 
 struct vpnctl_plugin_exit {

@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -57,7 +58,9 @@ static void watch_helper(int on) {
 
 static int helper_has_hung_up(void) {
   char byte;
-  return recv(helper, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+  ssize_t size = recv(helper, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  /* A helper that died before it read everything leaves an error (ECONNRESET), not an end-of-file. */
+  return size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR);
 }
 
 static int connect_to_helper(void) {
@@ -196,6 +199,8 @@ static void ip_is_up(void *context, int argument) {
   message.dns[1] = ipcp_gotoptions[0].dnsaddr[1];
   message.mtu = COMPAT_MTU();
   message.mru = lcp_gotoptions[0].mru;
+  /* Both directions. */
+  message.encrypted = ccp_fsm[0].state == OPENED && ccp_gotoptions[0].mppe != 0 && ccp_hisoptions[0].mppe != 0;
   tell(&message, sizeof message);
 }
 
@@ -217,12 +222,11 @@ static void packet_received(unsigned char *packet, int length) {
 }
 
 /* Asks for name servers as `usepeerdns` does, which would also leave a file of its own under /etc/ppp behind. pppd has
- * just copied what it wants into what it will ask for. */
+ * just copied what it wants into what it will ask for; a `usepeerdns` in /etc/ppp/options ends here, too. */
 static void add_dns_request(u_int32_t *peer_address) {
   (void)peer_address;
-  if (!ask_for_dns) return;
-  ipcp_gotoptions[0].req_dns1 = 1;
-  ipcp_gotoptions[0].req_dns2 = 1;
+  ipcp_gotoptions[0].req_dns1 = ask_for_dns != 0;
+  ipcp_gotoptions[0].req_dns2 = ask_for_dns != 0;
 }
 
 /* Both password hooks. The first call comes without a buffer: can there be a password? */
@@ -261,6 +265,7 @@ static int chap_password(char *user_name, char *buffer) {
 static int have_password(void) { return 1; }
 
 void plugin_init(void) {
+  prctl(PR_SET_DUMPABLE, 0, 0, 0, 0); /* pppd will hold the password: no core of it, no look into it */
   COMPAT_ADD_OPTIONS(options);
   the_channel = &helper_channel;
   COMPAT_ON_PHASE(phase_changed);
@@ -279,6 +284,8 @@ void plugin_init(void) {
   lcp_wantoptions[0].neg_chap = 0;
   lcp_wantoptions[0].neg_eap = 0;
   ccp_protent.enabled_flag = 1;
+  ccp_wantoptions[0].mppe = 0;
+  ccp_allowoptions[0].mppe = 0;
 #ifndef VPNCTL_PPPD_2_5
   demand = 0;
 #endif

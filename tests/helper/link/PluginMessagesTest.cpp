@@ -49,6 +49,10 @@ TEST(PluginMessages, AreWhatThePluginSays) {
   EXPECT_EQ(up.dns[1].s_addr, 4U);
   EXPECT_EQ(up.mtu, 1400);
   EXPECT_EQ(up.mru, 1500);
+  EXPECT_FALSE(up.encrypted);
+  auto encrypted = ipUp();
+  encrypted.encrypted = 1;
+  EXPECT_TRUE(std::get<PluginIPUp>(*decodePluginMessage(bytesOf(encrypted))).encrypted);
 }
 
 TEST(PluginMessages, NameEachServerOnce) {

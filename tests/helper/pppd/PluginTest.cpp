@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -97,6 +98,7 @@ TEST_F(PluginTest, SaysWhichPPPDItIsFor) {
 TEST_F(PluginTest, TakesBackWhatTheOptionsFileDemandsOfCallers) {
   EXPECT_FALSE(stub_demands_authentication());
   EXPECT_TRUE(stub_negotiates_compression());
+  EXPECT_FALSE(stub_wants_encryption());
   EXPECT_TRUE(stub_have_password());
 }
 
@@ -162,6 +164,20 @@ TEST_F(PluginTest, ReportsPhasesAddressesAndTheEnd) {
   EXPECT_FALSE(terminated());
 }
 
+TEST_F(PluginTest, ReportsEncryptionOnlyInBothDirections) {
+  const FileDescriptor fd(connect());
+  messages_.clear();
+  const std::vector<std::array<int, 3>> states{{0, 1, 1}, {1, 0, 1}, {1, 1, 0}, {1, 1, 1}};
+  for (const auto &[opened, received, sent] : states) {
+    stub_set_encryption(opened, received, sent);
+    stub_ip_up();
+  }
+  ASSERT_TRUE(runUntil([&] { return messages_.size() == states.size(); }));
+  for (std::size_t i = 0; i < states.size(); ++i) EXPECT_EQ(std::get<PluginIPUp>(messages_[i]).encrypted, i == 3) << i;
+}
+
+TEST_F(PluginTest, LetsNobodyLookAtThePassword) { EXPECT_EQ(::prctl(PR_GET_DUMPABLE), 0); }
+
 TEST_F(PluginTest, AnswersForThePassword) {
   const FileDescriptor fd(connect());
   EXPECT_EQ(stub_pap_password(nullptr), 1) << "the first call only asks whether there is one";
@@ -189,6 +205,19 @@ TEST_F(PluginTest, IsSignalledWhenTheHelperHangsUp) {
   channel_.hangUp();
   EXPECT_TRUE(terminated()) << "by the kernel, at once";
   // pppd then begins to end, and finds an end-of-file on its channel.
+  const FileDescriptor ppp(::open("/dev/zero", O_RDWR | O_CLOEXEC));
+  stub_set_ppp_fd(ppp.get());
+  stub_phase(9);
+  char byte = 1;
+  EXPECT_EQ(::read(ppp.get(), &byte, 1), 0);
+}
+
+TEST_F(PluginTest, TakesABrokenConnectionForAHangUp) {
+  const FileDescriptor fd(connect());
+  stub_phase(4);
+  // Destroyed with a word unread, the socket leaves an error behind instead of an end-of-file.
+  channel_.~PluginChannel();
+  new (&channel_) PluginChannel(event_, {});
   const FileDescriptor ppp(::open("/dev/zero", O_RDWR | O_CLOEXEC));
   stub_set_ppp_fd(ppp.get());
   stub_phase(9);

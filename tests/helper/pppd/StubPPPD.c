@@ -28,6 +28,11 @@ void (*ip_choose_hook)(u_int32_t *);
 lcp_options lcp_wantoptions[NUM_PPP] = {{.neg_upap = 1, .neg_chap = 1, .neg_eap = 1}};
 lcp_options lcp_gotoptions[NUM_PPP] = {{.mru = 1500}};
 struct protent ccp_protent; /* "noccp" */
+fsm ccp_fsm[NUM_PPP];
+ccp_options ccp_wantoptions[NUM_PPP] = {{.mppe = 1}};
+ccp_options ccp_allowoptions[NUM_PPP] = {{.mppe = 1}};
+ccp_options ccp_gotoptions[NUM_PPP];
+ccp_options ccp_hisoptions[NUM_PPP];
 ipcp_options ipcp_gotoptions[NUM_PPP] = {{.ouraddr = 11, .dnsaddr = {13, 14}}};
 ipcp_options ipcp_hisoptions[NUM_PPP] = {{.hisaddr = 12}};
 
@@ -85,6 +90,12 @@ int stub_demands_authentication(void) {
   return lcp_wantoptions[0].neg_upap || lcp_wantoptions[0].neg_chap || lcp_wantoptions[0].neg_eap || demand;
 }
 int stub_negotiates_compression(void) { return ccp_protent.enabled_flag; }
+int stub_wants_encryption(void) { return ccp_wantoptions[0].mppe != 0 || ccp_allowoptions[0].mppe != 0; }
+void stub_set_encryption(int opened, int received, int sent) {
+  ccp_fsm[0].state = opened ? OPENED : CLOSED;
+  ccp_gotoptions[0].mppe = (u_char)received;
+  ccp_hisoptions[0].mppe = (u_char)sent;
+}
 int stub_status(void) { return status; }
 void stub_ask_to_end(void) { got_sigterm = 1; }
 void stub_set_ppp_fd(int fd) { fd_ppp = fd; }

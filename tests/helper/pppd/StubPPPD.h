@@ -19,6 +19,8 @@ void stub_choose_ip(void);
 int stub_asks_for_dns(void);
 int stub_demands_authentication(void);
 int stub_negotiates_compression(void);
+int stub_wants_encryption(void);
+void stub_set_encryption(int opened, int received, int sent);
 int stub_status(void);
 void stub_ask_to_end(void);
 void stub_set_ppp_fd(int fd);
