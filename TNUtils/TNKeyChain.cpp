@@ -1,5 +1,7 @@
 #include "TNUtils/TNKeyChain.h"
 
+#include <memory>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -99,7 +101,15 @@ bool TNKeyChain::isMavericksOrNewer() {
 }
 
 platform::SecAccessRef TNKeyChain::setupACL() {
-  std::vector<platform::SecTrustedApplicationRef> trustedApps;
+  // The line numbers tell the failures apart; they stand for places in this routine and stay when the code moves.
+  const auto require = [](bool holds, const char *expression, int line) {
+    if (!holds) foundation::assertionFailed(expression, "+[TNKeyChain setupACL]", kSourceName, line);
+  };
+  using TrustedApplications = std::vector<platform::SecTrustedApplicationRef>;
+  // Without throwing: a list that there is no memory for is a failed assertion like the rest.
+  const std::unique_ptr<TrustedApplications> trustedApps(new (std::nothrow) TrustedApplications());
+  require(trustedApps != nullptr, "trustedApps != nil", 138);
+
   std::array<const char *, 5> &paths = trustedApplicationPaths();
   if (isMavericksOrNewer()) {
     paths[0] = "/System/Library/Frameworks/SystemConfiguration.framework/Versions/A/Helpers/SCHelper";
@@ -107,18 +117,15 @@ platform::SecAccessRef TNKeyChain::setupACL() {
   if (foundation::ProcessInfo::isOperatingSystemAtLeastVersion({10, 15, 0})) {
     paths[1] = "/System/Applications/System Preferences.app";
   }
-  // The line numbers tell the two failures apart; they stand for places in this routine and stay when the code moves.
-  const auto require = [](platform::OSStatus status, int line) {
-    if (status == platform::errSecSuccess) return;
-    foundation::assertionFailed("err == errSecSuccess", "+[TNKeyChain setupACL]", kSourceName, line);
-  };
   for (const char *const path : paths) {
     platform::SecTrustedApplicationRef application;
-    require(platform::SecTrustedApplicationCreateFromPath(path, &application), 162);
-    trustedApps.push_back(application);
+    const platform::OSStatus err = platform::SecTrustedApplicationCreateFromPath(path, &application);
+    require(err == platform::errSecSuccess, "err == errSecSuccess", 162);
+    trustedApps->push_back(application);
   }
   platform::SecAccessRef access;
-  require(platform::SecAccessCreate("Some VPN Thing", trustedApps, &access), 165);
+  const platform::OSStatus err = platform::SecAccessCreate("Some VPN Thing", *trustedApps, &access);
+  require(err == platform::errSecSuccess, "err == errSecSuccess", 165);
   return access;
 }
 

@@ -1,11 +1,29 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <new>
 
 #include "TNUtils/TNKeyChain.h"
 #include "foundation/ProcessInfo.h"
 #include "platform/fake/FakePlatform.h"
 #include "tests/qolmhelper/TemporaryFolder.h"
+
+namespace {
+bool memoryIsOut = false;
+}
+
+// What the linker puts in the place of the allocation that gives null instead of throwing. The real one stays who gives
+// memory, so that a sanitizer sees its own.
+extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
+void *__real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) noexcept;
+
+void *__wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) noexcept {
+  return memoryIsOut ? nullptr : __real__ZnwmRKSt9nothrow_t(size, tag);
+}
+// NOLINTEND(bugprone-reserved-identifier)
+}
 
 namespace TN {
 namespace {
@@ -209,6 +227,18 @@ TEST_F(TNKeyChainTest, AReplacedPathStaysReplaced) {
 }
 
 using TNKeyChainDeathTest = TNKeyChainTest;
+
+void setupACLWithoutMemory() {
+  memoryIsOut = true;
+  TNKeyChain::setupACL();
+}
+
+TEST_F(TNKeyChainDeathTest, AListWithoutMemoryIsAFailedAssertion) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(setupACLWithoutMemory(), testing::KilledBySignal(SIGABRT),
+              "^Assertion failed: \\(trustedApps != nil\\), function \\+\\[TNKeyChain setupACL\\], "
+              "file TNKeyChain, line 138\\.");
+}
 
 TEST_F(TNKeyChainDeathTest, APathThatIsRefusedIsAFailedAssertion) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
