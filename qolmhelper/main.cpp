@@ -76,6 +76,8 @@ std::shared_ptr<TN::TNConnectorPPP> makeConnector(const config_t &config) {
   const char *const password = lookup(config, "password");
   const char *const sharedSecret = lookup(config, "shared_secret");
 
+  // An abnormal end leaves behind what standard output holds back: the settings that were found are told before it.
+  std::fflush(stdout);
   // A missing value throws here, and nobody catches: without its settings the tool ends abnormally.
   if (foundation::stringWithUTF8String(protocol) != "pptp") return nullptr;
   auto server = foundation::stringWithUTF8String(ip);
@@ -87,7 +89,8 @@ std::shared_ptr<TN::TNConnectorPPP> makeConnector(const config_t &config) {
 }
 
 // Setting the ignore action throws a pending signal away, and one may be pending between the moment the source blocked
-// it and its thread reads it: the source is told of that one.
+// it and its thread reads it: the source is told of that one. That narrows the loss to the moment between the two calls
+// here.
 void ignoreSignal(int signal, const platform::dispatch_source_t &source) {
   sigset_t pending;
   sigpending(&pending);

@@ -99,12 +99,22 @@ TEST(Configuration, BytesThatAreNoTextAreAnError) {
 
 class MissingKey : public testing::TestWithParam<std::string> {};
 
+// In the order of the look-ups.
+std::string echoWithout(const std::string &missing) {
+  std::string echo;
+  for (const std::string key : {"protocol", "ip", "username", "password", "shared_secret"}) {
+    if (key != missing) echo += key + ": " + kKeys.at(key);
+  }
+  return echo;
+}
+
 TEST_P(MissingKey, IsToldAndEndsTheProcessAbnormally) {
   auto values = kKeys;
   values.erase(GetParam());
   const Outcome outcome = runConfigured(configurationOf(values));
   EXPECT_TRUE(outcome.error.starts_with("Invalid config! Missing " + GetParam() + "!")) << outcome.error;
   EXPECT_EQ(outcome.error.find("Cannot get authorization!"), std::string::npos);
+  EXPECT_EQ(outcome.output, echoWithout(GetParam())) << "the other settings are told all the same";
   EXPECT_EQ(outcome.signal, SIGABRT);
   EXPECT_TRUE(outcome.calls.empty());
 }
@@ -114,6 +124,7 @@ TEST_P(MissingKey, AsANumberIsMissing) {
   values.erase(GetParam());
   const Outcome outcome = runConfigured(configurationOf(values) + GetParam() + " = 5;\n");
   EXPECT_TRUE(outcome.error.starts_with("Invalid config! Missing " + GetParam() + "!")) << outcome.error;
+  EXPECT_EQ(outcome.output, echoWithout(GetParam()));
   EXPECT_EQ(outcome.signal, SIGABRT);
 }
 
