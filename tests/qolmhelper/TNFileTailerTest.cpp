@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -43,6 +44,7 @@ TEST_F(TNFileTailerTest, DeliversWhatIsAppendedAndNothingOld) {
   append("three\n");
   EXPECT_EQ(lines_.next(), "three\n");
   EXPECT_NE(lines_.thread(), std::this_thread::get_id());
+  EXPECT_EQ(lines_.threadName(), "TNFileTailer") << "a queue's label is its thread's name";
   stop();
 }
 
@@ -180,6 +182,23 @@ TEST_F(TNFileTailerTest, StopIsNoticedAtTheNextCharacter) {
   second.waitForEnd();
 }
 
+TEST_F(TNFileTailerTest, AStopInTheMiddleOfABlockLeavesTheRest) {
+  WatchedFile file;
+  tailer_ = TNFileTailer::initWithStream(file.open());
+  file.append("one\ntwo\n");
+  file.duringNextText([this] { tailer_->stop(); });
+  tailer_->tail(lines_.callback());
+  lines_.waitForEnd();
+  EXPECT_TRUE(lines_.empty()) << "it was read, but not looked at";
+
+  Lines second;
+  tailer_->tail(second.callback());
+  EXPECT_EQ(second.next(), "one\n");
+  EXPECT_EQ(second.next(), "two\n");
+  tailer_->stop();
+  second.waitForEnd();
+}
+
 TEST_F(TNFileTailerTest, StopIsNoticedWithoutAnyNewText) {
   start();
   tailer_->stop();
@@ -287,16 +306,33 @@ TEST_F(TNFileTailerTest, DestructionClosesTheStream) {
   EXPECT_EQ(fcntl(fd, F_GETFD), -1);
 }
 
-// A folder opens and has an end, but every read fails: that is waited out like the end of a file.
 TEST_F(TNFileTailerTest, AReadErrorIsLikeTheEnd) {
-  std::FILE *const stream = std::fopen(folder_.path().c_str(), "r");
-  ASSERT_NE(stream, nullptr);
-  tailer_ = TNFileTailer::initWithStream(stream);
-  if (!tailer_) GTEST_SKIP() << "folders of this file system have no end";
+  WatchedFile file;
+  tailer_ = TNFileTailer::initWithStream(file.open());
+  file.failReads(2);
+  file.append("behind the errors\n");
   tailer_->tail(lines_.callback());
+  EXPECT_EQ(lines_.next(), "behind the errors\n");
+  EXPECT_EQ(file.failuresLeft(), 0);
+  EXPECT_TRUE(lines_.empty());
   tailer_->stop();
   lines_.waitForEnd();
-  EXPECT_TRUE(lines_.empty());
+}
+
+// Nothing can wake it from a file in memory.
+TEST_F(TNFileTailerTest, AtTheEndItWaitsASecond) {
+  WatchedFile file;
+  tailer_ = TNFileTailer::initWithStream(file.open());
+  tailer_->tail(lines_.callback());
+  const auto ends = file.ends(3);
+  tailer_->stop();
+  lines_.waitForEnd();
+  ASSERT_GE(ends.size(), 3u);
+  const auto first = ends[1] - ends[0];
+  const auto second = ends[2] - ends[1];
+  EXPECT_GE(std::min(first, second), std::chrono::milliseconds(900));
+  // A busy machine makes a wait longer, rarely two of them.
+  EXPECT_LT(std::min(first, second), std::chrono::seconds(5));
 }
 
 }  // namespace
