@@ -27,6 +27,7 @@ OSStatus AuthorizationCreate(const AuthorizationRights *rights, const Authorizat
       "AuthorizationCreate", describe(rights) + ", " + describe(environment) + ", " + std::to_string(flags));
   if (failure) return *failure;
   *authorization = std::make_shared<Authorization>();
+  fake::FakePlatform::instance().lastAuthorization = *authorization;
   return errAuthorizationSuccess;
 }
 

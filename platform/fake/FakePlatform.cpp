@@ -49,6 +49,7 @@ void FakePlatform::reset() {
   up.clear();
   down = {StatusChange{3, extendedStatus(9), 0, {}}, StatusChange{3, extendedStatus(10), 0, {}},
           StatusChange{0, extendedStatus(0, 5), 0, {}}};
+  lastAuthorization.reset();
   pppLogPath = "/nonexistent/ppp.log";
   readingStatusClobbersError = false;
   setSCError(0);

@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -74,6 +75,7 @@ class FakePlatform {
   foundation::Value extendedStatusBeforeStart;
   std::vector<Step> up;                     // what follows a start
   std::vector<Step> down;                   // what follows a stop; a clean end with cause 5 unless set
+  std::weak_ptr<void> lastAuthorization;    // not scene but result: the one that was made last
   std::string pppLogPath;                   // stands for /var/log/ppp.log
   bool readingStatusClobbersError = false;  // so that a program that asks for SCError() too late is caught
 

@@ -73,9 +73,12 @@ TEST_F(TNConnectorTest, ARefusedRightIsLogged) {
 TEST_F(TNConnectorTest, AFailureLeavesAnEarlierAuthorizationAlone) {
   ASSERT_TRUE(connector_.authorize());
   const platform::AuthorizationRef first = connector_.auth();
-  platform_.fail("AuthorizationCopyRights", -60006);
-  EXPECT_FALSE(connector_.authorize());
-  EXPECT_EQ(connector_.auth(), first);
+  ASSERT_NE(first, nullptr);
+  for (const char *const call : {"AuthorizationCopyRights", "AuthorizationCreate"}) {
+    platform_.fail(call, -60006);
+    EXPECT_FALSE(connector_.authorize()) << call;
+    EXPECT_EQ(connector_.auth(), first) << call;
+  }
 }
 
 TEST_F(TNConnectorTest, ASecondAuthorizeReplacesTheFirstWithoutFreeingIt) {
@@ -84,6 +87,13 @@ TEST_F(TNConnectorTest, ASecondAuthorizeReplacesTheFirstWithoutFreeingIt) {
   ASSERT_TRUE(connector_.authorize());
   EXPECT_NE(connector_.auth(), first.lock());
   EXPECT_FALSE(first.expired());
+}
+
+TEST_F(TNConnectorTest, ARefusedAuthorizationIsNotFreed) {
+  platform_.fail("AuthorizationCopyRights", -60005);
+  EXPECT_FALSE(connector_.authorize());
+  EXPECT_EQ(connector_.auth(), nullptr);
+  EXPECT_FALSE(platform_.lastAuthorization.expired());
 }
 
 TEST_F(TNConnectorTest, WithoutALoggerAFailureIsSilent) {
