@@ -7,6 +7,15 @@
 
 #include "tests/qolmhelper/ToolProcess.h"
 
+// A sanitizer makes an ordinary end, with a report, of a wild access.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define SANITIZED
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define SANITIZED
+#endif
+#endif
+
 namespace TN {
 namespace {
 
@@ -72,6 +81,18 @@ TEST(Connection, WithoutAServiceListThereIsNoConnection) {
   EXPECT_EQ(outcome.status, 0);
 }
 
+TEST(Connection, WithoutItsInterfacesThereIsNoConnection) {
+  const std::map<std::string, std::string> layers{{"PPTP", "times=1"}, {"PPP", "times=1 after=1"}};
+  for (const auto &[layer, which] : layers) {
+    const Outcome outcome = runScript("fail SCNetworkInterfaceCreateWithInterface 1001 " + which);
+    EXPECT_EQ(outcome.error,
+              kBanner + ("Error creating " + layer + " interface!\nError: The operation failed, code: 1001\n"));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.count("SecKeychainItemCreateFromContent"), 0);
+    EXPECT_EQ(outcome.count("SCPreferencesCommitChanges"), 0);
+  }
+}
+
 TEST(Connection, WithoutACurrentSetThereIsNoConnection) {
   const Outcome outcome = runScript("no-current-set");
   EXPECT_EQ(outcome.error, std::string(kBanner) + "Error: No such entry, code: 1004\n");
@@ -91,6 +112,22 @@ TEST(Connection, AKeychainThatRefusesDoesNotStopTheAttempt) {
   const Outcome outcome = runScript("fail SecKeychainItemCreateFromContent -61\nup status 0 ppp=0");
   EXPECT_EQ(outcome.error, std::string(kBanner) + "PPP Network connection disconnected\nExit.\n");
   EXPECT_EQ(outcome.status, 0);
+}
+
+// By then the items of an earlier run are gone.
+TEST(Connection, WithoutAnAccessListTheProcessEndsAbnormally) {
+  const std::map<std::string, std::string> lines{{"SecTrustedApplicationCreateFromPath", "162"},
+                                                 {"SecAccessCreate", "165"}};
+  for (const auto &[call, line] : lines) {
+    const Outcome outcome = runScript("item Corvanelle one ann\nitem Corvanelle two ann\nfail " + call + " -50");
+    EXPECT_EQ(outcome.error, std::string(kBanner) +
+                                 "Assertion failed: (err == errSecSuccess), function +[TNKeyChain setupACL], "
+                                 "file TNKeyChain, line " +
+                                 line + ".\n");
+    EXPECT_EQ(outcome.signal, SIGABRT) << call;
+    EXPECT_EQ(outcome.count("SecKeychainItemDelete"), 2) << call;
+    EXPECT_EQ(outcome.count("SecKeychainItemCreateFromContent"), 0) << call;
+  }
 }
 
 TEST(Connection, AFailedStartSaysNothingButExit) {
@@ -129,6 +166,16 @@ TEST(Connection, ADropWithoutErrorAndCauseIsOnlyItsStatus) {
   EXPECT_EQ(runScript("up status 0").error, std::string(kBanner) + "Unknown status\nExit.\n");
 }
 
+TEST(Connection, AnExtendedStatusWithoutAPhaseIsAnUnknownStatus) {
+  EXPECT_EQ(runScript("up status 1 ppp=text\nup status 1 ppp=absent\nup status 0 ppp=text").error,
+            std::string(kBanner) + "Unknown status\nUnknown status\nUnknown status\nExit.\n");
+}
+
+TEST(Connection, TheStatusIsAskedForAndNotTakenFromTheCallback) {
+  EXPECT_EQ(runScript("up status 2 ppp=8 argument=0\nup status 0 ppp=0 argument=2").error,
+            std::string(kBanner) + "PPP Connected\nPPP Network connection disconnected\nExit.\n");
+}
+
 TEST(Connection, WithoutAPPPLogOnlyTheCopyIsLost) {
   Scene scene;
   scene.hasPPPLog = false;
@@ -161,6 +208,9 @@ TEST(Connection, ALogThatIsNotUTF8EndsTheProcess) {
   scene.script = "up status 2 ppp=8\nup log \xff";
   const Outcome outcome = run(scene);
   EXPECT_NE(outcome.status, 0);
+#ifndef SANITIZED
+  EXPECT_EQ(outcome.signal, SIGSEGV);
+#endif
   EXPECT_EQ(outcome.error.find("Exit."), std::string::npos);
 }
 

@@ -170,6 +170,7 @@ TEST_F(TNConnectorPPPTest, EveryOtherStatusEndsTheAttemptWithItsText) {
     platform_.statusBeforeStart = status;
     EXPECT_EQ(connect(), text + "Exit.\n");
     EXPECT_EQ(count("SCNetworkConnectionStart") + count("SCNetworkConnectionStop") + count("CFRunLoopRun"), 0u);
+    EXPECT_FALSE(tailerRuns()) << status;
   }
 }
 

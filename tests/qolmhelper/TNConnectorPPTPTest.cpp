@@ -272,6 +272,14 @@ TEST_F(TNConnectorPPTPTest, ANullTextInTheConfigurationIsAnUncaughtException) {
   }
 }
 
+// Its identifier is then a null text of the configuration.
+TEST_F(TNConnectorPPTPTest, AServiceThatCannotBeMadeIsAnUncaughtException) {
+  addService("Other");
+  platform_.fail("SCNetworkServiceCreate", 1001);
+  EXPECT_THROW(connector_->createConnection(), std::invalid_argument);
+  expectNothingStored({"Other"});
+}
+
 TEST_F(TNConnectorPPTPTest, ConnectSaysItsBannerFirst) {
   platform_.up = {StatusChange{0, extendedStatus(0), 0, {}}};
   testing::internal::CaptureStderr();

@@ -27,6 +27,22 @@ TEST(Teardown, StopsAConnectionThatIsUp) {
   EXPECT_EQ(std::count(outcome.calls.begin(), outcome.calls.end(), "SCNetworkConnectionStop(connection, true)"), 1);
 }
 
+// So that no moment is left at which the signal's default could end the process.
+TEST(Teardown, WhileConnectedTheSignalIsIgnored) {
+  Scene scene;
+  scene.script = "up status 2 ppp=8";
+  ToolProcess tool(scene);
+  ASSERT_TRUE(tool.waitForError("PPP Connected\n"));
+  const std::string status = readFile("/proc/" + std::to_string(tool.pid()) + "/status");
+  const std::string key = "\nSigIgn:";
+  const std::size_t line = status.find(key);
+  ASSERT_NE(line, std::string::npos);
+  const unsigned long long ignored = std::stoull(status.substr(line + key.size()), nullptr, 16);
+  EXPECT_NE(ignored & 1ULL << (SIGUSR1 - 1), 0u) << status;
+  tool.send(SIGUSR1);
+  EXPECT_EQ(tool.finish().status, 0);
+}
+
 TEST(Teardown, SeveralSignalsAreOneStop) {
   Scene scene;
   scene.script = "up status 2 ppp=8";
