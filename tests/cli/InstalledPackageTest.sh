@@ -17,7 +17,7 @@ if grep -rlI -e "$build" -e "$root/first" "$root/installed"; then
   exit 1
 fi
 
-"$cmake" -S "$examples" -B "$root/build" -DCMAKE_PREFIX_PATH="$root/installed" -DCMAKE_CXX_COMPILER="$cxx" \
+"$cmake" -G Ninja -S "$examples" -B "$root/build" -DCMAKE_PREFIX_PATH="$root/installed" -DCMAKE_CXX_COMPILER="$cxx" \
   -DCMAKE_CXX_FLAGS="${flags[*]-}" >"$root/log" || { cat "$root/log" >&2; exit 1; }
 "$cmake" --build "$root/build" >"$root/log" || { cat "$root/log" >&2; exit 1; }
 
