@@ -23,6 +23,7 @@ namespace {
 
 constexpr char kFileName[] = "/journal.plist";
 constexpr char kFolderPrefix[] = "link.";
+constexpr char kBrokenPrefix[] = "broken.";
 
 foundation::Result<FileDescriptor> openLocked(const std::string &folder, int operation) {
   FileDescriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -33,7 +34,22 @@ foundation::Result<FileDescriptor> openLocked(const std::string &folder, int ope
 // Held while a folder is made or looked for, so that nobody takes a new folder, not locked yet, for an abandoned one.
 foundation::Result<FileDescriptor> lockBase(const std::string &base) {
   if (::mkdir(base.c_str(), 0700) < 0 && errno != EEXIST) return errnoError(errno, "make the folder " + base);
-  return openLocked(base, LOCK_EX);
+  auto lock = openLocked(base, LOCK_EX);
+  if (!lock) return lock;
+  struct stat attributes {};
+  if (::fstat(lock->get(), &attributes) < 0) return errnoError(errno, "look at " + base);
+  // Whoever made it: what lies in it is believed later, so nobody else may put anything there.
+  if (attributes.st_uid != ::geteuid()) return errnoError(EPERM, "trust the folder " + base);
+  if (::fchmod(lock->get(), 0700) < 0) return errnoError(errno, "protect the folder " + base);
+  return lock;
+}
+
+// What was read as ERROR stays, but is not looked at again.
+foundation::Error putAside(const std::string &folder, foundation::Error error) {
+  const std::filesystem::path path(folder);
+  const std::string aside = path.parent_path() / (kBrokenPrefix + path.extension().string().substr(1));
+  if (::rename(folder.c_str(), aside.c_str()) == 0) error.message += "; it is kept in " + aside;
+  return error;
 }
 
 }  // namespace
@@ -68,7 +84,10 @@ std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<fou
     auto lock = openLocked(entry.path(), LOCK_EX | LOCK_NB);
     if (!lock) continue;  // its helper lives
     Journal journal(entry.path(), std::move(*lock));
-    if (const Status status = journal.read(); !status) errors.push_back(status.error());
+    if (const Status status = journal.read(); !status) {
+      errors.push_back(putAside(journal.folder(), status.error()));
+      continue;
+    }
     found.push_back(std::move(journal));
   }
   return found;
@@ -83,6 +102,11 @@ Status Journal::note(JournalEntry entry) {
 
 Status Journal::forgetLast() {
   if (!entries_.empty()) entries_.pop_back();
+  return write();
+}
+
+Status Journal::forget(std::size_t index) {
+  if (index < entries_.size()) entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(index));
   return write();
 }
 

@@ -62,8 +62,8 @@ class Journal {
 
   // A new folder (0700) below BASE, locked.
   static foundation::Result<Journal> create(const std::string &base = kBase);
-  // The journals below BASE whose helpers are dead, each locked now. One that cannot be read has no entries, and ERRORS
-  // says so.
+  // The journals below BASE whose helpers are dead, each locked now. One that cannot be read, of a newer version
+  // perhaps, is put aside as BASE/broken.XXXXXX for people to look at, and ERRORS says so.
   static std::vector<Journal> abandoned(const std::string &base, std::vector<foundation::Error> &errors);
 
   Journal(Journal &&) = default;
@@ -75,6 +75,8 @@ class Journal {
   foundation::Status note(JournalEntry entry);
   // The newest entry's change has been undone (or was never made).
   foundation::Status forgetLast();
+  // So has that of the entry at INDEX.
+  foundation::Status forget(std::size_t index);
   // Removes the folder and everything in it.
   void finish();
 

@@ -30,43 +30,47 @@ Undo::Undo(RouteTable &routes, std::function<void(const std::string &)> complain
     : routes_(routes), complain_(std::move(complain)) {}
 
 void Undo::finish(Journal &journal) {
-  while (!journal.entries().empty()) {
-    std::visit([this](const auto &entry) { undo(entry); }, journal.entries().back());
+  for (std::size_t index = journal.entries().size(); index-- > 0;) {
+    const bool undone = std::visit([this](const auto &entry) { return undo(entry); }, journal.entries()[index]);
     // When even this cannot be written, the worst that follows is that something is undone twice, which does no harm.
-    static_cast<void>(journal.forgetLast());
+    if (undone) static_cast<void>(journal.forget(index));
   }
-  journal.finish();
+  if (journal.entries().empty()) journal.finish();
 }
 
-void Undo::undo(const StartedProcess &entry) {
+bool Undo::undo(const StartedProcess &entry) {
   const foundation::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0)));
   // Compared after the descriptor is there: from here on the number cannot come to mean another process.
-  if (!process || startTimeOf(entry.pid) != entry.startTime) return;
+  if (!process || startTimeOf(entry.pid) != entry.startTime) return true;
   signal(process.get(), SIGTERM);
-  if (ends(process.get(), kProcessGrace)) return;
+  if (ends(process.get(), kProcessGrace)) return true;
   signal(process.get(), SIGKILL);
   if (!ends(process.get(), kProcessGrace))
     complain_("The process " + std::to_string(entry.pid) + " of an earlier connection cannot be ended.");
+  return true;
 }
 
-void Undo::undo(const AddedRoute &entry) {
+bool Undo::undo(const AddedRoute &entry) {
   if (const auto status = routes_.remove(entry.route); !status)
     complain_("A route could not be taken back: " + status.error().message + ".");
+  return true;
 }
 
-void Undo::undo(const ResolvconfRecord &entry) {
+bool Undo::undo(const ResolvconfRecord &entry) {
   auto program = ChildProcess::spawn({entry.program, "-d", entry.key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {});
   if (!program || !program->waitFor(kProgramDeadline))
     complain_("The name servers of the connection could not be taken back: " + entry.program + " -d " + entry.key +
               " does not work.");
+  return true;
 }
 
-void Undo::undo(const ReplacedFile &entry) {
+bool Undo::undo(const ReplacedFile &entry) {
   const auto restored = putBack(entry);
   if (!restored)
     complain_("The file " + entry.path + " could not be put back: " + restored.error().message + ".");
   else if (!*restored)
     complain_("The file " + entry.path + " was changed by somebody else during the connection and stays as it is.");
+  return restored && *restored;
 }
 
 }  // namespace helper

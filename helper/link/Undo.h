@@ -18,14 +18,16 @@ class Undo {
   // COMPLAIN gets a sentence for each change that could not be taken back. ROUTES outlives it.
   Undo(RouteTable &routes, std::function<void(const std::string &sentence)> complain);
 
-  // Everything, then the journal's folder.
+  // Everything, then the journal's folder. A file that cannot be put back now keeps its entry, and the journal its
+  // folder: what the file held is nowhere else, and the next helper tries again.
   void finish(Journal &journal);
 
  private:
-  void undo(const StartedProcess &entry);
-  void undo(const AddedRoute &entry);
-  void undo(const ResolvconfRecord &entry);
-  void undo(const ReplacedFile &entry);
+  // False: its entry is to be kept.
+  bool undo(const StartedProcess &entry);
+  bool undo(const AddedRoute &entry);
+  bool undo(const ResolvconfRecord &entry);
+  bool undo(const ReplacedFile &entry);
 
   RouteTable &routes_;
   std::function<void(const std::string &)> complain_;

@@ -131,11 +131,29 @@ TEST_F(JournalTest, ThatCannotBeReadIsReported) {
     folder = dead->folder();
   }
   std::filesystem::resize_file(folder + "/journal.plist", 100);
-  const auto found = abandoned();
-  ASSERT_EQ(found.size(), 1U);
-  EXPECT_TRUE(found[0].entries().empty());
+  EXPECT_TRUE(abandoned().empty());
   ASSERT_EQ(errors_.size(), 1U);
   EXPECT_NE(errors_[0].message.find("journal.plist"), std::string::npos);
+  // Kept as it was, and never looked at again.
+  const std::string aside = base_ + "/broken." + folder.substr(folder.rfind('.') + 1);
+  EXPECT_NE(errors_[0].message.find(aside), std::string::npos) << errors_[0].message;
+  EXPECT_EQ(std::filesystem::file_size(aside + "/journal.plist"), 100U);
+  EXPECT_TRUE(abandoned().empty());
+  EXPECT_EQ(errors_.size(), 1U);
+}
+
+TEST_F(JournalTest, LiesInAFolderThatIsOurs) {
+  ASSERT_TRUE(std::filesystem::create_directory(base_));
+  ASSERT_EQ(::chmod(base_.c_str(), 0777), 0);
+  ASSERT_TRUE(Journal::create(base_));
+  struct stat attributes {};
+  ASSERT_EQ(::stat(base_.c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_mode & 07777, 0700U);
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a folder away";
+  ASSERT_EQ(::chown(base_.c_str(), 1, 1), 0);
+  EXPECT_FALSE(Journal::create(base_));
+  EXPECT_TRUE(abandoned().empty());
+  EXPECT_EQ(errors_.size(), 1U);
 }
 
 TEST_F(JournalTest, WithoutAnyChangeIsNoError) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "helper/link/ChildProcess.h"
 #include "helper/link/Undo.h"
@@ -51,6 +52,34 @@ TEST_F(UndoTest, GoesBackwardsAndPastWhatFails) {
   EXPECT_EQ(table_.removed, (std::vector<std::string>{"last", "stuck", "first"}));
   ASSERT_EQ(complaints_.size(), 1U);
   EXPECT_NE(complaints_[0].find("it sticks"), std::string::npos);
+}
+
+TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
+  ReplacedFile file;
+  file.path = base_ + "/resolv.conf";
+  file.bytes = "before\n";
+  file.replacement = "ours\n";
+  std::ofstream(file.path) << "somebody else's\n";
+  {
+    auto journal = Journal::create(base_ + "/vpnctl");
+    ASSERT_TRUE(journal);
+    ASSERT_TRUE(journal->note(file));
+    ASSERT_TRUE(journal->note(AddedRoute{Route{{}, 1, {}, {}, "last"}}));
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+    EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{file});
+  }
+  EXPECT_EQ(complaints_.size(), 1U);
+  // Whoever changed it has put back what was there: ours.
+  std::ofstream(file.path) << file.replacement;
+  std::vector<foundation::Error> errors;
+  auto left = Journal::abandoned(base_ + "/vpnctl", errors);
+  ASSERT_EQ(left.size(), 1U);
+  Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(left[0]);
+  std::string line;
+  std::getline(std::ifstream(file.path), line);
+  EXPECT_EQ(line, "before");
+  EXPECT_EQ(complaints_.size(), 1U);
+  EXPECT_FALSE(std::filesystem::exists(base_ + "/vpnctl"));
 }
 
 TEST_F(UndoTest, EndsAProcessThatIsStillThere) {
