@@ -50,9 +50,18 @@ Status replaceStandardDescriptors() {
   return {};
 }
 
+// What the starter ignored or blocked stays so through exec: an ignored SIGCHLD hides how pppd ended.
+void resetSignals() {
+  for (int number = 1; number <= SIGRTMAX; ++number) std::signal(number, SIG_DFL);
+  sigset_t none;
+  sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 }  // namespace
 
 Result<FileDescriptor> prepareHelperProcess() {
+  resetSignals();
   if (!isUnixSocket(0)) {
     return Error{std::string(foundation::kPOSIXErrorDomain), ENOTSOCK, "standard input is not the tool's socket"};
   }

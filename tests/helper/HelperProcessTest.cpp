@@ -122,6 +122,24 @@ TEST_F(HelperProcessTest, EndsWhenTheSocketCloses) {
   EXPECT_TRUE(WIFEXITED(status)) << status;
 }
 
+TEST_F(HelperProcessTest, TakesNoSignalSettingsOver) {
+  sigset_t one;
+  sigset_t before;
+  sigemptyset(&one);
+  sigaddset(&one, SIGUSR2);
+  std::signal(SIGUSR1, SIG_IGN);
+  ASSERT_EQ(::sigprocmask(SIG_BLOCK, &one, &before), 0);
+  startWithSocket();
+  std::signal(SIGUSR1, SIG_DFL);
+  ::sigprocmask(SIG_SETMASK, &before, nullptr);
+  const auto has = [this](const char *set, int number) {
+    return (std::stoull(statusLine(set), nullptr, 16) >> (number - 1) & 1) != 0;
+  };
+  EXPECT_FALSE(has("SigIgn", SIGUSR1));
+  EXPECT_FALSE(has("SigBlk", SIGUSR2));
+  EXPECT_TRUE(has("SigBlk", SIGTERM)) << "this one it watches";
+}
+
 TEST_F(HelperProcessTest, EndsInOrderOnSignals) {
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
     startWithSocket();
