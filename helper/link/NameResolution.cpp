@@ -90,7 +90,7 @@ NameResolution::NameResolution(sd_event *event, const std::string &text, Handler
     : handler_(std::move(handler)), name_(text) {
   const auto parsed = parse(text);
   if (!parsed || parsed->s_addr != INADDR_ANY) {
-    answer_ = EventSource::soon(event, [this, parsed] { handler_(parsed); });
+    answer_ = EventSource::soon(event, [this, parsed] { answer(parsed); });
     return;
   }
   question_ = std::make_shared<Question>();
@@ -101,8 +101,8 @@ NameResolution::NameResolution(sd_event *event, const std::string &text, Handler
   answer_ = EventSource::io(event, question_->done.get(), EPOLLIN, [this](std::uint32_t) { answered(); });
   deadline_ = EventSource::timer(event, deadline, [this] {
     answer_.reset();
-    handler_(sentence("The name of the server, " + name_ +
-                      ", could not be looked up in time; check this machine's name service or set the address."));
+    answer(sentence("The name of the server, " + name_ +
+                    ", could not be looked up in time; check this machine's name service or set the address."));
   });
   // Signals belong to the loop's thread: the new one inherits a mask without holes.
   sigset_t all;
@@ -125,12 +125,17 @@ void NameResolution::answered() {
   answer_.reset();
   deadline_.reset();
   if (question_->error != 0)
-    return handler_(sentence("The name of the server, " + name_ + ", could not be looked up (" +
-                             gai_strerror(question_->error) +
-                             "); check its spelling and this machine's name service."));
+    return answer(sentence("The name of the server, " + name_ + ", could not be looked up (" +
+                           gai_strerror(question_->error) + "); check its spelling and this machine's name service."));
   if (!canBeServer(question_->address))
-    return handler_(sentence("The name of the server, " + name_ + ", stands for an address that no server can have."));
-  handler_(question_->address);
+    return answer(sentence("The name of the server, " + name_ + ", stands for an address that no server can have."));
+  answer(question_->address);
+}
+
+void NameResolution::answer(const foundation::Result<in_addr> &address) {
+  // A copy, because whoever hears the answer destroys us.
+  const Handler handler = handler_;
+  handler(address);
 }
 
 }  // namespace helper

@@ -41,6 +41,7 @@ class NameResolution {
  private:
   struct Question;
   void answered();
+  void answer(const foundation::Result<in_addr> &address);
 
   Handler handler_;
   std::string name_;

@@ -20,6 +20,8 @@ constexpr std::uint32_t kAnyBearer = 3;
 constexpr std::uint32_t kMinimumSpeed = 2400;
 constexpr std::uint32_t kMaximumSpeed = 1000000000;
 constexpr std::uint16_t kReceiveWindow = 64;
+// All messages of a call fit in many times; only answers to a server that asks and never reads pile up.
+constexpr std::size_t kMostUnsent = std::size_t{64} * 1024;
 
 const char *startRefusal(std::uint8_t result) {
   switch (result) {
@@ -128,8 +130,8 @@ void PPTPControlConnection::readMessages() {
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (count <= 0) return endOfStream(count == 0 ? 0 : errno);
   reader_.append(std::span(bytes).first(static_cast<std::size_t>(count)));
-  // A handler may close us, or destroy nothing but its own doings: the state says whether to go on.
-  while (state_ != State::down) {
+  // A handler may have closed us, and even asked for the stop after that: then what is left has nobody to answer to.
+  while (socket_) {
     const auto message = reader_.next();
     if (!message)
       return end(Tunnel::DeviceCause::protocolError, "does not speak PPTP: it sent " + message.error().message);
@@ -176,7 +178,11 @@ void PPTPControlConnection::handle(const pptp::OutgoingCallReply &reply) {
   if (state_ == State::established) handlers_.established(reply.callID);
 }
 
-void PPTPControlConnection::handle(const pptp::EchoRequest &request) { send(pptp::EchoReply{request.identifier}); }
+void PPTPControlConnection::handle(const pptp::EchoRequest &request) {
+  send(pptp::EchoReply{request.identifier});
+  if (state_ != State::stopping && unsent_.size() > kMostUnsent)
+    end(Tunnel::DeviceCause::noAnswer, "asks, but does not read the answers");
+}
 
 void PPTPControlConnection::handle(const pptp::EchoReply &) {
   if (state_ == State::established) scheduleEcho();
@@ -264,7 +270,7 @@ void PPTPControlConnection::endOfStream(int error) {
 }
 
 void PPTPControlConnection::stop() {
-  if (state_ == State::stopping) return;
+  if (state_ == State::stopping || toldStopped_) return;
   const State before = state_;
   state_ = State::stopping;
   if (before != State::established && before != State::calling && before != State::starting) {
@@ -280,6 +286,8 @@ void PPTPControlConnection::stop() {
 
 void PPTPControlConnection::finishStopping() {
   close();
+  if (toldStopped_) return;
+  toldStopped_ = true;
   handlers_.stopped();
 }
 

@@ -88,6 +88,7 @@ class PPTPControlConnection {
   Handlers handlers_;
   State state_ = State::idle;
   bool callPlaced_ = false;
+  bool toldStopped_ = false;
   std::uint16_t callID_ = 0;
   std::uint32_t echoIdentifier_ = 0;
   foundation::FileDescriptor socket_;

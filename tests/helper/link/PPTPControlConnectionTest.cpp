@@ -67,6 +67,14 @@ class Server {
   void sendBytes(const std::vector<std::uint8_t> &bytes) {
     EXPECT_EQ(::send(connection_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
   }
+  // Asks until the client is gone, and never reads an answer.
+  void askWithoutReading() {
+    std::vector<std::uint8_t> questions;
+    const auto question = pptp::encode(pptp::EchoRequest{1});
+    for (int i = 0; i < 1000; ++i) questions.insert(questions.end(), question.begin(), question.end());
+    while (::send(connection_.get(), questions.data(), questions.size(), MSG_NOSIGNAL) > 0) {
+    }
+  }
   void untilClosed() {
     while (receive()) {
     }
@@ -306,6 +314,31 @@ TEST_F(PPTPControlConnectionTest, IsLostWhenTheServerDies) {
   server_.play([](Server &server) { server.answerCall(); });
   connect();
   expectLost("closed the control connection");
+}
+
+TEST_F(PPTPControlConnectionTest, IsLostWhenTheServerDoesNotRead) {
+  server_.play([](Server &server) {
+    server.answerCall();
+    server.askWithoutReading();
+  });
+  connect();
+  expectLost("does not read");
+}
+
+TEST_F(PPTPControlConnectionTest, TellsItsStopOnce) {
+  server_.play([](Server &server) {
+    server.answerCall();
+    server.untilClosed();
+  });
+  deadlines_.stop = milliseconds(1);
+  connect();
+  ASSERT_TRUE(runUntil([this] { return established_.has_value(); }));
+  control_->stop();
+  ASSERT_TRUE(runUntil([this] { return stopped_ == 1; }));
+  control_->stop();
+  ASSERT_GE(sd_event_run(event_, 0), 0);
+  ASSERT_GE(sd_event_run(event_, 0), 0);
+  EXPECT_EQ(stopped_, 1);
 }
 
 TEST_F(PPTPControlConnectionTest, StopsBeforeTCPIsConnected) {
