@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -97,7 +98,9 @@ foundation::Status PluginChannel::giveChannel(foundation::FileDescriptor channel
 
 foundation::Status PluginChannel::givePassword(const std::optional<foundation::Secret> &password) {
   foundation::Secret record = foundation::Secret::ofSize(sizeof(vpnctl_plugin_password));
-  const bool usable = password && password->size() <= VPNCTL_PLUGIN_PASSWORD_SIZE;
+  // pppd would take a zero byte for the end, and try what stands before it.
+  const bool usable = password && password->size() <= VPNCTL_PLUGIN_PASSWORD_SIZE &&
+                      std::find(password->bytes().begin(), password->bytes().end(), 0) == password->bytes().end();
   const vpnctl_plugin_header header{VPNCTL_PLUGIN_VERSION, VPNCTL_PLUGIN_PASSWORD};
   const std::int32_t length = usable ? static_cast<std::int32_t>(password->size()) : -1;
   // Written straight into memory that wipes itself; a local structure would leave a copy on the stack.

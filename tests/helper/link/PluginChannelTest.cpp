@@ -122,6 +122,9 @@ TEST_F(PluginChannelTest, SaysWhenThereIsNoUsablePassword) {
   ASSERT_TRUE(channel_.givePassword(foundation::Secret(std::string(256, 'x'))));
   ASSERT_EQ(::recv(plugin_.get(), &answer, sizeof answer, 0), static_cast<ssize_t>(sizeof answer));
   EXPECT_EQ(answer.length, -1);
+  ASSERT_TRUE(channel_.givePassword(foundation::Secret(std::string("a\0b", 3))));
+  ASSERT_EQ(::recv(plugin_.get(), &answer, sizeof answer, 0), static_cast<ssize_t>(sizeof answer));
+  EXPECT_EQ(answer.length, -1);
   ASSERT_TRUE(channel_.givePassword(foundation::Secret(std::string(255, 'x'))));
   ASSERT_EQ(::recv(plugin_.get(), &answer, sizeof answer, 0), static_cast<ssize_t>(sizeof answer));
   EXPECT_EQ(answer.length, 255);
