@@ -39,7 +39,9 @@ Result<PPPLog> PPPLog::open(const std::string &path) {
   if (!file) return errnoError(errno, "open " + path);
   struct stat attributes = {};
   if (::fstat(file.get(), &attributes) < 0) return errnoError(errno, "stat " + path);
-  if (!S_ISREG(attributes.st_mode)) return errnoError(EPERM, "open " + path);
+  // Another's file, or one that has a second name somewhere, is not the log that root made.
+  if (!S_ISREG(attributes.st_mode) || attributes.st_uid != ::geteuid() || attributes.st_nlink != 1)
+    return errnoError(EPERM, "open " + path);
   // A log that is just being made must be readable by the tool whatever the umask is; an older one keeps the mode its
   // administrator gave it.
   if (attributes.st_size == 0 && ::fchmod(file.get(), kMode) < 0) return errnoError(errno, "chmod " + path);

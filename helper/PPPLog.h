@@ -16,7 +16,8 @@ class PPPLog {
  public:
   static constexpr char kPath[] = "/var/log/ppp.log";
 
-  // Opens PATH for appending, creating it (0644). A symbolic link, or anything but a regular file, is refused.
+  // Opens PATH for appending, creating it (0644). A symbolic link, anything but a regular file,
+  // and a file that is not ours alone (another owner, a second name) are refused.
   static foundation::Result<PPPLog> open(const std::string &path = kPath);
 
   // Appends one line, "Sat Nov 21 10:00:00 2026 : SENTENCE\n", by one write. Made ASCII (other bytes become '?') and

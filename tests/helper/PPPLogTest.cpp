@@ -64,6 +64,17 @@ TEST_F(PPPLogTest, RefusesWhatIsNoRegularFile) {
   EXPECT_FALSE(PPPLog::open(folder.path("no/such/folder")));
 }
 
+TEST_F(PPPLogTest, RefusesAFileThatIsNotOursAlone) {
+  testing::writeFile(path, "");
+  ASSERT_EQ(::link(path.c_str(), folder.path("second").c_str()), 0);
+  EXPECT_FALSE(PPPLog::open(path));
+  ASSERT_EQ(::unlink(folder.path("second").c_str()), 0);
+  EXPECT_TRUE(PPPLog::open(path));
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
+  ASSERT_EQ(::chown(path.c_str(), 1, 1), 0);
+  EXPECT_FALSE(PPPLog::open(path));
+}
+
 TEST_F(PPPLogTest, AnOlderLogKeepsItsMode) {
   testing::writeFile(path, "old\n");
   ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
