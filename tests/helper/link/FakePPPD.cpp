@@ -54,12 +54,6 @@ int main(int argc, char **argv) {
   if (argc != 3) return 91;
   const std::string mode = argv[1];
   if (mode == "early") return 2;
-  sigset_t term;
-  sigemptyset(&term);
-  sigaddset(&term, SIGTERM);
-  sigprocmask(SIG_BLOCK, &term, nullptr);
-  const int signals = ::signalfd(-1, &term, 0);
-
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, argv[2], sizeof address.sun_path - 1);
@@ -68,6 +62,12 @@ int main(int argc, char **argv) {
 
   say(header(VPNCTL_PLUGIN_NEED_CHANNEL));
   const int channel = receiveChannel();
+  // From here on SIGTERM asks for an orderly end; before, it ends the process as it is.
+  sigset_t term;
+  sigemptyset(&term);
+  sigaddset(&term, SIGTERM);
+  sigprocmask(SIG_BLOCK, &term, nullptr);
+  const int signals = ::signalfd(-1, &term, 0);
   phase(4);
   phase(5);
   say(header(VPNCTL_PLUGIN_NEED_PASSWORD));
