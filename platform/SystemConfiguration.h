@@ -104,7 +104,7 @@ SCPreferencesRef SCPreferencesCreateWithAuthorization(const std::string &name,
                                                       const std::optional<std::string> &prefsID,
                                                       const AuthorizationRef &authorization);
 // Writes the session's changes, if there are any, as one atomic replacement. kSCStatusStale when somebody else has
-// written since this session first read; kSCStatusPrefsBusy when another session holds the lock; kSCStatusAccessError
+// written since these were first read; kSCStatusPrefsBusy when another session holds the lock; kSCStatusAccessError
 // without rights. Blocks for the write.
 bool SCPreferencesCommitChanges(const SCPreferencesRef &preferences);
 // Tells the system that committed changes are to take effect. Blocks for a round trip.
