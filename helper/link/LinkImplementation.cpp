@@ -140,8 +140,7 @@ void Link::Implementation::pppIsUp(const PluginIPUp &up) {
   // pppd has been told to insist; before the first packet goes into the tunnel, we look.
   if (wantsMPPE(configuration_.ppp, configuration_.tunnelType) && !up.encrypted)
     return fail(kCauseNegotiationFailed, 0,
-                "The connection is to be encrypted, but the server does not encrypt; allow MPPE there, or switch "
-                "encryption off here.");
+                "The connection is to be encrypted, but the server does not encrypt; allow MPPE on the server.");
   const bool primary = configuration_.ipv4["OverridePrimary"].boolValue();
   Routes routes(*routes_, *journal_);
   Status routed = routes.keepServerOff(up.interface, server_);
