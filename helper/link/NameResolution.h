@@ -14,7 +14,7 @@
 #include <string>
 
 #include "foundation/Result.h"
-#include "helper/link/EventSource.h"
+#include "helper/EventSource.h"
 
 namespace helper {
 

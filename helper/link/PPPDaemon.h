@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "helper/link/ChildProcess.h"
+#include "helper/ChildProcess.h"
 #include "helper/link/PluginChannel.h"
 
 namespace helper {

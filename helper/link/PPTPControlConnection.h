@@ -18,7 +18,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
-#include "helper/link/EventSource.h"
+#include "helper/EventSource.h"
 #include "helper/link/PPTPMessages.h"
 #include "helper/link/Tunnel.h"
 

@@ -16,8 +16,8 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
 #include "foundation/Secret.h"
+#include "helper/EventSource.h"
 #include "helper/Peer.h"
-#include "helper/link/EventSource.h"
 #include "helper/link/PluginMessages.h"
 
 namespace helper {

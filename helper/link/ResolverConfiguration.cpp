@@ -10,7 +10,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "helper/link/ChildProcess.h"
+#include "helper/ChildProcess.h"
 #include "helper/link/ExtendedStatus.h"
 #include "helper/link/FileReplacement.h"
 

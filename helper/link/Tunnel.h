@@ -13,18 +13,14 @@
 #include <string>
 
 #include "foundation/FileDescriptor.h"
+#include "helper/TunnelFailure.h"
 
 namespace helper {
 
 class Tunnel {
  public:
-  // What DeviceLastCause says of a tunnel that did not come up.
-  enum class DeviceCause { noServer = 1, noAnswer = 2, protocolError = 5, networkChanged = 6 };
-
-  struct Failure {
-    DeviceCause cause = DeviceCause::protocolError;
-    std::string sentence;  // plain ASCII, with the remedy, for the PPP log
-  };
+  using DeviceCause = helper::DeviceCause;
+  using Failure = TunnelFailure;
 
   struct Handlers {
     // The connected socket, for pppd. What the server is called is of no interest any more.

@@ -7,7 +7,7 @@
 
 #include <chrono>
 
-#include "helper/link/ChildProcess.h"
+#include "helper/ChildProcess.h"
 #include "helper/link/FileReplacement.h"
 
 namespace helper {

@@ -5,8 +5,8 @@
 #include <mutex>
 #include <optional>
 
-#include "LoopFixture.h"
 #include "helper/link/NameResolution.h"
+#include "tests/helper/support/LoopFixture.h"
 
 using namespace helper;
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <filesystem>
 
-#include "LoopFixture.h"
 #include "helper/link/PPPDaemon.h"
+#include "tests/helper/support/LoopFixture.h"
 
 using namespace helper;
 

@@ -6,8 +6,8 @@
 #include <optional>
 #include <thread>
 
-#include "LoopFixture.h"
 #include "helper/link/PPTPControlConnection.h"
+#include "tests/helper/support/LoopFixture.h"
 
 using namespace helper;
 using std::chrono::milliseconds;

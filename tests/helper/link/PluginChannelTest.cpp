@@ -8,9 +8,9 @@
 #include <cstring>
 #include <filesystem>
 
-#include "LoopFixture.h"
 #include "helper/link/PluginChannel.h"
 #include "helper/pppd/PluginProtocol.h"
+#include "tests/helper/support/LoopFixture.h"
 
 using namespace helper;
 using foundation::FileDescriptor;

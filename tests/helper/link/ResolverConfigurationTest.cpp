@@ -7,10 +7,10 @@
 #include <optional>
 #include <sstream>
 
-#include "LoopFixture.h"
 #include "helper/link/FileReplacement.h"
 #include "helper/link/ResolverConfiguration.h"
 #include "helper/link/Undo.h"
+#include "tests/helper/support/LoopFixture.h"
 
 using namespace helper;
 namespace fs = std::filesystem;

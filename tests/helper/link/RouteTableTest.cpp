@@ -7,7 +7,7 @@
 
 #include <cstdlib>
 
-#include "helper/link/ChildProcess.h"
+#include "helper/ChildProcess.h"
 #include "helper/link/RouteTable.h"
 
 using namespace helper;

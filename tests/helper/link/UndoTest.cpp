@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "helper/link/ChildProcess.h"
+#include "helper/ChildProcess.h"
 #include "helper/link/Undo.h"
 
 using namespace helper;

@@ -17,7 +17,7 @@
 
 #include "../link/LoopFixture.h"
 #include "StubPPPD.h"
-#include "helper/link/EventSource.h"
+#include "helper/EventSource.h"
 #include "helper/link/PluginChannel.h"
 
 using namespace helper;

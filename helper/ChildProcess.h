@@ -17,7 +17,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
-#include "helper/link/EventSource.h"
+#include "helper/EventSource.h"
 
 namespace helper {
 

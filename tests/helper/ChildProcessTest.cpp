@@ -6,8 +6,8 @@
 #include <array>
 #include <optional>
 
-#include "LoopFixture.h"
-#include "helper/link/ChildProcess.h"
+#include "helper/ChildProcess.h"
+#include "tests/helper/support/LoopFixture.h"
 
 using namespace helper;
 

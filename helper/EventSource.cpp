@@ -1,4 +1,4 @@
-#include "helper/link/EventSource.h"
+#include "helper/EventSource.h"
 
 #include <ctime>
 #include <system_error>

@@ -1,4 +1,4 @@
-#include "helper/link/ChildProcess.h"
+#include "helper/ChildProcess.h"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -1,0 +1,36 @@
+// What protects the packets of one UDP socket: an IPSec association in transport mode with the socket's peer.
+//
+// Usual sequence: start(socket), then exactly one of up or failed; after up perhaps lost, once. stop() at any time,
+// also twice or before start(), ends with stopped, once. No handler is called from within start() or stop(), nor after
+// destruction. Destroying one that is up ends it without waiting for the server's answers, within a second.
+//
+// Thread rule: the thread of the event loop. Nothing but the destructor blocks.
+
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "helper/TunnelFailure.h"
+
+namespace helper {
+
+class IPSecAssociation {
+ public:
+  struct Handlers {
+    std::function<void()> up;
+    std::function<void(const TunnelFailure &)> failed;
+    // The association is gone: the server deleted it, the daemon died. SENTENCE says which.
+    std::function<void(const std::string &sentence)> lost;
+    std::function<void()> stopped;
+  };
+
+  virtual ~IPSecAssociation() = default;
+  // SOCKET is a connected UDP socket: the association is for its very addresses and ports. From before the first
+  // message of IKE until the socket is closed the kernel lets nothing through it that is not inside ESP. It stays the
+  // caller's.
+  virtual void start(int socket) = 0;
+  virtual void stop() = 0;
+};
+
+}  // namespace helper
