@@ -44,6 +44,8 @@ class ChildProcess {
 
   pid_t pid() const { return pid_; }
   bool running() const { return running_; }
+  // How it ended; meaningless while it runs.
+  const End &end() const { return end_; }
   // Tells HANDLER, once, from the loop. After this the object must not move.
   void watch(sd_event *event, Handler handler);
   void signal(int number);

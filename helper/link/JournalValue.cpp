@@ -35,6 +35,7 @@ struct ToValue {
     value.set("Gateway", textOf(entry.route.gateway));
     value.set("Source", textOf(entry.route.source));
     value.set("Interface", entry.route.interface);
+    value.set("Metric", static_cast<std::int64_t>(entry.route.metric));
     return value;
   }
   Value operator()(const ResolvconfRecord &entry) const {
@@ -71,12 +72,15 @@ std::optional<JournalEntry> entryFrom(const Value &value) {
   if (kind == "Route") {
     AddedRoute entry;
     const std::int64_t prefixLength = value["PrefixLength"].integerValue();
+    const std::int64_t metric = value["Metric"].integerValue();
     if (!readAddress(value["Destination"], entry.route.destination) ||
         !readAddress(value["Gateway"], entry.route.gateway) || !readAddress(value["Source"], entry.route.source) ||
-        prefixLength < 1 || prefixLength > 32 || value["Interface"].string().empty())
+        prefixLength < 1 || prefixLength > 32 || metric < 0 || metric > UINT32_MAX ||
+        value["Interface"].string().empty())
       return std::nullopt;
     entry.route.prefixLength = static_cast<int>(prefixLength);
     entry.route.interface = value["Interface"].string();
+    entry.route.metric = static_cast<std::uint32_t>(metric);
     return entry;
   }
   if (kind == "Resolvconf") {

@@ -1,13 +1,13 @@
 #include "helper/link/LinkImplementation.h"
 
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 
 #include "helper/link/PPPEnding.h"
 #include "helper/link/PPPOptions.h"
 #include "helper/link/PluginPath.h"
-#include "helper/link/Routes.h"
 #include "helper/link/TunnelFactory.h"
 #include "helper/link/Undo.h"
 
@@ -101,12 +101,15 @@ Status Link::Implementation::prepare() {
   return journal_->note(StartedProcess{daemon_->pid(), startTimeOf(daemon_->pid()).value_or(0)});
 }
 
+// No other living helper has our number, and no other link is in this process.
+Routes Link::Implementation::ownRoutes() { return Routes(*routes_, *journal_, static_cast<std::uint32_t>(::getpid())); }
+
 void Link::Implementation::resolved(const foundation::Result<in_addr> &server) {
   if (!server)
     return fail(kCauseConnectFailed, static_cast<int>(Tunnel::DeviceCause::noServer), server.error().message);
   server_ = *server;
   // Before the first packet. Without any route to the server the tunnel says so in its own words.
-  if (const Status pinned = Routes(*routes_, *journal_).pinServer(server_); !pinned && pinned.error().domain == "POSIX")
+  if (const Status pinned = ownRoutes().pinServer(server_); !pinned)
     return fail(kCauseFatal, 0, "The way to the server cannot be kept: " + pinned.error().message + ".");
   tunnel_ =
       makeTunnel(event_, configuration_, server_,
@@ -142,7 +145,7 @@ void Link::Implementation::pppIsUp(const PluginIPUp &up) {
     return fail(kCauseNegotiationFailed, 0,
                 "The connection is to be encrypted, but the server does not encrypt; allow MPPE on the server.");
   const bool primary = configuration_.ipv4["OverridePrimary"].boolValue();
-  Routes routes(*routes_, *journal_);
+  Routes routes = ownRoutes();
   Status routed = routes.keepServerOff(up.interface, server_);
   if (routed && primary) routed = routes.carryEverything(up.interface, up.localAddress);
   if (!routed) return fail(kCauseFatal, 0, "The routes into the tunnel cannot be set: " + routed.error().message + ".");

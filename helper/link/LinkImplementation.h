@@ -15,6 +15,7 @@
 #include "helper/link/PPPDaemon.h"
 #include "helper/link/ResolverConfiguration.h"
 #include "helper/link/RouteTable.h"
+#include "helper/link/Routes.h"
 #include "helper/link/Tunnel.h"
 
 namespace helper {
@@ -40,6 +41,7 @@ class Link::Implementation {
   // Coming up, in this order; pppd starts while the tunnel is still being made.
   void begin();
   foundation::Status prepare();
+  Routes ownRoutes();
   void resolved(const foundation::Result<in_addr> &server);
   void tunnelIsUp(foundation::FileDescriptor channel);
   void pppReached(int phase);

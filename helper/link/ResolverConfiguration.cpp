@@ -138,6 +138,8 @@ Status ResolverConfiguration::runResolvconf(const std::string &program, const st
       ChildProcess::spawn({program, "-a", key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {.input = input.get()});
   if (!process) return process.error();
   if (!process->waitFor(kProgramDeadline)) return errnoError(ETIMEDOUT, "run " + program);
+  if (const ChildProcess::End &end = process->end(); !end.exited || end.code != 0)
+    return foundation::Error{"resolvconf", end.code, program + " -a ends with status " + std::to_string(end.code)};
   return {};
 }
 

@@ -26,6 +26,9 @@ using RouteObject = std::unique_ptr<rtnl_route, Release>;
 using Message = std::unique_ptr<nl_msg, Release>;
 using Address = std::unique_ptr<nl_addr, Release>;
 
+// Who made a route, as `ip route` shows it (proto 118): ours are told from everybody else's, however alike they are.
+constexpr std::uint8_t kMaker = 118;
+
 foundation::Error netlinkError(int code, const std::string &context) {
   return {"Netlink", -code, context + ": " + nl_geterror(code)};
 }
@@ -64,7 +67,8 @@ RouteObject objectOf(nl_sock *socket, const Route &route) {
   RouteObject object(rtnl_route_alloc());
   rtnl_route_set_family(object.get(), AF_INET);
   rtnl_route_set_table(object.get(), RT_TABLE_MAIN);
-  rtnl_route_set_protocol(object.get(), RTPROT_STATIC);
+  rtnl_route_set_protocol(object.get(), kMaker);
+  rtnl_route_set_priority(object.get(), route.metric);
   rtnl_route_set_type(object.get(), RTN_UNICAST);
   rtnl_route_set_scope(object.get(), route.gateway.s_addr == 0 ? RT_SCOPE_LINK : RT_SCOPE_UNIVERSE);
   rtnl_route_set_dst(object.get(), addressOf(route.destination, route.prefixLength).get());
@@ -86,7 +90,8 @@ int takeRoute(nl_msg *message, void *context) {
 
 bool operator==(const Route &a, const Route &b) {
   return a.destination.s_addr == b.destination.s_addr && a.prefixLength == b.prefixLength &&
-         a.gateway.s_addr == b.gateway.s_addr && a.source.s_addr == b.source.s_addr && a.interface == b.interface;
+         a.gateway.s_addr == b.gateway.s_addr && a.source.s_addr == b.source.s_addr && a.interface == b.interface &&
+         a.metric == b.metric;
 }
 
 foundation::Result<std::unique_ptr<NetlinkRouteTable>> NetlinkRouteTable::open() {
@@ -128,20 +133,27 @@ foundation::Result<Route> NetlinkRouteTable::lookUp(in_addr destination) {
   return route;
 }
 
-foundation::Result<bool> NetlinkRouteTable::add(const Route &route) {
+foundation::Status NetlinkRouteTable::add(const Route &route) {
   const RouteObject object = objectOf(socket_, route);
   if (!object) return foundation::errnoError(ENODEV, "add a route through " + route.interface);
   const int code = rtnl_route_add(socket_, object.get(), NLM_F_CREATE | NLM_F_EXCL);
-  if (code == -NLE_EXIST) return false;
   if (code < 0) return netlinkError(code, "add the route to " + describe(route));
-  return true;
+  return {};
 }
 
-foundation::Status NetlinkRouteTable::remove(const Route &route) {
+foundation::Status NetlinkRouteTable::remove(const Route &route) { return erase(route, kMaker); }
+
+foundation::Status NetlinkRouteTable::detach(in_addr destination, const std::string &interface) {
+  Route route;
+  route.destination = destination;
+  route.interface = interface;
+  return erase(route, RTPROT_UNSPEC);
+}
+
+foundation::Status NetlinkRouteTable::erase(const Route &route, std::uint8_t maker) {
   const RouteObject object = objectOf(socket_, route);
   if (!object) return {};
-  // Whoever made it: the kernel's own route to a PPP peer bears another origin than ours.
-  rtnl_route_set_protocol(object.get(), RTPROT_UNSPEC);
+  rtnl_route_set_protocol(object.get(), maker);
   const int code = rtnl_route_delete(socket_, object.get(), 0);
   if (code < 0 && code != -NLE_OBJ_NOTFOUND && code != -NLE_NOADDR && code != -NLE_NODEV)
     return netlinkError(code, "remove the route to " + describe(route));

@@ -22,6 +22,7 @@ struct Route {
   in_addr gateway{};  // 0: the destination is on the link itself
   in_addr source{};   // 0: the kernel chooses
   std::string interface;
+  std::uint32_t metric = 0;  // of several routes to one destination the kernel takes the one with the lowest
 };
 bool operator==(const Route &a, const Route &b);
 
@@ -30,10 +31,12 @@ class RouteTable {
   virtual ~RouteTable() = default;
   // How the kernel would send to DESTINATION now, as a route to that one host.
   virtual foundation::Result<Route> lookUp(in_addr destination) = 0;
-  // False when a route to the same destination was there before; it is left alone.
-  virtual foundation::Result<bool> add(const Route &route) = 0;
-  // Success also when there is no such route (any more).
+  // An error when there is a route of the same destination and metric already, whoever made it.
+  virtual foundation::Status add(const Route &route) = 0;
+  // Only one that add() made; success also when there is no such route (any more).
   virtual foundation::Status remove(const Route &route) = 0;
+  // Whatever route leads to DESTINATION alone over INTERFACE, whoever made it; success also when there is none.
+  virtual foundation::Status detach(in_addr destination, const std::string &interface) = 0;
 };
 
 // The main table of this network namespace, by netlink.
@@ -43,11 +46,14 @@ class NetlinkRouteTable : public RouteTable {
   ~NetlinkRouteTable() override;
 
   foundation::Result<Route> lookUp(in_addr destination) override;
-  foundation::Result<bool> add(const Route &route) override;
+  foundation::Status add(const Route &route) override;
   foundation::Status remove(const Route &route) override;
+  foundation::Status detach(in_addr destination, const std::string &interface) override;
 
  private:
   explicit NetlinkRouteTable(nl_sock *socket) : socket_(socket) {}
+  foundation::Status erase(const Route &route, std::uint8_t maker);
+
   nl_sock *socket_;
 };
 

@@ -8,18 +8,13 @@ using foundation::Status;
 
 Status Routes::pinServer(in_addr server) {
   const auto route = table_.lookUp(server);
-  if (!route) return route.error();
+  if (!route) return {};
   // A server on this very machine (or behind the loopback of a test) is reached whatever the other routes say.
   if (route->interface == "lo") return {};
   return add(*route);
 }
 
-Status Routes::keepServerOff(const std::string &interface, in_addr server) {
-  Route route;
-  route.destination = server;
-  route.interface = interface;
-  return table_.remove(route);
-}
+Status Routes::keepServerOff(const std::string &interface, in_addr server) { return table_.detach(server, interface); }
 
 Status Routes::carryEverything(const std::string &interface, in_addr source) {
   for (const std::uint32_t half : {0x00000000U, 0x80000000U}) {
@@ -33,12 +28,12 @@ Status Routes::carryEverything(const std::string &interface, in_addr source) {
   return {};
 }
 
-Status Routes::add(const Route &route) {
+Status Routes::add(Route route) {
+  route.metric = metric_;
   if (Status noted = journal_.note(AddedRoute{route}); !noted) return noted;
-  const auto added = table_.add(route);
-  if (added && *added) return {};
-  const Status forgotten = journal_.forgetLast();
-  return added ? forgotten : Status(added.error());
+  Status added = table_.add(route);
+  if (!added) static_cast<void>(journal_.forgetLast());
+  return added;
 }
 
 }  // namespace helper

@@ -13,12 +13,14 @@ namespace helper {
 
 class Routes {
  public:
-  // Both outlive it.
-  Routes(RouteTable &table, Journal &journal) : table_(table), journal_(journal) {}
+  // TABLE and JOURNAL outlive it. METRIC is of this link alone: two links, to one server perhaps, have routes of their
+  // own, and the end of one takes nothing from the other.
+  Routes(RouteTable &table, Journal &journal, std::uint32_t metric)
+      : table_(table), journal_(journal), metric_(metric) {}
 
   // Writes down as a route of its own how SERVER is reached now, so that a default route into the tunnel does not send
-  // the tunnel's own packets through itself. A host route that is there already stays as it is. An error when the
-  // server cannot be reached at all.
+  // the tunnel's own packets through itself. A host route that is there already stays beside it. Success also
+  // when the server cannot be reached at all: who tries will say so.
   foundation::Status pinServer(in_addr server);
   // Takes the server's address off INTERFACE: PPP peers that call themselves by it would pull the tunnel into itself.
   foundation::Status keepServerOff(const std::string &interface, in_addr server);
@@ -27,10 +29,11 @@ class Routes {
   foundation::Status carryEverything(const std::string &interface, in_addr source);
 
  private:
-  foundation::Status add(const Route &route);
+  foundation::Status add(Route route);
 
   RouteTable &table_;
   Journal &journal_;
+  std::uint32_t metric_;
 };
 
 }  // namespace helper

@@ -42,26 +42,28 @@ bool Undo::undo(const StartedProcess &entry) {
   const foundation::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0)));
   // Compared after the descriptor is there: from here on the number cannot come to mean another process.
   if (!process || startTimeOf(entry.pid) != entry.startTime) return true;
-  signal(process.get(), SIGTERM);
-  if (ends(process.get(), kProcessGrace)) return true;
-  signal(process.get(), SIGKILL);
-  if (!ends(process.get(), kProcessGrace))
-    complain_("The process " + std::to_string(entry.pid) + " of an earlier connection cannot be ended.");
-  return true;
+  for (const int number : {SIGTERM, SIGKILL}) {
+    signal(process.get(), number);
+    if (ends(process.get(), kProcessGrace)) return true;
+  }
+  complain_("The process " + std::to_string(entry.pid) + " of an earlier connection cannot be ended.");
+  return false;
 }
 
 bool Undo::undo(const AddedRoute &entry) {
-  if (const auto status = routes_.remove(entry.route); !status)
-    complain_("A route could not be taken back: " + status.error().message + ".");
-  return true;
+  const auto removed = routes_.remove(entry.route);
+  if (!removed) complain_("A route could not be taken back: " + removed.error().message + ".");
+  return static_cast<bool>(removed);
 }
 
 bool Undo::undo(const ResolvconfRecord &entry) {
+  // Without the program nobody reads its records.
+  if (::access(entry.program.c_str(), X_OK) < 0) return true;
   auto program = ChildProcess::spawn({entry.program, "-d", entry.key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {});
-  if (!program || !program->waitFor(kProgramDeadline))
-    complain_("The name servers of the connection could not be taken back: " + entry.program + " -d " + entry.key +
-              " does not work.");
-  return true;
+  if (program && program->waitFor(kProgramDeadline) && program->end().exited && program->end().code == 0) return true;
+  complain_("The name servers of the connection could not be taken back: " + entry.program + " -d " + entry.key +
+            " does not work.");
+  return false;
 }
 
 bool Undo::undo(const ReplacedFile &entry) {

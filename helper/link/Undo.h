@@ -18,8 +18,8 @@ class Undo {
   // COMPLAIN gets a sentence for each change that could not be taken back. ROUTES outlives it.
   Undo(RouteTable &routes, std::function<void(const std::string &sentence)> complain);
 
-  // Everything, then the journal's folder. A file that cannot be put back now keeps its entry, and the journal its
-  // folder: what the file held is nowhere else, and the next helper tries again.
+  // Everything, then the journal's folder. What cannot be taken back now keeps its entry, and the journal its folder:
+  // the next helper tries again.
   void finish(Journal &journal);
 
  private:

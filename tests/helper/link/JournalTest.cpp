@@ -33,7 +33,7 @@ std::vector<JournalEntry> oneOfEach() {
   link.linkTarget = "../run/x";
   return {StartedProcess{4711, 0xffffffffffffULL},
           AddedRoute{Route{address("192.0.2.7"), 32, address("10.0.0.1"), address("10.0.0.2"), "eth0"}},
-          AddedRoute{Route{address("128.0.0.0"), 1, {}, {}, "ppp0"}},
+          AddedRoute{Route{address("128.0.0.0"), 1, {}, {}, "ppp0", UINT32_MAX}},
           ResolvconfRecord{"/sbin/resolvconf", "ppp0.vpnctl"},
           file,
           link};

@@ -20,7 +20,8 @@ namespace {
 class NoRoutes : public RouteTable {
  public:
   foundation::Result<Route> lookUp(in_addr) override { return foundation::Error{}; }
-  foundation::Result<bool> add(const Route &) override { return foundation::Error{}; }
+  foundation::Status add(const Route &) override { return foundation::Error{}; }
+  foundation::Status detach(in_addr, const std::string &) override { return {}; }
   foundation::Status remove(const Route &) override { return {}; }
 };
 
@@ -130,6 +131,22 @@ TEST_F(ResolverConfigurationTest, GivesThemToResolvconfIfThatIsThere) {
   undo();
   EXPECT_EQ(read(folder_ + "/calls"), "-d ppp0.vpnctl\n");
   EXPECT_FALSE(fs::exists(paths_.file));
+}
+
+TEST_F(ResolverConfigurationTest, TellsThatResolvconfRefuses) {
+  const std::string &program = paths_.resolvconf[0];
+  write(program, "#!/bin/sh\nexit 3\n");
+  ASSERT_EQ(::chmod(program.c_str(), 0755), 0);
+  const auto applied = apply();
+  ASSERT_FALSE(applied);
+  EXPECT_EQ(applied.error().message, program + " -a ends with status 3");
+  undo();
+  EXPECT_EQ(complaints_.size(), 1U);
+  EXPECT_EQ(journal_->entries().size(), 1U) << "the next helper is to try again";
+  fs::remove(program);
+  undo();
+  EXPECT_EQ(complaints_.size(), 1U) << "nobody reads the records of a program that is gone";
+  EXPECT_TRUE(journal_->entries().empty());
 }
 
 }  // namespace

@@ -66,37 +66,46 @@ TEST_F(RouteTableTest, AddsOnceAndRemoves) {
   ASSERT_TRUE(way);
   const auto first = table_->add(*way);
   ASSERT_TRUE(first) << first.error().message;
-  EXPECT_TRUE(*first);
-  const auto second = table_->add(*way);
-  ASSERT_TRUE(second);
-  EXPECT_FALSE(*second);
+  EXPECT_FALSE(table_->add(*way));
   EXPECT_TRUE(table_->remove(*way));
   EXPECT_TRUE(table_->remove(*way)) << "it is gone, which is what was wanted";
-  const auto again = table_->add(*way);
-  ASSERT_TRUE(again);
-  EXPECT_TRUE(*again);
+  EXPECT_TRUE(table_->add(*way));
+}
+
+TEST_F(RouteTableTest, RemovesNobodyElsesRoute) {
+  const Route ours{address("192.0.2.7"), 32, address("10.1.0.1"), {}, "wire0", 7};
+  Route others = ours;
+  others.metric = 8;
+  ASSERT_TRUE(ip({"route", "add", "192.0.2.7", "via", "10.1.0.1", "metric", "7"}));
+  ASSERT_TRUE(table_->remove(ours));
+  ASSERT_FALSE(table_->add(ours)) << "the administrator's of the same metric is there";
+  ASSERT_TRUE(ip({"route", "del", "192.0.2.7", "metric", "7"}));
+  ASSERT_TRUE(table_->add(ours));
+  ASSERT_TRUE(table_->add(others));
+  ASSERT_TRUE(table_->remove(ours));
+  EXPECT_FALSE(table_->add(others)) << "another link's is still there";
 }
 
 TEST_F(RouteTableTest, HalvesTheWorldBeforeTheDefaultRoute) {
   for (const char *half : {"0.0.0.0", "128.0.0.0"}) {
     const auto added = table_->add(Route{address(half), 1, {}, address("10.1.0.2"), "wire1"});
     ASSERT_TRUE(added) << added.error().message;
-    EXPECT_TRUE(*added);
   }
   const auto way = table_->lookUp(address("192.0.2.7"));
   ASSERT_TRUE(way);
   EXPECT_EQ(way->interface, "wire1");
 }
 
-TEST_F(RouteTableTest, RemovesTheKernelsOwnRouteToAPeer) {
+TEST_F(RouteTableTest, DetachesAlsoTheKernelsOwnRouteToAPeer) {
   ASSERT_TRUE(ip({"addr", "add", "10.9.0.2", "peer", "192.0.2.7", "dev", "wire1"}));
   ASSERT_EQ(table_->lookUp(address("192.0.2.7"))->interface, "wire1");
-  ASSERT_TRUE(table_->remove(Route{address("192.0.2.7"), 32, {}, {}, "wire1"}));
+  ASSERT_TRUE(table_->detach(address("192.0.2.7"), "wire1"));
   EXPECT_EQ(table_->lookUp(address("192.0.2.7"))->interface, "wire0");
 }
 
 TEST_F(RouteTableTest, HasNothingToRemoveOnAnInterfaceThatIsGone) {
   EXPECT_TRUE(table_->remove(Route{address("192.0.2.7"), 32, {}, {}, "ppp77"}));
+  EXPECT_TRUE(table_->detach(address("192.0.2.7"), "ppp77"));
   EXPECT_FALSE(table_->add(Route{address("192.0.2.7"), 32, {}, {}, "ppp77"}));
 }
 

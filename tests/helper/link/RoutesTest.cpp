@@ -24,22 +24,27 @@ class RecordingTable : public RouteTable {
     if (!found) return foundation::Error{"Netlink", 0, "there is none"};
     return *found;
   }
-  foundation::Result<bool> add(const Route &route) override {
+  foundation::Status add(const Route &route) override {
     if (failing) return foundation::Error{"Netlink", 0, "not today"};
-    if (std::find(present.begin(), present.end(), route) != present.end()) return false;
     present.push_back(route);
-    return true;
+    return {};
   }
   foundation::Status remove(const Route &route) override {
-    removed.push_back(route);
     std::erase(present, route);
+    return {};
+  }
+  foundation::Status detach(in_addr destination, const std::string &interface) override {
+    Route route;
+    route.destination = destination;
+    route.interface = interface;
+    detached.push_back(route);
     return {};
   }
 
   std::optional<Route> found;
   bool failing = false;
   std::vector<Route> present;
-  std::vector<Route> removed;
+  std::vector<Route> detached;
 };
 
 class RoutesTest : public testing::Test {
@@ -54,6 +59,12 @@ class RoutesTest : public testing::Test {
   }
   ~RoutesTest() override { std::filesystem::remove_all(base_); }
 
+  static constexpr std::uint32_t kMetric = 4711;
+  Routes routes() { return Routes(table_, *journal_, kMetric); }
+  void undo() {
+    Undo(table_, [](const std::string &sentence) { FAIL() << sentence; }).finish(*journal_);
+  }
+
   std::string base_;
   std::optional<Journal> journal_;
   RecordingTable table_;
@@ -62,42 +73,58 @@ class RoutesTest : public testing::Test {
 
 TEST_F(RoutesTest, PinTheServerAndTakeThePinBack) {
   table_.found = way_;
-  ASSERT_TRUE(Routes(table_, *journal_).pinServer(address("192.0.2.7")));
-  EXPECT_EQ(table_.present, std::vector<Route>{way_});
-  Undo(table_, [](const std::string &sentence) { FAIL() << sentence; }).finish(*journal_);
+  ASSERT_TRUE(routes().pinServer(address("192.0.2.7")));
+  Route pin = way_;
+  pin.metric = kMetric;
+  EXPECT_EQ(table_.present, std::vector<Route>{pin});
+  undo();
   EXPECT_TRUE(table_.present.empty());
 }
 
 TEST_F(RoutesTest, LeaveAHostRouteThatWasThere) {
   table_.found = way_;
   table_.present = {way_};
-  ASSERT_TRUE(Routes(table_, *journal_).pinServer(address("192.0.2.7")));
-  EXPECT_TRUE(journal_->entries().empty());
-  Undo(table_, [](const std::string &sentence) { FAIL() << sentence; }).finish(*journal_);
+  ASSERT_TRUE(routes().pinServer(address("192.0.2.7")));
+  EXPECT_EQ(table_.present.size(), 2U);
+  undo();
   EXPECT_EQ(table_.present, std::vector<Route>{way_});
 }
 
-TEST_F(RoutesTest, SayWhenThereIsNoWay) { EXPECT_FALSE(Routes(table_, *journal_).pinServer(address("192.0.2.7"))); }
+TEST_F(RoutesTest, LeaveThePinOfAnotherLinkToTheSameServer) {
+  table_.found = way_;
+  Route others = way_;
+  others.metric = kMetric + 1;
+  table_.present = {others};
+  ASSERT_TRUE(routes().pinServer(address("192.0.2.7")));
+  undo();
+  EXPECT_EQ(table_.present, std::vector<Route>{others});
+}
+
+TEST_F(RoutesTest, PinNothingWhereThereIsNoWay) {
+  EXPECT_TRUE(routes().pinServer(address("192.0.2.7")));
+  EXPECT_TRUE(table_.present.empty());
+  EXPECT_TRUE(journal_->entries().empty());
+}
 
 TEST_F(RoutesTest, NoteNothingThatFailed) {
   table_.found = way_;
   table_.failing = true;
-  EXPECT_FALSE(Routes(table_, *journal_).pinServer(address("192.0.2.7")));
+  EXPECT_FALSE(routes().pinServer(address("192.0.2.7")));
   EXPECT_TRUE(journal_->entries().empty());
 }
 
 TEST_F(RoutesTest, CarryEverythingInTwoHalves) {
-  ASSERT_TRUE(Routes(table_, *journal_).carryEverything("ppp0", address("10.9.0.2")));
+  ASSERT_TRUE(routes().carryEverything("ppp0", address("10.9.0.2")));
   ASSERT_EQ(table_.present.size(), 2U);
-  EXPECT_EQ(table_.present[0], (Route{address("0.0.0.0"), 1, {}, address("10.9.0.2"), "ppp0"}));
-  EXPECT_EQ(table_.present[1], (Route{address("128.0.0.0"), 1, {}, address("10.9.0.2"), "ppp0"}));
+  EXPECT_EQ(table_.present[0], (Route{address("0.0.0.0"), 1, {}, address("10.9.0.2"), "ppp0", kMetric}));
+  EXPECT_EQ(table_.present[1], (Route{address("128.0.0.0"), 1, {}, address("10.9.0.2"), "ppp0", kMetric}));
   EXPECT_EQ(journal_->entries().size(), 2U);
 }
 
 TEST_F(RoutesTest, KeepTheServersAddressOffTheTunnel) {
-  ASSERT_TRUE(Routes(table_, *journal_).keepServerOff("ppp0", address("192.0.2.7")));
-  ASSERT_EQ(table_.removed.size(), 1U);
-  EXPECT_EQ(table_.removed[0], (Route{address("192.0.2.7"), 32, {}, {}, "ppp0"}));
+  ASSERT_TRUE(routes().keepServerOff("ppp0", address("192.0.2.7")));
+  ASSERT_EQ(table_.detached.size(), 1U);
+  EXPECT_EQ(table_.detached[0], (Route{address("192.0.2.7"), 32, {}, {}, "ppp0"}));
 }
 
 }  // namespace

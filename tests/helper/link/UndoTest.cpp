@@ -15,7 +15,8 @@ namespace {
 class RecordingTable : public RouteTable {
  public:
   foundation::Result<Route> lookUp(in_addr) override { return foundation::Error{}; }
-  foundation::Result<bool> add(const Route &) override { return foundation::Error{}; }
+  foundation::Status add(const Route &) override { return foundation::Error{}; }
+  foundation::Status detach(in_addr, const std::string &) override { return {}; }
   foundation::Status remove(const Route &route) override {
     removed.push_back(route.interface);
     if (route.interface == "stuck") return foundation::Error{"Netlink", 0, "it sticks"};
@@ -33,12 +34,14 @@ class UndoTest : public testing::Test {
   }
   ~UndoTest() override { std::filesystem::remove_all(base_); }
 
-  void undo(const std::vector<JournalEntry> &entries) {
+  // What is left of ENTRIES in the journal.
+  std::vector<JournalEntry> undo(const std::vector<JournalEntry> &entries) {
     auto journal = Journal::create(base_ + "/vpnctl");
-    ASSERT_TRUE(journal);
-    for (const auto &entry : entries) ASSERT_TRUE(journal->note(entry));
+    EXPECT_TRUE(journal);
+    for (const auto &entry : entries) EXPECT_TRUE(journal->note(entry));
     Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
-    EXPECT_FALSE(std::filesystem::exists(base_ + "/vpnctl"));
+    EXPECT_EQ(std::filesystem::exists(base_ + "/vpnctl"), !journal->entries().empty());
+    return journal->entries();
   }
 
   std::string base_;
@@ -46,12 +49,13 @@ class UndoTest : public testing::Test {
   std::vector<std::string> complaints_;
 };
 
-TEST_F(UndoTest, GoesBackwardsAndPastWhatFails) {
-  undo({AddedRoute{Route{{}, 1, {}, {}, "first"}}, AddedRoute{Route{{}, 1, {}, {}, "stuck"}},
-        AddedRoute{Route{{}, 1, {}, {}, "last"}}});
+TEST_F(UndoTest, GoesBackwardsAndPastWhatFailsAndKeepsThat) {
+  const AddedRoute stuck{Route{{}, 1, {}, {}, "stuck"}};
+  const auto left = undo({AddedRoute{Route{{}, 1, {}, {}, "first"}}, stuck, AddedRoute{Route{{}, 1, {}, {}, "last"}}});
   EXPECT_EQ(table_.removed, (std::vector<std::string>{"last", "stuck", "first"}));
   ASSERT_EQ(complaints_.size(), 1U);
   EXPECT_NE(complaints_[0].find("it sticks"), std::string::npos);
+  EXPECT_EQ(left, std::vector<JournalEntry>{stuck});
 }
 
 TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
@@ -85,7 +89,7 @@ TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
 TEST_F(UndoTest, EndsAProcessThatIsStillThere) {
   auto process = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
   ASSERT_TRUE(process);
-  undo({StartedProcess{process->pid(), startTimeOf(process->pid()).value()}});
+  EXPECT_TRUE(undo({StartedProcess{process->pid(), startTimeOf(process->pid()).value()}}).empty());
   EXPECT_TRUE(process->waitFor(std::chrono::milliseconds(0)));
   EXPECT_TRUE(complaints_.empty());
 }
@@ -93,7 +97,8 @@ TEST_F(UndoTest, EndsAProcessThatIsStillThere) {
 TEST_F(UndoTest, LeavesAnotherProcessOfTheSameNumberAlone) {
   auto process = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
   ASSERT_TRUE(process);
-  undo({StartedProcess{process->pid(), startTimeOf(process->pid()).value() + 1}, StartedProcess{0x3fffffff, 1}});
+  const std::uint64_t startTime = startTimeOf(process->pid()).value();
+  EXPECT_TRUE(undo({StartedProcess{process->pid(), startTime + 1}, StartedProcess{0x3fffffff, 1}}).empty());
   EXPECT_FALSE(process->waitFor(std::chrono::milliseconds(50)));
 }
 
