@@ -1,5 +1,7 @@
 // What the field needs and a connection's own few settings cannot say: the machine's settings of the engine, from
 // /etc/vpnctl/engine.conf. A plain value; as it is made, everything is the engine's default.
+//
+// Thread rule: none; read() blocks for the reading.
 
 #pragma once
 
@@ -23,6 +25,10 @@ struct EngineSettings {
     std::vector<std::string> espProposals;  // likewise
     std::string remoteIdentity = "%any";    // what the server must call itself
     std::chrono::milliseconds deadline{30000};  // for the association to stand
+    std::chrono::seconds lifetime{3600};        // of the IKE SA, before it is made anew
+    std::chrono::seconds espLifetime{3600};     // likewise of the ESP SAs
+    std::chrono::seconds deadPeerDelay{30};     // of silence before the server is asked whether it lives; 0: never
+    std::string socket;                         // the daemon's control socket; empty: the usual places
   };
   struct L2TP {
     SourcePort sourcePort = SourcePort::automatic;
@@ -45,6 +51,19 @@ struct EngineSettings {
   L2TP l2tp;
   PPTP pptp;
   PPP ppp;
+
+  struct Reading;
+  // The settings of the file at PATH. Whatever in it cannot be used is a complaint, and its default holds: an unknown
+  // key, a wrong type, a value out of range one by one; a syntax error, and a file that others than its owner, this
+  // user, may write, as a whole. A missing file is all defaults without a complaint.
+  static Reading read(const std::string &path = kPath);
+  // Likewise of TEXT; PATH is what complaints call it.
+  static Reading parse(const std::string &text, const std::string &path);
+};
+
+struct EngineSettings::Reading {
+  EngineSettings settings;
+  std::vector<std::string> complaints;  // sentences for the PPP log, with file and line
 };
 
 }  // namespace helper

@@ -7,21 +7,27 @@
 
 #include "foundation/Result.h"
 #include "foundation/Value.h"
+#include "helper/EngineSettings.h"
 
 namespace helper {
 
 struct LinkConfiguration {
   std::string serviceID;
   std::string tunnelType;  // the interface's SubType: "PPTP" or "L2TP"
-  foundation::Value
-      ppp;  // the PPP dictionary: AuthName, AuthPassword (a keychain service), CommRemoteAddress, LCPEcho..., CCP...
+  // The PPP dictionary: AuthName, AuthPassword (a keychain service), CommRemoteAddress, LCPEcho..., CCP...
+  foundation::Value ppp;
   foundation::Value ipv4;   // the IPv4 dictionary: OverridePrimary
   foundation::Value ipsec;  // the IPSec dictionary, or null
+  EngineSettings settings;  // what no dictionary has a key for
 
   // From the preferences' root dictionary. An error (with a sentence part) when the service is missing or is no PPP
   // service.
   static foundation::Result<LinkConfiguration> fromPreferences(const foundation::Value &root,
                                                                const std::string &serviceID);
+
+  // Takes the machine's settings over: what the dictionaries have keys for goes into them, above what the service says;
+  // everything stays in settings for the rest.
+  void applySettings(EngineSettings machine);
 };
 
 }  // namespace helper
