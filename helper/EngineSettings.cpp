@@ -1,32 +1,19 @@
 #include "helper/EngineSettings.h"
 
-#include <fcntl.h>
 #include <libconfig.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <functional>
-#include <limits>
 #include <string_view>
 #include <utility>
 
-#include "foundation/FileDescriptor.h"
-#include "foundation/Result.h"
+#include "helper/SettingsText.h"
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::Error;
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Status;
-
 namespace {
 
-constexpr std::size_t kMaximumSize = 65536;     // bytes of the file
 constexpr std::size_t kMaximumText = 200;       // bytes of one value
 constexpr std::size_t kMaximumElements = 32;    // of one list
 constexpr std::size_t kMaximumComplaints = 16;  // what else is wrong shows when these are mended
@@ -255,55 +242,6 @@ class Reader {
   std::size_t troubles_ = 0;
 };
 
-// The line, from 1, of an @include, which would bring in files that nobody has looked at.
-unsigned lineOfInclude(std::string_view text) {
-  unsigned line = 1;
-  for (std::size_t start = 0; start < text.size(); ++line) {
-    const std::size_t end = std::min(text.find('\n', start), text.size());
-    std::string_view content = text.substr(start, end - start);
-    content.remove_prefix(std::min(content.find_first_not_of(" \t"), content.size()));
-    if (content.starts_with("@include")) return line;
-    start = end + 1;
-  }
-  return 0;
-}
-
-Status check(const struct stat &attributes) {
-  const auto refusal = [](std::string reason) { return Error{"EngineSettings", 0, std::move(reason)}; };
-  if (!S_ISREG(attributes.st_mode)) return refusal("it is not a regular file");
-  if (attributes.st_uid != ::geteuid()) {
-    return refusal("it belongs to user " + std::to_string(attributes.st_uid) + "; chown it to user " +
-                   std::to_string(::geteuid()));
-  }
-  if ((attributes.st_mode & (S_IWGRP | S_IWOTH)) != 0) return refusal("others may write it; chmod go-w it");
-  if (static_cast<std::uint64_t>(attributes.st_size) > kMaximumSize) return refusal("it is too long");
-  return {};
-}
-
-// None when there is no such file.
-Result<std::optional<std::string>> contentsOf(const std::string &path) {
-  // Non-blocking for the case that the path is a FIFO.
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!file && errno == ENOENT) return std::optional<std::string>();
-  if (!file && errno == ELOOP) return Error{"EngineSettings", 0, "it is a symbolic link; put the file itself there"};
-  if (!file) return errnoError(errno, "open it");
-  struct stat attributes = {};
-  if (::fstat(file.get(), &attributes) < 0) return errnoError(errno, "stat it");
-  if (const Status usable = check(attributes); !usable) return usable.error();
-  std::string text(kMaximumSize + 1, '\0');
-  std::size_t filled = 0;
-  while (filled < text.size()) {
-    const ssize_t count = ::read(file.get(), text.data() + filled, text.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return errnoError(errno, "read it");
-    if (count == 0) break;
-    filled += static_cast<std::size_t>(count);
-  }
-  if (filled > kMaximumSize) return Error{"EngineSettings", 0, "it is too long"};  // has grown since
-  text.resize(filled);
-  return std::optional<std::string>(std::move(text));
-}
-
 EngineSettings::Reading onlyDefaults(const std::string &path, const std::string &why) {
   return {EngineSettings(), {path + ": " + why + "; the defaults hold for everything."}};
 }
@@ -311,7 +249,7 @@ EngineSettings::Reading onlyDefaults(const std::string &path, const std::string 
 }  // namespace
 
 EngineSettings::Reading EngineSettings::read(const std::string &path) {
-  const auto text = contentsOf(path);
+  const auto text = readSettingsText(path);
   if (!text) return onlyDefaults(path, text.error().message);
   if (!*text) return {};
   return parse(**text, path);
@@ -324,7 +262,7 @@ EngineSettings::Reading EngineSettings::parse(const std::string &text, const std
   config_t config;
   config_init(&config);
   Reader reader(path);
-  if (config_read_string(&config, text.c_str()) == CONFIG_TRUE) {
+  if (config_read_string(&config, withLongIntegers(text).c_str()) == CONFIG_TRUE) {
     reader.readRoot(config_root_setting(&config));
   } else {
     reader.complain(static_cast<unsigned>(config_error_line(&config)),

@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "helper/EngineSettings.h"
 #include "helper/LinkFactory.h"
 
 namespace helper {
@@ -21,6 +22,13 @@ class RealLink : public RunningLink {
   Link link_;
 };
 
+// The machine's settings as they are now: a change counts for the next link.
+EngineSettings readSettings(PPPLog &log) {
+  auto [settings, complaints] = EngineSettings::read();
+  for (const std::string &complaint : complaints) log.write(complaint);
+  return std::move(settings);
+}
+
 }  // namespace
 
 LinkFactory realLinks(sd_event *event, SecretSource &secrets, PPPLog &log) {
@@ -28,6 +36,11 @@ LinkFactory realLinks(sd_event *event, SecretSource &secrets, PPPLog &log) {
                              Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<RunningLink>> {
     auto configuration = LinkConfiguration::fromPreferences(preferences, serviceID);
     if (!configuration) return configuration.error();
+    configuration->applySettings(readSettings(log));
+    if (configuration->isInClear()) {
+      log.write(std::string("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in ") +
+                EngineSettings::kPath + ".");
+    }
     return std::unique_ptr<RunningLink>(
         std::make_unique<RealLink>(event, std::move(*configuration), secrets, log, std::move(handler)));
   };

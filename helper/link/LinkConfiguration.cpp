@@ -47,4 +47,8 @@ void LinkConfiguration::applySettings(EngineSettings machine) {
   }
 }
 
+bool LinkConfiguration::isInClear() const {
+  return tunnelType == "PPTP" && settings.pptp.mppe == EngineSettings::MPPE::none;
+}
+
 }  // namespace helper

@@ -28,6 +28,8 @@ struct LinkConfiguration {
   // Takes the machine's settings over: what the dictionaries have keys for goes into them, above what the service says;
   // everything stays in settings for the rest.
   void applySettings(EngineSettings machine);
+  // True when those settings take the encryption away that the tunnel would have.
+  bool isInClear() const;
 };
 
 }  // namespace helper
