@@ -4,12 +4,13 @@ VPNCTL=$build/qolmhelper/vpnctl
 CONFIG=/root/config.qolm
 
 # write_config KEY=VALUE...: a configuration; what is not given is pptp to the server with the usual account. An empty
-# argument "KEY" without "=" leaves the key out.
+# argument "KEY" without "=" leaves the key out. With protocol=l2tp the shared secret is the server's, too.
 write_config() {
   local -A value=([protocol]=pptp [ip]=$SERVER [username]=$USER_NAME [password]=$PASSWORD [shared_secret]=)
   local argument key text
   for argument in "$@"; do
     key=${argument%%=*}
+    [ "$argument" != protocol=l2tp ] || value[shared_secret]=$SHARED_SECRET
     if [ "$key" = "$argument" ]; then unset "value[$key]"; else value[$key]=${argument#*=}; fi
   done
   for key in protocol ip username password shared_secret; do
@@ -65,6 +66,13 @@ connect_usual() {
   wait_status "PPP Connected"
 }
 
+connect_l2tp() {
+  start_l2tp_server
+  write_config protocol=l2tp
+  start_vpnctl
+  wait_status "PPP Connected"
+}
+
 # disconnect_usual: the end of most scenarios.
 disconnect_usual() {
   signal_tool USR1
@@ -77,6 +85,53 @@ by_hand() {
   baseline
   spawn by-hand cli pppd nodetach pty "pptp $SERVER --nolaunchpppd --nohostroute" user "$USER_NAME" noauth refuse-eap \
     require-mppe-128 nodefaultroute "$@"
+  within 60 has_address ppp0 || fail "the client by hand got no address"
+}
+
+# The same for L2TP: the daemon's own tool for IPSec, then xl2tpd as the client. by_hand_l2tp [PPPD OPTION...]
+by_hand_l2tp() {
+  account "$USER_NAME" "$PASSWORD" | put cli /etc/ppp/chap-secrets 600
+  printf '%s\n' "user $USER_NAME" noauth refuse-eap noccp nodefaultroute "$@" | put cli /etc/ppp/by-hand-options
+  put cli /etc/xl2tpd/by-hand.conf <<EOF
+[global]
+port = 1701
+[lac by-hand]
+lns = $SERVER
+autodial = yes
+pppoptfile = /etc/ppp/by-hand-options
+EOF
+  baseline
+  start_charon cli
+  load_ipsec cli <<EOF
+connections {
+  by-hand {
+    version = 1
+    remote_addrs = $SERVER
+    proposals = aes256-sha256-modp2048
+    local {
+      auth = psk
+    }
+    remote {
+      auth = psk
+    }
+    children {
+      by-hand {
+        mode = transport
+        local_ts = dynamic[udp/1701]
+        remote_ts = dynamic[udp/1701]
+        esp_proposals = aes256-sha256
+      }
+    }
+  }
+}
+secrets {
+  ike-by-hand {
+    $(secret_bytes "$SHARED_SECRET")
+  }
+}
+EOF
+  on cli swanctl --initiate --child by-hand || fail "IKE by hand failed"
+  spawn by-hand cli xl2tpd -D -c /etc/xl2tpd/by-hand.conf -C /run/l2tp-control -p /run/xl2tpd.pid
   within 60 has_address ppp0 || fail "the client by hand got no address"
 }
 

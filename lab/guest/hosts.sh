@@ -150,6 +150,7 @@ spawn() {
 
 running() { [ -z "${EXITED[$1]:-}" ] && kill -0 "${SPAWNED[$1]}" 2>/dev/null; }
 ended() { ! running "$1"; }
+running_now() { [ -n "${SPAWNED[$1]:-}" ] && running "$1"; } # also for what was never started
 
 # signal NAME SIGNAL: to what was spawned under that name on HOST.
 signal() { on "$1" kill "-$3" "$(<"$logs/$2.pid")"; }

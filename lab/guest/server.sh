@@ -9,65 +9,161 @@ account() {
   printf '"%s" * "%s" *\n' "${name//\"/\\\"}" "${secret//\"/\\\"}"
 }
 
-# start_pptpd [NAME PASSWORD]...: a PPTP server with these accounts (default: the usual one), listening when this returns.
-start_pptpd() {
+# accounts [NAME PASSWORD]...: who may connect (default: the usual one).
+accounts() {
   [ $# -gt 0 ] || set -- "$USER_NAME" "$PASSWORD"
   while [ $# -gt 0 ]; do
     account "$1" "$2"
     shift 2
   done | put srv /etc/ppp/chap-secrets 600
+}
+
+# What both kinds of server ask of a client. ppp_options NAME
+ppp_options() {
+  cat <<EOF
+name $1
+refuse-pap
+refuse-chap
+refuse-mschap
+require-mschap-v2
+novj
+novjccomp
+nodefaultroute
+nologfd
+logfile /var/log/$1-ppp.log
+debug
+EOF
+}
+
+# start_pptpd [NAME PASSWORD]...: a PPTP server with these accounts, listening when this returns.
+start_pptpd() {
+  accounts "$@"
   put srv /etc/pptpd.conf <<EOF
 option /etc/ppp/pptpd-options
 localip $TUNNEL_SERVER
 remoteip $TUNNEL_CLIENT-9
 listen $SERVER
 EOF
-  put srv /etc/ppp/pptpd-options <<EOF
-name pptpd
-refuse-pap
-refuse-chap
-refuse-mschap
-require-mschap-v2
-require-mppe-128
-nobsdcomp
-novj
-novjccomp
-nodefaultroute
-lock
-nologfd
-logfile /var/log/pptpd-ppp.log
-debug
-${PPTPD_OPTIONS:-}
-EOF
-  start_server pptpd pptpd -f -c /etc/pptpd.conf
+  {
+    ppp_options pptpd
+    printf '%s\n' require-mppe-128 nobsdcomp lock "${PPTPD_OPTIONS:-}"
+  } | put srv /etc/ppp/pptpd-options
+  start_server pptpd tcp 1723 pptpd -f -c /etc/pptpd.conf
 }
 
 # start_peer ARGUMENTS...: the scripted PPTP peer instead of a server; lab/guest/peer.py says what it can play.
-start_peer() { start_server peer /usr/bin/python3 -S -B "$lab/guest/peer.py" "$SERVER" "$@"; }
+start_peer() { start_server peer tcp 1723 /usr/bin/python3 -S -B "$lab/guest/peer.py" "$SERVER" "$@"; }
 
-start_server() {
-  local name=$1
-  shift
-  spawn "$name" srv "$@"
-  within 60 listens 1723 || fail "$name does not listen on TCP 1723"
+# start_l2tp_server [NAME PASSWORD]...: an L2TP server behind IPSec with these accounts, ready when this returns.
+start_l2tp_server() {
+  start_ipsec_server
+  start_xl2tpd "$@"
+}
+
+# start_l2tp_peer PART: the scripted L2TP peer behind IPSec instead; lab/guest/l2tp_peer.py says what it can play.
+start_l2tp_peer() {
+  running_now charon-srv || start_ipsec_server
+  start_server l2tp-peer udp 1701 /usr/bin/python3 -S -B "$lab/guest/l2tp_peer.py" "$SERVER" "$@"
+}
+
+# The IPSec side of such a server, in the temper that these say: IKE_PROPOSALS, ESP_PROPOSALS, IKE_REKEY, ESP_REKEY (seconds),
+# SERVER_IDENTITY, SERVER_SECRET.
+start_ipsec_server() {
+  start_charon srv
+  load_ipsec srv <<EOF
+connections {
+  l2tp {
+    version = 1
+    local_addrs = $SERVER
+    proposals = ${IKE_PROPOSALS:-aes256-sha256-modp2048,aes256-sha1-modp1024,3des-sha1-modp1024}
+    rekey_time = ${IKE_REKEY:-3600}s
+    over_time = ${IKE_REKEY:-3600}s
+    rand_time = 0s
+    local {
+      auth = psk
+      id = ${SERVER_IDENTITY:-$SERVER}
+    }
+    remote {
+      auth = psk
+    }
+    children {
+      l2tp {
+        mode = transport
+        local_ts = dynamic[udp/1701]
+        remote_ts = dynamic[udp]
+        esp_proposals = ${ESP_PROPOSALS:-aes256-sha256,aes128-sha1,3des-sha1}
+        rekey_time = ${ESP_REKEY:-3600}s
+        rand_time = 0s
+      }
+    }
+  }
+}
+secrets {
+  ike-l2tp {
+    $(secret_bytes "${SERVER_SECRET-$SHARED_SECRET}")
+  }
+}
+EOF
   baseline srv
 }
 
-# listens PORT: somebody on srv listens on that TCP port (read from the kernel's table, state 0A).
+# The L2TP side. L2TP_OPTIONS holds more lines for its pppd. Alone, it serves in clear.
+start_xl2tpd() {
+  accounts "$@"
+  put srv /etc/xl2tpd/lab.conf <<EOF
+[global]
+listen-addr = $SERVER
+port = 1701
+[lns default]
+ip range = $TUNNEL_CLIENT-10.99.0.9
+local ip = $TUNNEL_SERVER
+require chap = yes
+refuse pap = yes
+require authentication = yes
+name = xl2tpd
+length bit = yes
+ppp debug = yes
+pppoptfile = /etc/ppp/xl2tpd-options
+EOF
+  {
+    ppp_options xl2tpd
+    printf '%s\n' noccp "${L2TP_OPTIONS:-}"
+  } | put srv /etc/ppp/xl2tpd-options
+  start_server xl2tpd udp 1701 xl2tpd -D -c /etc/xl2tpd/lab.conf -C /run/l2tp-control -p /run/xl2tpd.pid
+}
+
+# start_server NAME PROTOCOL PORT COMMAND...: on srv, listening when this returns.
+start_server() {
+  local name=$1 protocol=$2 port=$3
+  shift 3
+  spawn "$name" srv "$@"
+  within 60 listens "$port" "$protocol" || fail "$name does not listen on $protocol port $port"
+  baseline srv
+}
+
+# listens PORT [PROTOCOL]: somebody on srv listens on that port (read from the kernel's table; state 0A, without connections 07).
 listens() {
-  local port line
+  local port line state=0A
+  [ "${2:-tcp}" = tcp ] || state=07
   printf -v port ':%04X' "$1"
   while read -r line; do
-    [[ $line == *"$port "*" 0A "* ]] && return
-  done <"/proc/${HOST[srv]}/net/tcp"
+    [[ $line == *"$port "*" $state "* ]] && return
+  done <"/proc/${HOST[srv]}/net/${2:-tcp}"
   return 1
 }
 
 # The server and everything it started die at once, as if its power had gone, except that its kernel closes what was open.
+SERVER_PROCESSES=(pptpd pptpctrl xl2tpd pppd python3)
 kill_server() {
-  kill_named srv pptpd pptpctrl pppd python3
+  kill_named srv "${SERVER_PROCESSES[@]}"
   # A pppd that lost its pptpctrl first may have started its last script before it died.
-  within 20 no_process srv pptpd pptpctrl pppd python3 ip-up ip-down run-parts || fail "the server cannot be killed"
+  within 20 no_process srv "${SERVER_PROCESSES[@]}" ip-up ip-down run-parts || fail "the server cannot be killed"
+  baseline srv
+}
+
+# The IPSec side of the server ends, and takes with it what it remembers of clients that said no goodbye.
+stop_ipsec_server() {
+  stop_charon srv
   baseline srv
 }
 
