@@ -6,6 +6,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +17,7 @@
 #include "foundation/Text.h"
 #include "platform/Dispatch.h"
 #include "platform/ProcessHardening.h"
+#include "qolmhelper/TNConnectorL2TP.h"
 #include "qolmhelper/TNConnectorPPTP.h"
 
 // GCC wants to be told that a full buffer is meant; clang does not know the word.
@@ -69,6 +72,22 @@ const char *lookup(const config_t &config, const char *key) {
   return value;
 }
 
+using Text = TN::TNConnectorPPP::Text;
+using SecretText = TN::TNConnectorPPP::SecretText;
+
+template <class Connector>
+std::shared_ptr<TN::TNConnectorPPP> make(Text server, Text username, SecretText password, SecretText sharedSecret) {
+  return std::make_shared<Connector>(std::move(server), std::move(username), std::move(password),
+                                     std::move(sharedSecret));
+}
+
+struct Protocol {
+  const char *name;
+  std::shared_ptr<TN::TNConnectorPPP> (*make)(Text server, Text username, SecretText password, SecretText sharedSecret);
+};
+constexpr std::array kProtocols{Protocol{"l2tp", make<TN::TNConnectorL2TP>},
+                                Protocol{"pptp", make<TN::TNConnectorPPTP>}};
+
 std::shared_ptr<TN::TNConnectorPPP> makeConnector(const config_t &config) {
   const char *const protocol = lookup(config, "protocol");
   const char *const ip = lookup(config, "ip");
@@ -79,13 +98,14 @@ std::shared_ptr<TN::TNConnectorPPP> makeConnector(const config_t &config) {
   // An abnormal end leaves behind what standard output holds back: the settings that were found are told before it.
   std::fflush(stdout);
   // A missing value throws here, and nobody catches: without its settings the tool ends abnormally.
-  if (foundation::stringWithUTF8String(protocol) != "pptp") return nullptr;
+  const Text name = foundation::stringWithUTF8String(protocol);
+  const auto *const known = std::ranges::find_if(kProtocols, [&](const Protocol &p) { return name == p.name; });
+  if (known == kProtocols.end()) return nullptr;
   auto server = foundation::stringWithUTF8String(ip);
   auto account = foundation::stringWithUTF8String(username);
   auto accountPassword = foundation::secretWithUTF8String(password);
   auto secret = foundation::secretWithUTF8String(sharedSecret);
-  return std::make_shared<TN::TNConnectorPPTP>(std::move(server), std::move(account), std::move(accountPassword),
-                                               std::move(secret));
+  return known->make(std::move(server), std::move(account), std::move(accountPassword), std::move(secret));
 }
 
 // Setting the ignore action throws a pending signal away, and one may be pending between the moment the source blocked

@@ -67,11 +67,16 @@ bool begin(const char *call, const Object &object, const std::string &arguments 
   return object != nullptr;
 }
 
-Value defaultConfiguration() {
-  return Value::Dictionary{
-      {"ACSPEnabled", 1},    {"CCPEnabled", 1},      {"DialOnDemand", 0},     {"DisconnectOnIdle", 0},
-      {"LCPEchoEnabled", 1}, {"LCPEchoFailure", 15}, {"LCPEchoInterval", 20}, {"Logfile", "/var/log/ppp.log"},
-      {"VerboseLogging", 0}};
+bool isOver(const std::vector<std::string> &layers, const std::string &lower) {
+  return layers.size() > 1 && layers[0] == kSCNetworkInterfaceTypePPP && layers[1] == lower;
+}
+
+Value defaultConfiguration(const std::vector<std::string> &layers) {
+  Value configuration = Value::Dictionary{
+      {"ACSPEnabled", 1},     {"DialOnDemand", 0},     {"DisconnectOnIdle", 0},         {"LCPEchoEnabled", 1},
+      {"LCPEchoFailure", 15}, {"LCPEchoInterval", 20}, {"Logfile", "/var/log/ppp.log"}, {"VerboseLogging", 0}};
+  if (isOver(layers, kSCNetworkInterfaceTypePPTP)) configuration.set("CCPEnabled", 1);
+  return configuration;
 }
 
 }  // namespace
@@ -122,7 +127,7 @@ SCNetworkServiceRef SCNetworkServiceCreate(const SCPreferencesRef &preferences,
   auto service = std::make_shared<fake::Service>();
   service->serviceID = FakePlatform::instance().nextServiceID();
   service->layers = interface->layers;
-  service->configuration = defaultConfiguration();
+  service->configuration = defaultConfiguration(service->layers);
   preferences->services.push_back(service);
   return std::make_shared<SCNetworkService>(SCNetworkService{preferences, service});
 }
@@ -219,6 +224,10 @@ bool SCNetworkInterfaceSetExtendedConfiguration(const SCNetworkInterfaceRef &int
                                                 const Value &configuration) {
   if (!begin("SCNetworkInterfaceSetExtendedConfiguration", interface,
              extendedType + ", " + fake::oneLine(configuration))) {
+    return false;
+  }
+  if (extendedType != kSCEntNetIPSec || !isOver(interface->layers, kSCNetworkInterfaceTypeL2TP)) {
+    setSCError(kSCStatusInvalidArgument);
     return false;
   }
   if (interface->service) interface->service->extendedConfigurations[extendedType] = configuration;

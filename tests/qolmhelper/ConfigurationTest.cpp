@@ -166,8 +166,8 @@ TEST_P(UnknownProtocol, GetsNoAuthorization) {
   EXPECT_TRUE(outcome.calls.empty());
 }
 INSTANTIATE_TEST_SUITE_P(Values, UnknownProtocol,
-                         testing::Values("PPTP", "Pptp", "pptp ", " pptp", "", "sstp", "ppt", "pptpp", "\\xff",
-                                         "l2tp"));
+                         testing::Values("PPTP", "Pptp", "pptp ", " pptp", "", "sstp", "ppt", "pptpp", "\\xff", "L2TP",
+                                         "l2tp ", "l2t"));
 
 TEST(Configuration, ValuesReachTheServiceAsTheyAre) {
   for (const std::string ip : {"vpn.example.net", "", "2001:db8::1", "not an address !"}) {

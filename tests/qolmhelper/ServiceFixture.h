@@ -1,0 +1,73 @@
+// What tests of the protocols' connectors share: a connector on the fake platform, and a look at what it left there.
+
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/fake/FakePlatform.h"
+#include "qolmhelper/TNConnectorPPPService.h"
+
+namespace TN {
+
+inline constexpr const char *kFirstID = "00000000-0000-4000-8000-000000000001";
+
+class ServiceFixture : public testing::Test {
+ protected:
+  ServiceFixture() { platform_.reset(); }
+
+  template <class Connector>
+  static std::shared_ptr<TNConnectorPPPService> make(std::optional<std::string> server = "192.0.2.1",
+                                                     std::optional<std::string> username = "ann") {
+    auto connector = std::make_shared<Connector>(std::move(server), std::move(username), foundation::Secret("pw"),
+                                                 foundation::Secret("ss"));
+    connector->authorize();
+    return connector;
+  }
+
+  void addService(std::optional<std::string> name) {
+    platform::fake::Service service;
+    service.serviceID = "id of " + name.value_or("nothing") + " " + std::to_string(platform_.services.size());
+    service.name = std::move(name);
+    platform_.services.push_back(service);
+  }
+  // Runs createConnection with standard error caught.
+  std::int32_t create() {
+    testing::internal::CaptureStderr();
+    const std::int32_t result = connector_->createConnection();
+    error_ = testing::internal::GetCapturedStderr();
+    return result;
+  }
+  // What it called, in order; of the keychain, which TNKeyChain's test is for, the first call only.
+  std::vector<std::string> steps() const {
+    std::vector<std::string> calls;
+    for (const std::string &call : platform_.calls("S")) {
+      if (call.starts_with("Sec") && !call.starts_with("SecKeychainCopyDomainDefault")) continue;
+      calls.push_back(call.starts_with("SCNetworkInterfaceSetConfiguration") ? call.substr(0, call.find('(')) : call);
+    }
+    return calls;
+  }
+  std::vector<std::string> storedNames() const {
+    std::vector<std::string> names;
+    for (const platform::fake::Service &service : platform_.services) names.push_back(service.name.value_or("(none)"));
+    return names;
+  }
+  std::size_t count(const std::string &call) const { return platform_.calls(call + "(").size(); }
+  void expectNothingStored(const std::vector<std::string> &names) const {
+    EXPECT_EQ(storedNames(), names);
+    EXPECT_TRUE(platform_.items.empty());
+    EXPECT_EQ(count("SCPreferencesCommitChanges"), 0u);
+    EXPECT_EQ(count("SCNetworkConnectionCreateWithServiceID"), 0u);
+  }
+
+  platform::fake::FakePlatform &platform_ = platform::fake::FakePlatform::instance();
+  std::shared_ptr<TNConnectorPPPService> connector_;  // a deriving fixture makes it
+  std::string error_;
+};
+
+}  // namespace TN
