@@ -67,7 +67,8 @@ ALL_HOSTS=(cli rtr srv out)
 make_hosts() {
   local host
   for host in "${ALL_HOSTS[@]}"; do
-    mkdir -p "$work/hosts/$host/files/etc"
+    mkdir -p "$work/hosts/$host/files/etc/strongswan.d"
+    charon_log >"$work/hosts/$host/files/etc/strongswan.d/lab.conf"
     echo "$host" >"$work/hosts/$host/files/etc/hostname"
     printf '127.0.0.1 localhost\n%s server.lab.test\n' "$SERVER" >"$work/hosts/$host/files/etc/hosts"
     echo "nameserver $ROUTER" >"$work/hosts/$host/files/etc/resolv.conf"

@@ -2,15 +2,15 @@
 
 SHARED_SECRET='Blue+Heron=42/nine' # looked for by the secret scan, as the password is
 
-# start_charon HOST: the system's daemon with the system's configuration, ready for orders when this returns. It writes a log, which
-# is all that differs from what the package installs.
+# start_charon HOST: the system's daemon with the system's configuration, ready for orders when this returns.
 start_charon() {
-  write_charon_log "$1"
   spawn "charon-$1" "$1" /usr/lib/ipsec/charon
   within 60 charon_ready "$1" || fail "charon on $1 does not answer"
 }
-write_charon_log() {
-  put "$1" /etc/strongswan.d/lab.conf <<'EOF'
+
+# The daemon writes a log, whoever starts it: all that differs from what its package installs.
+charon_log() {
+  cat <<'EOF'
 charon {
   filelog {
     lab {
@@ -36,6 +36,7 @@ charon_ready() {
 stop_charon() {
   signal "$1" "charon-$1" TERM
   wait_end "charon-$1" 30
+  rm -f "$(root_of "$1")"/run/charon.* # its plugins' sockets, which it leaves
 }
 
 # load_ipsec HOST: hands the connections and secrets on standard input to that host's daemon.
@@ -43,6 +44,7 @@ load_ipsec() {
   put "$1" /etc/swanctl/lab.conf 600
   on "$1" swanctl --load-all --noprompt --file /etc/swanctl/lab.conf >>"$logs/swanctl-$1.log" 2>&1 ||
     fail "the daemon on $1 does not take its connections: $(tail -n 3 "$logs/swanctl-$1.log")"
+  rm "$(root_of "$1")/etc/swanctl/lab.conf"
 }
 
 # secret_bytes SECRET: as a line for a daemon's configuration, with no byte that its parser could take for syntax.
