@@ -50,6 +50,12 @@ void readOnce(foundation::FileDescriptor &pipe, std::string &text) {
 
 }  // namespace
 
+std::string configurationFor(const std::string &protocol) {
+  std::string configuration = kConfiguration;
+  const std::string usual = "pptp";
+  return configuration.replace(configuration.find(usual), usual.size(), protocol);
+}
+
 std::vector<std::string> Outcome::callNames() const {
   std::vector<std::string> names;
   for (const std::string &call : calls) names.push_back(call.substr(0, call.find('(')));

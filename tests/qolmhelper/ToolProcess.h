@@ -24,6 +24,9 @@ inline constexpr const char *kConfiguration =
 // What the tool echoes of it.
 inline constexpr const char *kEcho = "protocol: pptpip: 192.0.2.1username: annpassword: pwshared_secret: ss";
 
+// The same for another protocol.
+std::string configurationFor(const std::string &protocol);
+
 struct Scene {
   std::vector<std::string> arguments;
   std::optional<std::string> configuration = kConfiguration;  // config.qolm; none: there is no such file
