@@ -27,7 +27,11 @@ assert_over() {
   if [ -n "${SPAWNED[vpnctl]:-}" ] && running vpnctl; then fail "the tool still runs at the end of the steps"; fi
 }
 
-# The search for a secret in every process's arguments and environment, and in everything that was written on cli, except
-# the configuration that holds it on purpose. Answers whether it is nowhere.
-secret_nowhere() { on cli /usr/bin/python3 -S -B "$lab/guest/secrets.py" "$work/hosts/cli/layer" "$CONFIG" "${1:-$PASSWORD}"; }
+# The search for secrets in every process's arguments and environment, and in everything that was written on cli, except
+# the configuration that holds them on purpose: the password and the shared secret, if none are given. The memory of processes
+# is not searched: what an IKE daemon must know to work, it knows. Answers whether they are nowhere.
+secret_nowhere() {
+  [ $# -gt 0 ] || set -- "$PASSWORD" "$SHARED_SECRET"
+  on cli /usr/bin/python3 -S -B "$lab/guest/secrets.py" "$work/hosts/cli/layer" "$CONFIG" "$@"
+}
 assert_no_secret() { secret_nowhere "$@" || fail "the secret can be seen"; }

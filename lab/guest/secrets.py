@@ -1,4 +1,4 @@
-"""Looks for a secret where it must not be seen: secrets.py LAYER CONFIG SECRET.
+"""Looks for a secret where it must not be seen: secrets.py LAYER CONFIG SECRET...
 
 Searches the arguments and the environment of every process of the host, /run, and every file that was written on the
 host (LAYER), except CONFIG. Prints where it was found; status 0 if nowhere. Knows the secret in the forms in which programs
@@ -11,10 +11,11 @@ import urllib.parse
 
 
 def forms(secret):
-    plain = secret.encode()
-    shapes = {"as it is": plain, "UTF-16LE": secret.encode("utf-16-le"), "UTF-16BE": secret.encode("utf-16-be"),
-              "percent escapes": urllib.parse.quote(secret, safe="").encode(),
-              "octal or XML escapes": secret.replace("#", "&#35;").encode()}
+    plain = os.fsencode(secret)
+    text = plain.decode(errors="replace")  # the wide forms of what is no text are nobody's forms
+    shapes = {"as it is": plain, "UTF-16LE": text.encode("utf-16-le"), "UTF-16BE": text.encode("utf-16-be"),
+              "percent escapes": urllib.parse.quote(plain, safe="").encode(),
+              "octal or XML escapes": plain.replace(b"#", b"&#35;")}
     for name, data in list(shapes.items())[:3]:
         shapes[name + " in hex"] = data.hex().encode()
         shapes[name + " in upper-case hex"] = data.hex().upper().encode()
@@ -45,8 +46,8 @@ def places(layer, config):
             yield path
 
 
-def main(layer, config, secret):
-    wanted = forms(secret)
+def main(layer, config, *secrets):
+    wanted = {(which, name): form for which, secret in enumerate(secrets, 1) for name, form in forms(secret).items()}
     found = False
     searched = 0
     for path in places(layer, config):
@@ -56,9 +57,9 @@ def main(layer, config, secret):
         except OSError:
             continue  # a process that has just ended
         searched += 1
-        for name, form in wanted.items():
+        for (which, name), form in wanted.items():
             if form in data:
-                print(f"the secret ({name}) stands in {path}")
+                print(f"the {'secret' if which == 1 else f'secret {which}'} ({name}) stands in {path}")
                 found = True
     if searched < 4:  # two processes at the least; otherwise this looked at nothing
         print("the search saw nothing to search")

@@ -27,6 +27,7 @@
 #include <sstream>
 
 #include "Netlink.h"
+#include "Vici.h"
 
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
@@ -174,6 +175,30 @@ static void transforms(Lines &lines) {
   });
 }
 
+// What the kernel knows of L2TP. The names hold numbers that no two calls share; a dead one's stay visible.
+static void l2tp(Lines &lines) {
+  std::istringstream table(contentsOf("/proc/1/net/pppol2tp"));  // "self" is nobody in the host's /proc
+  for (std::string line; std::getline(table, line);)
+    if (std::smatch match; std::regex_search(line, match, std::regex("(TUNNEL|SESSION) '([^']*)'")))
+      lines.push_back("l2tp " + match[2].str());
+}
+
+// What the host's IKE daemon has been told, if one runs; one that dies while it is asked has nothing more to tell.
+static void daemon(Lines &lines) try {
+  lab::Vici vici("/run/charon.vici");
+  if (!vici.connected()) return;
+  auto note = [&](const std::string &kind) {
+    return [&lines, kind](const std::string &message) {
+      lab::Vici::names(message, [&](const std::string &name) { lines.push_back("ike " + kind + " " + name); });
+    };
+  };
+  vici.ask("list-conns", "list-conn", note("connection"));
+  vici.ask("list-sas", "list-sa", note("association"));
+  vici.ask("get-shared", "", note("secret"));
+} catch (const std::runtime_error &error) {
+  lines.push_back(std::string("ike ") + error.what());
+}
+
 static void mounts(Lines &lines) {
   // Of the host's first process: "self" is nobody in the host's /proc, since this program is not on the host.
   std::istringstream table(contentsOf("/proc/1/mountinfo"));
@@ -241,6 +266,8 @@ static Lines look(const fs::path &layer) {
     rules(netlink, family, lines);
   }
   transforms(lines);
+  l2tp(lines);
+  daemon(lines);
   mounts(lines);
   files(layer, lines);
   std::erase_if(lines, [](const std::string &line) { return std::regex_match(line, leftOnPurpose); });
