@@ -255,6 +255,12 @@ EngineSettings::Reading EngineSettings::read(const std::string &path) {
   return parse(**text, path);
 }
 
+std::vector<std::string> EngineSettings::names() {
+  std::vector<std::string> names;
+  for (const Key &key : table()) names.push_back(std::string(key.group) + "." + key.name);
+  return names;
+}
+
 EngineSettings::Reading EngineSettings::parse(const std::string &text, const std::string &path) {
   if (text.find('\0') != std::string::npos) return onlyDefaults(path, "it holds a zero byte");
   if (const unsigned line = lineOfInclude(text); line > 0)

@@ -59,6 +59,8 @@ struct EngineSettings {
   static Reading read(const std::string &path = kPath);
   // Likewise of TEXT; PATH is what complaints call it.
   static Reading parse(const std::string &text, const std::string &path);
+  // The names of all settings ("ike.proposals"), for those who document them.
+  static std::vector<std::string> names();
 };
 
 struct EngineSettings::Reading {
