@@ -115,6 +115,13 @@ void ChildProcess::killAfter(std::chrono::milliseconds grace) {
   }
 }
 
+void ChildProcess::leaveRunning() {
+  watch_.reset();
+  kill_.reset();
+  process_.reset();
+  running_ = false;
+}
+
 bool ChildProcess::waitFor(std::chrono::milliseconds deadline) {
   const auto until = std::chrono::steady_clock::now() + deadline;
   while (running_) {

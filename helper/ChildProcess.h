@@ -54,6 +54,8 @@ class ChildProcess {
   // SIGKILL when the process still runs after GRACE; at once when the loop has finished and no time comes any more.
   // Needs watch().
   void killAfter(std::chrono::milliseconds grace);
+  // Lets go of it: it runs on without us. Nothing is told any more.
+  void leaveRunning();
   // Waits for the end. False when it still runs after DEADLINE.
   bool waitFor(std::chrono::milliseconds deadline);
 

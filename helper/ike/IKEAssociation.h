@@ -8,15 +8,22 @@
 
 #include <systemd/sd-event.h>
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "foundation/Value.h"
 #include "helper/EngineSettings.h"
+#include "helper/EventSource.h"
 #include "helper/PPPLog.h"
 #include "helper/SecretSource.h"
+#include "helper/ike/IKEDaemon.h"
+#include "helper/ike/IKEProposals.h"
 #include "helper/ike/IPSecAssociation.h"
 #include "helper/ike/IPSecJournal.h"
+#include "helper/ike/XfrmTable.h"
 
 namespace helper {
 
@@ -29,9 +36,59 @@ struct IKESurroundings {
   const EngineSettings &settings;
 };
 
+class IKEAssociation : public IPSecAssociation {
+ public:
+  // The machine around it.
+  struct Parts {
+    std::function<std::unique_ptr<IKEDaemon>(IKEDaemon::Handlers)> daemon;
+    std::function<foundation::Result<std::unique_ptr<XfrmTable>>()> table;
+    std::function<foundation::Status(int socket, std::uint32_t reqid)> guard;
+  };
+
+  // SECRETNAME: the keychain's item.
+  IKEAssociation(const IKESurroundings &surroundings, std::string secretName, Parts parts, Handlers handlers);
+  IKEAssociation(const IKEAssociation &) = delete;
+  IKEAssociation &operator=(const IKEAssociation &) = delete;
+  ~IKEAssociation() override;
+
+  void start(int socket) override;
+  void stop() override;
+
+ private:
+  foundation::Status prepare(int socket);
+  void daemonIsReady();
+  void negotiate();
+  void negotiated();
+  void refused(const IKERefusal &refusal);
+  std::string sentenceFor(const IKERefusal &refusal) const;
+  void fail(DeviceCause cause, std::string sentence);
+  void forget();
+
+  IKESurroundings with_;
+  std::string secretName_;
+  Parts parts_;
+  Handlers handlers_;
+  std::string server_;  // its address, for sentences
+  UDPFlow flow_;
+  IKEPlan plan_;
+  std::chrono::steady_clock::time_point until_{};
+  bool started_ = false;
+  bool secondTry_ = false;
+  bool stopping_ = false;
+  std::optional<LoadedConnection> noted_;
+  std::optional<foundation::Secret> secret_;  // while it may be needed for a second try
+  std::unique_ptr<XfrmTable> table_;
+  std::unique_ptr<IKEDaemon> daemon_;
+  EventSource soon_;
+};
+
 // IPSEC is the service's IPSec dictionary: its SharedSecret names the keychain's item. Not started.
 std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKESurroundings &surroundings,
                                                      const foundation::Value &ipsec,
                                                      IPSecAssociation::Handlers handlers);
+
+// Takes back what a dead helper had given to an IKE daemon, and what the kernel got from it. Blocks, within a second.
+// The error is a sentence part.
+foundation::Status takeBack(const LoadedConnection &entry);
 
 }  // namespace helper

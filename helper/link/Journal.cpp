@@ -5,11 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "foundation/PropertyList.h"
 
@@ -110,6 +109,14 @@ Status Journal::forget(std::size_t index) {
   return write();
 }
 
+void Journal::forgetEntry(const JournalEntry &entry) {
+  const auto found = std::find(entries_.rbegin(), entries_.rend(), entry);
+  if (found == entries_.rend()) return;
+  entries_.erase(std::next(found).base());
+  // When this cannot be written, the next helper undoes it once more, which does no harm.
+  static_cast<void>(write());
+}
+
 void Journal::finish() {
   std::error_code ignored;
   std::filesystem::remove_all(folder_, ignored);
@@ -144,21 +151,6 @@ Status Journal::read() {
   if (!entries) return foundation::Error{entries.error().domain, 0, path + ": " + entries.error().message};
   entries_ = std::move(*entries);
   return {};
-}
-
-std::optional<std::uint64_t> startTimeOf(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string text;
-  if (!std::getline(file, text)) return std::nullopt;
-  // The second field is the program's name in parentheses, with whatever characters it likes.
-  const auto close = text.rfind(')');
-  if (close == std::string::npos) return std::nullopt;
-  std::istringstream fields(text.substr(close + 1));
-  std::string skipped;
-  for (int field = 3; field < 22; ++field) fields >> skipped;
-  std::uint64_t startTime = 0;
-  if (!(fields >> startTime)) return std::nullopt;
-  return startTime;
 }
 
 }  // namespace helper

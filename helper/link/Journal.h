@@ -18,6 +18,8 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
 #include "foundation/Value.h"
+#include "helper/ProcessStart.h"
+#include "helper/ike/IPSecJournal.h"
 #include "helper/link/RouteTable.h"
 
 namespace helper {
@@ -54,9 +56,10 @@ struct ReplacedFile {
   bool operator==(const ReplacedFile &) const = default;
 };
 
-using JournalEntry = std::variant<StartedProcess, AddedRoute, ResolvconfRecord, ReplacedFile>;
+using JournalEntry =
+    std::variant<StartedProcess, AddedRoute, ResolvconfRecord, ReplacedFile, LoadedConnection, StartedDaemon>;
 
-class Journal {
+class Journal : public IPSecJournal {
  public:
   static constexpr char kBase[] = "/run/vpnctl";
 
@@ -77,11 +80,16 @@ class Journal {
   foundation::Status forgetLast();
   // So has that of the entry at INDEX.
   foundation::Status forget(std::size_t index);
+  foundation::Status noteConnection(const LoadedConnection &entry) override { return note(entry); }
+  foundation::Status noteDaemon(const StartedDaemon &entry) override { return note(entry); }
+  void forgetConnection(const LoadedConnection &entry) override { forgetEntry(entry); }
+  void forgetDaemon(const StartedDaemon &entry) override { forgetEntry(entry); }
   // Removes the folder and everything in it.
   void finish();
 
  private:
   Journal(std::string folder, foundation::FileDescriptor lock) : folder_(std::move(folder)), lock_(std::move(lock)) {}
+  void forgetEntry(const JournalEntry &entry);
   foundation::Status write() const;
   foundation::Status read();
 
@@ -93,8 +101,5 @@ class Journal {
 // The form in the file, and back.
 foundation::Value journalValue(const std::vector<JournalEntry> &entries);
 foundation::Result<std::vector<JournalEntry>> journalEntries(const foundation::Value &value);
-
-// When PID started, in clock ticks since boot; none when there is no such process.
-std::optional<std::uint64_t> startTimeOf(pid_t pid);
 
 }  // namespace helper

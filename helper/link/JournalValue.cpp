@@ -55,6 +55,20 @@ struct ToValue {
     value.set("Replacement", data(entry.replacement));
     return value;
   }
+  Value operator()(const LoadedConnection &entry) const {
+    Value value = dictionary("IKEConnection");
+    value.set("ControlSocket", entry.controlSocket);
+    value.set("Name", entry.name);
+    value.set("ReqID", static_cast<std::uint64_t>(entry.reqid));
+    return value;
+  }
+  Value operator()(const StartedDaemon &entry) const {
+    Value value = dictionary("IKEDaemon");
+    value.set("PID", static_cast<std::int64_t>(entry.pid));
+    value.set("StartTime", entry.startTime);
+    value.set("UseFile", entry.useFile);
+    return value;
+  }
 };
 
 bool readAddress(const Value &value, in_addr &address) {
@@ -68,6 +82,20 @@ std::optional<JournalEntry> entryFrom(const Value &value) {
     // 0 and below name groups of processes, 1 is nobody's child.
     if (pid <= 1 || pid > INT32_MAX) return std::nullopt;
     return StartedProcess{static_cast<pid_t>(pid), value["StartTime"].unsignedIntegerValue()};
+  }
+  if (kind == "IKEConnection") {
+    const std::uint64_t reqid = value["ReqID"].unsignedIntegerValue();
+    LoadedConnection entry{value["ControlSocket"].string(), value["Name"].string(), static_cast<std::uint32_t>(reqid)};
+    // 0 is what stands for everybody's.
+    if (!entry.controlSocket.starts_with('/') || entry.name.empty() || reqid == 0 || reqid > UINT32_MAX)
+      return std::nullopt;
+    return entry;
+  }
+  if (kind == "IKEDaemon") {
+    const std::int64_t pid = value["PID"].integerValue();
+    StartedDaemon entry{static_cast<pid_t>(pid), value["StartTime"].unsignedIntegerValue(), value["UseFile"].string()};
+    if (pid <= 1 || pid > INT32_MAX || !entry.useFile.starts_with('/')) return std::nullopt;
+    return entry;
   }
   if (kind == "Route") {
     AddedRoute entry;

@@ -8,6 +8,8 @@
 #include <chrono>
 
 #include "helper/ChildProcess.h"
+#include "helper/ike/CharonProcess.h"
+#include "helper/ike/IKEAssociation.h"
 #include "helper/link/FileReplacement.h"
 
 namespace helper {
@@ -73,6 +75,17 @@ bool Undo::undo(const ReplacedFile &entry) {
   else if (!*restored)
     complain_("The file " + entry.path + " was changed by somebody else during the connection and stays as it is.");
   return restored && *restored;
+}
+
+bool Undo::undo(const LoadedConnection &entry) {
+  if (const auto taken = takeBack(entry); !taken)
+    complain_("An IPSec association of an earlier connection could not be taken back: " + taken.error().message + ".");
+  return true;
+}
+
+bool Undo::undo(const StartedDaemon &entry) {
+  CharonProcess::endDaemon(entry, kProcessGrace);
+  return true;
 }
 
 }  // namespace helper

@@ -1,7 +1,8 @@
 // Takes back what a journal holds, newest first. Used at the end of each link, and by the next helper for what a dead
 // one left.
 //
-// Blocks: for a process of a dead helper that does not end (with a deadline), for the resolvconf program.
+// Blocks, with deadlines: for a process of a dead helper that does not end, for the resolvconf program, for the IKE
+// daemon.
 
 #pragma once
 
@@ -28,6 +29,8 @@ class Undo {
   bool undo(const AddedRoute &entry);
   bool undo(const ResolvconfRecord &entry);
   bool undo(const ReplacedFile &entry);
+  bool undo(const LoadedConnection &entry);
+  bool undo(const StartedDaemon &entry);
 
   RouteTable &routes_;
   std::function<void(const std::string &)> complain_;

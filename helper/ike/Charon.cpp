@@ -1,0 +1,383 @@
+#include "helper/ike/Charon.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <array>
+
+#include "helper/EngineSettings.h"
+#include "helper/ike/ViciExchange.h"
+
+namespace helper {
+
+using vici::Section;
+
+namespace {
+
+struct Algorithm {
+  const char *written;   // in proposals
+  const char *category;  // of get-algorithms
+  const char *name;      // there
+};
+
+constexpr std::array kAlgorithms{
+    Algorithm{"aes128", "encryption", "AES_CBC"},
+    Algorithm{"aes192", "encryption", "AES_CBC"},
+    Algorithm{"aes256", "encryption", "AES_CBC"},
+    Algorithm{"3des", "encryption", "3DES_CBC"},
+    Algorithm{"camellia128", "encryption", "CAMELLIA_CBC"},
+    Algorithm{"camellia256", "encryption", "CAMELLIA_CBC"},
+    Algorithm{"md5", "integrity", "HMAC_MD5_96"},
+    Algorithm{"sha1", "integrity", "HMAC_SHA1_96"},
+    Algorithm{"sha256", "integrity", "HMAC_SHA2_256_128"},
+    Algorithm{"sha384", "integrity", "HMAC_SHA2_384_192"},
+    Algorithm{"sha512", "integrity", "HMAC_SHA2_512_256"},
+    Algorithm{"modp768", "dh", "MODP_768"},
+    Algorithm{"modp1024", "dh", "MODP_1024"},
+    Algorithm{"modp1536", "dh", "MODP_1536"},
+    Algorithm{"modp2048", "dh", "MODP_2048"},
+    Algorithm{"modp3072", "dh", "MODP_3072"},
+    Algorithm{"modp4096", "dh", "MODP_4096"},
+    Algorithm{"ecp256", "dh", "ECP_256"},
+    Algorithm{"ecp384", "dh", "ECP_384"},
+    Algorithm{"ecp521", "dh", "ECP_521"},
+    Algorithm{"curve25519", "dh", "CURVE_25519"},
+};
+
+std::string textOf(in_addr address) {
+  std::array<char, INET_ADDRSTRLEN> text{};
+  inet_ntop(AF_INET, &address, text.data(), text.size());
+  return text.data();
+}
+
+std::string seconds(std::chrono::seconds duration) { return std::to_string(duration.count()) + "s"; }
+
+// Made anew a tenth before its end, and a random bit earlier, so that the two ends do not do it at the same moment.
+std::chrono::seconds renewal(std::chrono::seconds lifetime) { return lifetime - lifetime / 10; }
+
+// The only section of an event about associations that is one: it bears the connection's name.
+const Section &associationOf(const Section &event, const std::string &name) { return event.section(name); }
+
+bool isThere(const Section &child) {
+  const std::string &state = child.value("state");
+  return state == "INSTALLED" || state == "INSTALLING" || state == "REKEYING" || state == "UPDATING";
+}
+
+bool hasChild(const Section &association) {
+  const auto &children = association.section("child-sas").elements();
+  return std::any_of(children.begin(), children.end(), [](const vici::Element &element) {
+    const auto *child = std::get_if<Section>(&element.value);
+    return child != nullptr && isThere(*child);
+  });
+}
+
+// As far as can be seen in an association that is still being negotiated.
+IKEStage stageOf(const Section &association) {
+  if (association.value("state") == "ESTABLISHED") return IKEStage::association;
+  if (!association.value("encr-alg").empty())
+    // Who we are is decided with the message that proves the secret.
+    return association.value("local-id") == "%any" ? IKEStage::keyExchange : IKEStage::authentication;
+  const std::string &theirs = association.value("responder-spi");
+  if (theirs.find_first_not_of('0') != std::string::npos) return IKEStage::proposals;
+  return IKEStage::firstAnswer;
+}
+
+}  // namespace
+
+Charon::Charon(sd_event *event, IPSecJournal &journal, const CharonProcess::Places &places, const Settings &settings,
+               const Deadlines &deadlines, Handlers handlers)
+    : event_(event),
+      settings_(settings),
+      deadlines_(deadlines),
+      handlers_(std::move(handlers)),
+      process_(event, journal, places, CharonProcess::Deadlines{},
+               CharonProcess::Handlers{.ready = [this](const std::string &socket) { connect(socket); },
+                                       .failed = [this](const std::string &sentence) { unusable(sentence); },
+                                       .stopped =
+                                           [this] {
+                                             state_ = State::closed;
+                                             handlers_.closed();
+                                           }}) {}
+
+Charon::~Charon() {
+  if (!loaded_) return;
+  load_.reset();
+  watch_.reset();
+  takeBack(controlSocket_, plan_.name, deadlines_.destruction);
+}
+
+void Charon::open() {
+  state_ = State::opening;
+  process_.start();
+}
+
+void Charon::connect(const std::string &controlSocket) {
+  controlSocket_ = controlSocket;
+  auto first = ViciConnection::connect(controlSocket);
+  auto second = ViciConnection::connect(controlSocket);
+  if (!first || !second)
+    return unusable("The IKE daemon cannot be spoken to: " + (first ? second : first).error().message + ".");
+  const auto ended = [this](const std::string &reason) { daemonEnded(reason); };
+  load_.emplace(event_, std::move(*first), ViciConnection::Handlers{[](const auto &, const auto &) {}, ended});
+  watch_.emplace(
+      event_, std::move(*second),
+      ViciConnection::Handlers{[this](const std::string &name, const Section &event) { heard(name, event); }, ended});
+  ask();
+}
+
+void Charon::ask() {
+  watch_->request("version", {}, deadlines_.request, [this](const Outcome &outcome) {
+    if (outcome) description_ = outcome->value("daemon") + " " + outcome->value("version");
+  });
+  for (const char *event : {"list-sa", "ike-updown", "child-updown"})
+    watch_->listen(event, deadlines_.request, [](const Outcome &) {});
+  load_->request("get-algorithms", {}, deadlines_.request, [this](const Outcome &outcome) {
+    if (outcome) {
+      algorithms_.emplace();
+      for (const vici::Element &category : outcome->elements())
+        if (const auto *names = std::get_if<Section>(&category.value))
+          for (const vici::Element &name : names->elements()) algorithms_->insert(category.name + " " + name.name);
+    }
+    if (state_ != State::opening) return;
+    state_ = State::ready;
+    handlers_.ready();
+  });
+}
+
+bool Charon::knows(const std::string &algorithm) const {
+  const auto *known = std::find_if(kAlgorithms.begin(), kAlgorithms.end(),
+                                   [&](const Algorithm &row) { return algorithm == row.written; });
+  // One that we know nothing of is the daemon's to judge.
+  if (!algorithms_ || known == kAlgorithms.end()) return true;
+  return algorithms_->contains(std::string(known->category) + " " + known->name);
+}
+
+foundation::Result<Peer> Charon::peer() const { return Peer::ofSocket(load_ ? load_->socket() : -1); }
+
+Section Charon::connection(const char *version) const {
+  const std::string local = textOf(plan_.local);
+  const std::string remote = textOf(plan_.remote);
+  Section child;
+  child.add("mode", "transport")
+      .add("local_ts", Section::List{"dynamic[udp/" + std::to_string(plan_.localPort) + "]"})
+      .add("remote_ts", Section::List{"dynamic[udp/" + std::to_string(plan_.remotePort) + "]"})
+      .add("esp_proposals", plan_.espProposals)
+      .add("reqid", std::to_string(plan_.reqid))
+      .add("life_time", seconds(settings_.espLifetime))
+      .add("rekey_time", seconds(renewal(settings_.espLifetime)))
+      .add("rand_time", seconds(settings_.espLifetime / 20))
+      .add("dpd_action", "clear");
+  Section section;
+  section.add("version", version)
+      .add("local_addrs", Section::List{local})
+      .add("remote_addrs", Section::List{remote})
+      .add("proposals", plan_.proposals)
+      .add("rekey_time", seconds(renewal(settings_.lifetime)))
+      .add("over_time", seconds(settings_.lifetime / 10))
+      .add("rand_time", seconds(settings_.lifetime / 20))
+      .add("dpd_delay", seconds(settings_.deadPeerDelay))
+      .add("local", Section().add("auth", "psk"))
+      .add("remote", Section().add("auth", "psk").add("id", plan_.remoteIdentity))
+      .add("children", Section().add(plan_.name, child));
+  return Section().add(plan_.name, section);
+}
+
+void Charon::negotiate(const IKEPlan &plan, const foundation::Secret &secret) {
+  plan_ = plan;
+  ++attempt_;
+  until_ = std::chrono::steady_clock::now() + plan.deadline;
+  stage_ = IKEStage::begin;
+  begun_ = false;
+  state_ = State::negotiating;
+  if (!loaded_) return load(secret);
+  // What is left of the attempt before goes first.
+  watch_->request("terminate", Section().add("ike", plan_.name).add("force", "yes").add("timeout", "500"),
+                  deadlines_.request, [this, secret](const Outcome &) { load(secret); });
+}
+
+void Charon::load(const foundation::Secret &secret) {
+  if (state_ != State::negotiating) return;
+  loaded_ = true;
+  Section::List owners{textOf(plan_.local), textOf(plan_.remote)};
+  if (plan_.remoteIdentity != "%any") owners.push_back(plan_.remoteIdentity);
+  load_->request("load-shared",
+                 Section().add("id", plan_.name).add("type", "IKE").add("data", secret).add("owners", owners),
+                 deadlines_.request, [this](const Outcome &outcome) {
+                   if (state_ != State::negotiating || outcome) return;
+                   unusable("The IKE daemon (" + description_ +
+                            ") does not take the shared secret: " + outcome.error().message + ".");
+                 });
+  load_->request("load-conn", connection("1"), deadlines_.request, [this](const Outcome &outcome) {
+    if (state_ != State::negotiating) return;
+    if (!outcome) return connectionRefused(outcome.error().message);
+    initiate();
+  });
+}
+
+void Charon::connectionRefused(const std::string &reason) {
+  // Would it take the very same for version 2? Then it is the version that it lacks.
+  load_->request("load-conn", connection("2"), deadlines_.request, [this, reason](const Outcome &outcome) {
+    if (state_ != State::negotiating) return;
+    if (outcome)
+      return unusable("The IKE daemon (" + description_ +
+                      ") was built without IKE version 1, which L2TP over IPSec needs; install one that has it "
+                      "(strongSwan before 6.1, or a later one built with --enable-ikev1).");
+    unusable("The IKE daemon (" + description_ + ") does not take the connection: " + reason +
+             "; check the proposals in " + std::string(EngineSettings::kPath) + ".");
+  });
+}
+
+void Charon::initiate() {
+  begun_ = true;
+  initiating_ = true;
+  load_->request("initiate",
+                 Section()
+                     .add("child", plan_.name)
+                     .add("ike", plan_.name)
+                     .add("timeout", std::to_string(std::max<std::int64_t>(1, plan_.deadline.count())))
+                     .add("loglevel", "-1"),
+                 plan_.deadline + deadlines_.request, [this, attempt = attempt_](const Outcome &outcome) {
+                   initiating_ = false;
+                   if (state_ == State::closing) return unload();
+                   if (attempt == attempt_) initiated(outcome);
+                 });
+  reach(IKEStage::firstAnswer);
+  look_ = EventSource::timer(event_, deadlines_.look, [this] { look(); });
+}
+
+void Charon::initiated(const Outcome &outcome) {
+  if (state_ != State::negotiating) return;
+  if (!outcome) return classify();
+  look_.reset();
+  silence_.reset();
+  state_ = State::established;
+  handlers_.established();
+}
+
+// Without waiting for one that is just being worked on.
+void Charon::look() {
+  watch_->request("list-sas", Section().add("ike", plan_.name).add("noblock", "yes"), deadlines_.request,
+                  [this, attempt = attempt_](const Outcome &) {
+                    if (state_ == State::negotiating && attempt == attempt_)
+                      look_ = EventSource::timer(event_, deadlines_.look, [this] { look(); });
+                  });
+}
+
+// The last word of the daemon about it may still be under way on the other connection: behind an answer there, all has
+// been heard.
+void Charon::classify() {
+  look_.reset();
+  silence_.reset();
+  watch_->request("list-sas", Section().add("ike", plan_.name), deadlines_.request,
+                  [this, attempt = attempt_](const Outcome &) {
+                    if (state_ == State::negotiating && attempt == attempt_)
+                      refuse(std::chrono::steady_clock::now() >= until_);
+                  });
+}
+
+void Charon::heard(const std::string &name, const Section &event) {
+  const Section &association = associationOf(event, plan_.name);
+  if (association.elements().empty()) return;  // somebody else's
+  if (state_ == State::negotiating && begun_) observe(association);
+  if (state_ != State::established) return;
+  if (name == "list-sa")
+    childSeen_ = childSeen_ || hasChild(association);
+  else if (event.value("up") != "yes")
+    isChildThere();
+}
+
+void Charon::observe(const Section &association) {
+  IKEStage stage = stageOf(association);
+  // A server that says no without a number of its own has answered nevertheless.
+  if (association.value("state") == "CONNECTING" && stage == IKEStage::firstAnswer &&
+      !association.list("tasks-passive").empty())
+    stage = IKEStage::proposals;
+  reach(stage);
+}
+
+void Charon::reach(IKEStage stage) {
+  if (stage <= stage_) return;
+  stage_ = stage;
+  silence_ = EventSource::timer(event_, stage == IKEStage::firstAnswer ? deadlines_.firstAnswer : deadlines_.stage,
+                                [this] { refuse(true); });
+}
+
+void Charon::refuse(bool silent) {
+  look_.reset();
+  silence_.reset();
+  state_ = State::refused;
+  handlers_.refused(IKERefusal{stage_, silent});
+}
+
+// Something of ours has ended. Perhaps it was replaced, by new keys or by a new association.
+void Charon::isChildThere() {
+  childSeen_ = false;
+  watch_->request("list-sas", Section().add("ike", plan_.name), deadlines_.request, [this](const Outcome &) {
+    if (state_ == State::established && !childSeen_) lose("The server has ended the IPSec association.");
+  });
+}
+
+void Charon::close() {
+  const bool open = state_ != State::idle && watch_;
+  state_ = State::closing;
+  look_.reset();
+  silence_.reset();
+  soon_.reset();
+  if (!open || !loaded_) return finish();
+  watch_->request("terminate", Section().add("ike", plan_.name).add("force", "yes").add("timeout", "500"),
+                  deadlines_.terminate, [this](const Outcome &) {
+                    if (!initiating_) return unload();
+                    // An association that was just being made when we said so is ended when the daemon tells of it.
+                    look_ = EventSource::timer(event_, deadlines_.terminate, [this] { unload(); });
+                  });
+}
+
+void Charon::unload() {
+  if (unloading_) return;
+  unloading_ = true;
+  look_.reset();
+  watch_->request("terminate", Section().add("ike", plan_.name).add("force", "yes").add("timeout", "500"),
+                  deadlines_.terminate, [](const Outcome &) {});
+  watch_->request("unload-conn", Section().add("name", plan_.name), deadlines_.terminate, [](const Outcome &) {});
+  watch_->request("unload-shared", Section().add("id", plan_.name), deadlines_.terminate,
+                  [this](const Outcome &) { finish(); });
+}
+
+void Charon::finish() {
+  if (finished_) return;
+  finished_ = true;
+  loaded_ = false;
+  look_.reset();
+  process_.stop();
+}
+
+void Charon::daemonEnded(const std::string &reason) {
+  look_.reset();
+  silence_.reset();
+  if (state_ == State::closing) return finish();
+  if (state_ == State::established)
+    lose("The IKE daemon " + reason + "; without it the IPSec association cannot be kept.");
+  else if (state_ != State::refused && state_ != State::closed)
+    unusable("The IKE daemon " + reason + " while it was needed.");
+}
+
+void Charon::lose(std::string sentence) {
+  state_ = State::refused;
+  handlers_.lost(sentence);
+}
+
+void Charon::unusable(std::string sentence) {
+  state_ = State::refused;
+  handlers_.unusable(sentence);
+}
+
+void Charon::takeBack(const std::string &controlSocket, const std::string &name, std::chrono::milliseconds deadline) {
+  // Without a daemon there is nothing left to take back from it.
+  auto daemon = ViciExchange::connect(controlSocket, deadline);
+  if (!daemon) return;
+  static_cast<void>(daemon->request("terminate", Section().add("ike", name).add("force", "yes").add("timeout", "200")));
+  static_cast<void>(daemon->request("unload-conn", Section().add("name", name)));
+  static_cast<void>(daemon->request("unload-shared", Section().add("id", name)));
+}
+
+}  // namespace helper

@@ -1,0 +1,319 @@
+#include "helper/ike/CharonProcess.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/file.h>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "helper/Peer.h"
+#include "helper/ProcessStart.h"
+#include "helper/UDPPortHolder.h"
+#include "helper/ike/ViciConnection.h"
+
+namespace helper {
+
+using foundation::FileDescriptor;
+
+namespace {
+
+constexpr char kPackages[] = "on Debian: apt install strongswan-charon strongswan-swanctl";
+
+// The lock file, while it still bears its name.
+FileDescriptor openUseFile(const std::string &path, int flags) {
+  FileDescriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | flags, 0600));
+  return file;
+}
+
+bool lockUseFile(const FileDescriptor &file, int operation) {
+  struct stat attributes {};
+  return file && ::flock(file.get(), operation | LOCK_NB) == 0 && ::fstat(file.get(), &attributes) == 0 &&
+         attributes.st_nlink > 0;
+}
+
+// Who is in the file: "PID START-TIME".
+std::optional<StartedDaemon> readUseFile(const std::string &path) {
+  std::ifstream file(path);
+  StartedDaemon daemon{-1, 0, path};
+  if (!(file >> daemon.pid >> daemon.startTime) || daemon.pid <= 1) return std::nullopt;
+  return daemon;
+}
+
+bool writeUseFile(const FileDescriptor &file, const StartedDaemon &daemon) {
+  const std::string text = std::to_string(daemon.pid) + " " + std::to_string(daemon.startTime) + "\n";
+  return ::ftruncate(file.get(), 0) == 0 &&
+         ::pwrite(file.get(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+}
+
+FileDescriptor openProcess(const StartedDaemon &daemon) {
+  FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, daemon.pid, 0)));
+  // Compared after the descriptor is there: from here on the number cannot come to mean another process.
+  if (process && startTimeOf(daemon.pid) != daemon.startTime) process.reset();
+  return process;
+}
+
+void signal(const FileDescriptor &process, int number) {
+  ::syscall(SYS_pidfd_send_signal, process.get(), number, nullptr, 0);
+}
+
+// What a killed charon leaves where charons keep their files: sockets that nobody listens on, and its number. A living
+// one's stay.
+void removeLeftovers(const std::vector<std::string> &controlSockets, pid_t pid) {
+  namespace fs = std::filesystem;
+  std::set<fs::path> folders;
+  for (const fs::path path : controlSockets) folders.insert(path.parent_path());
+  std::error_code ignored;
+  for (const auto &folder : folders) {
+    for (const auto &entry : fs::directory_iterator(folder, ignored)) {
+      if (!entry.path().filename().string().starts_with("charon.")) continue;
+      if (entry.is_socket(ignored)) {
+        const auto answer = ViciConnection::connect(entry.path());
+        if (!answer && answer.error().code == ECONNREFUSED) fs::remove(entry.path(), ignored);
+      } else if (entry.path().extension() == ".pid") {
+        pid_t written = -1;
+        if (std::ifstream(entry.path()) >> written && written == pid) fs::remove(entry.path(), ignored);
+      }
+    }
+  }
+}
+
+bool isFree(std::uint16_t port) {
+  const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  return ::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno != EADDRINUSE;
+}
+
+}  // namespace
+
+CharonProcess::CharonProcess(sd_event *event, IPSecJournal &journal, Places places, const Deadlines &deadlines,
+                             Handlers handlers)
+    : event_(event),
+      journal_(journal),
+      places_(std::move(places)),
+      deadlines_(deadlines),
+      handlers_(std::move(handlers)) {}
+
+CharonProcess::~CharonProcess() {
+  if (!daemon_) return;
+  useLock_.reset();
+  if (child_) child_->leaveRunning();
+  endDaemon(*daemon_, std::chrono::milliseconds(400));
+  journal_.forgetDaemon(*daemon_);
+}
+
+void CharonProcess::start() {
+  deadline_ = EventSource::timer(event_, deadlines_.start, [this] {
+    fail(child_
+             ? "The IKE daemon " + std::string(places_.programs.front()) +
+                   " was started, but its control socket does not appear; it needs the vici plugin (" + kPackages + ")."
+             : "Another vpnctl is starting or ending the IKE daemon and does not come to an end with it.");
+  });
+  soon_ = EventSource::soon(event_, [this] { attempt(); });
+}
+
+void CharonProcess::attempt() {
+  if (!found()) launch();
+}
+
+void CharonProcess::tryAgain() {
+  useLock_.reset();
+  retry_ = EventSource::timer(event_, deadlines_.retry, [this] { attempt(); });
+}
+
+// A charon that answers. True also when there is one that we have to wait for.
+bool CharonProcess::found() {
+  for (const std::string &path : places_.controlSockets) {
+    const auto socket = ViciConnection::connect(path);
+    if (!socket) continue;
+    auto daemon = readUseFile(places_.useFile);
+    const auto peer = Peer::ofSocket(socket->get());
+    if (!daemon || !peer || peer->pid() != daemon->pid || startTimeOf(daemon->pid) != daemon->startTime) {
+      // The system's own: what we may have prepared for one of ours is not needed.
+      if (useLock_) ::unlink(places_.useFile.c_str());
+      useLock_.reset();
+      use(path);
+      return true;
+    }
+    useLock_ = openUseFile(places_.useFile, 0);
+    if (!lockUseFile(useLock_, LOCK_SH)) {
+      tryAgain();  // somebody is just ending it
+      return true;
+    }
+    if (!journal_.noteDaemon(*daemon)) {
+      useLock_.reset();
+      fail("The use of the IKE daemon cannot be written down.");
+      return true;
+    }
+    daemon_ = std::move(daemon);
+    use(path);
+    return true;
+  }
+  return false;
+}
+
+std::optional<std::string> CharonProcess::obstacle() const {
+  if (places_.programs.empty())
+    return "There is no IKE daemon on this machine; install strongSwan's charon with its vici plugin (" +
+           std::string(kPackages) + ").";
+  for (const std::uint16_t port : places_.ports) {
+    if (isFree(port)) continue;
+    const std::string holder = udpPortHolder(port).value_or("an unknown program");
+    if (holder.starts_with("charon"))
+      return "The IKE daemon runs (" + holder +
+             ") but does not answer on its control socket; it needs the vici plugin (on Debian: apt install "
+             "strongswan-swanctl, then restart it when no other tunnel needs it).";
+    return "UDP port " + std::to_string(port) + ", which the IKE daemon needs, is held by " + holder +
+           "; end that first.";
+  }
+  return std::nullopt;
+}
+
+void CharonProcess::launch() {
+  useLock_ = openUseFile(places_.useFile, O_CREAT);
+  if (!useLock_)
+    return fail("The file " + places_.useFile + " cannot be made: " + foundation::errnoError(errno, "open").message +
+                ".");
+  if (!lockUseFile(useLock_, LOCK_EX)) return tryAgain();
+  // One that was just starting may answer by now.
+  if (found()) return;
+  std::erase_if(places_.programs, [](const std::string &path) { return ::access(path.c_str(), X_OK) != 0; });
+  if (auto sentence = obstacle()) {
+    ::unlink(places_.useFile.c_str());
+    useLock_.reset();
+    return fail(std::move(*sentence));
+  }
+  const std::string &program = places_.programs.front();
+  auto child =
+      ChildProcess::spawn({program}, {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}, {});
+  if (!child) {
+    ::unlink(places_.useFile.c_str());
+    useLock_.reset();
+    return fail("The IKE daemon cannot be started: " + child.error().message + ".");
+  }
+  daemon_ = StartedDaemon{child->pid(), startTimeOf(child->pid()).value_or(0), places_.useFile};
+  child_.emplace(std::move(*child));
+  child_->watch(event_, [this](const ChildProcess::End &end) { childEnded(end); });
+  // From here on it is ours, whatever fails: the destructor and stop() end it.
+  if (!writeUseFile(useLock_, *daemon_) || !journal_.noteDaemon(*daemon_))
+    return fail("The start of the IKE daemon cannot be written down.");
+  watchSockets();
+}
+
+void CharonProcess::watchSockets() {
+  inotify_.reset(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  std::set<std::string> folders;
+  for (const std::filesystem::path path : places_.controlSockets) folders.insert(path.parent_path());
+  for (const std::string &folder : folders)
+    ::inotify_add_watch(inotify_.get(), folder.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB);
+  created_ = EventSource::io(event_, inotify_.get(), EPOLLIN, [this](std::uint32_t) {
+    std::array<char, 4096> events;  // of no interest but that they came
+    while (::read(inotify_.get(), events.data(), events.size()) > 0) {
+    }
+    lookForSocket();
+  });
+  lookForSocket();
+}
+
+void CharonProcess::lookForSocket() {
+  for (const std::string &path : places_.controlSockets) {
+    const auto socket = ViciConnection::connect(path);
+    if (socket) {
+      ::flock(useLock_.get(), LOCK_SH);
+      return use(path);
+    }
+    // It has its name but nobody listens yet: that is a matter of moments.
+    if (socket.error().code == ECONNREFUSED)
+      retry_ = EventSource::timer(event_, deadlines_.retry, [this] { lookForSocket(); });
+  }
+}
+
+void CharonProcess::childEnded(const ChildProcess::End &end) {
+  if (ending_ || !deadline_) return;  // we asked for it, or it is the stream's end that tells
+  fail("The IKE daemon " + places_.programs.front() + " ended while it started (" +
+       (end.exited ? "status " : "signal ") + std::to_string(end.code) + "); the system's log says why.");
+}
+
+void CharonProcess::use(const std::string &controlSocket) {
+  created_.reset();
+  inotify_.reset();
+  retry_.reset();
+  deadline_.reset();
+  handlers_.ready(controlSocket);
+}
+
+void CharonProcess::fail(std::string sentence) {
+  created_.reset();
+  retry_.reset();
+  deadline_.reset();
+  handlers_.failed(sentence);
+}
+
+void CharonProcess::stop() {
+  created_.reset();
+  retry_.reset();
+  deadline_.reset();
+  // When somebody else uses it, the lock is lost, and that is all there is to do.
+  last_ = daemon_ && lockUseFile(useLock_, LOCK_EX);
+  if (last_) ending_ = openProcess(*daemon_);
+  if (!ending_) {
+    soon_ = EventSource::soon(event_, [this] { finishStopping(); });
+    return;
+  }
+  signal(ending_, SIGTERM);
+  created_ = EventSource::io(event_, ending_.get(), EPOLLIN, [this](std::uint32_t) { finishStopping(); });
+  deadline_ = EventSource::timer(event_, deadlines_.stop, [this] { signal(ending_, SIGKILL); });
+}
+
+void CharonProcess::finishStopping() {
+  created_.reset();
+  deadline_.reset();
+  if (daemon_) {
+    if (last_) {
+      removeLeftovers(places_.controlSockets, daemon_->pid);
+      ::unlink(daemon_->useFile.c_str());
+    } else if (child_) {
+      child_->leaveRunning();
+    }
+    useLock_.reset();
+    journal_.forgetDaemon(*daemon_);
+    daemon_.reset();
+  }
+  handlers_.stopped();
+}
+
+void CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::milliseconds grace) {
+  const FileDescriptor useFile = openUseFile(daemon.useFile, 0);
+  // Without the file it has been ended by its last user; if somebody else is in it, it belongs to him.
+  if (!useFile || !lockUseFile(useFile, LOCK_EX)) return;
+  const auto written = readUseFile(daemon.useFile);
+  if (written && *written != daemon) return;
+  if (const FileDescriptor process = openProcess(daemon); process) {
+    pollfd end{process.get(), POLLIN, 0};
+    signal(process, SIGTERM);
+    if (::poll(&end, 1, static_cast<int>(grace.count())) == 0) {
+      signal(process, SIGKILL);
+      ::poll(&end, 1, static_cast<int>(grace.count()));
+    }
+  }
+  removeLeftovers(Places{}.controlSockets, daemon.pid);
+  ::unlink(daemon.useFile.c_str());
+}
+
+}  // namespace helper
