@@ -8,16 +8,30 @@ CONFIG=/root/config.qolm
 write_config() {
   local -A value=([protocol]=pptp [ip]=$SERVER [username]=$USER_NAME [password]=$PASSWORD [shared_secret]=)
   local argument key text
+  PROTOCOL=pptp
   for argument in "$@"; do
     key=${argument%%=*}
+    [ "$key" != protocol ] || PROTOCOL=${argument#*=}
     [ "$argument" != protocol=l2tp ] || value[shared_secret]=$SHARED_SECRET
     if [ "$key" = "$argument" ]; then unset "value[$key]"; else value[$key]=${argument#*=}; fi
   done
   for key in protocol ip username password shared_secret; do
     [ -n "${value[$key]+set}" ] || continue
     text=${value[$key]//\\/\\\\}
-    printf '%s = "%s";\n' "$key" "${text//\"/\\\"}"
+    printf '%s = "%s";\n' "$key" "$(escape_control "${text//\"/\\\"}")"
   done | put cli "$CONFIG" 600
+}
+
+# Control characters as the configuration's text writes them.
+escape_control() {
+  local text=$1 code character
+  for ((code = 1; code < 128; code += code == 31 ? 96 : 1)); do
+    printf -v code '%02x' "$code"
+    printf -v character '%b' "\\x$code"
+    text=${text//"$character"/\\x$code}
+    code=$((16#$code))
+  done
+  printf %s "$text"
 }
 
 # start_vpnctl [ARGUMENT...]: starts the tool on cli (default: with the configuration of write_config). Everything that is

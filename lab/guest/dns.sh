@@ -123,8 +123,8 @@ EOF
 EOF
   on cli bash -e -c 'echo "systemd-resolve:x:991:991::/:/usr/sbin/nologin" >>/etc/passwd
     echo "systemd-resolve:x:991:" >>/etc/group
-    mkdir -p /run/dbus /run/systemd/resolve
-    chown 991:991 /run/systemd/resolve
+    mkdir -p /run/dbus /run/systemd/resolve/netif
+    chown -R 991:991 /run/systemd/resolve
     ln -sf "../run/systemd/resolve/$0" /etc/resolv.conf' "${1:-stub-resolv.conf}"
   spawn bus cli dbus-daemon --config-file=/etc/lab-bus.conf --nofork --nopidfile
   within 30 test -S "$(root_of cli)/run/dbus/system_bus_socket" || fail "the bus does not listen"

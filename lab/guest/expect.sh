@@ -30,7 +30,7 @@ status_lines() {
   local line text
   while IFS= read -r line || [ -n "$line" ]; do
     case $line in
-      "Starting pptp connection..." | "Exit." | "Error: "*)
+      "Starting pptp connection..." | "Starting l2tp connection..." | "Exit." | "Error: "*)
         printf '%s\n' "$line"
         continue
         ;;
@@ -41,6 +41,7 @@ status_lines() {
 
 UP=("Starting pptp connection..." "Initializing PPP network connection" "Connecting PPP link" "Negotiating PPP link"
   "PPP Authenticating" "PPP negotiating network" "PPP Connected")
+UP_L2TP=("Starting l2tp connection..." "${UP[@]:1}")
 DOWN=("Terminating PPP connection" "Disconnecting PPP link" "Error: Input/output error, cause: 5"
   "PPP Network connection disconnected" "Exit.")
 
@@ -60,7 +61,7 @@ last_cause() { /usr/bin/python3 -S -c 'import os, sys; print(f"Error: {os.strerr
 
 # expect_tunnel_failure PATTERN: the tunnel did not come up, and a sentence says why.
 expect_tunnel_failure() {
-  expect_status_lines "Starting pptp connection..." "Initializing PPP network connection" "Connecting PPP link" \
+  expect_status_lines "Starting $PROTOCOL connection..." "Initializing PPP network connection" "Connecting PPP link" \
     "Disconnecting PPP link" "Error: Exec format error, cause: 8" "PPP Network connection disconnected" "Exit."
   expect_sentence "$1"
 }
@@ -90,6 +91,20 @@ expect_sentence() {
   line=$(grep -E -m 1 -- "$1" "$logs/vpnctl.err") || fail "no sentence like \"$1\""
   [[ ${#line} -lt 1000 && $line != *[!\ -~]* ]] || fail "this is no plain sentence: $line"
   grep -qF -- "$line" "$(root_of cli)/var/log/ppp.log" || fail "the PPP log does not hold the sentence: $line"
+}
+
+# expect_lost PATTERN: a connection that was up went away by itself, and a sentence says why. The line hangs up: cause 16.
+expect_lost() {
+  expect_exit 0
+  expect_lines_in_order "PPP Connected" "Disconnecting PPP link" "$(last_cause 16)" "PPP Network connection disconnected" "Exit."
+  expect_sentence "$1"
+}
+
+# expect_association HOST TEXT...: the association of that host's daemon says all of these.
+expect_association() {
+  local text seen
+  seen=$(connections_of "$1")
+  for text in "${@:2}"; do [[ $seen == *"$text"* ]] || fail "no \"$text\" in $seen"; done
 }
 
 # The network services of cli: lab/guest/preferences.py says what can be asked.

@@ -2,7 +2,8 @@
 
 Checks:
   NAME=N       N services bear exactly that name
-  service      the one service Corvanelle is complete: its entries, and its place in the current set
+  service      the one service Corvanelle is complete: its entries, and its place in the current set; it is one of PPTP
+  l2tp-service the same for one of L2TP over IPSec
   pppKEY=TEXT  the PPP entry KEY of the last service Corvanelle, e.g. pppAuthName=alice
 """
 import plistlib
@@ -44,16 +45,18 @@ def own_service(root):
     raise AssertionError("no service Corvanelle in the order of the current set")
 
 
-def check_service(root):
+def check_service(root, kind):
     key, service = own_service(root)
     assert key == str(uuid.UUID(key)).upper(), f"{key} is no upper-case UUID"
-    assert service["Interface"]["Type"] == "PPP" and service["Interface"]["SubType"] == "PPTP", service["Interface"]
+    assert service["Interface"]["Type"] == "PPP" and service["Interface"]["SubType"] == kind, service["Interface"]
     assert service["IPv4"]["OverridePrimary"] == 1, service["IPv4"]
     assert service["IPv4"]["ConfigMethod"] == "PPP", service["IPv4"]
     ppp = service["PPP"]
     assert ppp["AuthPassword"] == key, "the password entry names the item by the service's ID"
     assert ppp["AuthPasswordEncryption"] == "Keychain" and ppp["AlertEnable"] == 0, ppp
-    assert ppp["LCPEchoInterval"] == 20 and ppp["CCPEnabled"] == 1, "the defaults of PPP over PPTP"
+    assert ppp["LCPEchoInterval"] == 20 and ppp.get("CCPEnabled", 0) == (kind == "PPTP"), f"the defaults of PPP over {kind}"
+    shared = {"AuthenticationMethod": "SharedSecret", "SharedSecret": key + ".SS", "SharedSecretEncryption": "Keychain"}
+    assert service.get("IPSec") == (shared if kind == "L2TP" else None), service.get("IPSec")
     assert root["Sets"][root["CurrentSet"].removeprefix("/Sets/")]["UserDefinedName"] == "Automatic"
 
 
@@ -63,8 +66,8 @@ def main(path, *checks):
     with open(path, "rb") as file:
         root = plistlib.load(file, fmt=plistlib.FMT_XML)
     for check in checks:
-        if check == "service":
-            check_service(root)
+        if check in ("service", "l2tp-service"):
+            check_service(root, "PPTP" if check == "service" else "L2TP")
             continue
         name, wanted = check.split("=", 1)
         if name.startswith("ppp"):

@@ -67,9 +67,17 @@ start_l2tp_peer() {
 }
 
 # The IPSec side of such a server, in the temper that these say: IKE_PROPOSALS, ESP_PROPOSALS, IKE_REKEY, ESP_REKEY (seconds),
-# SERVER_IDENTITY, SERVER_SECRET.
+# SERVER_IDENTITY, SERVER_SECRET. From now on the server neither hears nor says L2TP in clear.
 start_ipsec_server() {
   start_charon srv
+  on srv ip -batch - <<EOF
+xfrm policy add dir in proto udp dport 1701 action block priority 4000000000
+xfrm policy add dir out proto udp sport 1701 action block priority 4000000000
+EOF
+  load_ipsec_server
+  baseline srv
+}
+load_ipsec_server() {
   load_ipsec srv <<EOF
 connections {
   l2tp {
@@ -104,10 +112,9 @@ secrets {
   }
 }
 EOF
-  baseline srv
 }
 
-# The L2TP side. L2TP_OPTIONS holds more lines for its pppd. Alone, it serves in clear.
+# The L2TP side. L2TP_OPTIONS holds more lines for its pppd.
 start_xl2tpd() {
   accounts "$@"
   put srv /etc/xl2tpd/lab.conf <<EOF
