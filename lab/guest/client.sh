@@ -104,6 +104,14 @@ by_hand() {
 
 # The same for L2TP: the daemon's own tool for IPSec, then xl2tpd as the client. by_hand_l2tp [PPPD OPTION...]
 by_hand_l2tp() {
+  prepare_by_hand_l2tp "$@"
+  on cli swanctl --initiate --child by-hand || fail "IKE by hand failed"
+  spawn by-hand cli xl2tpd -D -c /etc/xl2tpd/by-hand.conf -C /run/l2tp-control -p /run/xl2tpd.pid
+  within 60 has_address ppp0 || fail "the client by hand got no address"
+}
+
+# All files and the daemon for it.
+prepare_by_hand_l2tp() {
   account "$USER_NAME" "$PASSWORD" | put cli /etc/ppp/chap-secrets 600
   printf '%s\n' "user $USER_NAME" noauth refuse-eap noccp nodefaultroute "$@" | put cli /etc/ppp/by-hand-options
   put cli /etc/xl2tpd/by-hand.conf <<EOF
@@ -144,9 +152,6 @@ secrets {
   }
 }
 EOF
-  on cli swanctl --initiate --child by-hand || fail "IKE by hand failed"
-  spawn by-hand cli xl2tpd -D -c /etc/xl2tpd/by-hand.conf -C /run/l2tp-control -p /run/xl2tpd.pid
-  within 60 has_address ppp0 || fail "the client by hand got no address"
 }
 
 # has_address LINK: cli has a route of that link, which it has as soon as the link has an address.
