@@ -1,11 +1,15 @@
-// Starts a command and tells how long it takes until a link has an IPv4 address: observer LINK SIGNAL COMMAND
-// [ARGUMENT...]
+// Starts a command and tells how long it takes until a link has an IPv4 address, and until all is over again:
+// observer LINK STOP COMMAND [ARGUMENT...]
 //
 // Prints, one per line:
 //   address SECONDS       from the start of the command to the kernel's word that LINK has an address
 //   peak KIB NAME         for each process there is at that moment: the most memory it has had so far (VmHWM)
-//   ended STATUS SECONDS  then the command got SIGNAL (a number): its wait status, and how long it took to end
-// The command's own output goes to standard error. Status 0 only if all of this happened within a minute.
+// Then comes STOP. If it is a number, the command gets that signal; otherwise the command is waited for, and STOP is
+// run in its turn (words between blanks). From there:
+//   ended STATUS SECONDS  until what was stopped, or was run to stop, ended; its wait status
+//   gone SECONDS          until the kernel's word that LINK is no more
+//   clean SECONDS         until LINK and every process that has come since the start were gone (only after a signal)
+// The command's own output goes to standard error. Status 0 only if each of the two halves happened within a minute.
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <poll.h>
@@ -18,6 +22,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <set>
+#include <sstream>
 
 #include "Netlink.h"
 
@@ -32,17 +38,51 @@ static int millisecondsLeft(Clock::time_point deadline) {
   return left > 0 ? static_cast<int>(left) : 0;
 }
 
-static pid_t start(char **command) {
-  pid_t pid = fork();
-  if (pid == 0) {
+// A child with a descriptor that becomes readable at its end.
+struct Child {
+  pid_t pid = -1;
+  int ended = -1;
+  int status = 0;
+};
+
+static int openProcess(pid_t pid) { return static_cast<int>(syscall(SYS_pidfd_open, pid, 0)); }
+
+static Child start(char **command) {
+  Child child;
+  child.pid = fork();
+  if (child.pid == 0) {
     dup2(STDERR_FILENO, STDOUT_FILENO);
     execvp(command[0], command);
     _exit(127);
   }
-  return pid;
+  child.ended = child.pid > 0 ? openProcess(child.pid) : -1;
+  if (child.ended < 0) throw std::runtime_error("cannot start the command");
+  return child;
 }
 
-// Until the link has an address; false if the command ends before, or the time is over.
+static Child startWords(const std::string &words) {
+  std::istringstream in(words);
+  std::vector<std::string> parts;
+  for (std::string part; in >> part;) parts.push_back(part);
+  std::vector<char *> command;
+  for (std::string &part : parts) command.push_back(part.data());
+  command.push_back(nullptr);
+  return start(command.data());
+}
+
+static bool ended(int process, Clock::time_point deadline) {
+  pollfd wait{process, POLLIN, 0};
+  return poll(&wait, 1, millisecondsLeft(deadline)) == 1;
+}
+
+static bool awaitEnd(Child &child, Clock::time_point deadline) {
+  if (!ended(child.ended, deadline)) return false;
+  waitpid(child.pid, &child.status, 0);
+  return true;
+}
+
+// Until the link has an address; false if the command ends before, or the time is over. A command that only orders the
+// link may end when it has one.
 static bool awaitAddress(lab::Netlink &netlink, const std::string &link, int command, Clock::time_point deadline) {
   for (bool found = false; !found;) {
     pollfd waits[] = {{netlink.fd(), POLLIN, 0}, {command, POLLIN, 0}};
@@ -56,9 +96,27 @@ static bool awaitAddress(lab::Netlink &netlink, const std::string &link, int com
   return true;
 }
 
-static void printPeaks() {
+static std::set<pid_t> processes() {
+  std::set<pid_t> all;
   for (const auto &entry : std::filesystem::directory_iterator("/proc")) {
-    std::ifstream status(entry.path() / "status");
+    pid_t pid = atoi(entry.path().filename().c_str());
+    if (pid > 0) all.insert(pid);
+  }
+  return all;
+}
+
+static std::vector<int> openProcessesSince(const std::set<pid_t> &before) {
+  std::vector<int> opened;
+  for (pid_t pid : processes()) {
+    int process = before.count(pid) ? -1 : openProcess(pid);
+    if (process >= 0) opened.push_back(process);
+  }
+  return opened;
+}
+
+static void printPeaks() {
+  for (pid_t pid : processes()) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     std::string name, word, peak;
     while (status >> word)
       if (word == "Name:")
@@ -69,27 +127,58 @@ static void printPeaks() {
   }
 }
 
-int main(int argc, char **argv) try {
-  if (argc < 4) throw std::runtime_error("usage: observer LINK SIGNAL COMMAND [ARGUMENT...]");
-  lab::Netlink netlink(NETLINK_ROUTE, RTMGRP_IPV4_IFADDR);
+// The second half. False if something of it did not happen in time.
+static bool stop(Child &command, const std::string &how, const std::string &link, const std::set<pid_t> &before) {
+  lab::Netlink links(NETLINK_ROUTE, RTMGRP_LINK);
+  bool bySignal = how.find_first_not_of("0123456789") == std::string::npos;
+  std::vector<int> others = openProcessesSince(before);
+  if (!bySignal && !awaitEnd(command, Clock::now() + std::chrono::minutes(1))) return false;
   auto began = Clock::now();
-  pid_t pid = start(argv + 3);
-  int command = pid > 0 ? static_cast<int>(syscall(SYS_pidfd_open, pid, 0)) : -1;
-  if (command < 0) throw std::runtime_error("cannot start the command");
-  bool up = awaitAddress(netlink, argv[1], command, began + std::chrono::minutes(1));
-  if (up) {
-    std::cout << "address " << secondsSince(began) << "\n";
-    printPeaks();
+  auto deadline = began + std::chrono::minutes(1);
+  Child stopper = command;
+  if (bySignal)
+    kill(command.pid, std::stoi(how));
+  else
+    stopper = startWords(how);
+  // Whichever comes first, the other's time is not lost: each is asked for only when it is over.
+  double endedAfter = -1, goneAfter = -1;
+  while (endedAfter < 0 || goneAfter < 0) {
+    pollfd waits[] = {{endedAfter < 0 ? stopper.ended : -1, POLLIN, 0}, {goneAfter < 0 ? links.fd() : -1, POLLIN, 0}};
+    if (goneAfter < 0 && if_nametoindex(link.c_str()) == 0) {
+      goneAfter = secondsSince(began);
+      continue;
+    }
+    if (poll(waits, 2, millisecondsLeft(deadline)) <= 0) return false;
+    if (waits[0].revents) {
+      endedAfter = secondsSince(began);
+      waitpid(stopper.pid, &stopper.status, 0);
+    }
+    if (waits[1].revents) links.receive([](const nlmsghdr &) {});
   }
-  auto stopped = Clock::now();
-  kill(pid, std::stoi(argv[2]));
-  pollfd wait{command, POLLIN, 0};
-  bool ended = poll(&wait, 1, 60000) == 1;
-  if (!ended) kill(pid, SIGKILL);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  std::cout << "ended " << status << " " << secondsSince(stopped) << "\n";
-  return up && ended ? 0 : 1;
+  std::cout << "ended " << stopper.status << " " << endedAfter << "\ngone " << goneAfter << "\n";
+  if (!bySignal) return true;
+  for (int process : others)
+    if (!ended(process, deadline)) return false;
+  std::cout << "clean " << secondsSince(began) << "\n";
+  return true;
+}
+
+int main(int argc, char **argv) try {
+  if (argc < 4) throw std::runtime_error("usage: observer LINK STOP COMMAND [ARGUMENT...]");
+  lab::Netlink netlink(NETLINK_ROUTE, RTMGRP_IPV4_IFADDR);
+  std::set<pid_t> before = processes();
+  auto began = Clock::now();
+  Child command = start(argv + 3);
+  if (!awaitAddress(netlink, argv[1], command.ended, began + std::chrono::minutes(1))) {
+    kill(command.pid, SIGTERM);
+    waitpid(command.pid, nullptr, 0);
+    return 1;
+  }
+  std::cout << "address " << secondsSince(began) << "\n";
+  printPeaks();
+  bool over = stop(command, argv[2], argv[1], before);
+  if (!over) kill(command.pid, SIGKILL);
+  return over ? 0 : 1;
 } catch (const std::exception &error) {
   std::cerr << "observer: " << error.what() << "\n";
   return 2;
