@@ -4,10 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <filesystem>
+#include <fstream>
 #include <optional>
+#include <sstream>
 
 namespace helper {
 
@@ -63,6 +67,63 @@ Status putBytes(const ReplacedFile &file, const std::string &bytes) {
   return writeAll(place.get(), bytes, file.path);
 }
 
+Status putLink(const ReplacedFile &file, const std::string &target) {
+  const std::string fresh = file.path + ".vpnctl-new";
+  ::unlink(fresh.c_str());
+  if (::symlink(target.c_str(), fresh.c_str()) == 0 && ::rename(fresh.c_str(), file.path.c_str()) == 0) return {};
+  const int cause = errno;
+  ::unlink(fresh.c_str());
+  return errnoError(cause, "put back the link " + file.path);
+}
+
+Status putOriginal(const ReplacedFile &file) {
+  if (file.bytes) return putBytes(file, *file.bytes);
+  if (file.linkTarget) return putLink(file, *file.linkTarget);
+  if (::unlink(file.path.c_str()) < 0) return errnoError(errno, "remove " + file.path);
+  return {};
+}
+
+std::string textBefore(const ReplacedFile &file) {
+  if (!file.linkTarget) return file.bytes.value_or("");
+  std::ostringstream text;
+  text << std::ifstream(std::filesystem::path(file.path).parent_path() / *file.linkTarget).rdbuf();
+  return text.str();
+}
+
+// Another link's replacement of the same file.
+struct Layer {
+  std::uint32_t number = 0;
+  bool alive = false;
+  ReplacedFile file;
+};
+
+std::vector<Layer> layersOn(const Journal &journal, const std::string &path) {
+  std::vector<Layer> layers;
+  for (const Journal::Other &other : journal.others())
+    for (const JournalEntry &entry : other.entries)
+      if (const auto *file = std::get_if<ReplacedFile>(&entry); file != nullptr && file->path == path)
+        layers.push_back({other.number, other.alive, *file});
+  return layers;
+}
+
+// Those that have replaced the same original as FILE.
+std::vector<Layer> layersBeside(const Journal &journal, const ReplacedFile &file) {
+  std::vector<Layer> layers = layersOn(journal, file.path);
+  std::erase_if(layers, [&](Layer layer) {
+    layer.file.replacement = file.replacement;
+    return layer.file != file;
+  });
+  return layers;
+}
+
+// The newest of those whose links live; null when there is none.
+const Layer *newest(const std::vector<Layer> &layers) {
+  const Layer *found = nullptr;
+  for (const Layer &layer : layers)
+    if (layer.alive && (found == nullptr || layer.number > found->number)) found = &layer;
+  return found;
+}
+
 }  // namespace
 
 foundation::Result<ReplacedFile> currentFile(const std::string &path) {
@@ -92,26 +153,41 @@ foundation::Result<ReplacedFile> currentFile(const std::string &path) {
   return file;
 }
 
-Status putReplacement(const ReplacedFile &file) { return putBytes(file, file.replacement); }
+Status replaceFile(Journal &journal, const std::string &path,
+                   const std::function<std::string(const std::string &)> &replacement) {
+  const auto lock = journal.lockOthersOut();
+  if (!lock) return lock.error();
+  auto file = currentFile(path);
+  if (!file) return file.error();
+  for (const Layer &layer : layersOn(journal, path))
+    if (file->bytes == layer.file.replacement) {
+      // What comes back in the end is what was there before the first, and no link's work.
+      *file = layer.file;
+      break;
+    }
+  file->replacement = replacement(textBefore(*file));
+  if (Status noted = journal.note(*file); !noted) return noted;
+  const std::vector<Layer> layers = layersBeside(journal, *file);
+  if (const Layer *top = newest(layers); top != nullptr && top->number > journal.number()) return {};
+  Status put = putBytes(*file, file->replacement);
+  if (!put) static_cast<void>(journal.forgetLast());
+  return put;
+}
 
-foundation::Result<bool> putBack(const ReplacedFile &file) {
+foundation::Result<bool> putBack(const Journal &journal, const ReplacedFile &file) {
+  const auto lock = journal.lockOthersOut();
+  if (!lock) return lock.error();
   const auto now = currentFile(file.path);
   if (!now) return now.error();
   // Noted, but never done: whoever noted it died in between.
   if (now->bytes == file.bytes && now->linkTarget == file.linkTarget) return true;
-  if (now->bytes != file.replacement) return false;
-  if (file.bytes) {
-    if (const Status status = putBytes(file, *file.bytes); !status) return status.error();
-    return true;
-  }
-  if (file.linkTarget) {
-    const std::string fresh = file.path + ".vpnctl-new";
-    ::unlink(fresh.c_str());
-    if (::symlink(file.linkTarget->c_str(), fresh.c_str()) < 0 || ::rename(fresh.c_str(), file.path.c_str()) < 0)
-      return errnoError(errno, "put back the link " + file.path);
-    return true;
-  }
-  if (::unlink(file.path.c_str()) < 0) return errnoError(errno, "remove " + file.path);
+  const std::vector<Layer> layers = layersBeside(journal, file);
+  if (now->bytes != file.replacement)
+    return std::any_of(layers.begin(), layers.end(),
+                       [&](const Layer &layer) { return now->bytes == layer.file.replacement; });
+  const Layer *top = newest(layers);
+  const Status put = top != nullptr ? putBytes(file, top->file.replacement) : putOriginal(file);
+  if (!put) return put.error();
   return true;
 }
 

@@ -1,7 +1,11 @@
 // Replacing a small system file (or symbolic link) by another, and putting back what was there.
+//
+// Several links may replace one file at the same time: the newest link's replacement stands there, the others wait in
+// their journals, and what was there before the first comes back after the last, in whatever order they end.
 
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "foundation/Result.h"
@@ -12,11 +16,13 @@ namespace helper {
 // What is at PATH now, ready to be noted; `replacement` is left empty.
 foundation::Result<ReplacedFile> currentFile(const std::string &path);
 
-// Puts a file with FILE's replacement, mode and owner at its path, atomically where the file system allows it.
-foundation::Status putReplacement(const ReplacedFile &file);
+// Replaces the file at PATH, atomically where the file system allows it, by what REPLACEMENT makes of the text before
+// (through a symbolic link that of its target), and notes it in JOURNAL first.
+foundation::Status replaceFile(Journal &journal, const std::string &path,
+                               const std::function<std::string(const std::string &before)> &replacement);
 
-// Puts back what was there before, byte for byte. False when somebody else has changed the file since: it is left
-// alone.
-foundation::Result<bool> putBack(const ReplacedFile &file);
+// Takes FILE, an entry of JOURNAL, back: what was there before is there again byte for byte, or the replacement of
+// another link. False when somebody else has changed the file since: it is left alone.
+foundation::Result<bool> putBack(const Journal &journal, const ReplacedFile &file);
 
 }  // namespace helper

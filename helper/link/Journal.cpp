@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
+#include <charconv>
 #include <filesystem>
 
 #include "foundation/PropertyList.h"
@@ -43,6 +43,26 @@ foundation::Result<FileDescriptor> lockBase(const std::string &base) {
   return lock;
 }
 
+std::string baseOf(const std::string &folder) { return std::filesystem::path(folder).parent_path(); }
+
+// 0 for a folder of another kind.
+std::uint32_t numberOf(const std::filesystem::path &folder) {
+  const std::string name = folder.filename();
+  std::uint32_t number = 0;
+  const char *end = name.data() + name.size();
+  const auto read = std::from_chars(name.data() + std::min(name.find('.') + 1, name.size()), end, number);
+  return read.ec == std::errc() && read.ptr == end ? number : 0;
+}
+
+// One more than any there is, also among those put aside.
+std::uint32_t nextNumber(const std::string &base) {
+  std::uint32_t highest = 0;
+  std::error_code ignored;
+  for (const auto &entry : std::filesystem::directory_iterator(base, ignored))
+    highest = std::max(highest, numberOf(entry.path()));
+  return highest + 1;
+}
+
 // What was read as ERROR stays, but is not looked at again.
 foundation::Error putAside(const std::string &folder, foundation::Error error) {
   const std::filesystem::path path(folder);
@@ -60,8 +80,8 @@ foundation::Result<Journal> Journal::create(const std::string &base) {
   for (int attempt = 0; attempt < 10; ++attempt) {
     baseLock = lockBase(base);
     if (!baseLock) return baseLock.error();
-    folder = base + "/" + kFolderPrefix + "XXXXXX";
-    if (::mkdtemp(folder.data()) != nullptr) break;
+    folder = base + "/" + kFolderPrefix + std::to_string(nextNumber(base));
+    if (::mkdir(folder.c_str(), 0700) == 0) break;
     if (errno != ENOENT || attempt == 9) return errnoError(errno, "make a folder in " + base);
   }
   auto lock = openLocked(folder, LOCK_EX | LOCK_NB);
@@ -88,6 +108,23 @@ std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<fou
       continue;
     }
     found.push_back(std::move(journal));
+  }
+  return found;
+}
+
+std::uint32_t Journal::number() const { return numberOf(folder_); }
+
+foundation::Result<FileDescriptor> Journal::lockOthersOut() const { return lockBase(baseOf(folder_)); }
+
+std::vector<Journal::Other> Journal::others() const {
+  std::vector<Other> found;
+  std::error_code ignored;
+  for (const auto &entry : std::filesystem::directory_iterator(baseOf(folder_), ignored)) {
+    if (entry.path() == folder_ || !entry.path().filename().string().starts_with(kFolderPrefix)) continue;
+    auto lock = openLocked(entry.path(), LOCK_EX | LOCK_NB);
+    const bool alive = !lock;
+    Journal journal(entry.path(), lock ? std::move(*lock) : FileDescriptor());
+    if (journal.read()) found.push_back({journal.number(), alive, std::move(journal.entries_)});
   }
   return found;
 }
@@ -122,7 +159,7 @@ void Journal::finish() {
   std::filesystem::remove_all(folder_, ignored);
   lock_.reset();
   // The last one out takes the base along; while another link lives, it is not empty.
-  const std::string base = std::filesystem::path(folder_).parent_path();
+  const std::string base = baseOf(folder_);
   const auto baseLock = openLocked(base, LOCK_EX);
   if (baseLock) ::rmdir(base.c_str());
 }

@@ -63,6 +63,13 @@ class Journal : public IPSecJournal {
  public:
   static constexpr char kBase[] = "/run/vpnctl";
 
+  // What another link has noted.
+  struct Other {
+    std::uint32_t number = 0;
+    bool alive = false;  // so is its helper
+    std::vector<JournalEntry> entries;
+  };
+
   // A new folder (0700) below BASE, locked.
   static foundation::Result<Journal> create(const std::string &base = kBase);
   // The journals below BASE whose helpers are dead, each locked now. One that cannot be read, of a newer version
@@ -73,6 +80,13 @@ class Journal : public IPSecJournal {
   Journal &operator=(Journal &&) = default;
 
   const std::string &folder() const { return folder_; }
+  // Of the links that are there at the same time, the newest has the highest.
+  std::uint32_t number() const;
+  // Held while the caller looks at what others() have noted, and acts on it: meanwhile they wait. Blocks for as long as
+  // another does that.
+  foundation::Result<foundation::FileDescriptor> lockOthersOut() const;
+  // Those that cannot be read are left out.
+  std::vector<Other> others() const;
   const std::vector<JournalEntry> &entries() const { return entries_; }
   // Writes the entry down; when that fails, the change must not be made.
   foundation::Status note(JournalEntry entry);

@@ -17,7 +17,7 @@ namespace helper {
 namespace {
 
 constexpr std::chrono::milliseconds kProcessGrace{2500};
-constexpr std::chrono::milliseconds kProgramDeadline{2000};
+constexpr std::chrono::milliseconds kProgramDeadline{10000};  // resolvconf is a dozen shell scripts
 
 bool ends(int process, std::chrono::milliseconds deadline) {
   pollfd wait{process, POLLIN, 0};
@@ -33,7 +33,14 @@ Undo::Undo(RouteTable &routes, std::function<void(const std::string &)> complain
 
 void Undo::finish(Journal &journal) {
   for (std::size_t index = journal.entries().size(); index-- > 0;) {
-    const bool undone = std::visit([this](const auto &entry) { return undo(entry); }, journal.entries()[index]);
+    const bool undone = std::visit(
+        [&](const auto &entry) {
+          if constexpr (std::is_same_v<decltype(entry), const ReplacedFile &>)
+            return undo(entry, journal);
+          else
+            return undo(entry);
+        },
+        journal.entries()[index]);
     // When even this cannot be written, the worst that follows is that something is undone twice, which does no harm.
     if (undone) static_cast<void>(journal.forget(index));
   }
@@ -68,8 +75,8 @@ bool Undo::undo(const ResolvconfRecord &entry) {
   return false;
 }
 
-bool Undo::undo(const ReplacedFile &entry) {
-  const auto restored = putBack(entry);
+bool Undo::undo(const ReplacedFile &entry, const Journal &journal) {
+  const auto restored = putBack(journal, entry);
   if (!restored)
     complain_("The file " + entry.path + " could not be put back: " + restored.error().message + ".");
   else if (!*restored)

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -120,6 +121,44 @@ TEST_F(JournalTest, OfTheDeadIsFoundWithItsEntries) {
   EXPECT_TRUE(std::filesystem::exists(base_));
   living->finish();
   EXPECT_TRUE(errors_.empty());
+}
+
+TEST_F(JournalTest, NumbersTheLinksThatAreThereAtTheSameTime) {
+  auto first = Journal::create(base_);
+  auto second = Journal::create(base_);
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(first->number(), 1U);
+  EXPECT_EQ(second->number(), 2U);
+  first->finish();
+  auto third = Journal::create(base_);
+  ASSERT_TRUE(third);
+  EXPECT_EQ(third->number(), 3U);
+  second->finish();
+  third->finish();
+  EXPECT_EQ(Journal::create(base_)->number(), 1U);
+}
+
+TEST_F(JournalTest, ShowsTheOthersTheirWork) {
+  auto own = Journal::create(base_);
+  auto living = Journal::create(base_);
+  ASSERT_TRUE(own && living);
+  ASSERT_TRUE(living->note(StartedProcess{4711, 1}));
+  {
+    auto dead = Journal::create(base_);
+    ASSERT_TRUE(dead && dead->note(StartedProcess{4712, 1}));
+  }
+  ASSERT_TRUE(own->note(StartedProcess{4713, 1}));
+  ASSERT_TRUE(own->lockOthersOut());
+  auto others = own->others();
+  std::sort(others.begin(), others.end(), [](const auto &a, const auto &b) { return a.number < b.number; });
+  ASSERT_EQ(others.size(), 2U);
+  EXPECT_EQ(others[0].number, 2U);
+  EXPECT_TRUE(others[0].alive);
+  EXPECT_EQ(others[0].entries, living->entries());
+  EXPECT_EQ(others[1].number, 3U);
+  EXPECT_FALSE(others[1].alive);
+  EXPECT_EQ(others[1].entries, (std::vector<JournalEntry>{StartedProcess{4712, 1}}));
+  EXPECT_EQ(abandoned().size(), 1U) << "looking holds nothing";
 }
 
 TEST_F(JournalTest, ThatCannotBeReadIsReported) {
