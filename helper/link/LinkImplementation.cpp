@@ -24,6 +24,8 @@ constexpr std::chrono::milliseconds kDestructionGrace{1500};
 // A follower of the log that wakes when it grows has read the last sentence by then.
 constexpr std::chrono::milliseconds kReadingTime{100};
 
+constexpr std::uint32_t kOldestMetric = 1000000;
+
 std::int64_t secondsSinceBoot() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -101,8 +103,9 @@ Status Link::Implementation::prepare() {
   return journal_->note(StartedProcess{daemon_->pid(), startTimeOf(daemon_->pid()).value_or(0)});
 }
 
-// No other living helper has our number, and no other link is in this process.
-Routes Link::Implementation::ownRoutes() { return Routes(*routes_, *journal_, static_cast<std::uint32_t>(::getpid())); }
+// No other link that is there has our number. The kernel prefers the lowest metric: of several links that carry
+// everything the newest does, as its name servers are the ones that are asked.
+Routes Link::Implementation::ownRoutes() { return Routes(*routes_, *journal_, kOldestMetric - journal_->number()); }
 
 void Link::Implementation::resolved(const foundation::Result<in_addr> &server) {
   if (!server)
@@ -149,8 +152,14 @@ void Link::Implementation::pppIsUp(const PluginIPUp &up) {
   Status routed = routes.keepServerOff(up.interface, server_);
   if (routed && primary) routed = routes.carryEverything(up.interface, up.localAddress);
   if (!routed) return fail(kCauseFatal, 0, "The routes into the tunnel cannot be set: " + routed.error().message + ".");
-  if (const Status named = resolver_->apply(up.interface, up.dns, primary); !named)
-    log_.write("The server's name servers cannot be used: " + named.error().message + ".");
+  resolver_->apply(up.interface, up.dns, primary, [this, up](const std::string &sentence) {
+    if (!sentence.empty()) log_.write(sentence);
+    isUp(up);
+  });
+}
+
+void Link::Implementation::isUp(const PluginIPUp &up) {
+  if (state_ != State::connecting) return;
   state_ = State::up;
   deadline_.reset();
   facts_.up = LinkFacts::Up{.interface = up.interface,

@@ -2,15 +2,16 @@
 
 #include <net/if.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
-#include <systemd/sd-bus.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
-#include "helper/ChildProcess.h"
 #include "helper/link/ExtendedStatus.h"
 #include "helper/link/FileReplacement.h"
 
@@ -21,7 +22,9 @@ using foundation::Status;
 
 namespace {
 
-constexpr std::chrono::milliseconds kProgramDeadline{2000};
+namespace fs = std::filesystem;
+
+constexpr std::chrono::milliseconds kProgramDeadline{10000};  // Debian's runs a dozen shell scripts
 
 std::string nameserverLines(const std::vector<in_addr> &servers) {
   std::string lines;
@@ -29,137 +32,137 @@ std::string nameserverLines(const std::vector<in_addr> &servers) {
   return lines;
 }
 
-class Call {
- public:
-  Call(sd_bus *bus, const char *method) : bus_(bus) {
-    result_ = sd_bus_message_new_method_call(bus, &message_, "org.freedesktop.resolve1", "/org/freedesktop/resolve1",
-                                             "org.freedesktop.resolve1.Manager", method);
-  }
-  Call(const Call &) = delete;
-  Call &operator=(const Call &) = delete;
-  ~Call() { sd_bus_message_unref(message_); }
-
-  template <class... Arguments>
-  void append(const char *types, Arguments... arguments) {
-    if (result_ >= 0) result_ = sd_bus_message_append(message_, types, arguments...);
-  }
-  void open(char kind, const char *contents) {
-    if (result_ >= 0) result_ = sd_bus_message_open_container(message_, kind, contents);
-  }
-  void close() {
-    if (result_ >= 0) result_ = sd_bus_message_close_container(message_);
-  }
-  void bytes(const void *data, std::size_t size) {
-    if (result_ >= 0) result_ = sd_bus_message_append_array(message_, 'y', data, size);
-  }
-  // Nobody waits for the answer: the names of the tunnel are of no use before resolved has got round to them anyway.
-  int send() { return result_ < 0 ? result_ : sd_bus_send(bus_, message_, nullptr); }
-
- private:
-  sd_bus *bus_;
-  sd_bus_message *message_ = nullptr;
-  int result_ = 0;
+// A line of a resolv.conf, cut into its first two words.
+struct Words {
+  explicit Words(const std::string &line) { std::istringstream(line) >> keyword >> value; }
+  std::string keyword;
+  std::string value;
 };
+
+enum class Owner {
+  nobody,
+  resolvedStub,     // every name goes through systemd-resolved
+  resolvedUplinks,  // it only keeps the list, of all interfaces' servers in an order of its own
+  resolvconf
+};
+
+Owner ownerOf(const ResolverConfiguration::Paths &paths) {
+  // Not canonical(): a link that leads nowhere yet leads to its owner all the same.
+  std::error_code ignored;
+  fs::path place = fs::path(paths.file).lexically_normal();
+  for (int links = 0; links < 40 && fs::is_symlink(place, ignored); ++links)
+    place = (place.parent_path() / fs::read_symlink(place, ignored)).lexically_normal();
+  const std::string folder = place.parent_path().filename();
+  if (place == fs::path(paths.resolvedStub)) return Owner::resolvedStub;
+  if (place.parent_path() == fs::path(paths.resolved))
+    return place.filename() == "stub-resolv.conf" ? Owner::resolvedStub : Owner::resolvedUplinks;
+  if (folder == "resolvconf") return Owner::resolvconf;
+  std::ifstream text(place);
+  for (std::string line; std::getline(text, line);) {
+    const Words words(line);
+    if (words.keyword == "nameserver") return words.value == "127.0.0.53" ? Owner::resolvedStub : Owner::nobody;
+    // The word that every program of that name writes above its work.
+    if (line.starts_with('#') && line.find("resolvconf") != std::string::npos) return Owner::resolvconf;
+  }
+  return Owner::nobody;
+}
+
+// The first of the programs that is there. systemd-resolved brings one too, which does nothing but tell the daemon.
+std::string resolvconfProgram(const std::vector<std::string> &programs) {
+  std::error_code ignored;
+  for (const std::string &program : programs)
+    if (::access(program.c_str(), X_OK) == 0 && fs::canonical(program, ignored).filename() != "resolvectl")
+      return program;
+  return {};
+}
+
+// What the program sorts by. It takes names that begin with "vpn" before those of wires, and among them in the order of
+// the alphabet: the newest link's comes first.
+std::string recordKey(std::uint32_t linkNumber, const std::string &interface) {
+  std::array<char, 16> prefix{};
+  std::snprintf(prefix.data(), prefix.size(), "vpn%06u.", 999999U - linkNumber % 1000000U);
+  return prefix.data() + interface;
+}
 
 }  // namespace
 
 std::string resolverFile(const std::string &before, const std::vector<in_addr> &servers) {
   std::string text = nameserverLines(servers);
   std::istringstream lines(before);
-  for (std::string line; std::getline(lines, line);) {
-    std::istringstream words(line);
-    std::string keyword;
-    words >> keyword;
-    if (keyword != "nameserver") text += line + "\n";
-  }
+  for (std::string line; std::getline(lines, line);)
+    if (Words(line).keyword != "nameserver") text += line + "\n";
   return text;
 }
 
 ResolverConfiguration::ResolverConfiguration(sd_event *event, Journal &journal, Paths paths)
     : event_(event), journal_(journal), paths_(std::move(paths)) {}
 
-ResolverConfiguration::~ResolverConfiguration() {
-  if (bus_ == nullptr) return;
-  sd_bus_detach_event(bus_);
-  sd_bus_close_unref(bus_);
+void ResolverConfiguration::apply(const std::string &interface, const std::vector<in_addr> &servers, bool primary,
+                                  Done done) {
+  interface_ = interface;
+  servers_ = servers;
+  primary_ = primary;
+  done_ = std::move(done);
+  next_ = EventSource::soon(event_, [this] { begin(); });
 }
 
-Status ResolverConfiguration::apply(const std::string &interface, const std::vector<in_addr> &servers, bool primary) {
-  if (servers.empty()) return {};
-  if (::access(paths_.resolved.c_str(), F_OK) == 0) return tellResolved(interface, servers, primary);
-  if (!primary) return {};
-  for (const std::string &program : paths_.resolvconf)
-    if (::access(program.c_str(), X_OK) == 0) return runResolvconf(program, interface, servers);
-  return editFile(servers);
+void ResolverConfiguration::begin() {
+  if (servers_.empty()) return finish({});
+  const Owner owner = ownerOf(paths_);
+  if (owner == Owner::resolvedStub || owner == Owner::resolvedUplinks) {
+    resolved_ = std::make_unique<ResolvedClient>(event_, paths_.bus);
+    const bool alsoFile = owner == Owner::resolvedUplinks;
+    return resolved_->tell(static_cast<int>(if_nametoindex(interface_.c_str())), servers_, primary_,
+                           [this, alsoFile](const Status &status) { resolvedAnswered(status, alsoFile); });
+  }
+  if (!primary_) return finish({});
+  if (const std::string program = resolvconfProgram(paths_.resolvconf); owner == Owner::resolvconf && !program.empty())
+    return runResolvconf(program);
+  finish(editFile());
 }
 
-Status ResolverConfiguration::tellResolved(const std::string &interface, const std::vector<in_addr> &servers,
-                                           bool primary) {
-  const int index = static_cast<int>(if_nametoindex(interface.c_str()));
-  int result = bus_ == nullptr ? sd_bus_open_system(&bus_) : 0;
-  if (result >= 0) result = sd_bus_attach_event(bus_, event_, 0);
-  if (result >= 0) {
-    Call call(bus_, "SetLinkDNS");
-    call.append("i", index);
-    call.open('a', "(iay)");
-    for (const in_addr server : servers) {
-      call.open('r', "iay");
-      call.append("i", AF_INET);
-      call.bytes(&server, sizeof server);
-      call.close();
-    }
-    call.close();
-    result = call.send();
-  }
-  if (result >= 0) {
-    Call call(bus_, "SetLinkDefaultRoute");
-    call.append("ib", index, primary ? 1 : 0);
-    result = call.send();
-  }
-  if (result >= 0 && primary) {
-    // The root domain, routing only: every name is asked for here.
-    Call call(bus_, "SetLinkDomains");
-    call.append("ia(sb)", index, 1, ".", 1);
-    result = call.send();
-  }
-  return result >= 0 ? Status() : errnoError(-result, "tell systemd-resolved the name servers");
+void ResolverConfiguration::resolvedAnswered(const Status &status, bool alsoFile) {
+  if (!primary_) return finish(status);
+  if (status) return finish(alsoFile ? editFile() : Status());
+  if (const Status edited = editFile(); !edited) return finish(edited);
+  say(status.error().message + ": the server's name servers stand in " + paths_.file + " itself for now.");
 }
 
-Status ResolverConfiguration::runResolvconf(const std::string &program, const std::string &interface,
-                                            const std::vector<in_addr> &servers) {
-  const std::string lines = nameserverLines(servers);
+void ResolverConfiguration::runResolvconf(const std::string &program) {
+  const std::string lines = nameserverLines(servers_);
   const foundation::FileDescriptor input(::memfd_create("name servers", MFD_CLOEXEC));
   if (!input || ::write(input.get(), lines.data(), lines.size()) != static_cast<ssize_t>(lines.size()) ||
       ::lseek(input.get(), 0, SEEK_SET) < 0)
-    return errnoError(errno, "write the name servers for " + program);
-  const std::string key = interface + ".vpnctl";
-  if (Status noted = journal_.note(ResolvconfRecord{program, key}); !noted) return noted;
+    return finish(errnoError(errno, "write the name servers for " + program));
+  const std::string key = recordKey(journal_.number(), interface_);
+  if (Status noted = journal_.note(ResolvconfRecord{program, key}); !noted) return finish(noted);
   auto process =
       ChildProcess::spawn({program, "-a", key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {.input = input.get()});
-  if (!process) return process.error();
-  if (!process->waitFor(kProgramDeadline)) return errnoError(ETIMEDOUT, "run " + program);
-  if (const ChildProcess::End &end = process->end(); !end.exited || end.code != 0)
-    return foundation::Error{"resolvconf", end.code, program + " -a ends with status " + std::to_string(end.code)};
-  return {};
+  if (!process) return finish(process.error());
+  resolvconf_.emplace(std::move(*process));
+  resolvconf_->watch(event_, [this, program](const ChildProcess::End &end) { resolvconfEnded(program, end); });
+  resolvconf_->killAfter(kProgramDeadline);
 }
 
-Status ResolverConfiguration::editFile(const std::vector<in_addr> &servers) {
-  auto file = currentFile(paths_.file);
-  if (!file) return file.error();
-  std::string before = file->bytes.value_or("");
-  if (file->linkTarget) {
-    std::ifstream target(paths_.file);
-    std::ostringstream text;
-    text << target.rdbuf();
-    before = text.str();
-  }
-  file->replacement = resolverFile(before, servers);
-  if (Status noted = journal_.note(*file); !noted) return noted;
-  if (Status put = putReplacement(*file); !put) {
-    static_cast<void>(journal_.forgetLast());
-    return put;
-  }
-  return {};
+void ResolverConfiguration::resolvconfEnded(const std::string &program, const ChildProcess::End &end) {
+  if (end.exited && end.code == 0) return finish({});
+  finish(foundation::Error{"resolvconf", end.code,
+                           program + (end.exited ? " -a ends with status " + std::to_string(end.code)
+                                                 : " -a was ended by signal " + std::to_string(end.code))});
+}
+
+Status ResolverConfiguration::editFile() {
+  return replaceFile(journal_, paths_.file,
+                     [this](const std::string &before) { return resolverFile(before, servers_); });
+}
+
+void ResolverConfiguration::finish(const Status &failure) {
+  say(failure ? "" : "The server's name servers are not used: " + failure.error().message + ".");
+}
+
+void ResolverConfiguration::say(const std::string &sentence) {
+  const Done done = std::exchange(done_, nullptr);
+  done(sentence);
 }
 
 }  // namespace helper
