@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace helper {
 
@@ -24,15 +25,57 @@ std::string folderOf(const std::string &path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-Error refusal(const std::string &reason) { return {std::string(foundation::kPOSIXErrorDomain), EPERM, reason}; }
+Error failure(int errnum, std::string message) {
+  return {std::string(foundation::kPOSIXErrorDomain), errnum, std::move(message)};
+}
+
+Error refusal(const std::string &reason) { return failure(EPERM, reason); }
 
 Status checkOwner(const std::string &path, const struct stat &attributes) {
   if (attributes.st_uid != ::geteuid()) {
     return refusal(path + " belongs to user " + std::to_string(attributes.st_uid) + "; chown it to user " +
                    std::to_string(::geteuid()));
   }
-  if ((attributes.st_mode & S_IWOTH) != 0) return refusal(path + " is writable by everybody; chmod o-w it");
+  // A group is others, too: whoever is in it could have root dial, route and resolve as he likes.
+  if ((attributes.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    return refusal(path + " is writable by others than its owner; chmod go-w it");
+  }
   return {};
+}
+
+// ERROR with what a person can do about it, where there is something.
+Error withRemedy(Error error) {
+  switch (error.code) {
+    case ENOSPC:
+    case EDQUOT:
+      error.message += "; make room there";
+      break;
+    case EROFS:
+      error.message += "; make it writable";
+      break;
+    case EIO:
+      error.message += "; look after that disk";
+      break;
+    case EISDIR:
+    case ELOOP:
+    case ENXIO:
+      error.message += "; it is in the way: move it away";
+      break;
+    default:
+      break;
+  }
+  return error;
+}
+
+// Who holds the lock whose file is open as FILE, as far as he has written it there.
+std::string holderOf(int file) {
+  char text[16] = {};
+  const ssize_t count = ::pread(file, text, sizeof(text), 0);
+  std::string holder = "another program";
+  if (count <= 1 || text[count - 1] != '\n') return holder;
+  const std::string_view digits(text, static_cast<std::size_t>(count) - 1);
+  if (digits.find_first_not_of("0123456789") != std::string_view::npos) return holder;
+  return "process " + std::string(digits);
 }
 
 // True when PATH still names the file that FILE has open: a lock's holder removes the lock's file, so a lock may be
@@ -78,7 +121,7 @@ AtomicFile::Lock::~Lock() {
 }
 
 Status AtomicFile::check(const struct stat &attributes) const {
-  if (!S_ISREG(attributes.st_mode)) return refusal(path_ + " is not a regular file");
+  if (!S_ISREG(attributes.st_mode)) return refusal(path_ + " is not a regular file; move it away");
   return checkOwner(path_, attributes);
 }
 
@@ -92,7 +135,9 @@ Result<std::optional<AtomicFile::Contents>> AtomicFile::read(std::size_t maximum
   Contents contents;
   if (::fstat(file->get(), &contents.attributes) < 0) return errnoError(errno, "stat " + path_);
   if (auto status = check(contents.attributes); !status) return status.error();
-  if (static_cast<std::uint64_t>(contents.attributes.st_size) > maximum) return errnoError(EFBIG, "read " + path_);
+  if (static_cast<std::uint64_t>(contents.attributes.st_size) > maximum) {
+    return failure(EFBIG, path_ + " has more than " + std::to_string(maximum) + " bytes; move it away");
+  }
   contents.bytes.resize(static_cast<std::size_t>(contents.attributes.st_size));
   std::size_t filled = 0;
   while (filled < contents.bytes.size()) {
@@ -114,11 +159,12 @@ Status AtomicFile::createFolder(mode_t mode) const {
   }
   const int reason = errno;
   struct stat attributes = {};
-  if (reason == EEXIST && ::stat(folder.c_str(), &attributes) == 0 && S_ISDIR(attributes.st_mode)) {
-    // Whoever may change the folder may put another file in our file's place.
-    return checkOwner(folder, attributes);
+  if (reason != EEXIST || ::stat(folder.c_str(), &attributes) < 0) {
+    return withRemedy(errnoError(reason, "mkdir " + folder));
   }
-  return errnoError(reason, "mkdir " + folder);
+  if (!S_ISDIR(attributes.st_mode)) return failure(ENOTDIR, folder + " is not a folder; move it away");
+  // Whoever may change the folder may put another file in our file's place.
+  return checkOwner(folder, attributes);
 }
 
 Result<AtomicFile::Lock> AtomicFile::lock(std::chrono::milliseconds patience) const {
@@ -128,15 +174,17 @@ Result<AtomicFile::Lock> AtomicFile::lock(std::chrono::milliseconds patience) co
   while (true) {
     // Open for reading until it is won, so that the tries of two who wait do not look like releases to each other.
     auto file = fileSystem_.open(path, O_RDONLY | O_CREAT, 0600);
-    if (!file) return file.error();
+    if (!file) return withRemedy(file.error());
     auto status = fileSystem_.lock(file->get(), path);
     if (status && isStillNamed(file->get(), path)) {
       Lock lock(path, std::move(*file));
       auto writing = fileSystem_.open(path, O_WRONLY | O_TRUNC, 0);
-      if (!writing) return writing.error();
+      if (!writing) return withRemedy(writing.error());
       lock.writing_ = std::move(*writing);
       const std::string holder = std::to_string(::getpid()) + "\n";
-      if (auto written = fileSystem_.write(lock.writing_.get(), holder, path); !written) return written.error();
+      if (auto written = fileSystem_.write(lock.writing_.get(), holder, path); !written) {
+        return withRemedy(written.error());
+      }
       return lock;
     }
     if (status) continue;  // won, but its holder has removed it: there is a new one, or none
@@ -148,7 +196,7 @@ Result<AtomicFile::Lock> AtomicFile::lock(std::chrono::milliseconds patience) co
     } else if (waiter->wait(deadline)) {
       waiter.reset();  // there is another file by now, or will be
     } else {
-      return status.error();
+      return failure(EWOULDBLOCK, path_ + " is locked by " + holderOf(file->get()) + "; wait until that has ended");
     }
   }
 }
@@ -171,16 +219,19 @@ Status AtomicFile::replace(std::string_view bytes, mode_t mode) const {
   const std::string beside = path_ + "-new";
   const std::string folderPath = folderOf(path_);
   auto folder = fileSystem_.open(folderPath, O_RDONLY | O_DIRECTORY, 0);
-  if (!folder) return folder.error();
+  if (!folder) return withRemedy(folder.error());
   // What a process that was killed here left: the lock is ours, so nobody else writes it.
-  if (auto status = fileSystem_.remove(beside); !status && status.error().code != ENOENT) return status;
+  if (auto status = fileSystem_.remove(beside); !status && status.error().code != ENOENT) {
+    return withRemedy(status.error());
+  }
   auto status = writeBeside(beside, bytes, mode);
   if (status) status = fileSystem_.rename(beside, path_);
   if (!status) {
     ::unlink(beside.c_str());
-    return status;
+    return withRemedy(status.error());
   }
-  return fileSystem_.synchronize(folder->get(), folderPath);
+  status = fileSystem_.synchronize(folder->get(), folderPath);
+  return status ? status : withRemedy(status.error());
 }
 
 }  // namespace helper

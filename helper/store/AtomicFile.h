@@ -49,11 +49,12 @@ class AtomicFile {
   const std::string &path() const { return path_; }
 
   // The whole file, of at most MAXIMUM bytes (EFBIG); none when there is none. EPERM for what nobody but an attacker or
-  // a mistake would put here: a symbolic link, no regular file, a foreign owner, writable by everybody.
+  // a mistake would put here: a symbolic link, no regular file, a foreign owner, writable by others than its owner. The
+  // message of every error ends with what to do about it, where a person can do something.
   foundation::Result<std::optional<Contents>> read(std::size_t maximum) const;
 
   // Creates the file's folder, with MODE, if it is missing (its parent exists). One that is there must be ours, and not
-  // writable by everybody (EPERM).
+  // writable by others (EPERM).
   foundation::Status createFolder(mode_t mode) const;
 
   // The lock of PATH-lock. EWOULDBLOCK when another still holds it after PATIENCE; waits for the holder's end, not for

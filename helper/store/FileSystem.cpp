@@ -16,9 +16,11 @@ using foundation::Status;
 
 Result<FileDescriptor> PosixFileSystem::open(const std::string &path, int flags, mode_t mode) {
   // Non-blocking, so that a FIFO laid in our way is refused by its type instead of waited for.
-  FileDescriptor file(::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode));
-  if (!file) return errnoError(errno, "open " + path);
-  return file;
+  while (true) {
+    FileDescriptor file(::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, mode));
+    if (file) return file;
+    if (errno != EINTR) return errnoError(errno, "open " + path);
+  }
 }
 
 Status PosixFileSystem::write(int file, std::string_view bytes, const std::string &path) {
@@ -32,8 +34,10 @@ Status PosixFileSystem::write(int file, std::string_view bytes, const std::strin
 }
 
 Status PosixFileSystem::synchronize(int file, const std::string &path) {
-  if (::fsync(file) == 0) return {};
-  return errnoError(errno, "fsync " + path);
+  while (::fsync(file) < 0) {
+    if (errno != EINTR) return errnoError(errno, "fsync " + path);
+  }
+  return {};
 }
 
 Status PosixFileSystem::rename(const std::string &from, const std::string &to) {

@@ -22,8 +22,6 @@ constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr std::size_t kMaximumFile = std::size_t{4} << 20;  // bytes
 constexpr std::size_t kMaximumPath = 4096;
-// Another helper holds the lock for one write; a second is ages.
-constexpr std::chrono::milliseconds kLockPatience{2000};
 
 Error keychainError(std::int32_t code, std::string message) {
   return {std::string(kOSStatusDomain), code, std::move(message)};
@@ -67,12 +65,14 @@ Keychain::Roles Keychain::defaultRoles() {
             "/usr/libexec/strongswan/charon-systemd"}}};
 }
 
-Keychain::Keychain(const std::string &folder, FileSystem &fileSystem, PPPLog &log, Roles roles)
+Keychain::Keychain(const std::string &folder, FileSystem &fileSystem, PPPLog &log, Roles roles,
+                   std::chrono::milliseconds lockPatience)
     : file_(folder + "/System.keychain", fileSystem),
       keyPath_(folder + "/SystemKey"),
       fileSystem_(fileSystem),
       log_(log),
-      roles_(std::move(roles)) {}
+      roles_(std::move(roles)),
+      lockPatience_(lockPatience) {}
 
 Error Keychain::report(std::int32_t code, const Error &error) const {
   log_.write("The keychain: " + error.message);
@@ -113,18 +113,22 @@ Status Keychain::store(const Items &items) {
 
 Result<AtomicFile::Lock> Keychain::lock() const {
   if (auto status = file_.createFolder(kFolderMode); !status) return report(codeOf(status.error()), status.error());
-  auto lock = file_.lock(kLockPatience);
+  auto lock = file_.lock(lockPatience_);
   if (!lock) return report(codeOf(lock.error()), lock.error());
   return lock;
 }
 
 Result<SystemKey> Keychain::keyFor(const Items &items) {
   auto key = SystemKey::load(keyPath_, fileSystem_);
+  if (key) SystemKey::removeRemains(keyPath_, fileSystem_);
   if (key || key.error().code != ENOENT) return key;
   if (!items.empty()) {
     // A new key would open none of them, and the old one may still come back.
     return Error{key.error().domain, key.error().code,
-                 keyPath_ + " is missing, but the keychain holds items that were sealed with it"};
+                 keyPath_ +
+                     " is missing, but the keychain holds items that were sealed with it; bring the key back, "
+                     "or move " +
+                     file_.path() + " away"};
   }
   return SystemKey::create(keyPath_, fileSystem_);
 }

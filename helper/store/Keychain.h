@@ -7,6 +7,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -34,9 +35,13 @@ class Keychain : public SecretSource {
   // "/usr/sbin/racoon", the IKE daemon: the charon executables that distributions install.
   static Roles defaultRoles();
 
+  // Another helper holds the lock for one write; two seconds are ages.
+  static constexpr std::chrono::milliseconds kLockPatience{2000};
+
   // FOLDER (no trailing slash) holds "System.keychain" and "SystemKey"; it is made (0700) when something is first
   // written. FILE_SYSTEM and LOG outlive this.
-  Keychain(const std::string &folder, FileSystem &fileSystem, PPPLog &log, Roles roles = defaultRoles());
+  Keychain(const std::string &folder, FileSystem &fileSystem, PPPLog &log, Roles roles = defaultRoles(),
+           std::chrono::milliseconds lockPatience = kLockPatience);
 
   // A new item; its identifier. Missing account and service are empty, a missing label is the service.
   // errSecDuplicateItem when an item has that account and service, errSecParam when something is too large or no plain
@@ -67,6 +72,7 @@ class Keychain : public SecretSource {
   FileSystem &fileSystem_;
   PPPLog &log_;
   Roles roles_;
+  const std::chrono::milliseconds lockPatience_;
 };
 
 }  // namespace helper

@@ -50,8 +50,9 @@ std::int32_t codeOf(const Error &error) {
 
 }  // namespace
 
-PreferencesStore::PreferencesStore(std::string path, FileSystem &fileSystem, PPPLog &log)
-    : file_(std::move(path), fileSystem), log_(log) {}
+PreferencesStore::PreferencesStore(std::string path, FileSystem &fileSystem, PPPLog &log,
+                                   std::chrono::milliseconds lockPatience)
+    : file_(std::move(path), fileSystem), log_(log), lockPatience_(lockPatience) {}
 
 Error PreferencesStore::report(std::int32_t code, const Error &error) const {
   log_.write("The network preferences: " + error.message);
@@ -107,7 +108,7 @@ Result<std::string> PreferencesStore::commit(std::string_view propertyList, std:
   if (!bytes) return report(kSCStatusInvalidArgument, bytes.error());
 
   if (auto status = file_.createFolder(kFolderMode); !status) return report(codeOf(status.error()), status.error());
-  auto lock = file_.lock(std::chrono::milliseconds::zero());
+  auto lock = file_.lock(lockPatience_);
   if (!lock) {
     const bool busy = lock.error().code == EWOULDBLOCK;
     return report(busy ? kSCStatusPrefsBusy : codeOf(lock.error()), lock.error());

@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -27,8 +28,12 @@ class PreferencesStore {
     std::string signature;     // opaque; it changes whenever the file does
   };
 
+  // Another helper holds the lock for one write; two seconds are ages.
+  static constexpr std::chrono::milliseconds kLockPatience{2000};
+
   // FILE_SYSTEM and LOG outlive this.
-  PreferencesStore(std::string path, FileSystem &fileSystem, PPPLog &log);
+  PreferencesStore(std::string path, FileSystem &fileSystem, PPPLog &log,
+                   std::chrono::milliseconds lockPatience = kLockPatience);
 
   // The file, if it can be read in full. kSCStatusAccessError when it may not be read or trusted, kSCStatusFailed when
   // it is damaged.
@@ -37,8 +42,9 @@ class PreferencesStore {
   foundation::Result<foundation::Value> readValue() const;
 
   // Replaces the file, if it still has the signature EXPECTED (kSCStatusStale otherwise; an empty one is not compared),
-  // and gives the new signature. kSCStatusPrefsBusy when another holds the lock, kSCStatusInvalidArgument when
-  // PROPERTY_LIST is not what network preferences look like. A damaged file is never replaced.
+  // and gives the new signature. kSCStatusPrefsBusy when another does not let the lock go,
+  // kSCStatusInvalidArgument when PROPERTY_LIST is not what network preferences look like. A damaged file is never
+  // replaced.
   foundation::Result<std::string> commit(std::string_view propertyList, std::string_view expected);
 
  private:
@@ -52,6 +58,7 @@ class PreferencesStore {
 
   AtomicFile file_;
   PPPLog &log_;
+  const std::chrono::milliseconds lockPatience_;
 };
 
 }  // namespace helper

@@ -34,23 +34,30 @@ Status initialise() {
 }
 
 std::string folderOf(const std::string &path) { return path.substr(0, path.rfind('/') + 1); }
+std::string besideOf(const std::string &path) { return path + "-new"; }
 
 }  // namespace
 
 Result<SystemKey> SystemKey::load(const std::string &path, FileSystem &fileSystem) {
   if (auto status = initialise(); !status) return status.error();
   auto file = fileSystem.open(path, O_RDONLY, 0);
-  if (!file) return file.error();
+  if (!file) {
+    if (file.error().code == ELOOP) return failure(ELOOP, path + " is a symbolic link; put the key itself there");
+    return file.error();
+  }
   struct stat attributes = {};
   if (::fstat(file->get(), &attributes) < 0) return errnoError(errno, "stat " + path);
   if (!S_ISREG(attributes.st_mode) || attributes.st_uid != ::geteuid() || (attributes.st_mode & 077) != 0) {
     return failure(EPERM, path + " is not a file that only its owner may read; chmod it to 0400");
   }
   Secret key = Secret::ofSize(kKeySize);
-  const ssize_t count = ::read(file->get(), key.mutableBytes().data(), kKeySize);
+  ssize_t count = 0;
+  do {
+    count = ::read(file->get(), key.mutableBytes().data(), kKeySize);
+  } while (count < 0 && errno == EINTR);
   if (count < 0) return errnoError(errno, "read " + path);
   if (attributes.st_size != static_cast<off_t>(kKeySize) || count != static_cast<ssize_t>(kKeySize)) {
-    return failure(EINVAL, path + " is not a key of " + std::to_string(kKeySize) + " bytes");
+    return failure(EINVAL, path + " is not a key of " + std::to_string(kKeySize) + " bytes; bring the right one back");
   }
   return SystemKey(std::move(key));
 }
@@ -61,7 +68,7 @@ Result<SystemKey> SystemKey::create(const std::string &path, FileSystem &fileSys
   randombytes_buf(key.mutableBytes().data(), kKeySize);
 
   // Whole under a name of its own first: a process killed here must not leave half a key under the real one.
-  const std::string beside = path + "-new";
+  const std::string beside = besideOf(path);
   if (auto removed = fileSystem.remove(beside); !removed && removed.error().code != ENOENT) return removed.error();
   auto file = fileSystem.open(beside, O_WRONLY | O_CREAT | O_EXCL, 0400);
   if (!file) return file.error();
@@ -75,6 +82,11 @@ Result<SystemKey> SystemKey::create(const std::string &path, FileSystem &fileSys
   if (!opened) return opened.error();
   if (auto synchronized = fileSystem.synchronize(opened->get(), folder); !synchronized) return synchronized.error();
   return SystemKey(std::move(key));
+}
+
+void SystemKey::removeRemains(const std::string &path, FileSystem &fileSystem) {
+  // It is the key's own file under a second name: nothing is lost when this fails.
+  static_cast<void>(fileSystem.remove(besideOf(path)));
 }
 
 Result<std::string> SystemKey::seal(const Secret &secret, std::string_view associated) const {

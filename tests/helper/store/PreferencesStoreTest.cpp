@@ -35,7 +35,7 @@ class PreferencesStoreTest : public ::testing::Test {
   FaultyFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
   const std::string path = folder.path("vpnctl/preferences.plist");
-  PreferencesStore store{path, fileSystem, log};
+  PreferencesStore store{path, fileSystem, log, std::chrono::milliseconds(20)};
 };
 
 TEST_F(PreferencesStoreTest, AMissingFileIsAFreshSystem) {
