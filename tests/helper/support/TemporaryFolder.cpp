@@ -1,5 +1,7 @@
 #include "tests/helper/support/TemporaryFolder.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -7,8 +9,16 @@
 
 namespace helper::testing {
 
-TemporaryFolder::TemporaryFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "vpnctl-test-XXXXXX").string();
+namespace {
+
+constexpr char kMemory[] = "/dev/shm";
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder(Place place) {
+  const bool inMemory = place == Place::memory && ::access(kMemory, W_OK) == 0;
+  const std::filesystem::path parent = inMemory ? kMemory : std::filesystem::temp_directory_path();
+  std::string pattern = (parent / "vpnctl-test-XXXXXX").string();
   if (::mkdtemp(pattern.data()) == nullptr) std::abort();
   path_ = pattern;
 }

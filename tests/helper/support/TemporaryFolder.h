@@ -9,7 +9,11 @@ namespace helper::testing {
 
 class TemporaryFolder {
  public:
-  TemporaryFolder();
+  enum class Place {
+    disk,
+    memory,  // where the machine has such a file system; for tests that synchronise thousands of times
+  };
+  explicit TemporaryFolder(Place place = Place::disk);
   TemporaryFolder(const TemporaryFolder &) = delete;
   TemporaryFolder &operator=(const TemporaryFolder &) = delete;
   ~TemporaryFolder();

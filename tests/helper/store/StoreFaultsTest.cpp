@@ -1,0 +1,207 @@
+// Every system call of a write, and what is left when it goes wrong: the old bytes or the new ones, and a next write
+// that works.
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <set>
+#include <utility>
+
+#include "helper/StatusCodes.h"
+#include "helper/store/Keychain.h"
+#include "helper/store/PreferencesStore.h"
+#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/helper/support/TracedProcess.h"
+
+namespace helper {
+namespace {
+
+using foundation::FileDescriptor;
+using foundation::Secret;
+using testing::CallFault;
+using testing::contentsOf;
+using testing::runTraced;
+using testing::TracedProcess;
+
+std::set<std::string> namesIn(const std::string &folder) {
+  std::set<std::string> names;
+  for (const auto &entry : std::filesystem::directory_iterator(folder)) names.insert(entry.path().filename());
+  return names;
+}
+
+// The calls that a signal may interrupt.
+bool isInterruptible(long call) {
+  return call == SYS_openat || call == SYS_read || call == SYS_write || call == SYS_fsync || call == SYS_flock ||
+         call == SYS_poll;
+}
+
+class StoreFaultsTest : public ::testing::Test {
+ protected:
+  // Runs WORK once for every system call it makes, each time with the fault of KIND in that call, and CHECK after it.
+  // PREPARE stands before each run.
+  void forEveryCall(CallFault::Kind kind, int errnum, const std::function<void()> &prepare,
+                    const std::function<int()> &work, const std::function<void(const TracedProcess &)> &check) {
+    prepare();
+    const auto whole = runTraced(work);
+    if (!whole) GTEST_SKIP() << "system calls cannot be traced here";
+    ASSERT_EQ(whole->exitCode, 0);
+    check(*whole);
+    for (std::size_t index = 0; index < whole->calls.size(); ++index) {
+      const long call = whole->calls[index];
+      if (kind == CallFault::Kind::shorten && call != SYS_write) continue;
+      if (errnum == EINTR && !isInterruptible(call)) continue;
+      prepare();
+      const auto run = runTraced(work, {kind, index, errnum});
+      ASSERT_TRUE(run);
+      SCOPED_TRACE("call " + std::to_string(index) + ", number " + std::to_string(call) + ", error " +
+                   std::to_string(errnum));
+      check(*run);
+      if (HasFailure()) return;
+      // What is only put off must not fail.
+      if (errnum == EINTR || kind == CallFault::Kind::shorten) {
+        ASSERT_EQ(run->exitCode, 0);
+      }
+    }
+  }
+
+  void withEveryFault(const std::function<void()> &prepare, const std::function<int()> &work,
+                      const std::function<void(const TracedProcess &)> &check) {
+    using Kind = CallFault::Kind;
+    const std::pair<Kind, int> faults[] = {{Kind::kill, 0},      {Kind::fail, ENOSPC}, {Kind::fail, EIO},
+                                           {Kind::fail, EMFILE}, {Kind::fail, EINTR},  {Kind::shorten, 0}};
+    for (const auto &[kind, errnum] : faults) {
+      forEveryCall(kind, errnum, prepare, work, check);
+      if (HasFailure() || IsSkipped()) return;
+    }
+  }
+
+  testing::TemporaryFolder folder{testing::TemporaryFolder::Place::memory};  // a disk would take its time for thousands
+  PosixFileSystem fileSystem;
+  PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
+};
+
+class PreferencesFaultsTest : public StoreFaultsTest {
+ protected:
+  static constexpr char kOld[] = "<plist version=\"1.0\"><dict/></plist>";
+  static constexpr char kNew[] =
+      "<plist version=\"1.0\"><dict><key>NetworkServices</key><dict><key>S</key><dict/></dict></dict></plist>";
+
+  std::string afterCommit(const char *propertyList) {
+    EXPECT_TRUE(store.commit(propertyList, ""));
+    return contentsOf(path).value_or("");
+  }
+
+  const std::string path = folder.path("vpnctl/preferences.plist");
+  PreferencesStore store{path, fileSystem, log};
+};
+
+TEST_F(PreferencesFaultsTest, ACommitIsWholeOrNotThere) {
+  const std::string newBytes = afterCommit(kNew);
+  const std::string oldBytes = afterCommit(kOld);
+  ASSERT_NE(oldBytes, newBytes);
+  withEveryFault([] {}, [this] { return store.commit(kNew, "") ? 0 : 1; },
+                 [&](const TracedProcess &run) {
+                   const auto bytes = contentsOf(path);
+                   EXPECT_TRUE(bytes == newBytes || (bytes == oldBytes && run.exitCode != 0)) << bytes.value_or("none");
+                   // The lock is free, and whatever lies about is in nobody's way.
+                   EXPECT_EQ(afterCommit(kOld), oldBytes);
+                   EXPECT_EQ(namesIn(folder.path("vpnctl")), std::set<std::string>{"preferences.plist"});
+                 });
+}
+
+TEST_F(PreferencesFaultsTest, SoIsTheFirstOne) {
+  const std::string newBytes = afterCommit(kNew);
+  withEveryFault([this] { std::filesystem::remove_all(folder.path("vpnctl")); },
+                 [this] { return store.commit(kNew, "") ? 0 : 1; },
+                 [&](const TracedProcess &run) {
+                   const auto bytes = contentsOf(path);
+                   EXPECT_TRUE(bytes == newBytes || (!bytes && run.exitCode != 0)) << bytes.value_or("none");
+                   EXPECT_EQ(afterCommit(kNew), newBytes);
+                   EXPECT_EQ(namesIn(folder.path("vpnctl")), std::set<std::string>{"preferences.plist"});
+                 });
+}
+
+class KeychainFaultsTest : public StoreFaultsTest {
+ protected:
+  KeychainFaultsTest() {
+    int pair[2] = {-1, -1};
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    first.reset(pair[0]);
+    second.reset(pair[1]);
+  }
+
+  bool add(const std::string &service) {
+    return static_cast<bool>(keychain.add({{kServiceAttribute, service}, {kLabelAttribute, "L"}},
+                                          Secret("secret of " + service), {"access", {"/proc/self/exe"}}));
+  }
+  bool removeService(const std::string &service) {
+    const auto found = keychain.find({{kServiceAttribute, service}});
+    return found && found->size() == 1 && keychain.remove(found->front());
+  }
+  // True when SERVICE's secret comes out of the keychain; an unreadable keychain fails the test.
+  bool holds(const std::string &service) {
+    const auto secret = keychain.secretForService(service, Peer::ofSocket(first.get()).value());
+    if (secret) return secret->text() == "secret of " + service;
+    EXPECT_EQ(secret.error().code, errSecItemNotFound) << secret.error().message;
+    return false;
+  }
+  void expectNothingElse() {
+    EXPECT_EQ(namesIn(folder.path("keychain")), (std::set<std::string>{"System.keychain", "SystemKey"}));
+  }
+
+  FileDescriptor first;
+  FileDescriptor second;
+  Keychain keychain{folder.path("keychain"), fileSystem, log};
+};
+
+TEST_F(KeychainFaultsTest, TheFirstItemIsWholeOrNotThere) {
+  withEveryFault([this] { std::filesystem::remove_all(folder.path("keychain")); }, [this] { return add("S") ? 0 : 1; },
+                 [this](const TracedProcess &run) {
+                   const bool added = holds("S");
+                   EXPECT_TRUE(added || run.exitCode != 0);
+                   EXPECT_TRUE(added || add("S"));
+                   EXPECT_TRUE(holds("S"));
+                   EXPECT_TRUE(removeService("S"));
+                   EXPECT_TRUE(add("T"));
+                   expectNothingElse();
+                 });
+}
+
+TEST_F(KeychainFaultsTest, AFurtherItemIsWholeOrNotThere) {
+  ASSERT_TRUE(add("S"));
+  const auto before = contentsOf(folder.path("keychain/System.keychain"));
+  withEveryFault([] {}, [this] { return add("T") ? 0 : 1; },
+                 [&](const TracedProcess &run) {
+                   const bool added = holds("T");
+                   EXPECT_TRUE(added || run.exitCode != 0);
+                   EXPECT_TRUE(added || contentsOf(folder.path("keychain/System.keychain")) == before);
+                   EXPECT_TRUE(holds("S"));
+                   EXPECT_TRUE(added || add("T"));
+                   EXPECT_TRUE(removeService("T"));
+                   EXPECT_EQ(contentsOf(folder.path("keychain/System.keychain")), before);
+                   expectNothingElse();
+                 });
+}
+
+TEST_F(KeychainFaultsTest, ARemovalIsWholeOrNotThere) {
+  ASSERT_TRUE(add("S"));
+  const auto without = contentsOf(folder.path("keychain/System.keychain"));
+  ASSERT_TRUE(add("T"));
+  withEveryFault([] {}, [this] { return removeService("T") ? 0 : 1; },
+                 [&](const TracedProcess &run) {
+                   const bool still = holds("T");
+                   EXPECT_TRUE(!still || run.exitCode != 0);
+                   EXPECT_TRUE(still || contentsOf(folder.path("keychain/System.keychain")) == without);
+                   EXPECT_TRUE(holds("S"));
+                   EXPECT_TRUE(!still || removeService("T"));
+                   EXPECT_TRUE(add("T"));
+                   expectNothingElse();
+                 });
+}
+
+}  // namespace
+}  // namespace helper
