@@ -1,0 +1,88 @@
+# How much goes through, both directions, and what it costs.
+
+# CPU time of the whole machine so far, in hundredths of a second: user, nice, system, irq, softirq.
+cpu_time() {
+  local user nice system irq softirq
+  read -r _ user nice system _ _ irq softirq _ </proc/stat
+  echo $((user + nice + system + irq + softirq))
+}
+
+transfer() { # HOST WAY DIRECTION ADDRESS [OPTION]
+  local host=$1 way=$2 direction=$3 address=$4 before
+  shift 4
+  before=$(cpu_time)
+  on "$host" iperf3 -J -t 4 -c "$address" "$@" >"$work/iperf" || fail "iperf3 failed: $(head -c 500 "$work/iperf")"
+  figure "$way" "$direction cpu" "$(($(cpu_time) - before))"
+  figure "$way" "$direction bits" "$(received bytes '* 8')"
+  figure "$way" "$direction rate" "$(received bits_per_second)"
+}
+received() { /usr/bin/python3 -S -c "import json, sys; print(json.load(sys.stdin)['end']['sum_received']['$1'] ${2:-})" <"$work/iperf"; }
+
+# A pair of virtual links hands the sender's own buffer to the receiver, whose socket is then charged with what the sender had
+# set aside for it: 4352 bytes for each packet of the kernel's PPTP, be it an acknowledgement of 52 bytes. No real wire does
+# that; there every packet lies in a buffer of the receiver's making. So the router copies what goes over it, as a wire
+# would, and throws the original away.
+copy_packets() {
+  local end
+  {
+    echo 'table ip wire { chain prerouting { type filter hook prerouting priority raw;'
+    for end in "cli $CLIENT" ${HOST[nm]:+"nm $NM_CLIENT"}; do
+      set -- $end
+      echo "iifname $1 ip daddr $SERVER dup to $SERVER device srv; iifname $1 ip daddr $SERVER drop"
+      echo "iifname srv ip daddr $2 dup to $2 device $1; iifname srv ip daddr $2 drop"
+    done
+    echo '} }'
+  } | tr ';' '\n' | on rtr nft -f -
+}
+
+# Twice: with the room that the kernel gives a socket, and with much. pptpd reads packet by packet, here much slower than
+# the wire is, and when its socket overflows the transfer stands still for some tenths of a second.
+bench_throughput() {
+  local run way host command stop name room usual ways rooms
+  usual=$(</proc/sys/net/core/rmem_default)
+  case $protocol in
+    pptp) ways=(vpnctl networkmanager by-hand-same-mtu) rooms=("$usual" 4194304) ;;
+    l2tp) ways=(vpnctl networkmanager) rooms=("$usual") ;;
+  esac
+  on rtr nft list table ip wire >/dev/null 2>&1 || copy_packets
+  running_now iperf || spawn iperf srv iperf3 -s -4 --logfile /var/log/iperf.log
+  within 30 listens 5201 || fail "iperf3 does not listen"
+  for ((run = 1; run <= runs; run++)); do
+    transfer cli bare-wire up "$SERVER"
+    transfer cli bare-wire down "$SERVER" -R
+    for room in "${rooms[@]}"; do
+      for way in "${ways[@]}"; do
+        echo "$room" >/proc/sys/net/core/rmem_default
+        way "$way"
+        connect_by "$way"
+        name=$way
+        [ "$room" = "$usual" ] || name=$way-much-room
+        transfer "$host" "$name" up "$TUNNEL_SERVER"
+        transfer "$host" "$name" down "$TUNNEL_SERVER" -R
+        echo "$protocol $name: run $run done"
+        disconnect_by "$way"
+      done
+    done
+    echo "$usual" >/proc/sys/net/core/rmem_default
+  done
+}
+
+connect_by() {
+  make_ready "$1"
+  spawn "$1" "$host" "${command[@]}"
+  within 60 answers || fail "$1 did not connect over $protocol"
+}
+answers() { on "$host" ping -n -q -c 1 -W 2 -I ppp0 "$TUNNEL_SERVER" >/dev/null 2>&1; }
+disconnect_by() {
+  case $stop in
+    *[!0-9]*)
+      wait_end "$1"
+      on "$host" $stop >/dev/null
+      ;;
+    *)
+      signal "$host" "$1" "$stop"
+      wait_end "$1"
+      ;;
+  esac
+  rest "$1"
+}
