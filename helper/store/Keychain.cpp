@@ -158,8 +158,9 @@ Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, co
   if (!sealed) return report(codeOf(sealed.error()), sealed.error());
   item.sealedSecret = std::move(*sealed);
   std::string identifier = item.identifier;
-  items->emplace(identifier, std::move(item));
+  items->emplace(identifier, item);
   if (auto status = store(*items); !status) return status.error();
+  own_.emplace(identifier, std::move(item));
   return identifier;
 }
 
@@ -180,7 +181,9 @@ Status Keychain::remove(const std::string &identifier) {
   auto items = load();
   if (!items) return items.error();
   if (items->erase(identifier) == 0) return keychainError(errSecItemNotFound, "no item " + identifier);
-  return store(*items);
+  Status stored = store(*items);
+  if (stored) own_.erase(identifier);
+  return stored;
 }
 
 bool Keychain::trusts(const KeychainItem &item, const Peer &peer) const {
@@ -195,6 +198,7 @@ bool Keychain::trusts(const KeychainItem &item, const Peer &peer) const {
 Result<Secret> Keychain::secretForService(const std::string &service, const Peer &peer) {
   auto items = load();
   if (!items) return items.error();
+  items->insert(own_.begin(), own_.end());
   bool exists = false;
   for (const auto &[identifier, item] : *items) {
     if (item.attribute(kServiceAttribute) != service) continue;

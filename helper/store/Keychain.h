@@ -54,7 +54,8 @@ class Keychain : public SecretSource {
   foundation::Status remove(const std::string &identifier);
 
   // errSecItemNotFound without an item for SERVICE; errSecAuthFailed when no such item trusts PEER, or when the item
-  // does not open.
+  // does not open. What was added here stays known here: another run replaces the items of all, also those of a link
+  // that is just coming up or has to authenticate itself again.
   foundation::Result<foundation::Secret> secretForService(const std::string &service, const Peer &peer) override;
 
  private:
@@ -73,6 +74,7 @@ class Keychain : public SecretSource {
   PPPLog &log_;
   Roles roles_;
   const std::chrono::milliseconds lockPatience_;
+  Items own_;  // added here and not removed here; sealed, as they are in the file
 };
 
 }  // namespace helper

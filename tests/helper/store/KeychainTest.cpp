@@ -82,6 +82,25 @@ TEST_F(KeychainTest, GivesASecretToWhoIsOnTheAccessList) {
   EXPECT_TRUE(*secret == Secret(std::string_view("secret")));
 }
 
+TEST_F(KeychainTest, StillGivesOutWhatAnotherRunReplaced) {
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "user", "T"), "secret", {"/bin/sh"}), errSecSuccess);
+  Keychain other(folder.path("keychain"), fileSystem, log);
+  const auto found = other.find({{kLabelAttribute, "L"}});
+  ASSERT_EQ(found->size(), 2U);
+  for (const std::string &identifier : *found) ASSERT_TRUE(other.remove(identifier));
+  EXPECT_EQ(other.secretForService("S", self()).error().code, errSecItemNotFound);
+  EXPECT_EQ(codeForService("S"), errSecSuccess);
+  EXPECT_EQ(codeForService("T"), errSecAuthFailed) << "its access list holds all the same";
+  EXPECT_TRUE(keychain.find({{kLabelAttribute, "L"}})->empty()) << "it is in the keychain no more";
+}
+
+TEST_F(KeychainTest, ForgetsWhatItRemovedItself) {
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), errSecSuccess);
+  ASSERT_TRUE(keychain.remove(keychain.find({})->at(0)));
+  EXPECT_EQ(codeForService("S"), errSecItemNotFound);
+}
+
 TEST_F(KeychainTest, GivesItToNobodyElse) {
   ASSERT_EQ(add(attributes("L", "user", "S"), "secret", {"/bin/sh", "/no/such/program"}), errSecSuccess);
   EXPECT_EQ(codeForService("S"), errSecAuthFailed);
