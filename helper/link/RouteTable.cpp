@@ -80,6 +80,42 @@ RouteObject objectOf(nl_sock *socket, const Route &route) {
   return object;
 }
 
+// What carryEverything() makes, of whichever link.
+bool carriesEverything(rtnl_route *route) {
+  return rtnl_route_get_protocol(route) == kMaker && nl_addr_get_prefixlen(rtnl_route_get_dst(route)) == 1;
+}
+
+struct ReleaseCache {
+  void operator()(nl_cache *cache) const { nl_cache_free(cache); }
+};
+
+// The best route of the main table to DESTINATION, by the kernel's rules, as if no link carried everything.
+RouteObject wayWithoutUs(nl_sock *socket, in_addr destination) {
+  nl_cache *all = nullptr;
+  if (rtnl_route_alloc_cache(socket, AF_INET, 0, &all) < 0) return nullptr;
+  const std::unique_ptr<nl_cache, ReleaseCache> cache(all);
+  const Address address = addressOf(destination, 32);
+  rtnl_route *best = nullptr;
+  unsigned bestLength = 0;
+  for (nl_object *object = nl_cache_get_first(all); object != nullptr; object = nl_cache_get_next(object)) {
+    auto *route = reinterpret_cast<rtnl_route *>(object);
+    nl_addr *to = rtnl_route_get_dst(route);
+    if (rtnl_route_get_table(route) != RT_TABLE_MAIN || rtnl_route_get_type(route) != RTN_UNICAST ||
+        rtnl_route_get_tos(route) != 0 || rtnl_route_get_nnexthops(route) < 1 || carriesEverything(route) ||
+        (rtnl_route_nh_get_flags(rtnl_route_nexthop_n(route, 0)) & (RTNH_F_DEAD | RTNH_F_LINKDOWN)) != 0)
+      continue;
+    const unsigned length = nl_addr_get_prefixlen(to);
+    if (length > 0 && nl_addr_cmp_prefix(to, address.get()) != 0) continue;
+    if (best != nullptr && (length < bestLength ||
+                            (length == bestLength && rtnl_route_get_priority(route) >= rtnl_route_get_priority(best))))
+      continue;
+    best = route;
+    bestLength = length;
+  }
+  if (best != nullptr) nl_object_get(reinterpret_cast<nl_object *>(best));
+  return RouteObject(best);
+}
+
 int takeRoute(nl_msg *message, void *context) {
   rtnl_route *parsed = nullptr;
   if (rtnl_route_parse(nlmsg_hdr(message), &parsed) == 0) static_cast<RouteObject *>(context)->reset(parsed);
@@ -103,22 +139,35 @@ foundation::Result<std::unique_ptr<NetlinkRouteTable>> NetlinkRouteTable::open()
 
 NetlinkRouteTable::~NetlinkRouteTable() { nl_socket_free(socket_); }
 
-foundation::Result<Route> NetlinkRouteTable::lookUp(in_addr destination) {
-  const std::string context = "look up the route to " + textOf(destination);
+foundation::Status NetlinkRouteTable::ask(in_addr destination, unsigned flags, void *found) {
   Message request(nlmsg_alloc_simple(RTM_GETROUTE, NLM_F_REQUEST));
   rtmsg header{};
   header.rtm_family = AF_INET;
   header.rtm_dst_len = 32;
+  header.rtm_flags = flags;
   nlmsg_append(request.get(), &header, sizeof header, NLMSG_ALIGNTO);
   nla_put(request.get(), RTA_DST, sizeof destination, &destination);
-  RouteObject found;
-  nl_socket_modify_cb(socket_, NL_CB_VALID, NL_CB_CUSTOM, takeRoute, &found);
+  auto *object = static_cast<RouteObject *>(found);
+  nl_socket_modify_cb(socket_, NL_CB_VALID, NL_CB_CUSTOM, takeRoute, object);
   int code = nl_send_auto(socket_, request.get());
   // The answer, and then the acknowledgement that libnl always asks for.
   if (code >= 0) code = nl_recvmsgs_default(socket_);
-  if (code >= 0 && found) code = nl_wait_for_ack(socket_);
+  if (code >= 0 && *object) code = nl_wait_for_ack(socket_);
   nl_socket_modify_cb(socket_, NL_CB_VALID, NL_CB_DEFAULT, nullptr, nullptr);
-  if (code < 0) return netlinkError(code, context);
+  if (code < 0) return netlinkError(code, "look up the route to " + textOf(destination));
+  return {};
+}
+
+foundation::Result<Route> NetlinkRouteTable::lookUp(in_addr destination) {
+  const std::string context = "look up the route to " + textOf(destination);
+  RouteObject found;
+  if (auto asked = ask(destination, 0, &found); !asked) return asked.error();
+  if (found) {
+    // The same question for the route itself that the answer comes from.
+    RouteObject matched;
+    if (ask(destination, RTM_F_FIB_MATCH, &matched) && matched && carriesEverything(matched.get()))
+      if (RouteObject beneath = wayWithoutUs(socket_, destination)) found = std::move(beneath);
+  }
   rtnl_nexthop *hop = found ? rtnl_route_nexthop_n(found.get(), 0) : nullptr;
   if (hop == nullptr || rtnl_route_get_type(found.get()) != RTN_UNICAST)
     return foundation::Error{"Netlink", 0, context + ": there is none"};

@@ -29,7 +29,8 @@ bool operator==(const Route &a, const Route &b);
 class RouteTable {
  public:
   virtual ~RouteTable() = default;
-  // How the kernel would send to DESTINATION now, as a route to that one host.
+  // How the kernel would send to DESTINATION now, as a route to that one host. Where that is through another link that
+  // carries everything, the way there would be without it: links do not stand on each other.
   virtual foundation::Result<Route> lookUp(in_addr destination) = 0;
   // An error when there is a route of the same destination and metric already, whoever made it.
   virtual foundation::Status add(const Route &route) = 0;
@@ -52,6 +53,7 @@ class NetlinkRouteTable : public RouteTable {
 
  private:
   explicit NetlinkRouteTable(nl_sock *socket) : socket_(socket) {}
+  foundation::Status ask(in_addr destination, unsigned flags, void *found);
   foundation::Status erase(const Route &route, std::uint8_t maker);
 
   nl_sock *socket_;

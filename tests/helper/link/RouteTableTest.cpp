@@ -86,14 +86,36 @@ TEST_F(RouteTableTest, RemovesNobodyElsesRoute) {
   EXPECT_FALSE(table_->add(others)) << "another link's is still there";
 }
 
-TEST_F(RouteTableTest, HalvesTheWorldBeforeTheDefaultRoute) {
+TEST_F(RouteTableTest, HalvesTheWorld) {
   for (const char *half : {"0.0.0.0", "128.0.0.0"}) {
     const auto added = table_->add(Route{address(half), 1, {}, address("10.1.0.2"), "wire1"});
     ASSERT_TRUE(added) << added.error().message;
   }
+  ASSERT_TRUE(ip({"route", "del", "default"}));
   const auto way = table_->lookUp(address("192.0.2.7"));
   ASSERT_TRUE(way);
   EXPECT_EQ(way->interface, "wire1");
+}
+
+TEST_F(RouteTableTest, LooksPastALinkThatCarriesEverything) {
+  const Route before = *table_->lookUp(address("192.0.2.7"));
+  ASSERT_TRUE(ip({"route", "add", "198.51.100.0/24", "via", "10.1.0.3"}));
+  ASSERT_TRUE(ip({"route", "add", "198.51.100.0/24", "via", "10.1.0.4", "metric", "9"}));
+  for (const char *half : {"0.0.0.0", "128.0.0.0"})
+    ASSERT_TRUE(table_->add(Route{address(half), 1, {}, address("10.1.0.2"), "wire1"}));
+  const auto far = table_->lookUp(address("192.0.2.7"));
+  ASSERT_TRUE(far) << far.error().message;
+  EXPECT_EQ(far->interface, "wire0");
+  EXPECT_EQ(far->gateway.s_addr, before.gateway.s_addr);
+  // Not the less exact, not the one of the higher metric.
+  EXPECT_EQ(table_->lookUp(address("198.51.100.9"))->gateway.s_addr, address("10.1.0.3").s_addr);
+  EXPECT_EQ(table_->lookUp(address("10.1.0.9"))->interface, "wire0");
+  // What somebody leads through the other link on purpose stays so.
+  ASSERT_TRUE(ip({"route", "add", "192.0.2.0/24", "dev", "wire1"}));
+  EXPECT_EQ(table_->lookUp(address("192.0.2.7"))->interface, "wire1");
+  // Nor is there any other way here.
+  ASSERT_TRUE(ip({"route", "del", "default"}));
+  EXPECT_EQ(table_->lookUp(address("203.0.113.7"))->interface, "wire1");
 }
 
 TEST_F(RouteTableTest, DetachesAlsoTheKernelsOwnRouteToAPeer) {
