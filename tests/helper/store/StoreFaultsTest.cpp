@@ -144,7 +144,9 @@ class KeychainFaultsTest : public StoreFaultsTest {
   }
   // True when SERVICE's secret comes out of the keychain; an unreadable keychain fails the test.
   bool holds(const std::string &service) {
-    const auto secret = keychain.secretForService(service, Peer::ofSocket(first.get()).value());
+    // Not the one that added it, which would still know it.
+    Keychain reader(folder.path("keychain"), fileSystem, log);
+    const auto secret = reader.secretForService(service, Peer::ofSocket(first.get()).value());
     if (secret) return secret->text() == "secret of " + service;
     EXPECT_EQ(secret.error().code, errSecItemNotFound) << secret.error().message;
     return false;
