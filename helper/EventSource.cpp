@@ -2,6 +2,7 @@
 
 #include <ctime>
 #include <system_error>
+#include <utility>
 
 namespace helper {
 
@@ -52,6 +53,20 @@ EventSource EventSource::soon(sd_event *event, std::function<void()> handler) {
   state->handler = [handler = std::move(handler)](std::uint32_t) { handler(); };
   State::check(sd_event_add_defer(event, &state->source, turnCame, state.get()));
   return EventSource(std::move(state));
+}
+
+EventSource &EventSource::operator=(EventSource &&other) noexcept {
+  if (this != &other) {
+    reset();
+    state_ = std::move(other.state_);
+  }
+  return *this;
+}
+
+void EventSource::reset() {
+  // A loop that has finished has forgotten it anyway.
+  if (state_) sd_event_source_set_enabled(state_->source, SD_EVENT_OFF);
+  state_.reset();
 }
 
 void EventSource::setEvents(std::uint32_t events) {

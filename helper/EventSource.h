@@ -16,6 +16,9 @@ namespace helper {
 class EventSource {
  public:
   EventSource() = default;  // none
+  EventSource(EventSource &&other) noexcept = default;
+  EventSource &operator=(EventSource &&other) noexcept;
+  ~EventSource() { reset(); }
 
   // HANDLER gets the EPOLL... events. The descriptor stays the caller's and must outlive the source.
   static EventSource io(sd_event *event, int fd, std::uint32_t events, std::function<void(std::uint32_t)> handler);
@@ -27,7 +30,9 @@ class EventSource {
   explicit operator bool() const { return state_ != nullptr; }
   // Changes what an io source waits for.
   void setEvents(std::uint32_t events);
-  void reset() { state_.reset(); }
+  // From here on the loop does not know it, also while its handler still runs: a descriptor may be closed at once, and
+  // its number may come back as another's.
+  void reset();
 
  private:
   struct State;
