@@ -1,6 +1,6 @@
 // association-driver: one IPSec association without a tunnel in it, for trying it where there is a kernel with ESP.
 //
-//   association-driver [--port PORT] [--proposal P]... [--esp P]... SERVER SHARED-SECRET
+//   association-driver [--beat MILLISECONDS] [--port PORT] [--proposal P]... [--esp P]... SERVER SHARED-SECRET
 //
 // Prints what happens with the milliseconds since the start. From the start on, a datagram goes out twice a second:
 // only the association lets it through. What comes in is printed. SIGUSR1 and SIGTERM stop it; SIGINT destroys it as a
@@ -40,6 +40,7 @@ struct Run {
   helper::EventSource beat;
   std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
   bool wasUp = false;
+  std::chrono::milliseconds interval{500};
 
   void say(const std::string &text) const {
     const auto elapsed =
@@ -48,8 +49,9 @@ struct Run {
     std::fflush(stdout);
   }
   void send() {
+    if (interval.count() == 0) return;
     if (::send(socket, "anybody there?", 14, MSG_DONTWAIT) < 0) say(std::string("not sent: ") + std::strerror(errno));
-    beat = helper::EventSource::timer(event, std::chrono::milliseconds(500), [this] { send(); });
+    beat = helper::EventSource::timer(event, interval, [this] { send(); });
   }
   void receive() const {
     std::array<char, 2048> bytes{};
@@ -74,9 +76,11 @@ int signalled(sd_event_source *, const signalfd_siginfo *info, void *context) {
 
 int main(int argc, char **argv) {
   std::vector<std::string> arguments(argv + 1, argv + argc);
+  Run run;
   std::uint16_t port = 0;
   helper::EngineSettings settings;
   while (arguments.size() > 2 && arguments.front().starts_with("--")) {
+    if (arguments[0] == "--beat") run.interval = std::chrono::milliseconds(std::stoi(arguments[1]));
     if (arguments[0] == "--port") port = static_cast<std::uint16_t>(std::stoi(arguments[1]));
     if (arguments[0] == "--proposal") settings.ike.proposals.push_back(arguments[1]);
     if (arguments[0] == "--esp") settings.ike.espProposals.push_back(arguments[1]);
@@ -84,7 +88,6 @@ int main(int argc, char **argv) {
   }
   auto log = helper::PPPLog::open();
   if (arguments.size() != 2 || !log) return 2;
-  Run run;
   run.socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   sockaddr_in local{};
   local.sin_family = AF_INET;
