@@ -298,6 +298,10 @@ void Charon::observe(const Section &association) {
 void Charon::reach(IKEStage stage) {
   if (stage <= stage_) return;
   stage_ = stage;
+  silence_.reset();
+  // What comes last also waits for our own kernel, which may have to load its ciphers first: the whole deadline is for
+  // it.
+  if (stage == IKEStage::association) return;
   silence_ = EventSource::timer(event_, stage == IKEStage::firstAnswer ? deadlines_.firstAnswer : deadlines_.stage,
                                 [this] { refuse(true); });
 }
@@ -339,15 +343,19 @@ void Charon::unload() {
   watch_->request("terminate", Section().add("ike", plan_.name).add("force", "yes").add("timeout", "500"),
                   deadlines_.terminate, [](const Outcome &) {});
   watch_->request("unload-conn", Section().add("name", plan_.name), deadlines_.terminate, [](const Outcome &) {});
-  watch_->request("unload-shared", Section().add("id", plan_.name), deadlines_.terminate,
-                  [this](const Outcome &) { finish(); });
+  watch_->request("unload-shared", Section().add("id", plan_.name), deadlines_.terminate, [this](const Outcome &) {
+    loaded_ = false;
+    finish();
+  });
 }
 
 void Charon::finish() {
   if (finished_) return;
   finished_ = true;
-  loaded_ = false;
   look_.reset();
+  // It did not answer in time, or never before its end: one more try, on a connection of its own.
+  if (loaded_) takeBack(controlSocket_, plan_.name, deadlines_.destruction);
+  loaded_ = false;
   process_.stop();
 }
 

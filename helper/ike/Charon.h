@@ -23,7 +23,7 @@ class Charon : public IKEDaemon {
     // How long a server may be silent in one stage. charon says everything again after 4 and after 11 seconds.
     std::chrono::milliseconds firstAnswer{8000};
     std::chrono::milliseconds stage{7000};
-    std::chrono::milliseconds terminate{1000};
+    std::chrono::milliseconds terminate{3000};
     std::chrono::milliseconds destruction{500};
   };
   struct Settings {

@@ -156,22 +156,25 @@ void IKEAssociation::negotiated() {
 }
 
 void IKEAssociation::refused(const IKERefusal &refusal) {
+  const EngineSettings::IKE &settings = with_.settings.ike;
   // Some servers choke on many proposals, with a refusal or in silence.
-  const bool choked = refusal.stage == IKEStage::firstAnswer || refusal.stage == IKEStage::proposals ||
-                      (refusal.stage == IKEStage::association && !refusal.silent);
+  const bool choked = refusal.stage == IKEStage::firstAnswer || refusal.stage == IKEStage::proposals
+                          ? settings.proposals.empty()
+                          : refusal.stage == IKEStage::association && !refusal.silent && settings.espProposals.empty();
   const IKEProposals few = IKEProposals::few();
   std::vector<std::string> lacking;
   auto proposals = reduced(
       few.ike, [this](const std::string &algorithm) { return daemon_->knows(algorithm); }, lacking);
-  if (choked && !secondTry_ && with_.settings.ike.proposals.empty() && !proposals.empty() &&
-      std::chrono::steady_clock::now() < until_) {
-    secondTry_ = true;
-    plan_.proposals = std::move(proposals);
-    if (with_.settings.ike.espProposals.empty()) plan_.espProposals = few.esp;
+  if (choked && !firstRefusal_ && !proposals.empty() && std::chrono::steady_clock::now() < until_) {
+    firstRefusal_ = refusal;
+    if (settings.proposals.empty()) plan_.proposals = std::move(proposals);
+    if (settings.espProposals.empty()) plan_.espProposals = few.esp;
     return negotiate();
   }
-  const bool unanswered = refusal.silent && refusal.stage <= IKEStage::keyExchange;
-  fail(unanswered ? DeviceCause::noAnswer : DeviceCause::protocolError, sentenceFor(refusal));
+  // The one that came further says more.
+  const IKERefusal &told = firstRefusal_ && firstRefusal_->stage > refusal.stage ? *firstRefusal_ : refusal;
+  const bool unanswered = told.silent && told.stage <= IKEStage::keyExchange;
+  fail(unanswered ? DeviceCause::noAnswer : DeviceCause::protocolError, sentenceFor(told));
 }
 
 std::string IKEAssociation::sentenceFor(const IKERefusal &refusal) const {

@@ -73,8 +73,8 @@ class IKEAssociation : public IPSecAssociation {
   IKEPlan plan_;
   std::chrono::steady_clock::time_point until_{};
   bool started_ = false;
-  bool secondTry_ = false;
   bool stopping_ = false;
+  std::optional<IKERefusal> firstRefusal_;  // a second try is under way, or over
   std::optional<LoadedConnection> noted_;
   std::optional<foundation::Secret> secret_;  // while it may be needed for a second try
   std::unique_ptr<XfrmTable> table_;
