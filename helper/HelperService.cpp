@@ -221,7 +221,7 @@ int HelperService::startLink(sd_bus_message *message) {
 
 std::int32_t HelperService::start(const std::string &serviceID, const Value &userOptions, bool linger) {
   if (ending_ || isLinkUp()) return kSCStatusFailed;
-  const auto preferences = preferences_.readValue();
+  const auto preferences = preferences_.readValueWith(serviceID);
   if (!preferences) return preferences.error().code;
   auto link = links_(withUserOptions(*preferences, serviceID, userOptions), serviceID,
                      [this](const LinkStatus &status) { linkChanged(status); });

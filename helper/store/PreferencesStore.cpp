@@ -94,6 +94,13 @@ Result<Value> PreferencesStore::readValue() const {
   return std::move(parsed->value);
 }
 
+Result<Value> PreferencesStore::readValueWith(const std::string &service) const {
+  auto value = readValue();
+  const bool replaced = value && (*value)["NetworkServices"].find(service) == nullptr &&
+                        committed_["NetworkServices"].find(service) != nullptr;
+  return replaced ? Result<Value>(committed_) : value;
+}
+
 Result<std::string> PreferencesStore::commit(std::string_view propertyList, std::string_view expected) {
   if (propertyList.size() > kMaximumSize) {
     return report(kSCStatusInvalidArgument, foundation::errnoError(EFBIG, "what is to be written"));
@@ -124,6 +131,7 @@ Result<std::string> PreferencesStore::commit(std::string_view propertyList, std:
   if (!written || !written->has_value()) {
     return report(kSCStatusFailed, foundation::errnoError(EIO, "read back " + file_.path()));
   }
+  committed_ = std::move(*value);
   return signatureOf((*written)->attributes);
 }
 

@@ -40,6 +40,9 @@ class PreferencesStore {
   foundation::Result<Contents> read() const;
   // The same as a value; a null one when there is no file.
   foundation::Result<foundation::Value> readValue() const;
+  // Likewise, for starting SERVICE. Where another run has replaced a service that was committed here, what was
+  // committed then: two runs that begin at the same moment do not take each other's.
+  foundation::Result<foundation::Value> readValueWith(const std::string &service) const;
 
   // Replaces the file, if it still has the signature EXPECTED (kSCStatusStale otherwise; an empty one is not compared),
   // and gives the new signature. kSCStatusPrefsBusy when another does not let the lock go,
@@ -59,6 +62,7 @@ class PreferencesStore {
   AtomicFile file_;
   PPPLog &log_;
   const std::chrono::milliseconds lockPatience_;
+  foundation::Value committed_;  // the last
 };
 
 }  // namespace helper

@@ -66,6 +66,16 @@ TEST_F(PreferencesStoreTest, TheSignatureOfACommitIsTheNextReads) {
   EXPECT_NE(*written, signature());
 }
 
+TEST_F(PreferencesStoreTest, AServiceThatAnotherRunReplacedCanStillBeStarted) {
+  ASSERT_EQ(commit(kNamed, signature()), kSCStatusOK);
+  writeFile(path, kEmpty);
+  EXPECT_NE((*store.readValueWith("S"))["NetworkServices"].find("S"), nullptr);
+  EXPECT_TRUE((*store.readValueWith("T"))["NetworkServices"].isNull()) << "nobody ever committed it";
+  EXPECT_TRUE((*store.readValue())["NetworkServices"].isNull());
+  writeFile(path, "junk");
+  EXPECT_FALSE(store.readValueWith("S")) << "damage is never glossed over";
+}
+
 TEST_F(PreferencesStoreTest, WhatSomebodyElseWroteMakesItStale) {
   const std::string fresh = signature();
   ASSERT_EQ(commit(kEmpty, fresh), kSCStatusOK);
