@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "helper/ike/IKEAssociation.h"
+#include "tests/helper/ike/RecordingJournal.h"
 #include "tests/helper/support/LoopFixture.h"
 #include "tests/helper/support/TemporaryFolder.h"
 
@@ -10,6 +11,7 @@ using namespace helper;
 using foundation::Error;
 using foundation::Secret;
 using foundation::Status;
+using helper::testing::RecordingJournal;
 using std::chrono::milliseconds;
 
 namespace {
@@ -77,21 +79,6 @@ class FakeTable : public XfrmTable {
 
  private:
   FakeKernel &kernel_;
-};
-
-class FakeJournal : public IPSecJournal {
- public:
-  Status noteConnection(const LoadedConnection &entry) override {
-    if (broken) return Error{"Test", 0, "no room"};
-    connections.push_back(entry);
-    return {};
-  }
-  Status noteDaemon(const StartedDaemon &) override { return {}; }
-  void forgetConnection(const LoadedConnection &entry) override { std::erase(connections, entry); }
-  void forgetDaemon(const StartedDaemon &) override {}
-
-  bool broken = false;
-  std::vector<LoadedConnection> connections;
 };
 
 class FakeSecrets : public SecretSource {
@@ -167,7 +154,7 @@ class IKEAssociationTest : public LoopFixture {
   PPPLog log_;
   EngineSettings settings_;
   FakeSecrets secrets_;
-  FakeJournal journal_;
+  RecordingJournal journal_;
   FakeKernel kernel_;
   ScriptedDaemon daemon_;
   Status guard_;

@@ -19,7 +19,8 @@ using vici::Section;
 ViciServer::ViciServer(std::string path)
     : path_(std::move(path)),
       listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)),
-      wake_(::eventfd(0, EFD_CLOEXEC)) {
+      wake_(::eventfd(0, EFD_CLOEXEC)),
+      heard_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   path_.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -140,6 +141,7 @@ void ViciServer::handle(Client &client, const Packet &packet) {
   EXPECT_EQ(packet.type, PacketType::request);
   asked_.emplace_back(packet.name, packet.message);
   wasAsked_.notify_all();
+  ::eventfd_write(heard_.get(), 1);
   const auto known = answers_.find(packet.name);
   if (known == answers_.end()) return send(client, {PacketType::unknownCommand, "", {}});
   const auto answer = known->second(packet.message);

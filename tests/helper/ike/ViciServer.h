@@ -42,6 +42,8 @@ class ViciServer {
   std::vector<std::string> asked() const;
   // Blocks until this has been asked.
   void waitFor(const std::string &command) const;
+  // Readable when something has been asked since it was last read: for an event loop that waits for that.
+  int heard() const { return heard_.get(); }
   // The newest request of this command; empty when there is none.
   vici::Section request(const std::string &command) const;
 
@@ -61,6 +63,7 @@ class ViciServer {
   std::string path_;
   foundation::FileDescriptor listener_;
   foundation::FileDescriptor wake_;  // ends the thread
+  foundation::FileDescriptor heard_;
   mutable std::mutex mutex_;
   std::map<std::string, Answer> answers_;
   std::vector<std::unique_ptr<Client>> clients_;
