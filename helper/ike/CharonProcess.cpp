@@ -114,7 +114,7 @@ CharonProcess::~CharonProcess() {
   if (!daemon_) return;
   useLock_.reset();
   if (child_) child_->leaveRunning();
-  endDaemon(*daemon_, std::chrono::milliseconds(400));
+  endDaemon(*daemon_, deadlines_.destruction, places_);
   journal_.forgetDaemon(*daemon_);
 }
 
@@ -286,6 +286,7 @@ void CharonProcess::finishStopping() {
   deadline_.reset();
   if (daemon_) {
     if (last_) {
+      if (child_) child_->waitFor(std::chrono::milliseconds(0));  // it has ended; only its number is left
       removeLeftovers(places_.controlSockets, daemon_->pid);
       ::unlink(daemon_->useFile.c_str());
     } else if (child_) {
@@ -298,7 +299,7 @@ void CharonProcess::finishStopping() {
   handlers_.stopped();
 }
 
-void CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::milliseconds grace) {
+void CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::milliseconds grace, const Places &places) {
   const FileDescriptor useFile = openUseFile(daemon.useFile, 0);
   // Without the file it has been ended by its last user; if somebody else is in it, it belongs to him.
   if (!useFile || !lockUseFile(useFile, LOCK_EX)) return;
@@ -312,7 +313,7 @@ void CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::millisec
       ::poll(&end, 1, static_cast<int>(grace.count()));
     }
   }
-  removeLeftovers(Places{}.controlSockets, daemon.pid);
+  removeLeftovers(places.controlSockets, daemon.pid);
   ::unlink(daemon.useFile.c_str());
 }
 

@@ -45,6 +45,7 @@ class CharonProcess {
     std::chrono::milliseconds start{10000};  // until it answers on its control socket
     std::chrono::milliseconds stop{3000};    // then it is killed
     std::chrono::milliseconds retry{50};     // while another helper starts or ends it
+    std::chrono::milliseconds destruction{400};
   };
   struct Handlers {
     std::function<void(const std::string &controlSocket)> ready;
@@ -61,7 +62,7 @@ class CharonProcess {
   void stop();
 
   // Ends the charon of a journal, unless somebody else uses it. Waits for its end, at most twice GRACE.
-  static void endDaemon(const StartedDaemon &daemon, std::chrono::milliseconds grace);
+  static void endDaemon(const StartedDaemon &daemon, std::chrono::milliseconds grace, const Places &places);
 
  private:
   void attempt();

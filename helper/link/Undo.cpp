@@ -17,7 +17,8 @@ namespace helper {
 namespace {
 
 constexpr std::chrono::milliseconds kProcessGrace{2500};
-constexpr std::chrono::milliseconds kProgramDeadline{10000};  // resolvconf is a dozen shell scripts
+// resolvconf removes its record first and then runs its scripts: stopped in between, it would not do so any more.
+constexpr std::chrono::milliseconds kProgramDeadline{30000};
 
 bool ends(int process, std::chrono::milliseconds deadline) {
   pollfd wait{process, POLLIN, 0};
@@ -69,9 +70,18 @@ bool Undo::undo(const ResolvconfRecord &entry) {
   // Without the program nobody reads its records.
   if (::access(entry.program.c_str(), X_OK) < 0) return true;
   auto program = ChildProcess::spawn({entry.program, "-d", entry.key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {});
-  if (program && program->waitFor(kProgramDeadline) && program->end().exited && program->end().code == 0) return true;
-  complain_("The name servers of the connection could not be taken back: " + entry.program + " -d " + entry.key +
-            " does not work.");
+  std::string how;
+  if (!program)
+    how = "cannot be started: " + program.error().message;
+  else if (!program->waitFor(kProgramDeadline))
+    how = "does not end";
+  else if (const ChildProcess::End &end = program->end(); !end.exited)
+    how = "was ended by signal " + std::to_string(end.code);
+  else if (end.code != 0)
+    how = "ends with status " + std::to_string(end.code);
+  if (how.empty()) return true;
+  complain_("The name servers of the connection could not be taken back: " + entry.program + " -d " + entry.key + " " +
+            how + ".");
   return false;
 }
 
@@ -91,7 +101,7 @@ bool Undo::undo(const LoadedConnection &entry) {
 }
 
 bool Undo::undo(const StartedDaemon &entry) {
-  CharonProcess::endDaemon(entry, kProcessGrace);
+  CharonProcess::endDaemon(entry, kProcessGrace, {});
   return true;
 }
 

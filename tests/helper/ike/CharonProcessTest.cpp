@@ -1,0 +1,256 @@
+#include <arpa/inet.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "helper/ProcessStart.h"
+#include "helper/ike/CharonProcess.h"
+#include "tests/helper/ike/RecordingJournal.h"
+#include "tests/helper/ike/ViciServer.h"
+#include "tests/helper/support/LoopFixture.h"
+#include "tests/helper/support/TemporaryFolder.h"
+
+using namespace helper;
+using helper::testing::RecordingJournal;
+using helper::testing::ViciServer;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+namespace {
+
+// One helper that uses the daemon.
+struct User {
+  RecordingJournal journal;
+  std::optional<std::string> socket;
+  std::optional<std::string> failure;
+  bool stopped = false;
+  std::unique_ptr<CharonProcess> process;
+};
+
+class CharonProcessTest : public LoopFixture {
+ protected:
+  CharonProcessTest() {
+    places_.controlSockets = {folder_.path("charon.vici")};
+    places_.programs = {folder_.path("nobody"), folder_.path("charon")};
+    places_.useFile = folder_.path("use");
+    places_.ports = {};
+    deadlines_.retry = milliseconds(5);
+    std::filesystem::create_symlink(FAKE_CHARON, folder_.path("charon"));
+  }
+
+  void start(User &user) {
+    user.process = std::make_unique<CharonProcess>(
+        event_, user.journal, places_, deadlines_,
+        CharonProcess::Handlers{.ready = [&user](const std::string &socket) { user.socket = socket; },
+                                .failed = [&user](const std::string &sentence) { user.failure = sentence; },
+                                .stopped = [&user] { user.stopped = true; }});
+    user.process->start();
+  }
+  void getReady(User &user) {
+    start(user);
+    ASSERT_TRUE(runUntil([&] { return user.socket || user.failure; }));
+    ASSERT_FALSE(user.failure) << *user.failure;
+    EXPECT_EQ(*user.socket, folder_.path("charon.vici"));
+  }
+  void stop(User &user) {
+    user.process->stop();
+    EXPECT_FALSE(user.stopped);
+    ASSERT_TRUE(runUntil([&] { return user.stopped; }));
+  }
+  void expectFailure(User &user, const std::string &part) {
+    start(user);
+    ASSERT_TRUE(runUntil([&] { return user.socket || user.failure; }));
+    ASSERT_TRUE(user.failure);
+    EXPECT_NE(user.failure->find(part), std::string::npos) << *user.failure;
+    stop(user);
+    EXPECT_TRUE(user.journal.daemons.empty());
+    expectNothingLeft();
+  }
+  void expectNothingLeft() const {
+    for (const auto &entry : std::filesystem::directory_iterator(folder_.path()))
+      EXPECT_FALSE(entry.path().filename().string().starts_with("charon.") || entry.path().filename() == "use")
+          << entry.path();
+  }
+  static bool lives(const StartedDaemon &daemon) { return startTimeOf(daemon.pid) == daemon.startTime; }
+
+  helper::testing::TemporaryFolder folder_;
+  CharonProcess::Places places_;
+  CharonProcess::Deadlines deadlines_;
+  User one_;
+  User two_;
+};
+
+TEST_F(CharonProcessTest, UsesTheSystemsOwnAndLeavesIt) {
+  const ViciServer system(folder_.path("charon.vici"));
+  getReady(one_);
+  EXPECT_TRUE(one_.journal.daemons.empty());
+  stop(one_);
+  EXPECT_TRUE(std::filesystem::exists(folder_.path("charon.vici")));
+  EXPECT_FALSE(std::filesystem::exists(folder_.path("use")));
+}
+
+TEST_F(CharonProcessTest, StartsOneAndEndsIt) {
+  getReady(one_);
+  ASSERT_EQ(one_.journal.daemons.size(), 1U);
+  const StartedDaemon daemon = one_.journal.daemons[0];
+  EXPECT_TRUE(lives(daemon));
+  EXPECT_EQ(daemon.useFile, folder_.path("use"));
+  EXPECT_EQ(helper::testing::contentsOf(folder_.path("use")),
+            std::to_string(daemon.pid) + " " + std::to_string(daemon.startTime) + "\n");
+  stop(one_);
+  EXPECT_FALSE(lives(daemon));
+  EXPECT_TRUE(one_.journal.daemons.empty());
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, KillsOneThatDoesNotEnd) {
+  helper::testing::writeFile(folder_.path("stubborn"), "");
+  deadlines_.stop = milliseconds(50);
+  getReady(one_);
+  const StartedDaemon daemon = one_.journal.daemons.at(0);
+  stop(one_);
+  EXPECT_FALSE(lives(daemon));
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, ASocketThatNobodyListensOnAnyMoreIsNoDaemon) {
+  { ViciServer(folder_.path("charon.vici")).say("", {}); }
+  helper::testing::writeFile(folder_.path("charon.vici"), "");
+  getReady(one_);
+  EXPECT_EQ(one_.journal.daemons.size(), 1U);
+  stop(one_);
+}
+
+TEST_F(CharonProcessTest, TheStarterLeavesItToTheOther) {
+  getReady(one_);
+  getReady(two_);
+  const StartedDaemon daemon = one_.journal.daemons.at(0);
+  EXPECT_EQ(two_.journal.daemons, one_.journal.daemons);
+  stop(one_);
+  one_.process.reset();
+  EXPECT_TRUE(lives(daemon));
+  EXPECT_TRUE(one_.journal.daemons.empty());
+  stop(two_);
+  // It is still our child, and nobody's to wait for: that it has ended is all there is to see.
+  EXPECT_TRUE(two_.journal.daemons.empty());
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, TheOtherLeavesItToTheStarter) {
+  getReady(one_);
+  getReady(two_);
+  const StartedDaemon daemon = one_.journal.daemons.at(0);
+  stop(two_);
+  EXPECT_TRUE(lives(daemon));
+  stop(one_);
+  EXPECT_FALSE(lives(daemon));
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, TwoAtOnceStartOne) {
+  start(one_);
+  start(two_);
+  ASSERT_TRUE(runUntil([&] { return one_.socket && two_.socket; }));
+  EXPECT_EQ(one_.journal.daemons.size(), 1U);
+  EXPECT_EQ(two_.journal.daemons, one_.journal.daemons);
+  stop(one_);
+  stop(two_);
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, WaitsForOneThatIsJustEnding) {
+  helper::testing::writeFile(folder_.path("stubborn"), "");
+  deadlines_.stop = milliseconds(100);
+  getReady(one_);
+  const StartedDaemon first = one_.journal.daemons.at(0);
+  one_.process->stop();
+  getReady(two_);
+  EXPECT_TRUE(one_.stopped);
+  EXPECT_NE(two_.journal.daemons.at(0), first);
+  stop(two_);
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, DestroyedItEndsTheDaemon) {
+  getReady(one_);
+  const StartedDaemon daemon = one_.journal.daemons.at(0);
+  one_.process.reset();
+  EXPECT_TRUE(one_.journal.daemons.empty());
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, StoppedWhileItStarts) {
+  helper::testing::writeFile(folder_.path("mute"), "");
+  start(one_);
+  ASSERT_TRUE(runUntil([&] { return !one_.journal.daemons.empty(); }));
+  const StartedDaemon daemon = one_.journal.daemons[0];
+  stop(one_);
+  EXPECT_FALSE(lives(daemon));
+  EXPECT_FALSE(one_.failure);
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, StoppedAtOnce) {
+  start(one_);
+  stop(one_);
+  EXPECT_FALSE(one_.socket);
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, NoDaemonInstalled) {
+  places_.programs = {folder_.path("nobody")};
+  expectFailure(one_, "apt install strongswan-charon strongswan-swanctl");
+}
+
+TEST_F(CharonProcessTest, NoControlSocket) {
+  helper::testing::writeFile(folder_.path("mute"), "");
+  deadlines_.start = milliseconds(100);
+  expectFailure(one_, "its control socket does not appear; it needs the vici plugin");
+}
+
+TEST_F(CharonProcessTest, OneThatEndsAtOnce) {
+  helper::testing::writeFile(folder_.path("dying"), "");
+  expectFailure(one_, "ended while it started (status 3)");
+}
+
+TEST_F(CharonProcessTest, APortInOtherHands) {
+  const foundation::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr *>(&address), size), 0);
+  ASSERT_EQ(::getsockname(socket.get(), reinterpret_cast<sockaddr *>(&address), &size), 0);
+  places_.ports = {ntohs(address.sin_port)};
+  expectFailure(one_, "UDP port " + std::to_string(places_.ports[0]) +
+                          ", which the IKE daemon needs, is held by helper_ike_test (process " +
+                          std::to_string(::getpid()) + "); end that first.");
+}
+
+TEST_F(CharonProcessTest, WhatCannotBeWrittenDownIsTakenBack) {
+  one_.journal.broken = true;
+  expectFailure(one_, "cannot be written down");
+}
+
+TEST_F(CharonProcessTest, AJournalsDaemonIsEndedUnlessSomebodyUsesIt) {
+  getReady(one_);
+  const StartedDaemon daemon = one_.journal.daemons.at(0);
+  CharonProcess::endDaemon(daemon, seconds(5), places_);
+  EXPECT_TRUE(lives(daemon));
+  // When its helper dies, the lock goes and the file stays: as if another file had taken its place.
+  std::filesystem::rename(folder_.path("use"), folder_.path("held"));
+  helper::testing::writeFile(folder_.path("use"), *helper::testing::contentsOf(folder_.path("held")));
+  CharonProcess::endDaemon(daemon, seconds(5), places_);
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, AnotherProcessOfThatNumberIsLeftAlone) {
+  helper::testing::writeFile(folder_.path("use"), "");
+  // Were it ended, this would be the end of the test.
+  CharonProcess::endDaemon({::getpid(), 1, folder_.path("use")}, seconds(5), places_);
+  EXPECT_FALSE(std::filesystem::exists(folder_.path("use")));
+}
+
+}  // namespace
