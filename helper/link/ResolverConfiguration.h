@@ -42,8 +42,8 @@ class ResolverConfiguration {
   ~ResolverConfiguration() = default;
 
   // SERVERS answer for everything if PRIMARY; otherwise only systemd-resolved, which can keep them apart by interface,
-  // gets them at all. DONE is called once from the loop, within a few seconds whatever others do, and never after this
-  // is destroyed.
+  // gets them at all. DONE is called once from the loop, within half a minute whatever others do, and never after
+  // this is destroyed.
   void apply(const std::string &interface, const std::vector<in_addr> &servers, bool primary, Done done);
 
  private:

@@ -182,7 +182,8 @@ TEST_F(ResolverConfigurationTest, TellsThatResolvconfRefuses) {
   const std::string &program = paths_.resolvconf[0];
   EXPECT_EQ(apply(), "The server's name servers are not used: " + program + " -a ends with status 3.");
   undo();
-  EXPECT_EQ(complaints_.size(), 1U);
+  EXPECT_EQ(complaints_, (std::vector<std::string>{"The name servers of the connection could not be taken back: " +
+                                                   program + " -d vpn999998.lo ends with status 3."}));
   EXPECT_EQ(journal_->entries().size(), 1U) << "the next helper is to try again";
   fs::remove(program);
   undo();
