@@ -72,3 +72,38 @@ expect_carrier() {
   expect_first_hop "$FAR" "$1"
   expect_answer "$2"
 }
+
+# Both up, one after the other: the newest carries everything, and each server is reached past both tunnels.
+both_up() {
+  start_vpnctl
+  wait_status "PPP Connected"
+  expect_first_carries
+  start_second
+  wait_said second "PPP Connected"
+  expect_second_carries
+  expect_ping "$TUNNEL_SERVER"
+  expect_first_hop "$SERVER" "$ROUTER"
+  expect_first_hop "$SECOND" "$ROUTER"
+}
+first_ends_first() {
+  say "The first ends first."
+  both_up
+  disconnect_usual
+  expect_second_carries
+  expect_ping "$SECOND_BEHIND"
+  stop_tool second
+  expect_resolver_as_before
+  expect_answer "$OUTSIDE"
+  assert_clean
+}
+second_ends_first() {
+  say "The second ends first."
+  both_up
+  stop_tool second
+  expect_first_carries
+  expect_ping "$BEHIND"
+  disconnect_usual
+  expect_resolver_as_before
+  expect_answer "$OUTSIDE"
+  assert_clean
+}
