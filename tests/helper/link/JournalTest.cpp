@@ -37,7 +37,9 @@ std::vector<JournalEntry> oneOfEach() {
           AddedRoute{Route{address("128.0.0.0"), 1, {}, {}, "ppp0", UINT32_MAX}},
           ResolvconfRecord{"/sbin/resolvconf", "ppp0.vpnctl"},
           file,
-          link};
+          link,
+          LoadedConnection{"/run/charon.vici", "vpnctl-1", UINT32_MAX},
+          StartedDaemon{4712, 17, "/run/vpnctl/charon"}};
 }
 
 class JournalTest : public testing::Test {
@@ -81,6 +83,28 @@ TEST_F(JournalTest, RefusesWhatMakesNoSense) {
   EXPECT_FALSE(journalEntries(withEntry("PrefixLength", 33, 1)));
   EXPECT_FALSE(journalEntries(withEntry("Program", "resolvconf", 3)));
   EXPECT_FALSE(journalEntries(withEntry("Path", "etc/resolv.conf", 4)));
+  EXPECT_FALSE(journalEntries(withEntry("ControlSocket", "charon.vici", 6)));
+  EXPECT_FALSE(journalEntries(withEntry("Name", "", 6)));
+  EXPECT_FALSE(journalEntries(withEntry("ReqID", 0, 6)));
+  EXPECT_FALSE(journalEntries(withEntry("ReqID", std::uint64_t{1} << 32, 6)));
+  EXPECT_FALSE(journalEntries(withEntry("PID", 1, 7)));
+  EXPECT_FALSE(journalEntries(withEntry("UseFile", "charon", 7)));
+}
+
+TEST_F(JournalTest, AnAssociationForgetsItsOwnEntries) {
+  auto journal = Journal::create(base_);
+  ASSERT_TRUE(journal);
+  IPSecJournal &seam = *journal;
+  const LoadedConnection connection{"/run/charon.vici", "vpnctl-1", 7};
+  const StartedDaemon daemon{4712, 17, "/run/vpnctl/charon"};
+  ASSERT_TRUE(seam.noteDaemon(daemon));
+  ASSERT_TRUE(seam.noteConnection(connection));
+  ASSERT_TRUE(journal->note(StartedProcess{4711, 1}));
+  seam.forgetConnection(connection);
+  seam.forgetConnection(connection);
+  EXPECT_EQ(journal->entries(), (std::vector<JournalEntry>{daemon, StartedProcess{4711, 1}}));
+  seam.forgetDaemon(daemon);
+  EXPECT_EQ(journal->entries(), (std::vector<JournalEntry>{StartedProcess{4711, 1}}));
 }
 
 TEST_F(JournalTest, IsWrittenBeforeTheChangeAndForgottenAfter) {

@@ -1,5 +1,7 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -100,6 +102,33 @@ TEST_F(UndoTest, LeavesAnotherProcessOfTheSameNumberAlone) {
   const std::uint64_t startTime = startTimeOf(process->pid()).value();
   EXPECT_TRUE(undo({StartedProcess{process->pid(), startTime + 1}, StartedProcess{0x3fffffff, 1}}).empty());
   EXPECT_FALSE(process->waitFor(std::chrono::milliseconds(50)));
+}
+
+TEST_F(UndoTest, ADaemonThatIsGoneHasNothingToGiveBack) {
+  EXPECT_TRUE(undo({LoadedConnection{base_ + "/charon.vici", "vpnctl-1", 4711}}).empty());
+  EXPECT_TRUE(complaints_.empty());
+}
+
+TEST_F(UndoTest, LeavesADaemonThatSomebodyStillUses) {
+  const std::string useFile = base_ + "/use";
+  const foundation::FileDescriptor user(::open(useFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_EQ(::flock(user.get(), LOCK_SH), 0);
+  auto program = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(program);
+  EXPECT_TRUE(undo({StartedDaemon{program->pid(), startTimeOf(program->pid()).value_or(0), useFile}}).empty());
+  EXPECT_FALSE(program->waitFor(std::chrono::milliseconds(0)));
+  EXPECT_TRUE(std::filesystem::exists(useFile));
+}
+
+TEST_F(UndoTest, EndsADaemonThatNobodyUses) {
+  const std::string useFile = base_ + "/use";
+  auto program = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(program);
+  const StartedDaemon daemon{program->pid(), startTimeOf(program->pid()).value_or(0), useFile};
+  std::ofstream(useFile) << daemon.pid << " " << daemon.startTime << "\n";
+  EXPECT_TRUE(undo({daemon}).empty());
+  EXPECT_TRUE(program->waitFor(std::chrono::milliseconds(0)));
+  EXPECT_FALSE(std::filesystem::exists(useFile));
 }
 
 }  // namespace
