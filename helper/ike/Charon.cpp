@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 
 #include "helper/EngineSettings.h"
 #include "helper/ike/ViciExchange.h"
@@ -108,6 +109,7 @@ Charon::~Charon() {
 
 void Charon::open() {
   state_ = State::opening;
+  until_ = std::chrono::steady_clock::now() + deadlines_.open;
   process_.start();
 }
 
@@ -115,8 +117,14 @@ void Charon::connect(const std::string &controlSocket) {
   controlSocket_ = controlSocket;
   auto first = ViciConnection::connect(controlSocket);
   auto second = ViciConnection::connect(controlSocket);
-  if (!first || !second)
-    return unusable("The IKE daemon cannot be spoken to: " + (first ? second : first).error().message + ".");
+  if (!first || !second) {
+    const foundation::Error &error = (first ? second : first).error();
+    if (error.code != EAGAIN || std::chrono::steady_clock::now() >= until_)
+      return unusable("The IKE daemon cannot be spoken to: " + error.message + ".");
+    // One that is just starting lets nobody in yet, and has room for few to wait.
+    soon_ = EventSource::timer(event_, deadlines_.retry, [this] { connect(controlSocket_); });
+    return;
+  }
   const auto ended = [this](const std::string &reason) { daemonEnded(reason); };
   load_.emplace(event_, std::move(*first), ViciConnection::Handlers{[](const auto &, const auto &) {}, ended});
   watch_.emplace(

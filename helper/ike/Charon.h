@@ -18,8 +18,10 @@ namespace helper {
 class Charon : public IKEDaemon {
  public:
   struct Deadlines {
-    std::chrono::milliseconds request{5000};  // to everything but a negotiation
-    std::chrono::milliseconds look{1000};     // how often we look how far a negotiation is
+    std::chrono::milliseconds open{15000};  // until it lets us in
+    std::chrono::milliseconds retry{20};
+    std::chrono::milliseconds request{10000};  // to everything but a negotiation; a starting daemon takes its time
+    std::chrono::milliseconds look{1000};      // how often we look how far a negotiation is
     // How long a server may be silent in one stage. charon says everything again after 4 and after 11 seconds.
     std::chrono::milliseconds firstAnswer{8000};
     std::chrono::milliseconds stage{7000};

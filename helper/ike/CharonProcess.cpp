@@ -24,6 +24,7 @@
 #include "helper/Peer.h"
 #include "helper/ProcessStart.h"
 #include "helper/UDPPortHolder.h"
+#include "helper/ike/RoutingRule.h"
 #include "helper/ike/ViciConnection.h"
 
 namespace helper {
@@ -46,16 +47,17 @@ bool lockUseFile(const FileDescriptor &file, int operation) {
          attributes.st_nlink > 0;
 }
 
-// Who is in the file: "PID START-TIME".
+// Who is in the file: "PID START-TIME RULE-WAS-THERE".
 std::optional<StartedDaemon> readUseFile(const std::string &path) {
   std::ifstream file(path);
   StartedDaemon daemon{-1, 0, path};
-  if (!(file >> daemon.pid >> daemon.startTime) || daemon.pid <= 1) return std::nullopt;
+  if (!(file >> daemon.pid >> daemon.startTime >> daemon.ruleWasThere) || daemon.pid <= 1) return std::nullopt;
   return daemon;
 }
 
 bool writeUseFile(const FileDescriptor &file, const StartedDaemon &daemon) {
-  const std::string text = std::to_string(daemon.pid) + " " + std::to_string(daemon.startTime) + "\n";
+  const std::string text = std::to_string(daemon.pid) + " " + std::to_string(daemon.startTime) + " " +
+                           (daemon.ruleWasThere ? "1" : "0") + "\n";
   return ::ftruncate(file.get(), 0) == 0 &&
          ::pwrite(file.get(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
 }
@@ -71,9 +73,10 @@ void signal(const FileDescriptor &process, int number) {
   ::syscall(SYS_pidfd_send_signal, process.get(), number, nullptr, 0);
 }
 
-// What a killed charon leaves where charons keep their files: sockets that nobody listens on, and its number. A living
-// one's stay.
-void removeLeftovers(const std::vector<std::string> &controlSockets, pid_t pid) {
+// What a killed charon leaves: its rule for routes, and where charons keep their files sockets that nobody listens on,
+// and its number. A living one's stay.
+void removeLeftovers(const std::vector<std::string> &controlSockets, const StartedDaemon &daemon) {
+  if (!daemon.ruleWasThere) removeCharonsRule();
   namespace fs = std::filesystem;
   std::set<fs::path> folders;
   for (const fs::path path : controlSockets) folders.insert(path.parent_path());
@@ -86,7 +89,7 @@ void removeLeftovers(const std::vector<std::string> &controlSockets, pid_t pid) 
         if (!answer && answer.error().code == ECONNREFUSED) fs::remove(entry.path(), ignored);
       } else if (entry.path().extension() == ".pid") {
         pid_t written = -1;
-        if (std::ifstream(entry.path()) >> written && written == pid) fs::remove(entry.path(), ignored);
+        if (std::ifstream(entry.path()) >> written && written == daemon.pid) fs::remove(entry.path(), ignored);
       }
     }
   }
@@ -141,6 +144,10 @@ void CharonProcess::tryAgain() {
 bool CharonProcess::found() {
   for (const std::string &path : places_.controlSockets) {
     const auto socket = ViciConnection::connect(path);
+    if (!socket && socket.error().code == EAGAIN) {
+      tryAgain();  // it listens, but has more callers than it has let in: one that is just starting
+      return true;
+    }
     if (!socket) continue;
     auto daemon = readUseFile(places_.useFile);
     const auto peer = Peer::ofSocket(socket->get());
@@ -200,6 +207,7 @@ void CharonProcess::launch() {
     return fail(std::move(*sentence));
   }
   const std::string &program = places_.programs.front();
+  const bool ruleWasThere = hasCharonsRule();
   auto child =
       ChildProcess::spawn({program}, {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}, {});
   if (!child) {
@@ -207,7 +215,7 @@ void CharonProcess::launch() {
     useLock_.reset();
     return fail("The IKE daemon cannot be started: " + child.error().message + ".");
   }
-  daemon_ = StartedDaemon{child->pid(), startTimeOf(child->pid()).value_or(0), places_.useFile};
+  daemon_ = StartedDaemon{child->pid(), startTimeOf(child->pid()).value_or(0), places_.useFile, ruleWasThere};
   child_.emplace(std::move(*child));
   child_->watch(event_, [this](const ChildProcess::End &end) { childEnded(end); });
   // From here on it is ours, whatever fails: the destructor and stop() end it.
@@ -238,8 +246,8 @@ void CharonProcess::lookForSocket() {
       ::flock(useLock_.get(), LOCK_SH);
       return use(path);
     }
-    // It has its name but nobody listens yet: that is a matter of moments.
-    if (socket.error().code == ECONNREFUSED)
+    // It has its name but nobody listens yet, or lets us in: that is a matter of moments.
+    if (socket.error().code == ECONNREFUSED || socket.error().code == EAGAIN)
       retry_ = EventSource::timer(event_, deadlines_.retry, [this] { lookForSocket(); });
   }
 }
@@ -287,7 +295,7 @@ void CharonProcess::finishStopping() {
   if (daemon_) {
     if (last_) {
       if (child_) child_->waitFor(std::chrono::milliseconds(0));  // it has ended; only its number is left
-      removeLeftovers(places_.controlSockets, daemon_->pid);
+      removeLeftovers(places_.controlSockets, *daemon_);
       ::unlink(daemon_->useFile.c_str());
     } else if (child_) {
       child_->leaveRunning();
@@ -313,7 +321,7 @@ void CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::millisec
       ::poll(&end, 1, static_cast<int>(grace.count()));
     }
   }
-  removeLeftovers(places.controlSockets, daemon.pid);
+  removeLeftovers(places.controlSockets, daemon);
   ::unlink(daemon.useFile.c_str());
 }
 

@@ -226,13 +226,14 @@ void IKEAssociation::stop() {
   soon_ = EventSource::soon(with_.event, [this] { handlers_.stopped(); });
 }
 
-// What the daemon could not take out of the kernel, because it died or because packets still came, goes now.
+// What the daemon could not take out of the kernel goes now, because it died, or because a packet met the guard and the
+// kernel waits for an association for it.
 void IKEAssociation::forget() {
-  if (!noted_) return;
   if (table_)
-    if (const Status removed = table_->remove(noted_->reqid); !removed)
+    if (const Status removed = table_->remove(plan_.reqid); !removed)
       with_.log.write("IPSec: " + removed.error().message + ".");
-  with_.journal.forgetConnection(*noted_);
+  table_.reset();
+  if (noted_) with_.journal.forgetConnection(*noted_);
   noted_.reset();
 }
 

@@ -28,6 +28,8 @@ struct StartedDaemon {
   pid_t pid = -1;
   std::uint64_t startTime = 0;
   std::string useFile;  // its users hold it locked
+  // The machine had the daemon's rule for routes before: it stays.
+  bool ruleWasThere = false;
   bool operator==(const StartedDaemon &) const = default;
 };
 

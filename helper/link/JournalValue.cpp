@@ -67,6 +67,7 @@ struct ToValue {
     value.set("PID", static_cast<std::int64_t>(entry.pid));
     value.set("StartTime", entry.startTime);
     value.set("UseFile", entry.useFile);
+    value.set("RuleWasThere", entry.ruleWasThere);
     return value;
   }
 };
@@ -93,7 +94,8 @@ std::optional<JournalEntry> entryFrom(const Value &value) {
   }
   if (kind == "IKEDaemon") {
     const std::int64_t pid = value["PID"].integerValue();
-    StartedDaemon entry{static_cast<pid_t>(pid), value["StartTime"].unsignedIntegerValue(), value["UseFile"].string()};
+    StartedDaemon entry{static_cast<pid_t>(pid), value["StartTime"].unsignedIntegerValue(), value["UseFile"].string(),
+                        value["RuleWasThere"].boolValue()};
     if (pid <= 1 || pid > INT32_MAX || !entry.useFile.starts_with('/')) return std::nullopt;
     return entry;
   }

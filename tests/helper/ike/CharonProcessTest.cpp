@@ -7,6 +7,7 @@
 
 #include "helper/ProcessStart.h"
 #include "helper/ike/CharonProcess.h"
+#include "helper/ike/RoutingRule.h"
 #include "tests/helper/ike/RecordingJournal.h"
 #include "tests/helper/ike/ViciServer.h"
 #include "tests/helper/support/LoopFixture.h"
@@ -98,7 +99,7 @@ TEST_F(CharonProcessTest, StartsOneAndEndsIt) {
   EXPECT_TRUE(lives(daemon));
   EXPECT_EQ(daemon.useFile, folder_.path("use"));
   EXPECT_EQ(helper::testing::contentsOf(folder_.path("use")),
-            std::to_string(daemon.pid) + " " + std::to_string(daemon.startTime) + "\n");
+            std::to_string(daemon.pid) + " " + std::to_string(daemon.startTime) + (hasCharonsRule() ? " 1\n" : " 0\n"));
   stop(one_);
   EXPECT_FALSE(lives(daemon));
   EXPECT_TRUE(one_.journal.daemons.empty());
@@ -249,7 +250,7 @@ TEST_F(CharonProcessTest, AJournalsDaemonIsEndedUnlessSomebodyUsesIt) {
 TEST_F(CharonProcessTest, AnotherProcessOfThatNumberIsLeftAlone) {
   helper::testing::writeFile(folder_.path("use"), "");
   // Were it ended, this would be the end of the test.
-  CharonProcess::endDaemon({::getpid(), 1, folder_.path("use")}, seconds(5), places_);
+  CharonProcess::endDaemon({::getpid(), 1, folder_.path("use"), true}, seconds(5), places_);
   EXPECT_FALSE(std::filesystem::exists(folder_.path("use")));
 }
 

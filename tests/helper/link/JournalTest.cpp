@@ -39,7 +39,7 @@ std::vector<JournalEntry> oneOfEach() {
           file,
           link,
           LoadedConnection{"/run/charon.vici", "vpnctl-1", UINT32_MAX},
-          StartedDaemon{4712, 17, "/run/vpnctl/charon"}};
+          StartedDaemon{4712, 17, "/run/vpnctl/charon", true}};
 }
 
 class JournalTest : public testing::Test {
@@ -96,7 +96,7 @@ TEST_F(JournalTest, AnAssociationForgetsItsOwnEntries) {
   ASSERT_TRUE(journal);
   IPSecJournal &seam = *journal;
   const LoadedConnection connection{"/run/charon.vici", "vpnctl-1", 7};
-  const StartedDaemon daemon{4712, 17, "/run/vpnctl/charon"};
+  const StartedDaemon daemon{4712, 17, "/run/vpnctl/charon", false};
   ASSERT_TRUE(seam.noteDaemon(daemon));
   ASSERT_TRUE(seam.noteConnection(connection));
   ASSERT_TRUE(journal->note(StartedProcess{4711, 1}));

@@ -115,7 +115,7 @@ TEST_F(UndoTest, LeavesADaemonThatSomebodyStillUses) {
   ASSERT_EQ(::flock(user.get(), LOCK_SH), 0);
   auto program = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
   ASSERT_TRUE(program);
-  EXPECT_TRUE(undo({StartedDaemon{program->pid(), startTimeOf(program->pid()).value_or(0), useFile}}).empty());
+  EXPECT_TRUE(undo({StartedDaemon{program->pid(), startTimeOf(program->pid()).value_or(0), useFile, true}}).empty());
   EXPECT_FALSE(program->waitFor(std::chrono::milliseconds(0)));
   EXPECT_TRUE(std::filesystem::exists(useFile));
 }
@@ -124,8 +124,8 @@ TEST_F(UndoTest, EndsADaemonThatNobodyUses) {
   const std::string useFile = base_ + "/use";
   auto program = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
   ASSERT_TRUE(program);
-  const StartedDaemon daemon{program->pid(), startTimeOf(program->pid()).value_or(0), useFile};
-  std::ofstream(useFile) << daemon.pid << " " << daemon.startTime << "\n";
+  const StartedDaemon daemon{program->pid(), startTimeOf(program->pid()).value_or(0), useFile, true};
+  std::ofstream(useFile) << daemon.pid << " " << daemon.startTime << " 1\n";
   EXPECT_TRUE(undo({daemon}).empty());
   EXPECT_TRUE(program->waitFor(std::chrono::milliseconds(0)));
   EXPECT_FALSE(std::filesystem::exists(useFile));
