@@ -149,7 +149,9 @@ spawn() {
   within 30 test -f "$logs/$name.pid" || fail "$name did not start"
 }
 
-running() { [ -z "${EXITED[$1]:-}" ] && kill -0 "${SPAWNED[$1]}" 2>/dev/null; }
+# A child that has ended counts as ended although bash has not noticed yet: it may miss the signal, and loops of its own words
+# give it no second chance.
+running() { [ -z "${EXITED[$1]:-}" ] && ! not_running "${SPAWNED[$1]}"; }
 ended() { ! running "$1"; }
 running_now() { [ -n "${SPAWNED[$1]:-}" ] && running "$1"; } # also for what was never started
 
@@ -189,4 +191,8 @@ no_process() {
     for wanted in "${@:2}"; do [ "$name" != "$wanted" ] || return 1; done
   done
 }
-not_running() { ! kill -0 "$1" 2>/dev/null; }
+not_running() {
+  local stat
+  { read -r stat <"/proc/$1/stat"; } 2>/dev/null || return 0
+  [[ $stat == *") Z "* ]]
+}

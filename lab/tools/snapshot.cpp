@@ -189,7 +189,10 @@ static void daemon(Lines &lines) try {
   if (!vici.connected()) return;
   auto note = [&](const std::string &kind) {
     return [&lines, kind](const std::string &message) {
-      lab::Vici::names(message, [&](const std::string &name) { lines.push_back("ike " + kind + " " + name); });
+      lab::Vici::names(message, [&](const std::string &name) {
+        // Half an association, which a client began and gave up: the daemon forgets it by itself, later than we wait.
+        if (name != "(unnamed)") lines.push_back("ike " + kind + " " + name);
+      });
     };
   };
   vici.ask("list-conns", "list-conn", note("connection"));
