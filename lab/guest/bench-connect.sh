@@ -1,7 +1,7 @@
 # How long until the link has its address, how long its end takes, and how much memory vpnctl needs meanwhile.
 
 bench_connect() {
-  local run way host command stop key value name ways
+  local run way host command stop after key value name ways
   case $protocol in
     pptp) ways=(vpnctl networkmanager by-hand by-hand-no-delay) ;;
     l2tp) ways=(vpnctl networkmanager by-hand vpnctl-own-daemon) ;;
@@ -10,8 +10,7 @@ bench_connect() {
     for way in "${ways[@]}"; do
       way "$way"
       make_ready "$way"
-      on "$host" "$cache/bin/observer" ppp0 "$stop" "${command[@]}" >"$work/seen" 2>"$logs/$protocol.$way.$run.err" ||
-        fail "$way did not connect over $protocol, or did not end"
+      persist "$way" observe || fail "$way did not connect over $protocol, or did not end"
       while read -r key value name; do
         case $key in
           address) figure "$way" seconds "$value" && echo "$protocol $way: $value s" ;;
@@ -24,3 +23,5 @@ bench_connect() {
     done
   done
 }
+
+observe() { on "$host" "$cache/bin/observer" ppp0 "$stop" "${after[@]}" "${command[@]}" >"$work/seen" 2>"$logs/$protocol.$way.$run.err"; }

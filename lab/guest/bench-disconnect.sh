@@ -2,11 +2,11 @@
 # starts the IKE daemon itself, so that there is something more to take down.
 
 bench_disconnect() {
-  local run signal host command stop key value name
+  local run signal host command stop after key value name
   for ((run = 0; run <= runs; run++)); do
     for signal in USR1 KILL; do
       way vpnctl
-      on cli "$cache/bin/observer" ppp0 "$(kill -l "$signal")" "${command[@]}" >"$work/seen" \
+      on cli "$cache/bin/observer" ppp0 "$(kill -l "$signal")" "${after[@]}" "${command[@]}" >"$work/seen" \
         2>"$logs/$protocol.$signal.$run.err" || fail "vpnctl did not connect over $protocol, or did not end"
       while read -r key value name; do
         case $key in

@@ -23,22 +23,24 @@ received() { /usr/bin/python3 -S -c "import json, sys; print(json.load(sys.stdin
 # that; there every packet lies in a buffer of the receiver's making. So the router copies what goes over it, as a wire
 # would, and throws the original away.
 copy_packets() {
-  local end
+  local end link address
   {
-    echo 'table ip wire { chain prerouting { type filter hook prerouting priority raw;'
+    echo 'table ip wire {'
+    echo 'chain prerouting {'
+    echo 'type filter hook prerouting priority raw'
     for end in "cli $CLIENT" ${HOST[nm]:+"nm $NM_CLIENT"}; do
-      set -- $end
-      echo "iifname $1 ip daddr $SERVER dup to $SERVER device srv; iifname $1 ip daddr $SERVER drop"
-      echo "iifname srv ip daddr $2 dup to $2 device $1; iifname srv ip daddr $2 drop"
+      read -r link address <<<"$end"
+      printf '%s\n' "iifname $link ip daddr $SERVER dup to $SERVER device srv" "iifname $link ip daddr $SERVER drop" \
+        "iifname srv ip daddr $address dup to $address device $link" "iifname srv ip daddr $address drop"
     done
-    echo '} }'
-  } | tr ';' '\n' | on rtr nft -f -
+    printf '}\n}\n'
+  } | on rtr nft -f -
 }
 
 # Twice: with the room that the kernel gives a socket, and with much. pptpd reads packet by packet, here much slower than
 # the wire is, and when its socket overflows the transfer stands still for some tenths of a second.
 bench_throughput() {
-  local run way host command stop name room usual ways rooms
+  local run way host command stop after name room usual ways rooms
   usual=$(</proc/sys/net/core/rmem_default)
   case $protocol in
     pptp) ways=(vpnctl networkmanager by-hand-same-mtu) rooms=("$usual" 4194304) ;;
@@ -69,8 +71,18 @@ bench_throughput() {
 
 connect_by() {
   make_ready "$1"
+  persist "$1" connected_by "$1" || fail "$1 did not connect over $protocol"
+}
+connected_by() {
   spawn "$1" "$host" "${command[@]}"
-  within 60 answers || fail "$1 did not connect over $protocol"
+  within 90 answers_or_over "$1" && answers
+}
+answers_or_over() {
+  answers && return
+  ended "$1" || return
+  wait_end "$1"
+  # A command that only orders the link has ended well when there is one.
+  [ "$exit_status" != 0 ]
 }
 answers() { on "$host" ping -n -q -c 1 -W 2 -I ppp0 "$TUNNEL_SERVER" >/dev/null 2>&1; }
 disconnect_by() {

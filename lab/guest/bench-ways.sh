@@ -1,11 +1,12 @@
 # The ways to connect that are compared: what to start, where, and how it is ended.
 
-# way NAME: leaves the command in $command, its host in $host, and in $stop the number of the signal or the command that ends it.
+# way NAME: leaves the command in $command, its host in $host, in $stop the number of the signal or the command that ends it, and
+# in $after how the observer knows that the connection is complete, if not by its address.
 way() {
-  host=cli stop=15
+  host=cli stop=15 after=()
   case $protocol-$1 in
     *-networkmanager) host=nm command=(nmcli connection up "$protocol") stop="nmcli connection down $protocol" ;;
-    *-vpnctl | l2tp-vpnctl-own-daemon) command=("$VPNCTL" -c "$CONFIG") stop=10 ;;
+    *-vpnctl | l2tp-vpnctl-own-daemon) command=("$VPNCTL" -c "$CONFIG") stop=10 after=(--after "PPP Connected") ;;
     pptp-by-hand) by_hand_pptp ;;
     pptp-by-hand-no-delay) by_hand_pptp connect-delay 0 ;;
     pptp-by-hand-same-mtu) by_hand_pptp mtu 1448 mru 1448 ;; # vpnctl's, so that only the data paths differ
@@ -54,3 +55,17 @@ idle() {
   no_ppp srv && no_process srv pppd && { [ -z "${HOST[nm]:-}" ] || no_process nm charon; }
 }
 rest() { within 60 idle || fail "a link of $1 outlived its run"; }
+
+# persist WAY COMMAND...: again if it fails, for NetworkManager only: it gives a plugin some 10 seconds to connect, and the one
+# for L2TP spends them on starting all of strongSwan, which takes longer here when the machine is busy.
+persist() {
+  local way=$1 tries=1
+  shift
+  [ "$way" != networkmanager ] || tries=5
+  until "$@"; do
+    tries=$((tries - 1))
+    [ "$tries" -gt 0 ] || return 1
+    say "$way failed over $protocol and tries again"
+    rest "$way"
+  done
+}

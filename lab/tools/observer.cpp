@@ -1,15 +1,17 @@
 // Starts a command and tells how long it takes until a link has an IPv4 address, and until all is over again:
-// observer LINK STOP COMMAND [ARGUMENT...]
+// observer LINK STOP [--after TEXT] COMMAND [ARGUMENT...]
 //
 // Prints, one per line:
 //   address SECONDS       from the start of the command to the kernel's word that LINK has an address
 //   peak KIB NAME         for each process there is at that moment: the most memory it has had so far (VmHWM)
-// Then comes STOP. If it is a number, the command gets that signal; otherwise the command is waited for, and STOP is
-// run in its turn (words between blanks). From there:
+// Then comes STOP, with --after only when the command has printed a line that is TEXT. If it is a number, the command
+// gets that signal; otherwise the command is waited for, and STOP is run in its turn (words between blanks). From
+// there:
 //   ended STATUS SECONDS  until what was stopped, or was run to stop, ended; its wait status
 //   gone SECONDS          until the kernel's word that LINK is no more
 //   clean SECONDS         until LINK and every process that has come since the start were gone (only after a signal)
 // The command's own output goes to standard error. Status 0 only if each of the two halves happened within a minute.
+#include <fcntl.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <poll.h>
@@ -24,6 +26,7 @@
 #include <iostream>
 #include <set>
 #include <sstream>
+#include <thread>
 
 #include "Netlink.h"
 
@@ -47,11 +50,12 @@ struct Child {
 
 static int openProcess(pid_t pid) { return static_cast<int>(syscall(SYS_pidfd_open, pid, 0)); }
 
-static Child start(char **command) {
+static Child start(char **command, int output = STDERR_FILENO) {
   Child child;
   child.pid = fork();
   if (child.pid == 0) {
-    dup2(STDERR_FILENO, STDOUT_FILENO);
+    dup2(output, STDOUT_FILENO);
+    dup2(output, STDERR_FILENO);
     execvp(command[0], command);
     _exit(127);
   }
@@ -127,6 +131,27 @@ static void printPeaks() {
   }
 }
 
+// Copies what the command prints until a line is the text, and goes on copying on a thread of its own, lest the command
+// find its pipe full. False if the output or the time ends before.
+static bool awaitLine(int output, const std::string &text, Clock::time_point deadline) {
+  std::string line;
+  auto copyLine = [output, &line] {
+    char byte = 0;
+    for (line.clear(); read(output, &byte, 1) == 1 && byte != '\n';) line += byte;
+    std::cerr << line << std::endl;
+    return byte == '\n';
+  };
+  while (ended(output, deadline) && copyLine())
+    if (line == text) {
+      std::thread([output] {
+        char buffer[1024];
+        for (ssize_t got; (got = read(output, buffer, sizeof buffer)) > 0;) std::cerr.write(buffer, got);
+      }).detach();
+      return true;
+    }
+  return false;
+}
+
 // The second half. False if something of it did not happen in time.
 static bool stop(Child &command, const std::string &how, const std::string &link, const std::set<pid_t> &before) {
   lab::Netlink links(NETLINK_ROUTE, RTMGRP_LINK);
@@ -164,21 +189,27 @@ static bool stop(Child &command, const std::string &how, const std::string &link
 }
 
 int main(int argc, char **argv) try {
-  if (argc < 4) throw std::runtime_error("usage: observer LINK STOP COMMAND [ARGUMENT...]");
+  bool hasText = argc > 5 && std::string(argv[3]) == "--after";
+  char **words = argv + (hasText ? 5 : 3);
+  if (argc < 4 || *words == nullptr)
+    throw std::runtime_error("usage: observer LINK STOP [--after TEXT] COMMAND [ARGUMENT...]");
   lab::Netlink netlink(NETLINK_ROUTE, RTMGRP_IPV4_IFADDR);
   std::set<pid_t> before = processes();
+  int output[2] = {-1, STDERR_FILENO};
+  if (hasText && pipe2(output, O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
   auto began = Clock::now();
-  Child command = start(argv + 3);
-  if (!awaitAddress(netlink, argv[1], command.ended, began + std::chrono::minutes(1))) {
-    kill(command.pid, SIGTERM);
-    waitpid(command.pid, nullptr, 0);
-    return 1;
+  auto deadline = began + std::chrono::minutes(1);
+  Child command = start(words, output[1]);
+  if (hasText) close(output[1]);
+  bool up = awaitAddress(netlink, argv[1], command.ended, deadline);
+  if (up) {
+    std::cout << "address " << secondsSince(began) << "\n";
+    up = !hasText || awaitLine(output[0], argv[4], deadline);
+    printPeaks();
   }
-  std::cout << "address " << secondsSince(began) << "\n";
-  printPeaks();
-  bool over = stop(command, argv[2], argv[1], before);
-  if (!over) kill(command.pid, SIGKILL);
-  return over ? 0 : 1;
+  if (up && stop(command, argv[2], argv[1], before)) return 0;
+  kill(command.pid, SIGKILL);
+  return 1;
 } catch (const std::exception &error) {
   std::cerr << "observer: " << error.what() << "\n";
   return 2;
