@@ -175,14 +175,19 @@ Section Charon::connection(const char *version) const {
       .add("rekey_time", seconds(renewal(settings_.espLifetime)))
       .add("rand_time", seconds(settings_.espLifetime / 20))
       .add("dpd_action", "clear");
+  // charon puts an association onto another connection's IKE association when the two connections are alike in
+  // everything but their names. Then it would end with that. So they differ, in what matters least.
+  const auto bit = [&](std::uint32_t number, std::chrono::seconds most) {
+    return std::chrono::seconds(number % static_cast<std::uint32_t>(std::max<std::int64_t>(1, most.count())));
+  };
   Section section;
   section.add("version", version)
       .add("local_addrs", Section::List{local})
       .add("remote_addrs", Section::List{remote})
       .add("proposals", plan_.proposals)
       .add("rekey_time", seconds(renewal(settings_.lifetime)))
-      .add("over_time", seconds(settings_.lifetime / 10))
-      .add("rand_time", seconds(settings_.lifetime / 20))
+      .add("over_time", seconds(settings_.lifetime / 10 + bit(plan_.reqid >> 16, settings_.lifetime / 40)))
+      .add("rand_time", seconds(settings_.lifetime / 20 + bit(plan_.reqid, settings_.lifetime / 4)))
       .add("dpd_delay", seconds(settings_.deadPeerDelay))
       .add("local", Section().add("auth", "psk"))
       .add("remote", Section().add("auth", "psk").add("id", plan_.remoteIdentity))

@@ -231,6 +231,20 @@ TEST_F(CharonTest, AFixedIdentityOwnsTheSecretToo) {
   EXPECT_EQ(server_.request("load-shared").list("owners"), (Section::List{"10.0.0.1", "10.0.0.2", "192.168.1.1"}));
 }
 
+TEST_F(CharonTest, TwoConnectionsToOneServerAreNotAlike) {
+  comeUp();
+  const Section first = server_.request("load-conn").section(kName);
+  established_ = ready_ = 0;
+  beReady();
+  IKEPlan other = plan();
+  other.reqid += 0x00a0001;
+  charon_->negotiate(other, secret_);
+  ASSERT_TRUE(runUntil([&] { return established_ == 1; }));
+  const Section second = server_.request("load-conn").section(kName);
+  EXPECT_NE(first.value("rand_time"), second.value("rand_time"));
+  EXPECT_NE(first.value("over_time"), second.value("over_time"));
+}
+
 TEST_F(CharonTest, EndsInOrder) {
   comeUp();
   charon_->close();
