@@ -335,7 +335,8 @@ void Charon::isChildThere() {
 }
 
 void Charon::close() {
-  const bool open = state_ != State::idle && watch_;
+  // On a connection that has ended nothing is answered any more.
+  const bool open = state_ != State::idle && watch_ && watch_->socket() >= 0;
   state_ = State::closing;
   look_.reset();
   silence_.reset();
