@@ -56,16 +56,17 @@ idle() {
 }
 rest() { within 60 idle || fail "a link of $1 outlived its run"; }
 
-# persist WAY COMMAND...: again if it fails, for NetworkManager only: it gives a plugin some 10 seconds to connect, and the one
-# for L2TP spends them on starting all of strongSwan, which takes longer here when the machine is busy.
-persist() {
-  local way=$1 tries=1
+# attempt WAY COMMAND...: must succeed, except for NetworkManager: it gives a plugin 10 seconds to connect, and the one for L2TP
+# spends them on starting all of strongSwan, which takes longer here when the machine is busy. Then it has two more tries, and
+# after that no figure. Status 1 if there is none.
+attempt() {
+  local way=$1 tries=3
   shift
-  [ "$way" != networkmanager ] || tries=5
   until "$@"; do
+    [ "$way" = networkmanager ] || fail "$way did not connect over $protocol, or did not end"
+    say "$way failed over $protocol"
+    rest "$way"
     tries=$((tries - 1))
     [ "$tries" -gt 0 ] || return 1
-    say "$way failed over $protocol and tries again"
-    rest "$way"
   done
 }
