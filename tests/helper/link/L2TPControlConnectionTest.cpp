@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/epoll.h>
 
 #include <optional>
 
@@ -64,6 +65,11 @@ class L2TPControlConnectionTest : public LoopFixture {
     EXPECT_NE(lost_->find(part), std::string::npos) << *lost_;
     EXPECT_TRUE(established_);
     EXPECT_FALSE(failure_);
+  }
+  void runUntilScriptEnds() {
+    bool ended = false;
+    const auto end = EventSource::io(event_, server_.finished(), EPOLLIN, [&](std::uint32_t) { ended = true; });
+    ASSERT_TRUE(runUntil([&] { return ended; }));
   }
   void expectStopped() {
     ASSERT_TRUE(runUntil([this] { return stopped_ > 0; }));
@@ -145,7 +151,7 @@ TEST_F(L2TPControlConnectionTest, AsksAgain) {
     server.expectStart();
   });
   connect();
-  ASSERT_TRUE(runUntil([this] { return server_.finished(); }));
+  runUntilScriptEnds();
   EXPECT_FALSE(failure_);
 }
 
@@ -375,7 +381,7 @@ TEST_F(L2TPControlConnectionTest, AcknowledgesTheEndAsOftenAsItIsTold) {
   });
   connect();
   expectLost("has ended the tunnel");
-  ASSERT_TRUE(runUntil([this] { return server_.finished(); }));
+  runUntilScriptEnds();
   server_.join();
   EXPECT_EQ(acknowledgements, 2);
 }

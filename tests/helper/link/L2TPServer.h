@@ -4,11 +4,11 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
 #include <array>
-#include <atomic>
 #include <functional>
 #include <optional>
 #include <thread>
@@ -24,7 +24,7 @@ class L2TPServer {
   static constexpr std::uint16_t kTunnel = 815;
   static constexpr std::uint16_t kSession = 42;
 
-  L2TPServer() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  L2TPServer() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)), finished_(::eventfd(0, EFD_CLOEXEC)) {
     address_.sin_family = AF_INET;
     address_.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address_;
@@ -46,11 +46,11 @@ class L2TPServer {
   void play(std::function<void(L2TPServer &)> script) {
     thread_ = std::thread([this, script = std::move(script)] {
       script(*this);
-      finished_ = true;
+      EXPECT_EQ(eventfd_write(finished_.get(), 1), 0);
     });
   }
-  // For a client's loop that must run as long as the script does.
-  bool finished() const { return finished_; }
+  // Can be read from when the script is at its end: for a client's loop that must run as long as the script does.
+  int finished() const { return finished_.get(); }
   // True when something has arrived that no script has taken.
   bool heardAnything() const {
     std::uint8_t byte = 0;
@@ -150,6 +150,7 @@ class L2TPServer {
   }
 
   foundation::FileDescriptor socket_;
+  foundation::FileDescriptor finished_;
   sockaddr_in address_{};
   sockaddr_in client_{};
   l2tp::Header header_;
@@ -158,7 +159,6 @@ class L2TPServer {
   std::uint16_t ns_ = 0;
   std::uint16_t nr_ = 0;
   std::vector<std::uint8_t> lastMessage_;
-  std::atomic<bool> finished_ = false;
   std::thread thread_;
 };
 
