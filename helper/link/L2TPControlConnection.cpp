@@ -153,7 +153,6 @@ void L2TPControlConnection::received(std::uint16_t session, std::span<const std:
   if (session != 0 && session != call_.sessionID) return;
   const auto message = l2tp::decodeBody(body);
   if (!message) {
-    if (state_ == State::down || state_ == State::stopping) return;
     return protocolError(l2tp::kResultGeneralError, static_cast<std::uint16_t>(message.error().code),
                          "does not speak L2TP as it should: it sent " + message.error().message);
   }
@@ -173,7 +172,6 @@ void L2TPControlConnection::handle(const l2tp::SCCRP &reply) {
                          "asks for L2TP's own tunnel authentication, for which there is no secret; switch it off on "
                          "the server, IPSec has authenticated both sides already");
   state_ = State::calling;
-  callPlaced_ = true;
   transport_.send(0, l2tp::SCCCN{});
   transport_.send(0, l2tp::ICRQ{call_.sessionID, 1});
 }
@@ -197,15 +195,13 @@ void L2TPControlConnection::handle(const l2tp::StopCCN &notification) {
 }
 
 void L2TPControlConnection::handle(const l2tp::CDN &notify) {
-  callPlaced_ = false;
   // While we stop, the two goodbyes have crossed, and ours is still to be acknowledged.
-  if (state_ == State::stopping) return;
   end(DeviceCause::protocolError, (state_ == State::established ? "has ended the call: " : "refuses the call: ") +
                                       explained(disconnectReason(notify.result), notify.result));
 }
 
 void L2TPControlConnection::handle(const l2tp::OtherMessage &message) {
-  if (message.known() || !message.mandatory || state_ == State::down || state_ == State::stopping) return;
+  if (message.known() || !message.mandatory) return;
   protocolError(l2tp::kResultGeneralError, l2tp::kErrorUnknownAVP,
                 "sent a message of the unknown type " + std::to_string(message.type) + ", which must be understood");
 }
@@ -251,6 +247,7 @@ void L2TPControlConnection::refusedPort() {
 }
 
 void L2TPControlConnection::protocolError(std::uint16_t result, std::uint16_t error, const std::string &sentence) {
+  if (state_ == State::down || state_ == State::stopping) return;
   reason_ = l2tp::ResultCode{result, error, ""};
   end(DeviceCause::protocolError, sentence);
 }
@@ -282,19 +279,14 @@ void L2TPControlConnection::stop() {
   soon_ = EventSource::soon(event_, [this] { finishStopping(); });
 }
 
+// Alone: it ends the call as well (section 5.7). A CDN before it would gain nothing, and IPSec on several processors
+// turns the two round, upon which many a server throws the StopCCN away as too early.
 void L2TPControlConnection::sayGoodbye(bool reliably) {
-  const auto say = [&](std::uint16_t session, const l2tp::Message &message) {
-    if (reliably)
-      transport_.send(session, message);
-    else
-      transport_.sendOnce(session, message);
-  };
   const bool reasoned = reason_.result != 0;
-  if (callPlaced_)
-    say(call_.peerSessionID,
-        l2tp::CDN{call_.sessionID, reasoned ? l2tp::ResultCode{l2tp::kResultGeneralError, reason_.error, ""}
-                                            : l2tp::ResultCode{l2tp::kResultAdministrative, 0, ""}});
-  say(0, l2tp::StopCCN{call_.tunnelID, reasoned ? reason_ : l2tp::ResultCode{l2tp::kResultClear, 0, ""}});
+  const l2tp::StopCCN goodbye{call_.tunnelID, reasoned ? reason_ : l2tp::ResultCode{l2tp::kResultClear, 0, ""}};
+  if (!reliably) return transport_.sendOnce(0, goodbye);
+  transport_.setFirstRetry(deadlines_.stop / 4);
+  transport_.send(0, goodbye);
 }
 
 void L2TPControlConnection::fallSilent() {

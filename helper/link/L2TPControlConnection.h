@@ -51,7 +51,7 @@ class L2TPControlConnection {
   L2TPControlConnection(sd_event *event, const Deadlines &deadlines, Handlers handlers);
   L2TPControlConnection(const L2TPControlConnection &) = delete;
   L2TPControlConnection &operator=(const L2TPControlConnection &) = delete;
-  // Ends a call that is up with what two datagrams can say.
+  // Ends a tunnel that is up with what one datagram can say.
   ~L2TPControlConnection();
 
   // SOCKET is a UDP socket connected to the server; it stays the caller's and must outlive this.
@@ -91,7 +91,6 @@ class L2TPControlConnection {
   Handlers handlers_;
   State state_ = State::idle;
   Farewell farewell_ = Farewell::nobody;
-  bool callPlaced_ = false;
   bool toldStopped_ = false;
   int socket_ = -1;
   std::string name_;  // the server's address as text

@@ -22,11 +22,10 @@ inline constexpr std::uint16_t kProtocolVersion = 0x0100;
 inline constexpr std::uint16_t kDefaultWindow = 4;  // of a peer that names none
 
 // Results of StopCCN and CDN that we give ourselves (section 4.4.2).
-inline constexpr std::uint16_t kResultClear = 1;           // StopCCN: a general request to clear the control connection
-inline constexpr std::uint16_t kResultGeneralError = 2;    // both: the error code says which
-inline constexpr std::uint16_t kResultNotAuthorized = 4;   // StopCCN
-inline constexpr std::uint16_t kResultVersion = 5;         // StopCCN: that protocol version is not supported
-inline constexpr std::uint16_t kResultAdministrative = 3;  // CDN
+inline constexpr std::uint16_t kResultClear = 1;          // StopCCN: a general request to clear the control connection
+inline constexpr std::uint16_t kResultGeneralError = 2;   // both: the error code says which
+inline constexpr std::uint16_t kResultNotAuthorized = 4;  // StopCCN
+inline constexpr std::uint16_t kResultVersion = 5;        // StopCCN: that protocol version is not supported
 
 // General error codes; those of decodeBody()'s errors, too.
 inline constexpr int kErrorLength = 2;

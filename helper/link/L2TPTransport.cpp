@@ -20,6 +20,13 @@ void L2TPTransport::setPeer(std::uint16_t tunnelID, std::uint16_t window) {
   peerWindow_ = std::max(window, std::uint16_t{1});
 }
 
+void L2TPTransport::setFirstRetry(std::chrono::milliseconds interval) {
+  timing_.firstRetry = interval;
+  if (!retry_) return;
+  tries_ = 1;
+  armRetry();
+}
+
 void L2TPTransport::send(std::uint16_t session, const l2tp::Message &message) {
   outgoing_.push_back(Message{session, l2tp::encodeBody(message)});
   fillWindow();

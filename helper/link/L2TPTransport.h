@@ -44,6 +44,8 @@ class L2TPTransport {
 
   // The PEER's tunnel id, and how many messages it takes ahead of its acknowledgement.
   void setPeer(std::uint16_t tunnelID, std::uint16_t window);
+  // From now on, also for what is on its way.
+  void setFirstRetry(std::chrono::milliseconds interval);
   // To the peer's SESSION, or 0. Waits here while the window is full.
   void send(std::uint16_t session, const l2tp::Message &message);
   // Once and at once, and from then on nothing again, whatever becomes of it. Makes no use of the loop, which may have

@@ -17,8 +17,6 @@ using foundation::Status;
 
 namespace {
 
-constexpr std::chrono::milliseconds kComingUp{
-    60000};  // every stage has a shorter deadline; this is for what none thought of
 constexpr std::chrono::milliseconds kPPPGrace{3000};  // two goodbyes to a server that does not hear, and a bit
 constexpr std::chrono::milliseconds kDestructionGrace{1500};
 // A follower of the log that wakes when it grows has read the last sentence by then.
@@ -71,7 +69,9 @@ void Link::Implementation::begin() {
   tell(kPhaseConnectingLink);
   resolution_ = std::make_unique<NameResolution>(
       event_, facts_.server, [this](const foundation::Result<in_addr> &server) { resolved(server); });
-  deadline_ = EventSource::timer(event_, kComingUp, [this] {
+  // Every stage has a deadline of its own; this is for what none thought of, and never the first.
+  const auto comingUp = tunnelDeadline(configuration_) + configuration_.settings.ppp.deadline;
+  deadline_ = EventSource::timer(event_, comingUp, [this] {
     fail(kCauseNegotiationFailed, 0,
          "The connection did not come up in time; the server is very slow or does not answer.");
   });
@@ -115,7 +115,7 @@ void Link::Implementation::resolved(const foundation::Result<in_addr> &server) {
   if (const Status pinned = ownRoutes().pinServer(server_); !pinned)
     return fail(kCauseFatal, 0, "The way to the server cannot be kept: " + pinned.error().message + ".");
   tunnel_ =
-      makeTunnel(event_, configuration_, server_,
+      makeTunnel(TunnelSurroundings{event_, secrets_, log_, *journal_}, configuration_, server_,
                  Tunnel::Handlers{.up = [this](foundation::FileDescriptor channel) { tunnelIsUp(std::move(channel)); },
                                   .failed = [this](const Tunnel::Failure &failure) { tunnelFailed(failure); },
                                   .lost = [this](const std::string &sentence) { tunnelLost(sentence); },
@@ -206,7 +206,8 @@ void Link::Implementation::tunnelLost(const std::string &sentence) {
 
 void Link::Implementation::pppEnded(const PPPEnd &ended) {
   if (state_ == State::connecting || state_ == State::up)
-    log_.write(endingSentence(ended, wantsMPPE(configuration_.ppp, configuration_.tunnelType) && !kernelHasMPPE()));
+    log_.write(endingSentence(ended, configuration_.tunnelType,
+                              wantsMPPE(configuration_.ppp, configuration_.tunnelType) && !kernelHasMPPE()));
   if (!cause_) cause_ = lastCause(ended);
   if (state_ == State::ending) return endTunnel();
   end(Farewell::orderly);

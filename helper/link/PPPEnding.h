@@ -18,8 +18,9 @@ inline constexpr int kCauseNegotiationFailed = 10;
 // What LastCause says of an end that nobody asked for.
 int lastCause(const PPPEnd &end);
 
-// MPPE_WANTED_BUT_MISSING: the link needs MPPE, and this kernel has no module for it.
-std::string endingSentence(const PPPEnd &end, bool mppeWantedButMissing);
+// TUNNEL_TYPE: "PPTP" or "L2TP", what pppd went through. MPPE_WANTED_BUT_MISSING: the link needs MPPE, and this kernel
+// has no module for it.
+std::string endingSentence(const PPPEnd &end, const std::string &tunnelType, bool mppeWantedButMissing);
 
 // True when the kernel has the module ppp_mppe, loaded or built in. pppd makes the kernel load it when it negotiates.
 bool kernelHasMPPE();

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -81,6 +82,7 @@ PPTPControlConnection::~PPTPControlConnection() {
 void PPTPControlConnection::start() {
   if (state_ != State::idle) return;
   state_ = State::connecting;
+  callBy_ = std::chrono::steady_clock::now() + deadlines_.call;
   socket_.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_TCP));
   const int on = 1;
   // Every message waits for an answer to the one before: holding it back to fill a segment would only cost time.
@@ -91,8 +93,8 @@ void PPTPControlConnection::start() {
     soon_ = EventSource::soon(event_, [this, cause] { endOfStream(cause); });
     return;
   }
-  wait(deadlines_.connect, "does not answer on TCP port " + std::to_string(ntohs(server_.sin_port)) +
-                               "; check the address, and that a firewall lets PPTP through");
+  wait(inTime(deadlines_.connect), "does not answer on TCP port " + std::to_string(ntohs(server_.sin_port)) +
+                                       "; check the address, and that a firewall lets PPTP through");
   io_ = EventSource::io(event_, socket_.get(), EPOLLOUT, [this](std::uint32_t events) { ready(events); });
 }
 
@@ -115,7 +117,7 @@ void PPTPControlConnection::finishConnecting() {
   callID_ = *callID;
   state_ = State::starting;
   io_.setEvents(EPOLLIN);
-  wait(deadlines_.reply, "accepts TCP connections but does not answer as a PPTP server");
+  wait(inTime(deadlines_.reply), "accepts TCP connections but does not answer as a PPTP server");
   pptp::StartRequest request;
   request.framingCapabilities = kAnyFraming;
   request.bearerCapabilities = kAnyBearer;
@@ -152,7 +154,7 @@ void PPTPControlConnection::handle(const pptp::StartReply &reply) {
                                                        startRefusal(reply.result) + codes(reply.result, reply.error));
   state_ = State::calling;
   callPlaced_ = true;
-  wait(deadlines_.reply, "does not answer the call request");
+  wait(inTime(deadlines_.reply), "does not answer the call request");
   pptp::OutgoingCallRequest request;
   request.callID = callID_;
   request.serialNumber = callID_;
@@ -224,6 +226,11 @@ void PPTPControlConnection::flush() {
 void PPTPControlConnection::wait(std::chrono::milliseconds deadline, std::string sentence) {
   deadline_ = EventSource::timer(
       event_, deadline, [this, sentence = std::move(sentence)] { end(Tunnel::DeviceCause::noAnswer, sentence); });
+}
+
+std::chrono::milliseconds PPTPControlConnection::inTime(std::chrono::milliseconds deadline) const {
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(callBy_ - std::chrono::steady_clock::now());
+  return std::clamp(left, std::chrono::milliseconds(0), deadline);
 }
 
 void PPTPControlConnection::scheduleEcho() {

@@ -26,8 +26,17 @@ namespace helper {
 
 class PPTPControlConnection {
  public:
-  // A server that hangs must not hold the user longer than a person waits: ten seconds in all.
+  // A server that hangs must not hold the user longer than a person waits.
   struct Deadlines {
+    // Shared out for a call that is to stand after CALL.
+    static Deadlines within(std::chrono::milliseconds call) {
+      Deadlines deadlines;
+      deadlines.call = call;
+      deadlines.connect = call * 6 / 10;
+      deadlines.reply = call * 4 / 10;
+      return deadlines;
+    }
+    std::chrono::milliseconds call{10000};  // in all, which no other deadline exceeds
     std::chrono::milliseconds connect{6000};
     std::chrono::milliseconds reply{4000};          // to each request
     std::chrono::milliseconds echoInterval{60000};  // RFC 2637 section 3.1.4
@@ -74,6 +83,8 @@ class PPTPControlConnection {
   void send(const pptp::Message &message);
   void flush();
   void wait(std::chrono::milliseconds deadline, std::string sentence);
+  // What is left of a DEADLINE while the call is being made.
+  std::chrono::milliseconds inTime(std::chrono::milliseconds deadline) const;
   void scheduleEcho();
   // Failed or lost, whichever it is at this moment.
   void end(Tunnel::DeviceCause cause, std::string sentence);
@@ -90,6 +101,7 @@ class PPTPControlConnection {
   bool callPlaced_ = false;
   bool toldStopped_ = false;
   std::uint16_t callID_ = 0;
+  std::chrono::steady_clock::time_point callBy_{};
   std::uint32_t echoIdentifier_ = 0;
   foundation::FileDescriptor socket_;
   pptp::MessageReader reader_;

@@ -16,12 +16,12 @@ sockaddr_in controlAddress(in_addr server) {
 
 }  // namespace
 
-PPTPTunnel::PPTPTunnel(sd_event *event, in_addr server, Handlers handlers)
+PPTPTunnel::PPTPTunnel(sd_event *event, in_addr server, const EngineSettings::PPTP &settings, Handlers handlers)
     : event_(event),
       server_(server),
       handlers_(std::move(handlers)),
       control_(
-          event, controlAddress(server), PPTPControlConnection::Deadlines{},
+          event, controlAddress(server), PPTPControlConnection::Deadlines::within(settings.deadline),
           PPTPControlConnection::Handlers{.connected = [this](in_addr local) { return bindSocket(local); },
                                           .established = [this](std::uint16_t peerCallID) { callIsUp(peerCallID); },
                                           .failed = [this](const Failure &failure) { handlers_.failed(failure); },

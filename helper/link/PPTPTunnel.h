@@ -6,6 +6,7 @@
 
 #include <optional>
 
+#include "helper/EngineSettings.h"
 #include "helper/link/PPTPControlConnection.h"
 #include "helper/link/PPTPSocket.h"
 #include "helper/link/Tunnel.h"
@@ -16,7 +17,7 @@ class PPTPTunnel : public Tunnel {
  public:
   static constexpr std::uint16_t kPort = 1723;
 
-  PPTPTunnel(sd_event *event, in_addr server, Handlers handlers);
+  PPTPTunnel(sd_event *event, in_addr server, const EngineSettings::PPTP &settings, Handlers handlers);
 
   void start() override;
   void stop() override;

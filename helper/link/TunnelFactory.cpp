@@ -4,22 +4,48 @@
 #include <array>
 
 #include "foundation/Assertion.h"
+#include "helper/ike/IKEAssociation.h"
+#include "helper/link/L2TPTunnel.h"
 #include "helper/link/PPTPTunnel.h"
 
 namespace helper {
+
+using std::chrono::milliseconds;
 
 namespace {
 
 struct Kind {
   const char *type;
-  std::unique_ptr<Tunnel> (*make)(sd_event *event, const LinkConfiguration &configuration, in_addr server,
-                                  Tunnel::Handlers handlers);
+  milliseconds (*deadline)(const EngineSettings &settings);
+  std::unique_ptr<Tunnel> (*make)(const TunnelSurroundings &surroundings, const LinkConfiguration &configuration,
+                                  in_addr server, Tunnel::Handlers handlers);
 };
 
+std::unique_ptr<Tunnel> makePPTP(const TunnelSurroundings &surroundings, const LinkConfiguration &configuration,
+                                 in_addr server, Tunnel::Handlers handlers) {
+  return std::make_unique<PPTPTunnel>(surroundings.event, server, configuration.settings.pptp, std::move(handlers));
+}
+
+std::unique_ptr<Tunnel> makeL2TP(const TunnelSurroundings &surroundings, const LinkConfiguration &configuration,
+                                 in_addr server, Tunnel::Handlers handlers) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(L2TPSocket::kPort);
+  address.sin_addr = server;
+  const IKESurroundings ike{surroundings.event, surroundings.secrets, surroundings.log, surroundings.journal,
+                            configuration.settings};
+  auto makeAssociation = [ike, ipsec = configuration.ipsec](IPSecAssociation::Handlers associationHandlers) {
+    return makeIKEAssociation(ike, ipsec, std::move(associationHandlers));
+  };
+  return std::make_unique<L2TPTunnel>(
+      surroundings.event, address, configuration.ipsec, configuration.settings.l2tp, surroundings.log,
+      L2TPTunnel::Parts{std::move(makeAssociation), std::make_unique<KernelL2TPDataPath>()}, std::move(handlers));
+}
+
 constexpr std::array kKinds{
-    Kind{"PPTP",
-         [](sd_event *event, const LinkConfiguration &, in_addr server, Tunnel::Handlers handlers)
-             -> std::unique_ptr<Tunnel> { return std::make_unique<PPTPTunnel>(event, server, std::move(handlers)); }},
+    Kind{"PPTP", [](const EngineSettings &settings) { return settings.pptp.deadline; }, makePPTP},
+    Kind{"L2TP", [](const EngineSettings &settings) { return settings.ike.deadline + settings.l2tp.deadline; },
+         makeL2TP},
 };
 
 const Kind *find(const std::string &tunnelType) {
@@ -27,15 +53,23 @@ const Kind *find(const std::string &tunnelType) {
   return kind == kKinds.end() ? nullptr : kind;
 }
 
+const Kind &known(const std::string &tunnelType) {
+  const Kind *kind = find(tunnelType);
+  FOUNDATION_ASSERT(kind != nullptr);
+  return *kind;
+}
+
 }  // namespace
 
 bool knowsTunnel(const std::string &tunnelType) { return find(tunnelType) != nullptr; }
 
-std::unique_ptr<Tunnel> makeTunnel(sd_event *event, const LinkConfiguration &configuration, in_addr server,
-                                   Tunnel::Handlers handlers) {
-  const Kind *kind = find(configuration.tunnelType);
-  FOUNDATION_ASSERT(kind != nullptr);
-  return kind->make(event, configuration, server, std::move(handlers));
+milliseconds tunnelDeadline(const LinkConfiguration &configuration) {
+  return known(configuration.tunnelType).deadline(configuration.settings);
+}
+
+std::unique_ptr<Tunnel> makeTunnel(const TunnelSurroundings &surroundings, const LinkConfiguration &configuration,
+                                   in_addr server, Tunnel::Handlers handlers) {
+  return known(configuration.tunnelType).make(surroundings, configuration, server, std::move(handlers));
 }
 
 }  // namespace helper

@@ -203,6 +203,19 @@ TEST_F(PPTPControlConnectionTest, SaysWhenTheCallIsNotAnswered) {
   expectFailure(Tunnel::DeviceCause::noAnswer, "does not answer the call request");
 }
 
+TEST_F(PPTPControlConnectionTest, DoesNotGiveEachStageTheTimeOfAll) {
+  deadlines_ = PPTPControlConnection::Deadlines::within(milliseconds(200));
+  EXPECT_EQ(deadlines_.connect, milliseconds(120));
+  EXPECT_EQ(deadlines_.reply, milliseconds(80));
+  deadlines_.reply = std::chrono::seconds(100);
+  server_.play([](Server &server) {
+    server.answerStart();
+    server.untilClosed();
+  });
+  connect();
+  expectFailure(Tunnel::DeviceCause::noAnswer, "does not answer the call request");
+}
+
 TEST_F(PPTPControlConnectionTest, SaysWhenTheControlConnectionIsRefused) {
   server_.play([](Server &server) {
     server.expect<pptp::StartRequest>();
