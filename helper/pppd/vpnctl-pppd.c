@@ -195,8 +195,11 @@ static void ip_is_up(void *context, int argument) {
   strncpy(message.interface, COMPAT_INTERFACE(), sizeof message.interface - 1);
   message.local_address = ipcp_gotoptions[0].ouraddr;
   message.peer_address = ipcp_hisoptions[0].hisaddr;
-  message.dns[0] = ipcp_gotoptions[0].dnsaddr[0];
-  message.dns[1] = ipcp_gotoptions[0].dnsaddr[1];
+  /* pppd also takes some that nobody asked for, out of a peer's Nak. */
+  if (ask_for_dns) {
+    message.dns[0] = ipcp_gotoptions[0].dnsaddr[0];
+    message.dns[1] = ipcp_gotoptions[0].dnsaddr[1];
+  }
   message.mtu = COMPAT_MTU();
   message.mru = lcp_gotoptions[0].mru;
   /* Both directions. */

@@ -15,10 +15,10 @@
 #include <filesystem>
 #include <thread>
 
-#include "../link/LoopFixture.h"
 #include "StubPPPD.h"
 #include "helper/EventSource.h"
 #include "helper/link/PluginChannel.h"
+#include "tests/helper/support/LoopFixture.h"
 
 using namespace helper;
 using foundation::FileDescriptor;
@@ -102,6 +102,15 @@ TEST_F(PluginTest, TakesBackWhatTheOptionsFileDemandsOfCallers) {
   EXPECT_TRUE(stub_have_password());
 }
 
+// pppd takes some out of a peer's Nak that nobody has asked for.
+TEST_F(PluginTest, ReportsNoNameServersThatItDidNotAskFor) {
+  const FileDescriptor fd(connect());
+  messages_.clear();
+  stub_ip_up();
+  ASSERT_TRUE(runUntil([this] { return messages_.size() == 1; }));
+  EXPECT_TRUE(std::get<PluginIPUp>(messages_[0]).dns.empty());
+}
+
 TEST_F(PluginTest, AsksForNameServersOnlyWhenTold) {
   stub_choose_ip();
   EXPECT_FALSE(stub_asks_for_dns());
@@ -141,6 +150,7 @@ TEST_F(PluginTest, GivesUpWithoutAHelper) {
 }
 
 TEST_F(PluginTest, ReportsPhasesAddressesAndTheEnd) {
+  stub_set_option("vpnctl-peer-dns", "");
   const FileDescriptor fd(connect());
   messages_.clear();
   stub_phase(4);
