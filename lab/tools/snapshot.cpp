@@ -258,7 +258,7 @@ static void enter(int netFd, int mountFd) {
     throw std::runtime_error("cannot enter a host: " + std::string(strerror(errno)));
 }
 
-static Lines look(const fs::path &layer) {
+static Lines lookOnce(const fs::path &layer) {
   Lines lines;
   processes(lines);
   lab::Netlink netlink(NETLINK_ROUTE);
@@ -276,6 +276,15 @@ static Lines look(const fs::path &layer) {
   std::erase_if(lines, [](const std::string &line) { return std::regex_match(line, leftOnPurpose); });
   std::sort(lines.begin(), lines.end());
   return lines;
+}
+
+// A folder that goes away while it is read ends the reading: then what is there has changed, and is looked at again.
+static Lines look(const fs::path &layer) {
+  for (int tries = 1;; ++tries) try {
+      return lookOnce(layer);
+    } catch (const fs::filesystem_error &) {
+      if (tries == 20) throw;
+    }
 }
 
 struct Host {
