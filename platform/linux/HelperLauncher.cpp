@@ -4,6 +4,7 @@
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -77,8 +78,14 @@ Result<LaunchedHelper> launchHelper(const std::string &path) {
   if (const int reason = plan.spawn(path, &process); reason != 0) return errnoError(reason, "start " + path);
   // Nobody has reaped it yet, so the id is its own.
   helper.process.reset(static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)));
-  if (!helper.process) return errnoError(errno, "watch " + path);
-  return helper;
+  if (helper.process) return helper;
+  // One that nobody could wait for would stay as a zombie, and would be root's without a tool. It has only just been
+  // started: what it may have begun to repair, the next one finishes.
+  const int reason = errno;
+  ::kill(process, SIGKILL);
+  while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  return errnoError(reason, "watch " + path);
 }
 
 }  // namespace platform
