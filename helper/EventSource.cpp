@@ -1,10 +1,25 @@
 #include "helper/EventSource.h"
 
+#include <cerrno>
 #include <ctime>
+#include <new>
 #include <system_error>
 #include <utility>
 
 namespace helper {
+
+void endLoopOnException(sd_event *event, const std::function<void()> &handler) {
+  int reason = ENOTRECOVERABLE;
+  try {
+    return handler();
+  } catch (const std::system_error &error) {
+    if (error.code().value() > 0) reason = error.code().value();
+  } catch (const std::bad_alloc &) {
+    reason = ENOMEM;
+  } catch (...) {  // whatever it is, it must not go further
+  }
+  sd_event_exit(event, reason);
+}
 
 struct EventSource::State : std::enable_shared_from_this<EventSource::State> {
   State() = default;
@@ -12,7 +27,7 @@ struct EventSource::State : std::enable_shared_from_this<EventSource::State> {
   State &operator=(const State &) = delete;
   ~State() { sd_event_source_disable_unref(source); }
 
-  // Without room for an event source there is nothing the caller could do either.
+  // Without room for an event source there is nothing the caller could do either; its loop ends.
   static void check(int result) {
     if (result < 0) throw std::system_error(-result, std::generic_category(), "add event source");
   }
@@ -24,7 +39,7 @@ struct EventSource::State : std::enable_shared_from_this<EventSource::State> {
 // The copy of the pointer keeps the handler alive while it runs, whatever it does to its source.
 int EventSource::ioReady(sd_event_source *, int, std::uint32_t events, void *context) {
   std::shared_ptr<State> state = static_cast<State *>(context)->shared_from_this();
-  state->handler(events);
+  endLoopOnException(sd_event_source_get_event(state->source), [&] { state->handler(events); });
   return 0;
 }
 

@@ -1,6 +1,7 @@
 // What this room needs of sd-event, with owners: a descriptor to watch, a timer, something to do in the next turn.
 //
-// A handler may reset or replace its own EventSource. Thread rule: the loop's thread.
+// A handler may reset or replace its own EventSource. One that throws ends the loop, see endLoopOnException(). Thread
+// rule: the loop's thread.
 
 #pragma once
 
@@ -12,6 +13,10 @@
 #include <memory>
 
 namespace helper {
+
+// Runs HANDLER. An exception ends here, since no C library may meet one, and with it EVENT's loop: whoever ran the loop
+// gets an errno from it and takes everything down in order. Whatever a C library calls back runs in this.
+void endLoopOnException(sd_event *event, const std::function<void()> &handler);
 
 class EventSource {
  public:

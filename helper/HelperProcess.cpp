@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "helper/EventSource.h"
+
 namespace helper {
 
 using foundation::errnoError;
@@ -90,14 +92,21 @@ Status endOnSignals(sd_event *event, std::function<void()> &end) {
     if (::sigprocmask(SIG_BLOCK, &one, nullptr) < 0) return errnoError(errno, "block a signal");
     const int result = sd_event_add_signal(
         event, nullptr, number,
-        [](sd_event_source *, const signalfd_siginfo *, void *handler) {
-          (*static_cast<std::function<void()> *>(handler))();
+        [](sd_event_source *source, const signalfd_siginfo *, void *handler) {
+          endLoopOnException(sd_event_source_get_event(source), *static_cast<std::function<void()> *>(handler));
           return 0;
         },
         &end);
     if (result < 0) return errnoError(-result, "watch a signal");
   }
   return {};
+}
+
+int runLoop(sd_event *event, PPPLog &log) {
+  const int result = sd_event_loop(event);
+  if (result == 0) return 0;
+  log.write(errnoError(std::abs(result), "The helper cannot go on and takes the connection down").message + ".");
+  return 1;
 }
 
 }  // namespace helper

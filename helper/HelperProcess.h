@@ -9,6 +9,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
+#include "helper/PPPLog.h"
 
 namespace helper {
 
@@ -19,5 +20,8 @@ foundation::Result<foundation::FileDescriptor> prepareHelperProcess();
 
 // SIGTERM, SIGINT and SIGHUP call END from the event loop; SIGPIPE is ignored. END outlives EVENT.
 foundation::Status endOnSignals(sd_event *event, std::function<void()> &end);
+
+// Runs EVENT's loop to its end; the process's exit status. An end by an exception is told in LOG.
+int runLoop(sd_event *event, PPPLog &log);
 
 }  // namespace helper

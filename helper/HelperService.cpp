@@ -6,6 +6,7 @@
 
 #include "foundation/PropertyList.h"
 #include "foundation/UUID.h"
+#include "helper/EventSource.h"
 #include "helper/StatusCodes.h"
 #include "helper/WireArguments.h"
 #include "wire/HelperInterface.h"
@@ -81,7 +82,10 @@ Value withUserOptions(Value root, const std::string &serviceID, const Value &opt
 
 template <int (HelperService::*method)(sd_bus_message *)>
 int HelperService::handle(sd_bus_message *message, void *service, sd_bus_error *) {
-  return (static_cast<HelperService *>(service)->*method)(message);
+  auto &self = *static_cast<HelperService *>(service);
+  int result = -ENOTRECOVERABLE;  // what the caller gets when it ends in an exception
+  endLoopOnException(self.event_, [&] { result = (self.*method)(message); });
+  return result;
 }
 
 // Whoever holds the other end of the socket has been given the right to everything here.
@@ -117,6 +121,7 @@ HelperService::HelperService(sd_event *event, PreferencesStore &preferences, Key
 HelperService::~HelperService() {
   link_.reset();
   sd_event_source_disable_unref(deadline_);
+  sd_event_source_disable_unref(exit_);
   sd_bus_close_unref(bus_);
 }
 
@@ -136,7 +141,19 @@ Status HelperService::serve(FileDescriptor socket) {
     result = sd_bus_match_signal(bus_, nullptr, nullptr, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                                  "Disconnected", handle<&HelperService::peerIsGone>, this);
   }
+  if (result >= 0) result = sd_bus_add_filter(bus_, nullptr, handle<&HelperService::refuseDeafPeer>, this);
   if (result >= 0) result = sd_bus_start(bus_);
+  // A bus that is attached flushes when the loop exits, and waits for a peer that does not read for as long as it
+  // takes. So it goes first: what the socket could hold is there already.
+  if (result >= 0) {
+    result = sd_event_add_exit(
+        event_, &exit_,
+        [](sd_event_source *, void *service) {
+          return sd_bus_detach_event(static_cast<HelperService *>(service)->bus_);
+        },
+        this);
+  }
+  if (result >= 0) result = sd_event_source_set_priority(exit_, SD_EVENT_PRIORITY_IMPORTANT);
   if (result >= 0) result = sd_bus_attach_event(bus_, event_, SD_EVENT_PRIORITY_NORMAL);
   if (result < 0) return errnoError(-result, "serve the tool");
   return {};
@@ -279,6 +296,16 @@ int HelperService::peerIsGone(sd_bus_message *) {
   return 0;
 }
 
+// Sees every message before its method does.
+int HelperService::refuseDeafPeer(sd_bus_message *) {
+  std::uint64_t unread = 0;
+  if (sd_bus_get_n_queued_write(bus_, &unread) < 0 || unread <= kMaximumUnread) return 0;
+  log_.write("The program that asked for the connection does not read the answers; the connection ends.");
+  sd_bus_close(bus_);
+  end();
+  return 1;
+}
+
 void HelperService::end() {
   ending_ = true;
   if (!isLinkUp()) return exit();
@@ -295,11 +322,6 @@ void HelperService::end() {
   link_->stop();
 }
 
-void HelperService::exit() {
-  // A bus that is attached flushes when the loop exits, and waits for a peer that does not read for as long as it
-  // takes. What the socket could hold is there already.
-  sd_bus_detach_event(bus_);
-  sd_event_exit(event_, 0);
-}
+void HelperService::exit() { sd_event_exit(event_, 0); }
 
 }  // namespace helper

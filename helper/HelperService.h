@@ -9,6 +9,7 @@
 #include <systemd/sd-event.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -25,6 +26,9 @@ class HelperService {
  public:
   // A link that stops takes up to a few seconds; what it has not done by then, its destructor does by force.
   static constexpr std::chrono::milliseconds kEndDeadline{10000};
+  // Answers that wait for the tool to read, beyond what its socket holds. A tool waits for each answer before it asks
+  // again; one that asks and asks without reading would have us keep all of them.
+  static constexpr std::uint64_t kMaximumUnread = 16;
 
   // Everything handed in outlives the service.
   HelperService(sd_event *event, PreferencesStore &preferences, Keychain &keychain, LinkFactory links, PPPLog &log,
@@ -54,6 +58,7 @@ class HelperService {
   int stopLink(sd_bus_message *message);
   int linkStatus(sd_bus_message *message);
   int peerIsGone(sd_bus_message *message);
+  int refuseDeafPeer(sd_bus_message *message);
 
   std::int32_t start(const std::string &serviceID, const foundation::Value &userOptions, bool linger);
   void linkChanged(const LinkStatus &status);
@@ -68,6 +73,7 @@ class HelperService {
   const std::chrono::milliseconds endDeadline_;
   sd_bus *bus_ = nullptr;
   sd_event_source *deadline_ = nullptr;
+  sd_event_source *exit_ = nullptr;
   std::string serviceID_;  // of link_
   bool linger_ = false;
   bool ending_ = false;

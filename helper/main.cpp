@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <functional>
 
+#include "helper/EventSource.h"
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
 
@@ -42,10 +43,10 @@ int main() {
     std::function<void()> end = [&service] { service.end(); };
     foundation::Status status = helper::endOnSignals(event, end);
     // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
-    helper::Link::repair(*log);
+    helper::endLoopOnException(event, [&log] { helper::Link::repair(*log); });
     if (status) status = service.serve(std::move(*socket));
     if (status) {
-      exitCode = sd_event_loop(event) < 0 ? 1 : 0;
+      exitCode = helper::runLoop(event, *log);
     } else {
       log->write("The helper cannot serve: " + status.error().message);
     }

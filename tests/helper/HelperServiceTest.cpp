@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -51,7 +52,8 @@ class HelperServiceTest : public ::testing::Test {
       HelperService service(event, preferences, keychain, testing::scriptedLinks(event), *log,
                             std::chrono::milliseconds(20));
       ASSERT_TRUE(service.serve(std::move(socket)));
-      EXPECT_GE(sd_event_loop(event), 0);
+      loopResult = sd_event_loop(event);
+      EXPECT_GE(loopResult, 0);
     }
     sd_event_unref(event);
   }
@@ -137,6 +139,7 @@ class HelperServiceTest : public ::testing::Test {
 
   testing::TemporaryFolder folder;
   std::thread server;
+  int loopResult = -1;  // once the server has been joined
   sd_bus *bus = nullptr;
 };
 
@@ -245,6 +248,40 @@ TEST_F(HelperServiceTest, ALingeringLinkOutlivesItsClient) {
   commitService("refused");
   EXPECT_EQ(codeOf(call(startCall(kServiceID, {}, true))), kSCStatusOK);
   close();  // this one comes down by itself, and then the service ends
+}
+
+TEST_F(HelperServiceTest, AnExceptionWhileAnsweringEndsItInOrder) {
+  commitService("throws");
+  EXPECT_NE(errorOf(startCall(kServiceID)), "");
+  server.join();  // by itself: the client is still there
+  EXPECT_EQ(loopResult, EMFILE);
+}
+
+TEST_F(HelperServiceTest, AnExceptionInTheLoopEndsItInOrder) {
+  commitService("throws-later");
+  EXPECT_EQ(codeOf(call(startCall(kServiceID))), kSCStatusOK);
+  server.join();
+  EXPECT_EQ(loopResult, EMFILE);
+}
+
+TEST_F(HelperServiceTest, APeerThatNeverReadsIsLeft) {
+  const Value root = Value::Dictionary{{"Filler", std::string(std::size_t{1} << 20, 'x')}};
+  ASSERT_EQ(commit(*foundation::xmlPropertyList(root)), kSCStatusOK);
+  for (std::uint64_t i = 0; i < 4 * HelperService::kMaximumUnread; ++i) {
+    std::uint64_t cookie = 0;  // without one, no answer would be wanted
+    ASSERT_GE(sd_bus_send(bus, newCall(wire::kReadPreferences).get(), &cookie), 0);
+  }
+  server.join();
+  EXPECT_EQ(loopResult, 0);
+  EXPECT_NE(testing::contentsOf(folder.path("ppp.log")).value_or("").find("does not read the answers"),
+            std::string::npos);
+}
+
+TEST_F(HelperServiceTest, TenThousandCallsInARow) {
+  for (int i = 0; i < 5000; ++i) {
+    ASSERT_EQ(codeOf(call(newCall(wire::kApplyPreferences))), kSCStatusOK);
+    ASSERT_EQ(errorOf(startCall(kServiceID, "garbage")), SD_BUS_ERROR_INVALID_ARGS);
+  }
 }
 
 }  // namespace

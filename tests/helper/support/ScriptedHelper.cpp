@@ -24,7 +24,7 @@ int main() {
     helper::HelperService service(event, preferences, keychain, helper::testing::scriptedLinks(event), *log);
     std::function<void()> end = [&service] { service.end(); };
     if (helper::endOnSignals(event, end) && service.serve(std::move(*socket))) {
-      exitCode = sd_event_loop(event) < 0 ? 1 : 0;
+      exitCode = helper::runLoop(event, *log);
     }
   }
   sd_event_unref(event);

@@ -3,8 +3,12 @@
 #include <systemd/sd-event.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <deque>
+#include <system_error>
 #include <utility>
+
+#include "helper/EventSource.h"
 
 namespace helper::testing {
 
@@ -28,6 +32,11 @@ class ScriptedLink : public RunningLink {
 
   void start() override {
     started_ = true;
+    if (script_ == "throws") throwNoDescriptor();
+    if (script_ == "throws-later") {
+      later_ = EventSource::soon(event_, throwNoDescriptor);
+      return;
+    }
     if (stopped_) return play({1, 10, 0}, 5);
     if (script_ == "refused") return play({1, 2, 4, 5, 9, 10, 0}, 19);
     if (script_ == "at-once") {
@@ -47,6 +56,8 @@ class ScriptedLink : public RunningLink {
   bool isDown() const override { return down_; }
 
  private:
+  [[noreturn]] static void throwNoDescriptor() { throw std::system_error(EMFILE, std::generic_category(), "test"); }
+
   void play(std::deque<int> phases, int cause) {
     phases_ = std::move(phases);
     cause_ = cause;
@@ -82,6 +93,7 @@ class ScriptedLink : public RunningLink {
   std::string script_;
   Link::StatusHandler handler_;
   sd_event_source *turn_ = nullptr;
+  EventSource later_;
   std::deque<int> phases_;
   int cause_ = 0;
   bool started_ = false;
@@ -96,7 +108,7 @@ LinkFactory scriptedLinks(sd_event *event) {
   return [event](const Value &preferences, const std::string &serviceID,
                  Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<RunningLink>> {
     const std::string &script = preferences["NetworkServices"][serviceID]["PPP"]["CommRemoteAddress"].string();
-    for (const char *known : {"up", "at-once", "refused", "dies", "stuck"}) {
+    for (const char *known : {"up", "at-once", "refused", "dies", "stuck", "throws", "throws-later"}) {
       if (script == known) {
         return std::unique_ptr<RunningLink>(std::make_unique<ScriptedLink>(event, script, std::move(handler)));
       }

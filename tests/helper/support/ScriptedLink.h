@@ -5,6 +5,8 @@
 //   "refused"  its account is refused: comes down by itself with LastCause 19
 //   "dies"     the helper's process ends at once when it is up
 //   "stuck"    never ends after a stop: its owner must lose patience
+//   "throws"   has no descriptor left when it is started
+//   "throws-later"  the same in the loop's next turn
 // Any other address is an error, as for a service that is none.
 
 #pragma once
