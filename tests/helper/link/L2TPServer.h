@@ -57,11 +57,11 @@ class L2TPServer {
     return ::recv(socket_.get(), &byte, 1, MSG_DONTWAIT | MSG_PEEK) >= 0;
   }
 
-  // For scripts: the next message, whatever acknowledgements come between. A repetition counts as a message.
+  // For scripts: the next message, whatever acknowledgements and repetitions come between.
   std::optional<l2tp::Message> receive() {
     while (const auto body = receivePacket()) {
-      if (body->empty()) continue;
-      if (header_.ns == nr_) ++nr_;
+      if (body->empty() || header_.ns != nr_) continue;
+      ++nr_;
       auto message = l2tp::decodeBody(*body);
       EXPECT_TRUE(message);
       return message ? std::optional(*message) : std::nullopt;
@@ -74,6 +74,12 @@ class L2TPServer {
     EXPECT_TRUE(message && std::holds_alternative<M>(*message))
         << "message of index " << (message ? static_cast<int>(message->index()) : -1);
     return message && std::holds_alternative<M>(*message) ? std::get<M>(*message) : M{};
+  }
+  // True when the last message comes again.
+  bool awaitRepetition() {
+    while (const auto body = receivePacket())
+      if (!body->empty() && header_.ns == static_cast<std::uint16_t>(nr_ - 1)) return true;
+    return false;
   }
   // Of what was received last.
   const l2tp::Header &header() const { return header_; }
