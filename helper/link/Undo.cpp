@@ -50,6 +50,12 @@ void Undo::finish(Journal &journal) {
 
 bool Undo::undo(const StartedProcess &entry) {
   const foundation::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0)));
+  if (!process && errno != ESRCH) {
+    complain_("Whether the process " + std::to_string(entry.pid) +
+              " of an earlier connection still runs cannot be seen: " +
+              foundation::errnoError(errno, "open it").message + ".");
+    return false;
+  }
   // Compared after the descriptor is there: from here on the number cannot come to mean another process.
   if (!process || startTimeOf(entry.pid) != entry.startTime) return true;
   for (const int number : {SIGTERM, SIGKILL}) {
@@ -95,9 +101,10 @@ bool Undo::undo(const ReplacedFile &entry, const Journal &journal) {
 }
 
 bool Undo::undo(const LoadedConnection &entry) {
-  if (const auto taken = takeBack(entry); !taken)
+  const auto taken = takeBack(entry);
+  if (!taken)
     complain_("An IPSec association of an earlier connection could not be taken back: " + taken.error().message + ".");
-  return true;
+  return static_cast<bool>(taken);
 }
 
 bool Undo::undo(const StartedDaemon &entry) {
