@@ -122,6 +122,7 @@ void L2TPControlConnection::start(int socket) {
   request.hostName = "vpnctl";
   request.tunnelID = call_.tunnelID;
   request.window = L2TPTransport::kWindow;
+  transport_.setFirstRetry(deadlines_.firstRetry);
   transport_.send(0, request);
 }
 
@@ -164,6 +165,7 @@ void L2TPControlConnection::handle(const l2tp::SCCRP &reply) {
   call_.peerTunnelID = reply.tunnelID;
   farewell_ = Farewell::acknowledged;
   transport_.setPeer(reply.tunnelID, reply.window);
+  transport_.setFirstRetry(deadlines_.transport.firstRetry);
   if (reply.version >> 8 != l2tp::kProtocolVersion >> 8)
     return protocolError(l2tp::kResultVersion, l2tp::kProtocolVersion,
                          "speaks version " + std::to_string(reply.version >> 8) + " of L2TP's protocol, not 1");

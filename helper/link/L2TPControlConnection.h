@@ -35,6 +35,9 @@ class L2TPControlConnection {
     std::chrono::milliseconds call{10000};   // for the call to stand
     std::chrono::milliseconds hello{60000};  // of silence before we ask (RFC 2661 section 5.5)
     std::chrono::milliseconds stop{400};
+    // Before the first message is sent again. The server may have its side of the IPSec association a moment later than
+    // we have ours, and until then it hears nothing.
+    std::chrono::milliseconds firstRetry{60};
     L2TPTransport::Timing transport;
   };
 

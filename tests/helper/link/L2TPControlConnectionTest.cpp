@@ -19,6 +19,7 @@ class L2TPControlConnectionTest : public LoopFixture {
     deadlines_.call = std::chrono::seconds(20);
     deadlines_.hello = std::chrono::minutes(1);
     deadlines_.stop = std::chrono::seconds(10);
+    deadlines_.firstRetry = std::chrono::seconds(10);
     deadlines_.transport = {std::chrono::seconds(10), std::chrono::seconds(10), 2};
   }
 
@@ -139,13 +140,14 @@ TEST_F(L2TPControlConnectionTest, SaysWhenTheServerIsSilent) {
 }
 
 TEST_F(L2TPControlConnectionTest, SaysSoAlsoWhenItsPatienceIsLongerThanTheTransports) {
+  deadlines_.firstRetry = milliseconds(1);
   deadlines_.transport = {milliseconds(1), milliseconds(1), 3};
   connect();
   expectFailure(DeviceCause::noAnswer, "does not answer on UDP port");
 }
 
 TEST_F(L2TPControlConnectionTest, AsksAgain) {
-  deadlines_.transport = {milliseconds(5), milliseconds(5), 1000};
+  deadlines_.firstRetry = milliseconds(5);
   server_.play([](L2TPServer &server) {
     server.expectStart();
     EXPECT_TRUE(server.awaitRepetition());
