@@ -21,8 +21,9 @@ foundation::Result<ReplacedFile> currentFile(const std::string &path);
 foundation::Status replaceFile(Journal &journal, const std::string &path,
                                const std::function<std::string(const std::string &before)> &replacement);
 
-// Takes FILE, an entry of JOURNAL, back: what was there before is there again byte for byte, or the replacement of
-// another link. False when somebody else has changed the file since: it is left alone.
-foundation::Result<bool> putBack(const Journal &journal, const ReplacedFile &file);
+// Takes back the ReplacedFile at INDEX of JOURNAL and forgets it: what was there before is there again byte for byte,
+// or the replacement of another link. False when somebody else has changed the file since: it is left alone, and the
+// entry stays.
+foundation::Result<bool> putBack(Journal &journal, std::size_t index);
 
 }  // namespace helper

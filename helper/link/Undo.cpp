@@ -36,10 +36,12 @@ void Undo::finish(Journal &journal) {
   for (std::size_t index = journal.entries().size(); index-- > 0;) {
     const bool undone = std::visit(
         [&](const auto &entry) {
-          if constexpr (std::is_same_v<decltype(entry), const ReplacedFile &>)
-            return undo(entry, journal);
-          else
+          if constexpr (std::is_same_v<decltype(entry), const ReplacedFile &>) {
+            putFileBack(journal, index);  // forgets its entry itself: other links look there
+            return false;
+          } else {
             return undo(entry);
+          }
         },
         journal.entries()[index]);
     // When even this cannot be written, the worst that follows is that something is undone twice, which does no harm.
@@ -91,13 +93,13 @@ bool Undo::undo(const ResolvconfRecord &entry) {
   return false;
 }
 
-bool Undo::undo(const ReplacedFile &entry, const Journal &journal) {
-  const auto restored = putBack(journal, entry);
+void Undo::putFileBack(Journal &journal, std::size_t index) {
+  const std::string path = std::get<ReplacedFile>(journal.entries()[index]).path;
+  const auto restored = putBack(journal, index);
   if (!restored)
-    complain_("The file " + entry.path + " could not be put back: " + restored.error().message + ".");
+    complain_("The file " + path + " could not be put back: " + restored.error().message + ".");
   else if (!*restored)
-    complain_("The file " + entry.path + " was changed by somebody else during the connection and stays as it is.");
-  return restored && *restored;
+    complain_("The file " + path + " was changed by somebody else during the connection and stays as it is.");
 }
 
 bool Undo::undo(const LoadedConnection &entry) {

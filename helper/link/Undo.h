@@ -28,7 +28,7 @@ class Undo {
   bool undo(const StartedProcess &entry);
   bool undo(const AddedRoute &entry);
   bool undo(const ResolvconfRecord &entry);
-  bool undo(const ReplacedFile &entry, const Journal &journal);
+  void putFileBack(Journal &journal, std::size_t index);
   bool undo(const LoadedConnection &entry);
   bool undo(const StartedDaemon &entry);
 

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <optional>
 #include <sstream>
+#include <thread>
 
 #include "helper/link/FileReplacement.h"
 
@@ -48,7 +49,7 @@ class FileReplacementTest : public testing::Test {
   }
   // The link's end; whether the file is none of its business any more.
   static bool end(Journal &journal) {
-    const auto back = putBack(journal, std::get<ReplacedFile>(journal.entries().at(0)));
+    const auto back = putBack(journal, 0);
     EXPECT_TRUE(back) << back.error().message;
     if (back && *back) journal.finish();
     return back && *back;
@@ -84,6 +85,17 @@ TEST_F(FileReplacementTest, TwoLinksEndTheOtherWayRound) {
   EXPECT_EQ(read(), "first before\n");
   EXPECT_TRUE(end(first));
   EXPECT_EQ(read(), "before\n");
+}
+
+TEST_F(FileReplacementTest, TwoLinksEndAtTheSameMoment) {
+  for (int time = 0; time < 200; ++time) {
+    Journal first = link("first");
+    Journal second = link("second");
+    std::thread other([&] { end(first); });
+    EXPECT_TRUE(end(second));
+    other.join();
+    ASSERT_EQ(read(), "before\n") << "time " << time;
+  }
 }
 
 TEST_F(FileReplacementTest, ThreeLinksEndFromTheMiddle) {
