@@ -328,8 +328,14 @@ void Charon::refuse(bool silent) {
 
 // Something of ours has ended. Perhaps it was replaced, by new keys or by a new association.
 void Charon::isChildThere() {
+  // What one answer shows is not to be mistaken for the next one's.
+  lookAgain_ = looking_;
+  if (looking_) return;
+  looking_ = true;
   childSeen_ = false;
   watch_->request("list-sas", Section().add("ike", plan_.name), deadlines_.request, [this](const Outcome &) {
+    looking_ = false;
+    if (lookAgain_) return isChildThere();
     if (state_ == State::established && !childSeen_) lose("The server has ended the IPSec association.");
   });
 }

@@ -95,6 +95,8 @@ class Charon : public IKEDaemon {
   std::chrono::steady_clock::time_point until_{};
   IKEStage stage_ = IKEStage::begin;
   bool childSeen_ = false;
+  bool looking_ = false;    // for the child, after something has ended
+  bool lookAgain_ = false;  // something more has ended meanwhile
   std::optional<ViciConnection> load_;
   std::optional<ViciConnection> watch_;
   EventSource look_;

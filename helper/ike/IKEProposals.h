@@ -14,7 +14,7 @@ struct IKEProposals {
   std::vector<std::string> ike;
   std::vector<std::string> esp;
 
-  // The union of what Windows and Apple's clients offer: what servers in the field are made for.
+  // What the clients of the widespread systems offer, together: what servers in the field are made for.
   static IKEProposals broad();
   // For servers that choke on many: what nearly all of them know.
   static IKEProposals few();

@@ -131,7 +131,8 @@ void ViciConnection::end(std::string reason) {
   deadline_.reset();
   soon_.reset();
   socket_.reset();
-  // The replies may hold whatever they like: nothing of it is called, and it goes only when we do.
+  // The replies may hold whatever they like: nothing of it is called, and it goes only when we do. Secrets go now.
+  for (Pending &pending : queue_) pending.bytes = foundation::Secret();
   underWay_ = false;
   handlers_.ended(reason);
 }

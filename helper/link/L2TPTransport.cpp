@@ -66,6 +66,8 @@ void L2TPTransport::retry() {
   if (tries_ == timing_.tries) {
     retry_.reset();
     outgoing_.clear();
+    // Perhaps only the acknowledgements were lost: a goodbye under the same number would be taken for a repetition.
+    firstNs_ = static_cast<std::uint16_t>(firstNs_ + inFlight_);
     inFlight_ = 0;
     return handlers_.gaveUp();
   }

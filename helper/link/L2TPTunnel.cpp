@@ -1,8 +1,10 @@
 #include "helper/link/L2TPTunnel.h"
 
 #include <arpa/inet.h>
+#include <sys/socket.h>
 
 #include <array>
+#include <cerrno>
 
 namespace helper {
 
@@ -73,7 +75,13 @@ void L2TPTunnel::failSoon(DeviceCause cause, std::string sentence) {
 
 // Only now may anything be sent.
 void L2TPTunnel::protectedNow() {
-  if (!stopping_) control_.start(socket_->descriptor());
+  if (stopping_) return;
+  // What came before the guard stood came in clear, and the kernel asks no more: nobody had anything to tell us yet.
+  char none = 0;
+  while (::recv(socket_->descriptor(), &none, sizeof none, MSG_DONTWAIT) >= 0 || errno == ECONNREFUSED ||
+         errno == EINTR) {
+  }
+  control_.start(socket_->descriptor());
 }
 
 void L2TPTunnel::unprotected(const std::string &sentence) {
