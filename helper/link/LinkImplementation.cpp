@@ -201,6 +201,12 @@ void Link::Implementation::tunnelLost(const std::string &sentence) {
     return;
   }
   log_.write(sentence);
+  // The refusal itself may be overtaken on the way by the end of the call, and pppd never hears it.
+  if (phases_.current() == kPhaseAuthenticating) {
+    log_.write(
+        "That was while the account was being checked: the server did not accept the user name or the password.");
+    cause_ = kCauseNotAuthenticated;
+  }
   end(Farewell::hungUp);
 }
 

@@ -44,7 +44,7 @@ std::string endingSentence(const PPPEnd &end, const std::string &tunnelType, boo
       return "The server no longer answers.";
     case 16:
       return "The line to the server was lost.";
-    case 19:
+    case kCauseNotAuthenticated:
       return "The server did not accept the user name or the password.";
     default:
       return "pppd gave up" + status + "; its own lines above say why.";
