@@ -11,6 +11,7 @@
 
 namespace helper {
 
+using foundation::Status;
 using vici::Section;
 
 namespace {
@@ -94,18 +95,9 @@ Charon::Charon(sd_event *event, IPSecJournal &journal, const CharonProcess::Plac
       process_(event, journal, places, CharonProcess::Deadlines{},
                CharonProcess::Handlers{.ready = [this](const std::string &socket) { connect(socket); },
                                        .failed = [this](const std::string &sentence) { unusable(sentence); },
-                                       .stopped =
-                                           [this] {
-                                             state_ = State::closed;
-                                             handlers_.closed();
-                                           }}) {}
+                                       .stopped = [this] { closed(); }}) {}
 
-Charon::~Charon() {
-  if (!loaded_) return;
-  load_.reset();
-  watch_.reset();
-  takeBack(controlSocket_, plan_.name, deadlines_.destruction);
-}
+Charon::~Charon() { static_cast<void>(closeNow()); }
 
 void Charon::open() {
   state_ = State::opening;
@@ -373,10 +365,28 @@ void Charon::finish() {
   if (finished_) return;
   finished_ = true;
   look_.reset();
-  // It did not answer in time, or never before its end: one more try, on a connection of its own.
-  if (loaded_) takeBack(controlSocket_, plan_.name, deadlines_.destruction);
-  loaded_ = false;
   process_.stop();
+}
+
+void Charon::closed() {
+  state_ = State::closed;
+  // It did not answer in time, or never before its end: one more try, on a connection of its own. A daemon that has
+  // ended with us has forgotten everything.
+  const Status takenBack = loaded_ ? takeBack(controlSocket_, plan_.name, deadlines_.destruction) : Status();
+  loaded_ = false;
+  handlers_.closed(takenBack);
+}
+
+Status Charon::closeNow() {
+  load_.reset();
+  watch_.reset();
+  look_.reset();
+  silence_.reset();
+  soon_.reset();
+  state_ = State::closed;
+  if (!loaded_) return {};
+  loaded_ = false;
+  return takeBack(controlSocket_, plan_.name, deadlines_.destruction);
 }
 
 void Charon::daemonEnded(const std::string &reason) {
@@ -399,13 +409,28 @@ void Charon::unusable(std::string sentence) {
   handlers_.unusable(sentence);
 }
 
-void Charon::takeBack(const std::string &controlSocket, const std::string &name, std::chrono::milliseconds deadline) {
-  // Without a daemon there is nothing left to take back from it.
-  auto daemon = ViciExchange::connect(controlSocket, deadline);
-  if (!daemon) return;
-  static_cast<void>(daemon->request("terminate", Section().add("ike", name).add("force", "yes").add("timeout", "200")));
-  static_cast<void>(daemon->request("unload-conn", Section().add("name", name)));
-  static_cast<void>(daemon->request("unload-shared", Section().add("id", name)));
+Status Charon::takeBack(const std::string &controlSocket, const std::string &name, std::chrono::milliseconds deadline) {
+  struct Command {
+    const char *name;
+    Section message;
+  };
+  const std::array commands{Command{"terminate", Section().add("ike", name).add("force", "yes").add("timeout", "200")},
+                            Command{"unload-conn", Section().add("name", name)},
+                            Command{"unload-shared", Section().add("id", name)}};
+  Status status;
+  for (const Command &command : commands) {
+    // Each on a connection of its own: one that takes its time leaves the others theirs.
+    auto daemon = ViciExchange::connect(controlSocket, deadline);
+    if (!daemon) {
+      // Without a daemon there is nothing left to take back from it, also when it has ended in the middle.
+      const int reason = daemon.error().code;
+      return reason == ENOENT || reason == ECONNREFUSED ? Status() : daemon.error();
+    }
+    const auto answer = daemon->request(command.name, command.message);
+    // That it has nothing of that name is as good as success.
+    if (!answer && !viciRefused(answer.error())) status = answer.error();
+  }
+  return status;
 }
 
 }  // namespace helper

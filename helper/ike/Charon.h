@@ -47,10 +47,12 @@ class Charon : public IKEDaemon {
   std::string controlSocket() const override { return controlSocket_; }
   void negotiate(const IKEPlan &plan, const foundation::Secret &secret) override;
   void close() override;
+  foundation::Status closeNow() override;
 
   // Takes out of the charon at CONTROLSOCKET what was loaded under NAME, in the order that it wants: associations,
-  // connection, secret. Waits, within DEADLINE.
-  static void takeBack(const std::string &controlSocket, const std::string &name, std::chrono::milliseconds deadline);
+  // connection, secret. Waits for each answer, within DEADLINE. One that is not there has nothing of ours.
+  static foundation::Status takeBack(const std::string &controlSocket, const std::string &name,
+                                     std::chrono::milliseconds deadline);
 
  private:
   enum class State { idle, opening, ready, negotiating, established, refused, closing, closed };
@@ -72,6 +74,7 @@ class Charon : public IKEDaemon {
   void isChildThere();
   void unload();
   void finish();
+  void closed();
   void daemonEnded(const std::string &reason);
   void lose(std::string sentence);
   void unusable(std::string sentence);

@@ -59,8 +59,9 @@ IKEAssociation::IKEAssociation(const IKESurroundings &surroundings, std::string 
 
 IKEAssociation::~IKEAssociation() {
   soon_.reset();
+  const Status takenBack = daemon_ ? daemon_->closeNow() : Status();
   daemon_.reset();
-  forget();
+  forget(takenBack);
 }
 
 void IKEAssociation::start(int socket) {
@@ -81,8 +82,8 @@ void IKEAssociation::start(int socket) {
       .refused = [this](const IKERefusal &refusal) { refused(refusal); },
       .lost = [this](const std::string &sentence) { handlers_.lost(sentence); },
       .closed =
-          [this] {
-            forget();
+          [this](const Status &takenBack) {
+            forget(takenBack);
             handlers_.stopped();
           }});
   daemon_->open();
@@ -227,13 +228,16 @@ void IKEAssociation::stop() {
 }
 
 // What the daemon could not take out of the kernel goes now, because it died, or because a packet met the guard and the
-// kernel waits for an association for it.
-void IKEAssociation::forget() {
-  if (table_)
-    if (const Status removed = table_->remove(plan_.reqid); !removed)
-      with_.log.write("IPSec: " + removed.error().message + ".");
+// kernel waits for an association for it. What stays, here or there, stays noted: whoever undoes the journal tries
+// again, and tells.
+void IKEAssociation::forget(const Status &takenBack) {
+  const Status removed = table_ ? table_->remove(plan_.reqid) : Status();
   table_.reset();
-  if (noted_) with_.journal.forgetConnection(*noted_);
+  if (!noted_) {
+    if (!removed) with_.log.write("IPSec: " + removed.error().message + ".");
+    return;
+  }
+  if (takenBack && removed) with_.journal.forgetConnection(*noted_);
   noted_.reset();
 }
 
@@ -258,10 +262,13 @@ std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKESurroundings &surr
 }
 
 Status takeBack(const LoadedConnection &entry) {
-  Charon::takeBack(entry.controlSocket, entry.name, kTakeBack);
-  auto table = NetlinkXfrmTable::open();
-  if (!table) return {};
-  return (*table)->remove(entry.reqid);
+  const Status takenBack = Charon::takeBack(entry.controlSocket, entry.name, kTakeBack);
+  Status removed;
+  if (auto table = NetlinkXfrmTable::open(); table)
+    removed = (*table)->remove(entry.reqid);
+  else if (table.error().code != NetlinkXfrmTable::kNoIPSec)
+    removed = table.error();
+  return takenBack ? removed : takenBack;
 }
 
 }  // namespace helper

@@ -62,7 +62,7 @@ class IKEAssociation : public IPSecAssociation {
   void refused(const IKERefusal &refusal);
   std::string sentenceFor(const IKERefusal &refusal) const;
   void fail(DeviceCause cause, std::string sentence);
-  void forget();
+  void forget(const foundation::Status &takenBack);
 
   IKESurroundings with_;
   std::string secretName_;
@@ -87,8 +87,8 @@ std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKESurroundings &surr
                                                      const foundation::Value &ipsec,
                                                      IPSecAssociation::Handlers handlers);
 
-// Takes back what a dead helper had given to an IKE daemon, and what the kernel got from it. Blocks, within a second.
-// The error is a sentence part.
+// Takes back what a helper had given to an IKE daemon, and what the kernel got from it. Blocks, for as long as the
+// daemon takes for its answers, a second each at most. The error is a sentence part.
 foundation::Status takeBack(const LoadedConnection &entry);
 
 }  // namespace helper

@@ -3,9 +3,9 @@
 // Usual sequence: open(), then ready or unusable. After ready: negotiate(), then one of established, refused, unusable;
 // after refused perhaps once more. After established perhaps lost, once. close() at any time ends with closed, once;
 // from then on nothing else is told. No handler is called from within these functions, nor after destruction.
-// Destroying an open one takes everything back without waiting for the server, within a second.
+// Destroying an open one is closeNow().
 //
-// Thread rule: the thread of the event loop. Nothing but the destructor blocks.
+// Thread rule: the thread of the event loop. Nothing but closeNow() and the destructor blocks.
 
 #pragma once
 
@@ -62,7 +62,8 @@ class IKEDaemon {
     std::function<void(const IKERefusal &)> refused;
     // The association is gone. SENTENCE says why.
     std::function<void(const std::string &sentence)> lost;
-    std::function<void()> closed;
+    // TAKENBACK: whether the daemon holds nothing of ours any more. The error is a sentence part.
+    std::function<void(const foundation::Status &takenBack)> closed;
   };
 
   virtual ~IKEDaemon() = default;
@@ -77,6 +78,9 @@ class IKEDaemon {
   virtual std::string controlSocket() const = 0;
   virtual void negotiate(const IKEPlan &plan, const foundation::Secret &secret) = 0;
   virtual void close() = 0;
+  // Without the loop, which may have finished, without waiting for the server and without telling anybody. Says what
+  // `closed` does. Blocks, for two seconds at most.
+  virtual foundation::Status closeNow() = 0;
 };
 
 }  // namespace helper

@@ -1,7 +1,9 @@
 #include "helper/ike/ViciConnection.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 
 #include <array>
@@ -15,24 +17,37 @@ using vici::Packet;
 using vici::PacketType;
 using vici::Section;
 
-Result<foundation::FileDescriptor> ViciConnection::connect(const std::string &path) {
+Result<foundation::FileDescriptor> ViciConnection::connect(const std::string &path,
+                                                           std::chrono::milliseconds patience) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) return foundation::errnoError(ENAMETOOLONG, "connect to " + path);
   path.copy(address.sun_path, path.size());
-  foundation::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (!socket || ::connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0)
+  const bool waits = patience.count() > 0;
+  foundation::FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | (waits ? 0 : SOCK_NONBLOCK), 0));
+  const timeval limit{patience.count() / 1000, patience.count() % 1000 * 1000};
+  if (!socket || (waits && ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) < 0) ||
+      ::connect(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0 ||
+      (waits && ::fcntl(socket.get(), F_SETFL, O_NONBLOCK) < 0))
     return foundation::errnoError(errno, "connect to " + path);
   return socket;
 }
+
+namespace {
+
+constexpr char kRefused[] = "VICI refusal";
+
+}  // namespace
 
 Result<Section> viciOutcome(const std::string &command, const Packet &response) {
   if (response.type == PacketType::unknownCommand || response.type == PacketType::unknownEvent)
     return foundation::Error{"VICI", ViciConnection::kUnknownCommand, "the IKE daemon does not know " + command};
   if (response.message.value("success") != "no") return response.message;
   const std::string &reason = response.message.value("errmsg");
-  return foundation::Error{"VICI", 0, reason.empty() ? command + " did not succeed" : reason};
+  return foundation::Error{kRefused, 0, reason.empty() ? command + " did not succeed" : reason};
 }
+
+bool viciRefused(const foundation::Error &error) { return error.domain == kRefused; }
 
 ViciConnection::ViciConnection(sd_event *event, foundation::FileDescriptor socket, Handlers handlers)
     : event_(event), socket_(std::move(socket)), handlers_(std::move(handlers)) {

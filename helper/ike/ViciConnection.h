@@ -34,8 +34,10 @@ class ViciConnection {
   // Of the error of a command that the daemon does not have.
   static constexpr int kUnknownCommand = 1;
 
-  // A socket connected to PATH. Does not wait.
-  static foundation::Result<foundation::FileDescriptor> connect(const std::string &path);
+  // A socket connected to PATH, which does not block. EAGAIN: the daemon has no room for one more to wait; so this
+  // waits for up to PATIENCE.
+  static foundation::Result<foundation::FileDescriptor> connect(
+      const std::string &path, std::chrono::milliseconds patience = std::chrono::milliseconds(0));
 
   ViciConnection(sd_event *event, foundation::FileDescriptor socket, Handlers handlers);
   ViciConnection(const ViciConnection &) = delete;
@@ -76,5 +78,7 @@ class ViciConnection {
 
 // What a response says: itself, or the error of one that tells of no success.
 foundation::Result<vici::Section> viciOutcome(const std::string &command, const vici::Packet &response);
+// Whether ERROR is that: the daemon has answered, and says that the command did not succeed.
+bool viciRefused(const foundation::Error &error);
 
 }  // namespace helper

@@ -14,9 +14,9 @@ using foundation::errnoError;
 using foundation::Result;
 
 Result<ViciExchange> ViciExchange::connect(const std::string &path, std::chrono::milliseconds deadline) {
-  auto socket = ViciConnection::connect(path);
+  auto socket = ViciConnection::connect(path, deadline);
   if (!socket) return socket.error();
-  return ViciExchange(std::move(*socket), std::chrono::steady_clock::now() + deadline);
+  return ViciExchange(std::move(*socket), deadline);
 }
 
 foundation::Status ViciExchange::wait(short events) {
@@ -30,6 +30,7 @@ foundation::Status ViciExchange::wait(short events) {
 Result<vici::Section> ViciExchange::request(const std::string &command, vici::Section message) {
   const auto bytes = vici::encode({vici::PacketType::request, command, std::move(message)});
   if (!bytes) return bytes.error();
+  until_ = std::chrono::steady_clock::now() + deadline_;
   for (auto rest = bytes->bytes(); !rest.empty();) {
     if (auto ready = wait(POLLOUT); !ready) return ready.error();
     const ssize_t count = ::send(socket_.get(), rest.data(), rest.size(), MSG_NOSIGNAL);

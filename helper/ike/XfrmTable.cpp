@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <linux/xfrm.h>
+#include <netlink/errno.h>
 #include <netlink/msg.h>
 #include <netlink/netlink.h>
 
@@ -121,6 +122,8 @@ int nameState(nl_sock *socket, const xfrm_usersa_info &state) {
 }
 
 }  // namespace
+
+const int NetlinkXfrmTable::kNoIPSec = NLE_PROTO_MISMATCH;
 
 foundation::Result<std::unique_ptr<NetlinkXfrmTable>> NetlinkXfrmTable::open() {
   std::unique_ptr<NetlinkXfrmTable> table(new NetlinkXfrmTable(nl_socket_alloc()));

@@ -37,7 +37,9 @@ class XfrmTable {
 
 class NetlinkXfrmTable : public XfrmTable {
  public:
-  // An error when the kernel has no IPSec.
+  // Of the error of open() when the kernel has no IPSec.
+  static const int kNoIPSec;
+
   static foundation::Result<std::unique_ptr<NetlinkXfrmTable>> open();
   NetlinkXfrmTable(const NetlinkXfrmTable &) = delete;
   NetlinkXfrmTable &operator=(const NetlinkXfrmTable &) = delete;

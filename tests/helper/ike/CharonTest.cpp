@@ -8,6 +8,8 @@
 #include <optional>
 
 #include "helper/ike/Charon.h"
+#include "tests/helper/ike/CrowdedListener.h"
+#include "tests/helper/ike/FewDescriptors.h"
 #include "tests/helper/ike/RecordingJournal.h"
 #include "tests/helper/ike/ViciServer.h"
 #include "tests/helper/support/LoopFixture.h"
@@ -111,7 +113,11 @@ class CharonTest : public LoopFixture {
                                                            .established = [this] { ++established_; },
                                                            .refused = [this](const IKERefusal &r) { refusal_ = r; },
                                                            .lost = [this](const std::string &s) { lost_ = s; },
-                                                           .closed = [this] { ++closed_; }});
+                                                           .closed =
+                                                               [this](const foundation::Status &takenBack) {
+                                                                 ++closed_;
+                                                                 takenBack_ = takenBack;
+                                                               }});
     charon_->open();
     return *charon_;
   }
@@ -166,6 +172,7 @@ class CharonTest : public LoopFixture {
   int ready_ = 0;
   int established_ = 0;
   int closed_ = 0;
+  foundation::Status takenBack_;
   std::optional<std::string> unusable_;
   std::optional<IKERefusal> refusal_;
   std::optional<std::string> lost_;
@@ -299,19 +306,60 @@ TEST_F(CharonTest, EndsEvenWhenTheDaemonDoesNotAnswer) {
   server_.stayOpen("terminate");
   charon_->close();
   ASSERT_TRUE(runUntil([&] { return closed_ == 1; }));
+  ASSERT_FALSE(takenBack_);
+  EXPECT_EQ(takenBack_.error().code, ETIMEDOUT);
+  // The last try was for everything.
+  EXPECT_EQ(server_.asked().back(), "unload-shared");
 }
 
 TEST_F(CharonTest, DestroyedItTakesEverythingBack) {
   comeUp();
+  EXPECT_TRUE(charon_->closeNow());
   charon_.reset();
   EXPECT_EQ(askedFrom("terminate"), (std::vector<std::string>{"terminate", "unload-conn", "unload-shared"}));
+  EXPECT_EQ(closed_, 0);
+}
+
+TEST_F(CharonTest, DestroyedItSaysWhatMayBeLeft) {
+  deadlines_.destruction = milliseconds(30);
+  comeUp();
+  server_.stayOpen("unload-conn");
+  EXPECT_FALSE(charon_->closeNow());
 }
 
 TEST_F(CharonTest, TakesBackWhatADeadHelperLoaded) {
-  Charon::takeBack(folder_.path("vici"), "vpnctl-9", seconds(5));
+  EXPECT_TRUE(Charon::takeBack(folder_.path("vici"), "vpnctl-9", seconds(5)));
   EXPECT_EQ(server_.asked(), (std::vector<std::string>{"terminate", "unload-conn", "unload-shared"}));
   EXPECT_EQ(server_.request("unload-shared").value("id"), "vpnctl-9");
-  Charon::takeBack(folder_.path("nobody"), "vpnctl-9", seconds(5));
+  EXPECT_TRUE(Charon::takeBack(folder_.path("nobody"), "vpnctl-9", seconds(5)));
+}
+
+TEST_F(CharonTest, WhatItDoesNotKnowNeedNotBeTakenBack) {
+  const Section no = Section().add("success", "no").add("errmsg", "not found");
+  for (const char *command : {"terminate", "unload-conn", "unload-shared"}) server_.answer(command, no);
+  EXPECT_TRUE(Charon::takeBack(folder_.path("vici"), "vpnctl-9", seconds(5)));
+}
+
+TEST_F(CharonTest, OneCommandThatTakesItsTimeLeavesTheOthersTheirs) {
+  server_.stayOpen("terminate");
+  const auto taken = Charon::takeBack(folder_.path("vici"), "vpnctl-9", milliseconds(50));
+  ASSERT_FALSE(taken);
+  EXPECT_EQ(taken.error().code, ETIMEDOUT);
+  EXPECT_EQ(server_.asked(), (std::vector<std::string>{"terminate", "unload-conn", "unload-shared"}));
+}
+
+TEST_F(CharonTest, ADaemonThatCannotBeReachedMayStillHoldIt) {
+  const helper::testing::FewDescriptors none;
+  const auto taken = Charon::takeBack(folder_.path("vici"), "vpnctl-9", seconds(5));
+  ASSERT_FALSE(taken);
+  EXPECT_EQ(taken.error().code, EMFILE);
+}
+
+TEST_F(CharonTest, ADaemonThatLetsNobodyInMayStillHoldIt) {
+  const helper::testing::CrowdedListener crowded(folder_.path("crowded"));
+  const auto taken = Charon::takeBack(folder_.path("crowded"), "vpnctl-9", milliseconds(20));
+  ASSERT_FALSE(taken);
+  EXPECT_EQ(taken.error().code, EAGAIN);
 }
 
 TEST_F(CharonTest, NobodyAnswers) { expectSilence(silent(), IKEStage::firstAnswer); }

@@ -25,6 +25,7 @@ struct ScriptedDaemon {
   std::vector<IKEPlan> plans;
   Secret secret;
   std::vector<std::string> unknown;  // algorithms
+  Status takenBack;                  // when it is closed in a hurry
   bool destroyed = false;
 };
 
@@ -51,6 +52,7 @@ class FakeDaemon : public IKEDaemon {
     script_.secret = secret;
   }
   void close() override { script_.calls.emplace_back("close"); }
+  Status closeNow() override { return script_.takenBack; }
 
  private:
   ScriptedDaemon &script_;
@@ -59,6 +61,7 @@ class FakeDaemon : public IKEDaemon {
 struct FakeKernel {
   std::vector<std::string> calls;
   Status protects;
+  Status removes;
   bool esp = true;
   UDPFlow asked;
 };
@@ -73,7 +76,7 @@ class FakeTable : public XfrmTable {
   }
   Status remove(std::uint32_t) override {
     kernel_.calls.emplace_back("remove");
-    return {};
+    return kernel_.removes;
   }
   bool knowsESP() override { return kernel_.esp; }
 
@@ -202,7 +205,7 @@ TEST_F(IKEAssociationTest, StopsTheDaemonThenCleansTheKernel) {
   EXPECT_EQ(daemon_.calls.back(), "close");
   EXPECT_EQ(stopped_, 0);
   EXPECT_EQ(kernel_.calls.back(), "protects");
-  daemon_.handlers.closed();
+  daemon_.handlers.closed({});
   EXPECT_EQ(kernel_.calls.back(), "remove");
   EXPECT_EQ(stopped_, 1);
   EXPECT_TRUE(journal_.connections.empty());
@@ -211,7 +214,7 @@ TEST_F(IKEAssociationTest, StopsTheDaemonThenCleansTheKernel) {
 TEST_F(IKEAssociationTest, StoppedBeforeItBegan) {
   start();
   association_->stop();
-  daemon_.handlers.closed();
+  daemon_.handlers.closed({});
   EXPECT_EQ(stopped_, 1);
   // A packet may have met the guard, and the kernel waits for an association for it.
   EXPECT_EQ(kernel_.calls, (std::vector<std::string>{"remove"}));
@@ -224,6 +227,33 @@ TEST_F(IKEAssociationTest, DestroyedWhileUp) {
   EXPECT_EQ(kernel_.calls.back(), "remove");
   EXPECT_TRUE(journal_.connections.empty());
   EXPECT_EQ(stopped_, 0);
+}
+
+// The next to undo the journal finds it.
+TEST_F(IKEAssociationTest, WhatMayBeLeftInTheDaemonStaysNoted) {
+  comeUp();
+  association_->stop();
+  daemon_.handlers.closed(Error{"POSIX", ETIMEDOUT, "wait for the IKE daemon: Connection timed out"});
+  EXPECT_EQ(stopped_, 1);
+  EXPECT_EQ(kernel_.calls.back(), "remove");
+  EXPECT_EQ(journal_.connections.size(), 1U);
+}
+
+TEST_F(IKEAssociationTest, AlsoWhenItIsDestroyed) {
+  daemon_.takenBack = Error{"POSIX", EMFILE, "connect: Too many open files"};
+  comeUp();
+  association_.reset();
+  EXPECT_EQ(kernel_.calls.back(), "remove");
+  EXPECT_EQ(journal_.connections.size(), 1U);
+}
+
+TEST_F(IKEAssociationTest, WhatMayBeLeftInTheKernelStaysNoted) {
+  kernel_.removes = Error{"Netlink", 5, "remove what IPSec left in the kernel: no room"};
+  comeUp();
+  association_->stop();
+  daemon_.handlers.closed({});
+  EXPECT_EQ(stopped_, 1);
+  EXPECT_EQ(journal_.connections.size(), 1U);
 }
 
 TEST_F(IKEAssociationTest, UsesTheMachinesSettings) {

@@ -4,6 +4,7 @@
 
 #include "helper/ike/ViciConnection.h"
 #include "helper/ike/ViciExchange.h"
+#include "tests/helper/ike/CrowdedListener.h"
 #include "tests/helper/ike/ViciServer.h"
 #include "tests/helper/support/LoopFixture.h"
 #include "tests/helper/support/TemporaryFolder.h"
@@ -167,6 +168,19 @@ TEST_F(ViciConnectionTest, NobodyListens) {
   ASSERT_FALSE(socket);
   EXPECT_EQ(socket.error().code, ENOENT);
   EXPECT_EQ(ViciConnection::connect(std::string(200, 'x')).error().code, ENAMETOOLONG);
+}
+
+TEST_F(ViciConnectionTest, WaitsToBeLetInWhenItIsAskedTo) {
+  const helper::testing::CrowdedListener crowded(folder_.path("crowded"));
+  const auto refused = ViciConnection::connect(folder_.path("crowded"));
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().code, EAGAIN);
+  std::thread daemon([&] { crowded.letOneIn(); });
+  const auto socket = ViciConnection::connect(folder_.path("crowded"), seconds(10));
+  daemon.join();
+  ASSERT_TRUE(socket) << socket.error().message;
+  EXPECT_NE(::fcntl(socket->get(), F_GETFL) & O_NONBLOCK, 0);
+  EXPECT_NE(::fcntl(socket->get(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
 TEST_F(ViciConnectionTest, AnExchangeWaitsForItsAnswer) {
