@@ -1,6 +1,7 @@
 #include "helper/ike/Charon.h"
 
 #include <arpa/inet.h>
+#include <poll.h>
 
 #include <algorithm>
 #include <array>
@@ -203,6 +204,7 @@ void Charon::negotiate(const IKEPlan &plan, const foundation::Secret &secret) {
 void Charon::load(const foundation::Secret &secret) {
   if (state_ != State::negotiating) return;
   loaded_ = true;
+  loading_ = true;
   Section::List owners{textOf(plan_.local), textOf(plan_.remote)};
   if (plan_.remoteIdentity != "%any") owners.push_back(plan_.remoteIdentity);
   load_->request("load-shared",
@@ -213,6 +215,8 @@ void Charon::load(const foundation::Secret &secret) {
                             ") does not take the shared secret: " + outcome.error().message + ".");
                  });
   load_->request("load-conn", connection("1"), deadlines_.request, [this](const Outcome &outcome) {
+    loading_ = false;
+    if (state_ == State::closing) return done();
     if (state_ != State::negotiating) return;
     if (!outcome) return connectionRefused(outcome.error().message);
     initiate();
@@ -221,7 +225,10 @@ void Charon::load(const foundation::Secret &secret) {
 
 void Charon::connectionRefused(const std::string &reason) {
   // Would it take the very same for version 2? Then it is the version that it lacks.
+  loading_ = true;
   load_->request("load-conn", connection("2"), deadlines_.request, [this, reason](const Outcome &outcome) {
+    loading_ = false;
+    if (state_ == State::closing) return done();
     if (state_ != State::negotiating) return;
     if (outcome)
       return unusable("The IKE daemon (" + description_ +
@@ -243,7 +250,7 @@ void Charon::initiate() {
                      .add("loglevel", "-1"),
                  plan_.deadline + deadlines_.request, [this, attempt = attempt_](const Outcome &outcome) {
                    initiating_ = false;
-                   if (state_ == State::closing) return unload();
+                   if (state_ == State::closing) return done();
                    if (attempt == attempt_) initiated(outcome);
                  });
   reach(IKEStage::firstAnswer);
@@ -342,10 +349,15 @@ void Charon::close() {
   if (!open || !loaded_) return finish();
   watch_->request("terminate", Section().add("ike", plan_.name).add("force", "yes").add("timeout", "500"),
                   deadlines_.terminate, [this](const Outcome &) {
-                    if (!initiating_) return unload();
-                    // An association that was just being made when we said so is ended when the daemon tells of it.
+                    if (!busy()) return unload();
+                    // An association that was just being made when we said so is ended when the daemon tells of it; a
+                    // secret or a connection that it was just taking would come after its own unloading.
                     look_ = EventSource::timer(event_, deadlines_.terminate, [this] { unload(); });
                   });
+}
+
+void Charon::done() {
+  if (!busy()) unload();
 }
 
 void Charon::unload() {
@@ -356,7 +368,8 @@ void Charon::unload() {
                   deadlines_.terminate, [](const Outcome &) {});
   watch_->request("unload-conn", Section().add("name", plan_.name), deadlines_.terminate, [](const Outcome &) {});
   watch_->request("unload-shared", Section().add("id", plan_.name), deadlines_.terminate, [this](const Outcome &) {
-    loaded_ = false;
+    // What never was answered may have come after it.
+    loaded_ = loading_;
     finish();
   });
 }
@@ -378,6 +391,12 @@ void Charon::closed() {
 }
 
 Status Charon::closeNow() {
+  // What the daemon is just taking would come after its own unloading. What waits behind that is never said.
+  bool answered = true;
+  if (loading_ && !initiating_ && load_->socket() >= 0) {
+    pollfd answer{load_->socket(), POLLIN, 0};
+    answered = ::poll(&answer, 1, static_cast<int>(deadlines_.destruction.count())) > 0;
+  }
   load_.reset();
   watch_.reset();
   look_.reset();
@@ -386,7 +405,8 @@ Status Charon::closeNow() {
   state_ = State::closed;
   if (!loaded_) return {};
   loaded_ = false;
-  return takeBack(controlSocket_, plan_.name, deadlines_.destruction);
+  const Status takenBack = takeBack(controlSocket_, plan_.name, deadlines_.destruction);
+  return takenBack && !answered ? foundation::errnoError(ETIMEDOUT, "wait for the IKE daemon") : takenBack;
 }
 
 void Charon::daemonEnded(const std::string &reason) {

@@ -72,6 +72,8 @@ class Charon : public IKEDaemon {
   void reach(IKEStage stage);
   void refuse(bool silent);
   void isChildThere();
+  bool busy() const { return (loading_ || initiating_) && load_->socket() >= 0; }
+  void done();
   void unload();
   void finish();
   void closed();
@@ -90,7 +92,8 @@ class Charon : public IKEDaemon {
   std::optional<std::set<std::string>> algorithms_;  // none: it did not say
   IKEPlan plan_;
   bool loaded_ = false;      // the daemon holds something of ours
-  bool initiating_ = false;  // the first connection is busy with it
+  bool loading_ = false;     // the first connection is busy with it, or has it still to say
+  bool initiating_ = false;  // the same
   bool begun_ = false;       // in this attempt
   bool unloading_ = false;
   bool finished_ = false;

@@ -90,6 +90,11 @@ class CharonTest : public LoopFixture {
     show({});
   }
 
+  // Everything that has arrived, and what follows from it at once.
+  void drain() {
+    while (sd_event_run(event_, 0) > 0) {
+    }
+  }
   long timesAsked(const std::string &command) const {
     const auto all = server_.asked();
     return std::count(all.begin(), all.end(), command);
@@ -297,6 +302,49 @@ TEST_F(CharonTest, EndsInTheMiddleOfANegotiation) {
   }));
   EXPECT_EQ(askedFrom("unload-conn"), (std::vector<std::string>{"unload-conn", "unload-shared"}));
   EXPECT_FALSE(refusal_);
+}
+
+// Loaded after its unloading it would stay for ever.
+TEST_F(CharonTest, EndsAfterWhatIsBeingLoaded) {
+  server_.stayOpen("load-shared");
+  beReady();
+  charon_->negotiate(plan(), secret_);
+  untilAsked("load-shared");
+  charon_->close();
+  untilAsked("terminate");
+  drain();  // its answer
+  server_.finish("load-shared", Section().add("success", "yes"));
+  ASSERT_TRUE(runUntil([&] { return closed_ == 1; }));
+  EXPECT_EQ(askedFrom("terminate"),
+            (std::vector<std::string>{"terminate", "load-conn", "terminate", "unload-conn", "unload-shared"}));
+  EXPECT_TRUE(takenBack_);
+  EXPECT_FALSE(unusable_);
+}
+
+TEST_F(CharonTest, EndsWithOneMoreTryWhenALoadIsNeverAnswered) {
+  deadlines_.terminate = milliseconds(30);
+  server_.stayOpen("load-conn");
+  beReady();
+  charon_->negotiate(plan(), secret_);
+  untilAsked("load-conn");
+  charon_->close();
+  ASSERT_TRUE(runUntil([&] { return closed_ == 1; }));
+  EXPECT_EQ(timesAsked("unload-conn"), 2);
+  EXPECT_EQ(timesAsked("unload-shared"), 2);
+}
+
+TEST_F(CharonTest, DestroyedItWaitsForWhatIsBeingLoaded) {
+  deadlines_.destruction = milliseconds(50);
+  server_.stayOpen("load-shared");
+  beReady();
+  charon_->negotiate(plan(), secret_);
+  untilAsked("load-shared");
+  const auto before = std::chrono::steady_clock::now();
+  // It may still come.
+  EXPECT_FALSE(charon_->closeNow());
+  EXPECT_GE(std::chrono::steady_clock::now() - before, deadlines_.destruction);
+  EXPECT_EQ(askedFrom("terminate"), (std::vector<std::string>{"terminate", "unload-conn", "unload-shared"}));
+  EXPECT_EQ(timesAsked("load-conn"), 0);
 }
 
 TEST_F(CharonTest, EndsEvenWhenTheDaemonDoesNotAnswer) {

@@ -29,7 +29,10 @@ class CrowdedListener {
     EXPECT_EQ(errno, EAGAIN);
   }
 
-  void letOneIn() const { foundation::FileDescriptor(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC)); }
+  void letOneIn() const {
+    const foundation::FileDescriptor one(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    EXPECT_TRUE(one);
+  }
 
  private:
   foundation::FileDescriptor listener_;
