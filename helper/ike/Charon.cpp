@@ -263,6 +263,8 @@ void Charon::initiated(const Outcome &outcome) {
   look_.reset();
   silence_.reset();
   state_ = State::established;
+  // Its end may have been told of, on the other connection, before its beginning was: nobody tells again.
+  isChildThere();
   handlers_.established();
 }
 
