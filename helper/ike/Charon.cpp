@@ -195,25 +195,28 @@ void Charon::negotiate(const IKEPlan &plan, const foundation::Secret &secret) {
   stage_ = IKEStage::begin;
   begun_ = false;
   state_ = State::negotiating;
-  if (!loaded_) return load(secret);
+  secret_ = secret;
+  if (!loaded_) return load();
   // What is left of the attempt before goes first.
   watch_->request("terminate", Section().add("ike", plan_.name).add("force", "yes").add("timeout", "500"),
-                  deadlines_.request, [this, secret](const Outcome &) { load(secret); });
+                  deadlines_.request, [this](const Outcome &) { load(); });
 }
 
-void Charon::load(const foundation::Secret &secret) {
+void Charon::load() {
   if (state_ != State::negotiating) return;
   loaded_ = true;
   loading_ = true;
   Section::List owners{textOf(plan_.local), textOf(plan_.remote)};
   if (plan_.remoteIdentity != "%any") owners.push_back(plan_.remoteIdentity);
-  load_->request("load-shared",
-                 Section().add("id", plan_.name).add("type", "IKE").add("data", secret).add("owners", owners),
-                 deadlines_.request, [this](const Outcome &outcome) {
-                   if (state_ != State::negotiating || outcome) return;
-                   unusable("The IKE daemon (" + description_ +
-                            ") does not take the shared secret: " + outcome.error().message + ".");
-                 });
+  load_->request(
+      "load-shared",
+      Section().add("id", plan_.name).add("type", "IKE").add("data", std::move(*secret_)).add("owners", owners),
+      deadlines_.request, [this](const Outcome &outcome) {
+        if (state_ != State::negotiating || outcome) return;
+        unusable("The IKE daemon (" + description_ + ") does not take the shared secret: " + outcome.error().message +
+                 ".");
+      });
+  secret_.reset();
   load_->request("load-conn", connection("1"), deadlines_.request, [this](const Outcome &outcome) {
     loading_ = false;
     if (state_ == State::closing) return done();
@@ -345,6 +348,7 @@ void Charon::close() {
   // On a connection that has ended nothing is answered any more.
   const bool open = state_ != State::idle && watch_ && watch_->socket() >= 0;
   state_ = State::closing;
+  secret_.reset();
   look_.reset();
   silence_.reset();
   soon_.reset();
@@ -412,6 +416,7 @@ Status Charon::closeNow() {
 }
 
 void Charon::daemonEnded(const std::string &reason) {
+  secret_.reset();
   look_.reset();
   silence_.reset();
   if (state_ == State::closing) return finish();

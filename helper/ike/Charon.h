@@ -60,7 +60,7 @@ class Charon : public IKEDaemon {
 
   void connect(const std::string &controlSocket);
   void ask();
-  void load(const foundation::Secret &secret);
+  void load();
   vici::Section connection(const char *version) const;
   void connectionRefused(const std::string &reason);
   void initiate();
@@ -91,10 +91,11 @@ class Charon : public IKEDaemon {
   std::string description_ = "charon";
   std::optional<std::set<std::string>> algorithms_;  // none: it did not say
   IKEPlan plan_;
-  bool loaded_ = false;      // the daemon holds something of ours
-  bool loading_ = false;     // the first connection is busy with it, or has it still to say
-  bool initiating_ = false;  // the same
-  bool begun_ = false;       // in this attempt
+  std::optional<foundation::Secret> secret_;  // until it is on its way
+  bool loaded_ = false;                       // the daemon holds something of ours
+  bool loading_ = false;                      // the first connection is busy with it, or has it still to say
+  bool initiating_ = false;                   // the same
+  bool begun_ = false;                        // in this attempt
   bool unloading_ = false;
   bool finished_ = false;
   int attempt_ = 0;  // answers to an earlier one are of no interest

@@ -1,10 +1,15 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <cinttypes>
+#include <cstdio>
+#include <fstream>
 #include <optional>
 
 #include "helper/ike/Charon.h"
@@ -66,6 +71,38 @@ Section standing(Section children = {}) {
   return shown("ESTABLISHED", "10.0.0.1", "f80501154d3062dd", true, std::move(children));
 }
 Section child(const std::string &state) { return Section().add("vpnctl-1-1", Section().add("state", state)); }
+
+// A secret that stands nowhere in this program.
+constexpr std::string_view kMasked = "Tgq;7nRw-Zk2_pLs+vYb=cXd";
+constexpr char kMask = 0x15;
+
+// Whether it stands in the writable memory of this process.
+bool memoryHoldsUnmasked() {
+  const foundation::FileDescriptor memory(::open("/proc/self/mem", O_RDONLY | O_CLOEXEC));
+  EXPECT_TRUE(memory);
+  static std::array<char, 65536> part;  // wiped: it lies in what is searched
+  std::ifstream maps("/proc/self/maps");
+  bool found = false;
+  for (std::string line; std::getline(maps, line);) {
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+    std::array<char, 5> mode{};
+    if (std::sscanf(line.c_str(), "%" SCNx64 "-%" SCNx64 " %4s", &start, &end, mode.data()) != 3) continue;
+    if (mode[1] != 'w' || end - start > (std::uint64_t{256} << 20)) continue;  // a sanitizer's shadow
+    for (; start < end; start += part.size() - kMasked.size()) {
+      const ssize_t size = ::pread(memory.get(), part.data(), std::min<std::uint64_t>(part.size(), end - start),
+                                   static_cast<off_t>(start));
+      if (size <= 0) break;
+      const char *const first = part.data();
+      const char *const last = first + size;
+      found = found || std::search(first, last, kMasked.begin(), kMasked.end(), [](char byte, char masked) {
+                         return byte == static_cast<char>(masked ^ kMask);
+                       }) != last;
+      foundation::wipeMemory(part.data(), part.size());
+    }
+  }
+  return found;
+}
 
 class CharonTest : public LoopFixture {
  protected:
@@ -453,6 +490,26 @@ TEST_F(CharonTest, ASecondTryLoadsAnew) {
   ASSERT_TRUE(runUntil([&] { return established_ == 1; }));
   EXPECT_EQ(server_.request("load-conn").section(kName).list("proposals"), second.proposals);
   EXPECT_EQ(askedFrom("terminate").front(), "terminate");
+}
+
+// The first try's is with the daemon, which in this test is the same process: so the second one's differs.
+TEST_F(CharonTest, ASecretThatIsNotOnItsWayYetGoesWithTheDaemon) {
+  server_.answer("initiate", Section().add("success", "no"));
+  beReady();
+  charon_->negotiate(plan(), secret_);
+  expectRefusal(IKEStage::firstAnswer, false);
+  server_.stayOpen("terminate");
+  {
+    Secret second = Secret::ofSize(kMasked.size());
+    for (std::size_t i = 0; i < kMasked.size(); ++i)
+      second.mutableBytes()[i] = static_cast<std::uint8_t>(kMasked[i] ^ kMask);
+    charon_->negotiate(plan(), second);
+  }
+  untilAsked("terminate");
+  EXPECT_TRUE(memoryHoldsUnmasked());
+  server_.hangUp();
+  ASSERT_TRUE(runUntil([&] { return unusable_.has_value(); }));
+  EXPECT_FALSE(memoryHoldsUnmasked());
 }
 
 TEST_F(CharonTest, NoVersion1) {
