@@ -5,10 +5,12 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/epoll.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <system_error>
 
@@ -41,6 +43,29 @@ struct Attributes {
   posix_spawn_file_actions_t actions;
 };
 
+// In a prepared child. Only system calls: whatever else other threads were at when it was made will never be finished.
+[[noreturn]] void waitAndRun(int gate, char *const *arguments, char *const *environment) {
+  constexpr int kGate = STDERR_FILENO + 1;
+  struct sigaction usual {};
+  for (int number = 1; number < NSIG; ++number) sigaction(number, &usual, nullptr);
+  setsid();
+  const int nothing = open("/dev/null", O_RDWR);
+  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) dup2(nothing, stream);
+  if (gate != kGate) dup2(gate, kGate);
+  fcntl(kGate, F_SETFD, FD_CLOEXEC);
+  // With everything else the other end of the gate: it must be nobody's but our parent's.
+  closefrom(kGate + 1);
+  char word = 0;
+  if (read(kGate, &word, 1) != 1) _exit(EXIT_FAILURE);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+  execve(arguments[0], arguments, environment);
+  const int error = errno;
+  static_cast<void>(!write(kGate, &error, sizeof error));
+  _exit(EXIT_FAILURE);
+}
+
 }  // namespace
 
 foundation::Result<ChildProcess> ChildProcess::spawn(const std::vector<std::string> &arguments,
@@ -70,15 +95,51 @@ foundation::Result<ChildProcess> ChildProcess::spawn(const std::vector<std::stri
   const int error = posix_spawn(&pid, arguments.front().c_str(), &with.actions, &with.attributes,
                                 pointers(arguments).data(), pointers(environment).data());
   if (error != 0) return foundation::errnoError(error, "start " + arguments.front());
+  return follow(pid, arguments.front());
+}
+
+foundation::Result<ChildProcess> ChildProcess::prepare(const std::vector<std::string> &arguments,
+                                                       const std::vector<std::string> &environment) {
+  std::array<int, 2> ends{};
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) < 0)
+    return foundation::errnoError(errno, "start " + arguments.front());
+  foundation::FileDescriptor gate(ends[0]);
+  const foundation::FileDescriptor childs(ends[1]);
+  const auto argumentPointers = pointers(arguments);
+  const auto environmentPointers = pointers(environment);
+  const pid_t pid = fork();
+  if (pid < 0) return foundation::errnoError(errno, "start " + arguments.front());
+  if (pid == 0) waitAndRun(childs.get(), argumentPointers.data(), environmentPointers.data());
+  auto child = follow(pid, arguments.front());
+  if (child) child->gate_ = std::move(gate);
+  return child;
+}
+
+foundation::Status ChildProcess::release() {
+  const foundation::FileDescriptor gate = std::move(gate_);
+  // What comes back is why the program does not run; when it does, the gate closes.
+  int error = 0;
+  const char word = 1;
+  if (send(gate.get(), &word, 1, MSG_NOSIGNAL) != 1) error = errno;
+  while (error == 0 && recv(gate.get(), &error, sizeof error, MSG_WAITALL) < 0 && errno == EINTR) {
+  }
+  if (error == 0) return {};
+  waitFor(std::chrono::seconds(1));
+  return foundation::errnoError(error, "start " + program_);
+}
+
+foundation::Result<ChildProcess> ChildProcess::follow(pid_t pid, const std::string &program) {
   // Until we reap it, the number is our child's and nobody else's.
   foundation::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
   if (!process) {
     const int cause = errno;
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
-    return foundation::errnoError(cause, "follow " + arguments.front());
+    return foundation::errnoError(cause, "follow " + program);
   }
-  return ChildProcess(pid, std::move(process));
+  ChildProcess child(pid, std::move(process));
+  child.program_ = program;
+  return child;
 }
 
 ChildProcess::~ChildProcess() {

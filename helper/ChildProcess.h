@@ -2,7 +2,7 @@
 // pidfd, so that a signal can never hit another process.
 //
 // Usual sequence: spawn, watch(handler); terminate(deadline) asks for the end. Destroying one whose process still runs
-// kills it and waits for its end.
+// kills it and waits for its end. Or, for whoever has to write its number down first: prepare, watch, release.
 //
 // Thread rule: the thread of the event loop. Nothing but the destructor and waitFor blocks.
 
@@ -38,6 +38,11 @@ class ChildProcess {
   // session of its own, no descriptor but the three standard ones, and /dev/null for those that STREAMS does not name.
   static foundation::Result<ChildProcess> spawn(const std::vector<std::string> &arguments,
                                                 const std::vector<std::string> &environment, const Streams &streams);
+  // As spawn(), but the program does not run before release(): until then the process only waits, and ends when we do.
+  static foundation::Result<ChildProcess> prepare(const std::vector<std::string> &arguments,
+                                                  const std::vector<std::string> &environment);
+  // An error when the program cannot be run; the process has ended then.
+  foundation::Status release();
   ChildProcess(ChildProcess &&) = default;
   ChildProcess &operator=(ChildProcess &&) = delete;
   ~ChildProcess();
@@ -61,10 +66,13 @@ class ChildProcess {
 
  private:
   ChildProcess(pid_t pid, foundation::FileDescriptor process) : pid_(pid), process_(std::move(process)) {}
+  static foundation::Result<ChildProcess> follow(pid_t pid, const std::string &program);
   bool reap();
 
   pid_t pid_;
   foundation::FileDescriptor process_;
+  foundation::FileDescriptor gate_;  // of a prepared one, until its release
+  std::string program_;
   bool running_ = true;
   End end_;
   sd_event *event_ = nullptr;

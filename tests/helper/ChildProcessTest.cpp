@@ -1,13 +1,17 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <optional>
 
 #include "helper/ChildProcess.h"
+#include "helper/ProcessStart.h"
 #include "tests/helper/support/LoopFixture.h"
+#include "tests/helper/support/TemporaryFolder.h"
 
 using namespace helper;
 
@@ -43,6 +47,61 @@ TEST_F(ChildProcessTest, TellsItsStatus) {
   EXPECT_TRUE(end_->exited);
   EXPECT_EQ(end_->code, 19);
   EXPECT_FALSE(process_->running());
+}
+
+TEST_F(ChildProcessTest, PreparedItRunsWhenItIsReleased) {
+  helper::testing::TemporaryFolder folder;
+  // Deliberately not close-on-exec.
+  const foundation::FileDescriptor leak(::open("/dev/zero", O_RDONLY));
+  ::signal(SIGUSR1, SIG_IGN);
+  auto process = ChildProcess::prepare(
+      {"/bin/sh", "-c",
+       "exec >" + folder.path("said") +
+           "; export -p | grep -v PWD; for fd in 3 4 5 6 7 8 9; do [ -e /proc/$$/fd/$fd ] && echo $fd; done; "
+           "read -r p c s pp pg sid rest </proc/$$/stat; [ $sid = $$ ] && echo own; "
+           "while read a b; do case $a in SigBlk:|SigIgn:) echo ${b#????????};; esac; done </proc/$$/status; exit 19"},
+      {"ONE=1", "PATH=/bin:/usr/bin"});
+  ASSERT_TRUE(process);
+  process_.emplace(std::move(*process));
+  process_->watch(event_, [this](const ChildProcess::End &end) { end_ = end; });
+  const auto start = startTimeOf(process_->pid());
+  EXPECT_FALSE(helper::testing::contentsOf(folder.path("said")));
+  ASSERT_TRUE(process_->release());
+  EXPECT_EQ(startTimeOf(process_->pid()), start);
+  ASSERT_TRUE(runUntil([this] { return end_.has_value(); }));
+  EXPECT_EQ(end_->code, 19);
+  EXPECT_EQ(helper::testing::contentsOf(folder.path("said")),
+            "export ONE='1'\nexport PATH='/bin:/usr/bin'\nown\n00000000\n00000000\n");
+}
+
+TEST_F(ChildProcessTest, PreparedFromNothingItCannotBeReleased) {
+  auto process = ChildProcess::prepare({"/nowhere/at/all"}, {});
+  ASSERT_TRUE(process);
+  const auto released = process->release();
+  ASSERT_FALSE(released);
+  EXPECT_EQ(released.error().code, ENOENT);
+  EXPECT_FALSE(process->running());
+}
+
+// With whoever prepared it: nobody else knows of it.
+TEST_F(ChildProcessTest, PreparedItEndsWhenItIsNotReleased) {
+  while (::waitpid(-1, nullptr, WNOHANG) > 0) {  // what tests before have left
+  }
+  ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+  helper::testing::TemporaryFolder folder;
+  const pid_t parent = ::fork();
+  if (parent == 0) {
+    const auto process = ChildProcess::prepare({"/bin/sh", "-c", "echo yes >" + folder.path("ran")}, {});
+    ::_exit(process ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(parent, &status, 0), parent);
+  EXPECT_EQ(status, 0);
+  // The only child that is left, ours now.
+  EXPECT_GT(::waitpid(-1, &status, 0), 0);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_FALSE(helper::testing::contentsOf(folder.path("ran")));
+  ::prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
 TEST_F(ChildProcessTest, CannotBeSpawnedFromNothing) { EXPECT_FALSE(ChildProcess::spawn({"/nowhere/at/all"}, {}, {})); }
