@@ -73,34 +73,61 @@ void signal(const FileDescriptor &process, int number) {
   ::syscall(SYS_pidfd_send_signal, process.get(), number, nullptr, 0);
 }
 
-// What a killed charon leaves: its rule for routes, and where charons keep their files sockets that nobody listens on,
-// and its number. A living one's stay.
-void removeLeftovers(const std::vector<std::string> &controlSockets, const StartedDaemon &daemon) {
-  if (!daemon.ruleWasThere) removeCharonsRule();
-  namespace fs = std::filesystem;
-  std::set<fs::path> folders;
-  for (const fs::path path : controlSockets) folders.insert(path.parent_path());
-  std::error_code ignored;
-  for (const auto &folder : folders) {
-    for (const auto &entry : fs::directory_iterator(folder, ignored)) {
-      if (!entry.path().filename().string().starts_with("charon.")) continue;
-      if (entry.is_socket(ignored)) {
-        const auto answer = ViciConnection::connect(entry.path());
-        if (!answer && answer.error().code == ECONNREFUSED) fs::remove(entry.path(), ignored);
-      } else if (entry.path().extension() == ".pid") {
-        pid_t written = -1;
-        if (std::ifstream(entry.path()) >> written && written == daemon.pid) fs::remove(entry.path(), ignored);
-      }
-    }
-  }
-}
-
 bool isFree(std::uint16_t port) {
   const FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   return ::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno != EADDRINUSE;
+}
+
+// What charons keep where they have their control sockets.
+std::vector<std::filesystem::path> charonsFiles(const std::vector<std::string> &controlSockets) {
+  namespace fs = std::filesystem;
+  std::set<fs::path> folders;
+  for (const fs::path path : controlSockets) folders.insert(path.parent_path());
+  std::vector<fs::path> files;
+  std::error_code ignored;
+  for (const auto &folder : folders)
+    for (const auto &entry : fs::directory_iterator(folder, ignored))
+      if (entry.path().filename().string().starts_with("charon.")) files.push_back(entry.path());
+  return files;
+}
+
+pid_t writtenNumber(const std::filesystem::path &file) {
+  pid_t written = -1;
+  return file.extension() == ".pid" && std::ifstream(file) >> written ? written : -1;
+}
+
+// Whether another charon, an administrator's perhaps, runs or starts by now. It has the same rule, and files of the
+// same names. What cannot be seen counts as one: a rule too many does no harm, one too few cuts off somebody's tunnels.
+bool mayAnotherRun(const CharonProcess::Places &places, const StartedDaemon &daemon) {
+  for (const auto &file : charonsFiles(places.controlSockets))
+    if (const pid_t written = writtenNumber(file);
+        written > 0 && written != daemon.pid && (::kill(written, 0) == 0 || errno != ESRCH))
+      return true;
+  for (const std::string &path : places.controlSockets) {
+    const auto answer = ViciConnection::connect(path);
+    if (answer || (answer.error().code != ECONNREFUSED && answer.error().code != ENOENT)) return true;
+  }
+  return std::any_of(places.ports.begin(), places.ports.end(), [](std::uint16_t port) {
+    return !isFree(port) && udpPortHolder(port).value_or("charon").starts_with("charon");
+  });
+}
+
+// What a killed charon leaves: its rule for routes, sockets that nobody listens on, and its number.
+void removeLeftovers(const CharonProcess::Places &places, const StartedDaemon &daemon) {
+  if (mayAnotherRun(places, daemon)) return;
+  if (!daemon.ruleWasThere) removeCharonsRule();
+  std::error_code ignored;
+  for (const auto &file : charonsFiles(places.controlSockets)) {
+    bool left = writtenNumber(file) == daemon.pid;
+    if (std::filesystem::is_socket(file, ignored)) {
+      const auto answer = ViciConnection::connect(file);
+      left = !answer && answer.error().code == ECONNREFUSED;
+    }
+    if (left) std::filesystem::remove(file, ignored);
+  }
 }
 
 }  // namespace
@@ -295,7 +322,7 @@ void CharonProcess::finishStopping() {
   if (daemon_) {
     if (last_) {
       if (child_) child_->waitFor(std::chrono::milliseconds(0));  // it has ended; only its number is left
-      removeLeftovers(places_.controlSockets, *daemon_);
+      removeLeftovers(places_, *daemon_);
       ::unlink(daemon_->useFile.c_str());
     } else if (child_) {
       child_->leaveRunning();
@@ -321,7 +348,7 @@ void CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::millisec
       ::poll(&end, 1, static_cast<int>(grace.count()));
     }
   }
-  removeLeftovers(places.controlSockets, daemon);
+  removeLeftovers(places, daemon);
   ::unlink(daemon.useFile.c_str());
 }
 

@@ -40,13 +40,12 @@ int take(nl_msg *message, void *context) {
 
 bool hasCharonsRule() {
   const Socket socket = connect();
-  if (!socket) return false;
+  if (!socket) return true;
   bool found = false;
   nl_socket_modify_cb(socket.get(), NL_CB_VALID, NL_CB_CUSTOM, take, &found);
   fib_rule_hdr every{};
-  if (nl_send_simple(socket.get(), RTM_GETRULE, NLM_F_DUMP, &every, sizeof every) >= 0)
-    nl_recvmsgs_default(socket.get());
-  return found;
+  return nl_send_simple(socket.get(), RTM_GETRULE, NLM_F_DUMP, &every, sizeof every) < 0 ||
+         nl_recvmsgs_default(socket.get()) < 0 || found;
 }
 
 void removeCharonsRule() {

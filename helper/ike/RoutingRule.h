@@ -7,7 +7,7 @@
 
 namespace helper {
 
-// For IPv4 or IPv6.
+// For IPv4 or IPv6. True also when it cannot be seen: whoever finds it there leaves it there.
 bool hasCharonsRule();
 // For both; none is no error.
 void removeCharonsRule();

@@ -1,13 +1,16 @@
 #include <arpa/inet.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "helper/ProcessStart.h"
 #include "helper/ike/CharonProcess.h"
 #include "helper/ike/RoutingRule.h"
+#include "tests/helper/ike/FewDescriptors.h"
 #include "tests/helper/ike/RecordingJournal.h"
 #include "tests/helper/ike/ViciServer.h"
 #include "tests/helper/support/LoopFixture.h"
@@ -245,6 +248,76 @@ TEST_F(CharonProcessTest, AJournalsDaemonIsEndedUnlessSomebodyUsesIt) {
   helper::testing::writeFile(folder_.path("use"), *helper::testing::contentsOf(folder_.path("held")));
   CharonProcess::endDaemon(daemon, seconds(5), places_);
   expectNothingLeft();
+}
+
+// Tests of the rule have a network of their own.
+class CharonProcessRuleTest : public CharonProcessTest {
+ protected:
+  template <class Body>
+  void inNetwork(Body body) {
+    bool possible = true;
+    std::thread([&] {
+      possible = ::unshare(CLONE_NEWNET) == 0 && rule("add");
+      if (possible) body();
+    }).join();
+    if (!possible) GTEST_SKIP() << "no network namespace or no rules for routes here";
+  }
+  static bool rule(const char *what) {
+    auto ip = ChildProcess::spawn({"/bin/ip", "rule", what, "priority", "220", "table", "220"}, {}, {});
+    return ip && ip->waitFor(seconds(10)) && ip->end().exited && ip->end().code == 0;
+  }
+  // What is left of a daemon that was killed, by whoever repairs.
+  void repair(bool ruleWasThere = false) {
+    helper::testing::writeFile(folder_.path("use"), "");
+    CharonProcess::endDaemon({kNobody, 1, folder_.path("use"), ruleWasThere}, seconds(5), places_);
+  }
+  static constexpr pid_t kNobody = 0x3fffffff;
+};
+
+TEST_F(CharonProcessRuleTest, GoesWithAKilledDaemon) {
+  inNetwork([this] {
+    EXPECT_TRUE(hasCharonsRule());
+    repair();
+    EXPECT_FALSE(hasCharonsRule());
+  });
+}
+
+TEST_F(CharonProcessRuleTest, StaysWhenItWasThereBefore) {
+  inNetwork([this] {
+    repair(true);
+    EXPECT_TRUE(hasCharonsRule());
+  });
+}
+
+TEST_F(CharonProcessRuleTest, StaysWhenAnotherDaemonAnswers) {
+  inNetwork([this] {
+    const ViciServer administrators(folder_.path("charon.vici"));
+    helper::testing::writeFile(folder_.path("charon.pid"), std::to_string(kNobody) + "\n");
+    repair();
+    EXPECT_TRUE(hasCharonsRule());
+  });
+}
+
+TEST_F(CharonProcessRuleTest, StaysWhenAnotherDaemonStarts) {
+  inNetwork([this] {
+    helper::testing::writeFile(folder_.path("charon.pid"), std::to_string(::getpid()) + "\n");
+    repair();
+    EXPECT_TRUE(hasCharonsRule());
+    EXPECT_TRUE(std::filesystem::exists(folder_.path("charon.pid")));
+    helper::testing::writeFile(folder_.path("charon.pid"), std::to_string(kNobody) + "\n");
+    repair();
+    EXPECT_FALSE(hasCharonsRule());
+    EXPECT_FALSE(std::filesystem::exists(folder_.path("charon.pid")));
+  });
+}
+
+TEST_F(CharonProcessRuleTest, CountsAsThereWhenItCannotBeSeen) {
+  inNetwork([] {
+    EXPECT_TRUE(rule("del"));
+    EXPECT_FALSE(hasCharonsRule());
+    const helper::testing::FewDescriptors none;
+    EXPECT_TRUE(hasCharonsRule());
+  });
 }
 
 TEST_F(CharonProcessTest, AnotherProcessOfThatNumberIsLeftAlone) {
