@@ -30,26 +30,32 @@
 namespace helper {
 
 using foundation::FileDescriptor;
+using foundation::Status;
 
 namespace {
 
 constexpr char kPackages[] = "on Debian: apt install strongswan-charon strongswan-swanctl";
 
-// The lock file, while it still bears its name.
 FileDescriptor openUseFile(const std::string &path, int flags) {
   FileDescriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | flags, 0600));
   return file;
 }
 
+// False with the errno EWOULDBLOCK when others have it, and with ENOENT when it no longer bears its name.
 bool lockUseFile(const FileDescriptor &file, int operation) {
   struct stat attributes {};
-  return file && ::flock(file.get(), operation | LOCK_NB) == 0 && ::fstat(file.get(), &attributes) == 0 &&
-         attributes.st_nlink > 0;
+  if (::flock(file.get(), operation | LOCK_NB) < 0 || ::fstat(file.get(), &attributes) < 0) return false;
+  errno = ENOENT;
+  return attributes.st_nlink > 0;
 }
 
-// Who is in the file: "PID START-TIME RULE-WAS-THERE".
-std::optional<StartedDaemon> readUseFile(const std::string &path) {
-  std::ifstream file(path);
+bool isOthers(int lockError) { return lockError == EWOULDBLOCK || lockError == ENOENT; }
+
+// Who is in the file: "PID START-TIME RULE-WAS-THERE". None also for one in which nothing stands yet.
+std::optional<StartedDaemon> readUseFile(const FileDescriptor &lock, const std::string &path) {
+  std::array<char, 128> text{};
+  const ssize_t size = ::pread(lock.get(), text.data(), text.size(), 0);
+  std::istringstream file(std::string(text.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))));
   StartedDaemon daemon{-1, 0, path};
   if (!(file >> daemon.pid >> daemon.startTime >> daemon.ruleWasThere) || daemon.pid <= 1) return std::nullopt;
   return daemon;
@@ -60,13 +66,6 @@ bool writeUseFile(const FileDescriptor &file, const StartedDaemon &daemon) {
                            (daemon.ruleWasThere ? "1" : "0") + "\n";
   return ::ftruncate(file.get(), 0) == 0 &&
          ::pwrite(file.get(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
-}
-
-FileDescriptor openProcess(const StartedDaemon &daemon) {
-  FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, daemon.pid, 0)));
-  // Compared after the descriptor is there: from here on the number cannot come to mean another process.
-  if (process && startTimeOf(daemon.pid) != daemon.startTime) process.reset();
-  return process;
 }
 
 void signal(const FileDescriptor &process, int number) {
@@ -143,9 +142,9 @@ CharonProcess::CharonProcess(sd_event *event, IPSecJournal &journal, Places plac
 CharonProcess::~CharonProcess() {
   if (!daemon_) return;
   useLock_.reset();
+  process_.reset();
   if (child_) child_->leaveRunning();
-  endDaemon(*daemon_, deadlines_.destruction, places_);
-  journal_.forgetDaemon(*daemon_);
+  if (endDaemon(*daemon_, deadlines_.destruction, places_)) journal_.forgetDaemon(*daemon_);
 }
 
 void CharonProcess::start() {
@@ -176,9 +175,11 @@ bool CharonProcess::found() {
       return true;
     }
     if (!socket) continue;
-    auto daemon = readUseFile(places_.useFile);
+    const FileDescriptor useFile = openUseFile(places_.useFile, 0);
+    auto daemon = readUseFile(useFile, places_.useFile);
     const auto peer = Peer::ofSocket(socket->get());
-    if (!daemon || !peer || peer->pid() != daemon->pid || startTimeOf(daemon->pid) != daemon->startTime) {
+    auto process = daemon ? openProcess(daemon->pid, daemon->startTime) : FileDescriptor();
+    if (!daemon || !peer || peer->pid() != daemon->pid || !process || !*process) {
       // The system's own: what we may have prepared for one of ours is not needed.
       if (useLock_) ::unlink(places_.useFile.c_str());
       useLock_.reset();
@@ -196,6 +197,7 @@ bool CharonProcess::found() {
       return true;
     }
     daemon_ = std::move(daemon);
+    process_ = std::move(*process);
     use(path);
     return true;
   }
@@ -237,12 +239,17 @@ void CharonProcess::launch() {
   const bool ruleWasThere = hasCharonsRule();
   auto child =
       ChildProcess::spawn({program}, {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}, {});
-  if (!child) {
+  // What tells it from a later process of the same number, while it is our child and there for sure.
+  const auto startTime = child ? startTimeOf(child->pid()) : std::nullopt;
+  auto process = child ? openProcess(child->pid(), startTime.value_or(0)) : child.error();
+  if (!startTime || !process) {
     ::unlink(places_.useFile.c_str());
     useLock_.reset();
-    return fail("The IKE daemon cannot be started: " + child.error().message + ".");
+    return fail("The IKE daemon cannot be started: " +
+                (process ? "when it started cannot be read" : process.error().message) + ".");
   }
-  daemon_ = StartedDaemon{child->pid(), startTimeOf(child->pid()).value_or(0), places_.useFile, ruleWasThere};
+  daemon_ = StartedDaemon{child->pid(), *startTime, places_.useFile, ruleWasThere};
+  process_ = std::move(*process);
   child_.emplace(std::move(*child));
   child_->watch(event_, [this](const ChildProcess::End &end) { childEnded(end); });
   // From here on it is ours, whatever fails: the destructor and stop() end it.
@@ -306,21 +313,31 @@ void CharonProcess::stop() {
   deadline_.reset();
   // When somebody else uses it, the lock is lost, and that is all there is to do.
   last_ = daemon_ && lockUseFile(useLock_, LOCK_EX);
-  if (last_) ending_ = openProcess(*daemon_);
-  if (!ending_) {
+  if (!last_) {
+    settled_ = !daemon_ || isOthers(errno);
     soon_ = EventSource::soon(event_, [this] { finishStopping(); });
     return;
   }
-  signal(ending_, SIGTERM);
-  created_ = EventSource::io(event_, ending_.get(), EPOLLIN, [this](std::uint32_t) { finishStopping(); });
-  deadline_ = EventSource::timer(event_, deadlines_.stop, [this] { signal(ending_, SIGKILL); });
+  ending_ = true;
+  settled_ = false;
+  signal(process_, SIGTERM);
+  created_ = EventSource::io(event_, process_.get(), EPOLLIN, [this](std::uint32_t) {
+    settled_ = true;
+    finishStopping();
+  });
+  deadline_ = EventSource::timer(event_, deadlines_.stop, [this] { insist(); });
+}
+
+void CharonProcess::insist() {
+  signal(process_, SIGKILL);
+  deadline_ = EventSource::timer(event_, deadlines_.stop, [this] { finishStopping(); });
 }
 
 void CharonProcess::finishStopping() {
   created_.reset();
   deadline_.reset();
   if (daemon_) {
-    if (last_) {
+    if (last_ && settled_) {
       if (child_) child_->waitFor(std::chrono::milliseconds(0));  // it has ended; only its number is left
       removeLeftovers(places_, *daemon_);
       ::unlink(daemon_->useFile.c_str());
@@ -328,28 +345,35 @@ void CharonProcess::finishStopping() {
       child_->leaveRunning();
     }
     useLock_.reset();
-    journal_.forgetDaemon(*daemon_);
+    process_.reset();
+    // Otherwise it stays noted: whoever undoes the journal tries again, and tells.
+    if (settled_) journal_.forgetDaemon(*daemon_);
     daemon_.reset();
   }
   handlers_.stopped();
 }
 
-void CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::milliseconds grace, const Places &places) {
+Status CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::milliseconds grace, const Places &places) {
   const FileDescriptor useFile = openUseFile(daemon.useFile, 0);
   // Without the file it has been ended by its last user; if somebody else is in it, it belongs to him.
-  if (!useFile || !lockUseFile(useFile, LOCK_EX)) return;
-  const auto written = readUseFile(daemon.useFile);
-  if (written && *written != daemon) return;
-  if (const FileDescriptor process = openProcess(daemon); process) {
-    pollfd end{process.get(), POLLIN, 0};
-    signal(process, SIGTERM);
-    if (::poll(&end, 1, static_cast<int>(grace.count())) == 0) {
-      signal(process, SIGKILL);
-      ::poll(&end, 1, static_cast<int>(grace.count()));
-    }
+  if (!useFile) return errno == ENOENT ? Status() : foundation::errnoError(errno, "open " + daemon.useFile);
+  if (!lockUseFile(useFile, LOCK_EX))
+    return isOthers(errno) ? Status() : foundation::errnoError(errno, "lock " + daemon.useFile);
+  const auto written = readUseFile(useFile, daemon.useFile);
+  if (written && *written != daemon) return {};
+  const auto process = openProcess(daemon.pid, daemon.startTime);
+  if (!process) return process.error();
+  pollfd end{process->get(), POLLIN, 0};
+  bool ended = !*process;
+  for (const int number : {SIGTERM, SIGKILL}) {
+    if (ended) break;
+    signal(*process, number);
+    ended = ::poll(&end, 1, static_cast<int>(grace.count())) > 0;
   }
+  if (!ended) return foundation::Error{"Process", 0, "process " + std::to_string(daemon.pid) + " does not end"};
   removeLeftovers(places, daemon);
   ::unlink(daemon.useFile.c_str());
+  return {};
 }
 
 }  // namespace helper

@@ -61,8 +61,10 @@ class CharonProcess {
   void start();
   void stop();
 
-  // Ends the charon of a journal, unless somebody else uses it. Waits for its end, at most twice GRACE.
-  static void endDaemon(const StartedDaemon &daemon, std::chrono::milliseconds grace, const Places &places);
+  // Ends the charon of a journal, unless somebody else uses it. Waits for its end, at most twice GRACE. The error, a
+  // sentence part, says why it may still run with nobody else to end it.
+  static foundation::Status endDaemon(const StartedDaemon &daemon, std::chrono::milliseconds grace,
+                                      const Places &places);
 
  private:
   void attempt();
@@ -75,6 +77,7 @@ class CharonProcess {
   void childEnded(const ChildProcess::End &end);
   void use(const std::string &controlSocket);
   void fail(std::string sentence);
+  void insist();
   void finishStopping();
 
   sd_event *event_;
@@ -83,10 +86,13 @@ class CharonProcess {
   Deadlines deadlines_;
   Handlers handlers_;
   std::optional<StartedDaemon> daemon_;  // one that a helper started
+  foundation::FileDescriptor
+      process_;  // its pidfd; held from the beginning, so that its end does not hang on having one
   foundation::FileDescriptor useLock_;
-  bool last_ = false;  // of its users, at our end
+  bool last_ = false;    // of its users, at our end
+  bool ending_ = false;  // by us
+  bool settled_ = true;  // it has ended, or is somebody else's to end
   std::optional<ChildProcess> child_;
-  foundation::FileDescriptor ending_;  // pidfd of the daemon that we end
   foundation::FileDescriptor inotify_;
   EventSource created_;
   EventSource retry_;

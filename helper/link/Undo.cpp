@@ -110,8 +110,9 @@ bool Undo::undo(const LoadedConnection &entry) {
 }
 
 bool Undo::undo(const StartedDaemon &entry) {
-  CharonProcess::endDaemon(entry, kProcessGrace, {});
-  return true;
+  const auto ended = CharonProcess::endDaemon(entry, kProcessGrace, {});
+  if (!ended) complain_("The IKE daemon of an earlier connection could not be ended: " + ended.error().message + ".");
+  return static_cast<bool>(ended);
 }
 
 }  // namespace helper

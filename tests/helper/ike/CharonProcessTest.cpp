@@ -241,12 +241,52 @@ TEST_F(CharonProcessTest, WhatCannotBeWrittenDownIsTakenBack) {
 TEST_F(CharonProcessTest, AJournalsDaemonIsEndedUnlessSomebodyUsesIt) {
   getReady(one_);
   const StartedDaemon daemon = one_.journal.daemons.at(0);
-  CharonProcess::endDaemon(daemon, seconds(5), places_);
+  EXPECT_TRUE(CharonProcess::endDaemon(daemon, seconds(5), places_));
   EXPECT_TRUE(lives(daemon));
   // When its helper dies, the lock goes and the file stays: as if another file had taken its place.
   std::filesystem::rename(folder_.path("use"), folder_.path("held"));
   helper::testing::writeFile(folder_.path("use"), *helper::testing::contentsOf(folder_.path("held")));
-  CharonProcess::endDaemon(daemon, seconds(5), places_);
+  EXPECT_TRUE(CharonProcess::endDaemon(daemon, seconds(5), places_));
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, AJournalsDaemonThatCannotBeSeenMayStillRun) {
+  getReady(one_);
+  const StartedDaemon daemon = one_.journal.daemons.at(0);
+  std::filesystem::rename(folder_.path("use"), folder_.path("held"));
+  helper::testing::writeFile(folder_.path("use"), *helper::testing::contentsOf(folder_.path("held")));
+  // Not even the file of its users; that, but not the process; both, but not when it started.
+  for (const int more : {0, 1, 2}) {
+    const helper::testing::FewDescriptors few(more);
+    EXPECT_FALSE(CharonProcess::endDaemon(daemon, seconds(5), places_)) << more;
+  }
+  EXPECT_TRUE(lives(daemon));
+  EXPECT_TRUE(CharonProcess::endDaemon(daemon, seconds(5), places_));
+  expectNothingLeft();
+}
+
+TEST_F(CharonProcessTest, EndsItsDaemonAlsoWithoutAFreeDescriptor) {
+  getReady(one_);
+  const StartedDaemon daemon = one_.journal.daemons.at(0);
+  {
+    const helper::testing::FewDescriptors none;
+    stop(one_);
+  }
+  EXPECT_FALSE(lives(daemon));
+  EXPECT_TRUE(one_.journal.daemons.empty());
+}
+
+TEST_F(CharonProcessTest, WhatItCannotSettleWhenItIsDestroyedStaysNoted) {
+  getReady(one_);
+  const StartedDaemon daemon = one_.journal.daemons.at(0);
+  std::filesystem::rename(folder_.path("use"), folder_.path("held"));
+  std::filesystem::create_directory(folder_.path("use"));
+  one_.process.reset();
+  EXPECT_TRUE(lives(daemon));
+  EXPECT_EQ(one_.journal.daemons, std::vector<StartedDaemon>{daemon});
+  std::filesystem::remove(folder_.path("use"));
+  std::filesystem::rename(folder_.path("held"), folder_.path("use"));
+  EXPECT_TRUE(CharonProcess::endDaemon(daemon, seconds(5), places_));
   expectNothingLeft();
 }
 
@@ -269,7 +309,7 @@ class CharonProcessRuleTest : public CharonProcessTest {
   // What is left of a daemon that was killed, by whoever repairs.
   void repair(bool ruleWasThere = false) {
     helper::testing::writeFile(folder_.path("use"), "");
-    CharonProcess::endDaemon({kNobody, 1, folder_.path("use"), ruleWasThere}, seconds(5), places_);
+    EXPECT_TRUE(CharonProcess::endDaemon({kNobody, 1, folder_.path("use"), ruleWasThere}, seconds(5), places_));
   }
   static constexpr pid_t kNobody = 0x3fffffff;
 };
@@ -323,7 +363,7 @@ TEST_F(CharonProcessRuleTest, CountsAsThereWhenItCannotBeSeen) {
 TEST_F(CharonProcessTest, AnotherProcessOfThatNumberIsLeftAlone) {
   helper::testing::writeFile(folder_.path("use"), "");
   // Were it ended, this would be the end of the test.
-  CharonProcess::endDaemon({::getpid(), 1, folder_.path("use"), true}, seconds(5), places_);
+  EXPECT_TRUE(CharonProcess::endDaemon({::getpid(), 1, folder_.path("use"), true}, seconds(5), places_));
   EXPECT_FALSE(std::filesystem::exists(folder_.path("use")));
 }
 
