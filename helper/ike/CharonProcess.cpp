@@ -21,7 +21,6 @@
 #include <set>
 #include <sstream>
 
-#include "helper/Peer.h"
 #include "helper/ProcessStart.h"
 #include "helper/UDPPortHolder.h"
 #include "helper/ike/RoutingRule.h"
@@ -166,7 +165,7 @@ void CharonProcess::tryAgain() {
   retry_ = EventSource::timer(event_, deadlines_.retry, [this] { attempt(); });
 }
 
-// A charon that answers. True also when there is one that we have to wait for.
+// A charon that answers. True also when there is one that we have to wait for, or that is of no use.
 bool CharonProcess::found() {
   for (const std::string &path : places_.controlSockets) {
     const auto socket = ViciConnection::connect(path);
@@ -175,33 +174,49 @@ bool CharonProcess::found() {
       return true;
     }
     if (!socket) continue;
-    const FileDescriptor useFile = openUseFile(places_.useFile, 0);
-    auto daemon = readUseFile(useFile, places_.useFile);
-    const auto peer = Peer::ofSocket(socket->get());
-    auto process = daemon ? openProcess(daemon->pid, daemon->startTime) : FileDescriptor();
-    if (!daemon || !peer || peer->pid() != daemon->pid || !process || !*process) {
-      // The system's own: what we may have prepared for one of ours is not needed.
-      if (useLock_) ::unlink(places_.useFile.c_str());
-      useLock_.reset();
+    if (const Status known = join(socket->get()); known)
       use(path);
-      return true;
-    }
-    useLock_ = openUseFile(places_.useFile, 0);
-    if (!lockUseFile(useLock_, LOCK_SH)) {
-      tryAgain();  // somebody is just ending it
-      return true;
-    }
-    if (!journal_.noteDaemon(*daemon)) {
-      useLock_.reset();
-      fail("The use of the IKE daemon cannot be written down.");
-      return true;
-    }
-    daemon_ = std::move(daemon);
-    process_ = std::move(*process);
-    use(path);
+    else if (known.error().code == EAGAIN)
+      tryAgain();  // somebody is just starting or ending one
+    else
+      fail("The IKE daemon cannot be used: " + known.error().message + ".");
     return true;
   }
   return false;
+}
+
+// Makes us a user of the charon at the other end of SOCKET if a helper started it; the system's own has none. Each of
+// the two mistakes would last: one of ours that is taken for the system's runs for ever, and the system's, taken for
+// ours, is ended with all its tunnels. So it is ours only when the file names a process that surely still is the same
+// and surely is the one that answers; it is the system's when one of that is surely not so; and whenever it cannot be
+// seen it is not used. EAGAIN: not yet.
+Status CharonProcess::join(int socket) {
+  FileDescriptor lock = openUseFile(places_.useFile, 0);
+  if (!lock) return errno == ENOENT ? Status() : foundation::errnoError(errno, "open " + places_.useFile);
+  if (!lockUseFile(lock, LOCK_SH))
+    return foundation::errnoError(isOthers(errno) ? EAGAIN : errno, "lock " + places_.useFile);
+  const auto daemon = readUseFile(lock, places_.useFile);
+  if (!daemon) return {};
+  auto process = openProcess(daemon->pid, daemon->startTime);
+  if (!process) return process.error();
+  if (!*process) return {};
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) < 0)
+    return foundation::errnoError(errno, "ask for the process that answers");
+  if (peer.pid != daemon->pid) return {};
+  if (Status noted = journal_.noteDaemon(*daemon); !noted) return noted;
+  daemon_ = daemon;
+  process_ = std::move(*process);
+  useLock_ = std::move(lock);
+  return {};
+}
+
+bool CharonProcess::answers() const {
+  return std::any_of(places_.controlSockets.begin(), places_.controlSockets.end(), [](const std::string &path) {
+    const auto socket = ViciConnection::connect(path);
+    return socket || socket.error().code == EAGAIN;
+  });
 }
 
 std::optional<std::string> CharonProcess::obstacle() const {
@@ -228,7 +243,10 @@ void CharonProcess::launch() {
                 ".");
   if (!lockUseFile(useLock_, LOCK_EX)) return tryAgain();
   // One that was just starting may answer by now.
-  if (found()) return;
+  if (answers()) {
+    if (!readUseFile(useLock_, places_.useFile)) ::unlink(places_.useFile.c_str());
+    return tryAgain();
+  }
   std::erase_if(places_.programs, [](const std::string &path) { return ::access(path.c_str(), X_OK) != 0; });
   if (auto sentence = obstacle()) {
     ::unlink(places_.useFile.c_str());

@@ -70,7 +70,9 @@ class CharonProcess {
   void attempt();
   void tryAgain();
   bool found();
+  foundation::Status join(int socket);
   void launch();
+  bool answers() const;
   std::optional<std::string> obstacle() const;
   void watchSockets();
   void lookForSocket();

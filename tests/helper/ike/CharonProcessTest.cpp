@@ -95,6 +95,41 @@ TEST_F(CharonProcessTest, UsesTheSystemsOwnAndLeavesIt) {
   EXPECT_FALSE(std::filesystem::exists(folder_.path("use")));
 }
 
+TEST_F(CharonProcessTest, UsesTheSystemsOwnAlsoWhenTheFileNamesAnother) {
+  const ViciServer system(folder_.path("charon.vici"));
+  const std::string own = std::to_string(::getpid());
+  // Nobody; a process that has ended; a later process of the number of the one that answers; one that does not answer.
+  for (const std::string &named :
+       {std::string(), std::string("1073741823 1 0\n"), own + " 1 0\n",
+        std::to_string(::getppid()) + " " + std::to_string(startTimeOf(::getppid()).value()) + " 0\n"}) {
+    helper::testing::writeFile(folder_.path("use"), named);
+    User user;
+    getReady(user);
+    EXPECT_TRUE(user.journal.daemons.empty()) << named;
+    stop(user);
+    EXPECT_EQ(helper::testing::contentsOf(folder_.path("use")), named);
+  }
+}
+
+TEST_F(CharonProcessTest, WhatCannotBeSeenIsNeitherOursNorTheSystems) {
+  getReady(one_);
+  // One is for the control socket, the next for the file of its users, the third for the process.
+  for (const int more : {1, 2, 3}) {
+    User user;
+    start(user);
+    const helper::testing::FewDescriptors few(more);
+    ASSERT_TRUE(runUntil([&] { return user.socket || user.failure; })) << more;
+    ASSERT_TRUE(user.failure) << more;
+    EXPECT_NE(user.failure->find("The IKE daemon cannot be used: "), std::string::npos) << *user.failure;
+    stop(user);
+  }
+  getReady(two_);
+  EXPECT_EQ(two_.journal.daemons, one_.journal.daemons);
+  stop(two_);
+  stop(one_);
+  expectNothingLeft();
+}
+
 TEST_F(CharonProcessTest, StartsOneAndEndsIt) {
   getReady(one_);
   ASSERT_EQ(one_.journal.daemons.size(), 1U);
