@@ -220,9 +220,6 @@ bool CharonProcess::answers() const {
 }
 
 std::optional<std::string> CharonProcess::obstacle() const {
-  if (places_.programs.empty())
-    return "There is no IKE daemon on this machine; install strongSwan's charon with its vici plugin (" +
-           std::string(kPackages) + ").";
   for (const std::uint16_t port : places_.ports) {
     if (isFree(port)) continue;
     const std::string holder = udpPortHolder(port).value_or("an unknown program");
@@ -236,44 +233,77 @@ std::optional<std::string> CharonProcess::obstacle() const {
   return std::nullopt;
 }
 
+// Nothing is there that is not written down, at no moment: the process that is to be charon waits until both the
+// journal and the file of its users name it, and the file is only made when the journal knows of it.
 void CharonProcess::launch() {
+  std::erase_if(places_.programs, [](const std::string &path) { return ::access(path.c_str(), X_OK) != 0; });
+  if (places_.programs.empty())
+    return fail("There is no IKE daemon on this machine; install strongSwan's charon with its vici plugin (" +
+                std::string(kPackages) + ").");
+  // Whoever starts or ends one has the file; then there is nothing to prepare yet.
+  if (const FileDescriptor file = openUseFile(places_.useFile, 0); file && !lockUseFile(file, LOCK_EX))
+    return tryAgain();
+  if (const Status prepared = prepare(); !prepared) {
+    withdraw();
+    return fail("The IKE daemon cannot be started: " + prepared.error().message + ".");
+  }
   useLock_ = openUseFile(places_.useFile, O_CREAT);
-  if (!useLock_)
-    return fail("The file " + places_.useFile + " cannot be made: " + foundation::errnoError(errno, "open").message +
-                ".");
-  if (!lockUseFile(useLock_, LOCK_EX)) return tryAgain();
-  // One that was just starting may answer by now.
-  if (answers()) {
-    if (!readUseFile(useLock_, places_.useFile)) ::unlink(places_.useFile.c_str());
+  if (!useLock_) {
+    const std::string reason = foundation::errnoError(errno, "open " + places_.useFile).message;
+    withdraw();
+    return fail("The IKE daemon cannot be started: " + reason + ".");
+  }
+  // Another may have been quicker, or one that was just starting may answer by now.
+  if (!lockUseFile(useLock_, LOCK_EX) || answers()) {
+    withdraw();
     return tryAgain();
   }
-  std::erase_if(places_.programs, [](const std::string &path) { return ::access(path.c_str(), X_OK) != 0; });
   if (auto sentence = obstacle()) {
-    ::unlink(places_.useFile.c_str());
-    useLock_.reset();
+    withdraw();
     return fail(std::move(*sentence));
   }
-  const std::string &program = places_.programs.front();
-  const bool ruleWasThere = hasCharonsRule();
-  auto child =
-      ChildProcess::spawn({program}, {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"}, {});
-  // What tells it from a later process of the same number, while it is our child and there for sure.
-  const auto startTime = child ? startTimeOf(child->pid()) : std::nullopt;
-  auto process = child ? openProcess(child->pid(), startTime.value_or(0)) : child.error();
-  if (!startTime || !process) {
-    ::unlink(places_.useFile.c_str());
-    useLock_.reset();
-    return fail("The IKE daemon cannot be started: " +
-                (process ? "when it started cannot be read" : process.error().message) + ".");
+  if (!writeUseFile(useLock_, *daemon_)) {
+    withdraw();
+    return fail("The start of the IKE daemon cannot be written down.");
   }
-  daemon_ = StartedDaemon{child->pid(), *startTime, places_.useFile, ruleWasThere};
-  process_ = std::move(*process);
+  if (const Status released = child_->release(); !released) {
+    withdraw();
+    return fail("The IKE daemon cannot be started: " + released.error().message + ".");
+  }
+  // From here on it is there, whatever fails: the destructor and stop() end it.
+  watchSockets();
+}
+
+Status CharonProcess::prepare() {
+  const bool ruleWasThere = hasCharonsRule();
+  auto child = ChildProcess::prepare({places_.programs.front()},
+                                     {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"});
+  if (!child) return child.error();
   child_.emplace(std::move(*child));
   child_->watch(event_, [this](const ChildProcess::End &end) { childEnded(end); });
-  // From here on it is ours, whatever fails: the destructor and stop() end it.
-  if (!writeUseFile(useLock_, *daemon_) || !journal_.noteDaemon(*daemon_))
-    return fail("The start of the IKE daemon cannot be written down.");
-  watchSockets();
+  // What tells it from a later process of the same number, while it is our child and there for sure.
+  const auto startTime = startTimeOf(child_->pid());
+  if (!startTime) return foundation::Error{"Process", 0, "its start cannot be read"};
+  auto process = openProcess(child_->pid(), *startTime);
+  if (!process) return process.error();
+  StartedDaemon daemon{child_->pid(), *startTime, places_.useFile, ruleWasThere};
+  if (Status noted = journal_.noteDaemon(daemon); !noted) return noted;
+  process_ = std::move(*process);
+  daemon_ = std::move(daemon);
+  return {};
+}
+
+// The waiting process ends, and what was made for it goes. A file that names another has users of its own.
+void CharonProcess::withdraw() {
+  child_.reset();
+  process_.reset();
+  if (useLock_ && lockUseFile(useLock_, LOCK_EX)) {
+    const auto written = readUseFile(useLock_, places_.useFile);
+    if (!written || written == daemon_) ::unlink(places_.useFile.c_str());
+  }
+  useLock_.reset();
+  if (daemon_) journal_.forgetDaemon(*daemon_);
+  daemon_.reset();
 }
 
 void CharonProcess::watchSockets() {

@@ -72,6 +72,8 @@ class CharonProcess {
   bool found();
   foundation::Status join(int socket);
   void launch();
+  foundation::Status prepare();
+  void withdraw();
   bool answers() const;
   std::optional<std::string> obstacle() const;
   void watchSockets();

@@ -1,7 +1,9 @@
 #include <arpa/inet.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -270,7 +272,48 @@ TEST_F(CharonProcessTest, APortInOtherHands) {
 
 TEST_F(CharonProcessTest, WhatCannotBeWrittenDownIsTakenBack) {
   one_.journal.broken = true;
-  expectFailure(one_, "cannot be written down");
+  expectFailure(one_, "cannot be started: no room");
+}
+
+// Dies in the middle of writing something down.
+class DeadlyJournal : public RecordingJournal {
+ public:
+  foundation::Status noteDaemon(const StartedDaemon &) override { ::_exit(19); }
+};
+
+TEST_F(CharonProcessTest, WhoeverDiesBeforeItIsWrittenDownLeavesNoDaemon) {
+  while (::waitpid(-1, nullptr, WNOHANG) > 0) {  // what tests before have left
+  }
+  ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 1), 0);
+  const pid_t user = ::fork();
+  if (user == 0) {
+    sd_event *event = nullptr;
+    sd_event_new(&event);
+    DeadlyJournal journal;
+    CharonProcess process(event, journal, places_, deadlines_, {[](const auto &) {}, [](const auto &) {}, [] {}});
+    process.start();
+    while (sd_event_run(event, UINT64_MAX) >= 0) {
+    }
+    ::_exit(0);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(user, &status, 0), user);
+  EXPECT_EQ(WEXITSTATUS(status), 19);
+  // What it left is ours now, and ends without having been charon.
+  EXPECT_GT(::waitpid(-1, &status, 0), 0);
+  EXPECT_TRUE(WIFEXITED(status));
+  expectNothingLeft();
+  ::prctl(PR_SET_CHILD_SUBREAPER, 0);
+}
+
+TEST_F(CharonProcessTest, AFileThatWasMadeInVainGoes) {
+  // The system's own comes up while one of ours is being prepared.
+  std::optional<ViciServer> system;
+  one_.journal.onNoteDaemon = [&] { system.emplace(folder_.path("charon.vici")); };
+  getReady(one_);
+  EXPECT_TRUE(one_.journal.daemons.empty());
+  EXPECT_FALSE(std::filesystem::exists(folder_.path("use")));
+  stop(one_);
 }
 
 TEST_F(CharonProcessTest, AJournalsDaemonIsEndedUnlessSomebodyUsesIt) {

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,12 +20,14 @@ class RecordingJournal : public IPSecJournal {
   foundation::Status noteDaemon(const StartedDaemon &entry) override {
     if (broken) return foundation::Error{"Test", 0, "no room"};
     daemons.push_back(entry);
+    if (onNoteDaemon) onNoteDaemon();
     return {};
   }
   void forgetConnection(const LoadedConnection &entry) override { std::erase(connections, entry); }
   void forgetDaemon(const StartedDaemon &entry) override { std::erase(daemons, entry); }
 
   bool broken = false;
+  std::function<void()> onNoteDaemon;
   std::vector<LoadedConnection> connections;
   std::vector<StartedDaemon> daemons;
 };
