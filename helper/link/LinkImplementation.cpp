@@ -100,7 +100,10 @@ Status Link::Implementation::prepare() {
       !started)
     return foundation::Error{started.error().domain, started.error().code,
                              started.error().message + " (is the package ppp installed?)"};
-  return journal_->note(StartedProcess{daemon_->pid(), startTimeOf(daemon_->pid()).value_or(0)});
+  // Noted with a wrong one it would be nobody's, and outlive us.
+  const auto startTime = startTimeOf(daemon_->pid());
+  if (!startTime) return foundation::Error{"Process", 0, "when pppd started cannot be read"};
+  return journal_->note(StartedProcess{daemon_->pid(), *startTime});
 }
 
 // No other link that is there has our number. The kernel prefers the lowest metric: of several links that carry
