@@ -602,6 +602,17 @@ TEST_F(CharonTest, TheDaemonDies) {
   ASSERT_TRUE(runUntil([&] { return closed_ == 1; }));
 }
 
+// Nothing is answered any more, and nothing tells so once more.
+TEST_F(CharonTest, EndsWhenTheDaemonDiedLongAgo) {
+  comeUp();
+  server_.hangUp();
+  ASSERT_TRUE(runUntil([&] { return lost_.has_value(); }));
+  drain();
+  charon_->close();
+  ASSERT_TRUE(runUntil([&] { return closed_ == 1; }));
+  EXPECT_TRUE(takenBack_);
+}
+
 TEST_F(CharonTest, TheDaemonDiesInTheMiddle) {
   server_.stayOpen("initiate");
   beReady();
