@@ -92,7 +92,7 @@ L2TPControlConnection::L2TPControlConnection(sd_event *event, const Deadlines &d
                                                      std::span<const std::uint8_t> body) { received(session, body); },
                                   .drained =
                                       [this] {
-                                        if (state_ == State::stopping) finishStopping();
+                                        if (state_ == State::stopping) finishSoon();
                                       },
                                   .gaveUp = [this] { unanswered(); }}) {
   call_.tunnelID = chooseID();
@@ -191,7 +191,7 @@ void L2TPControlConnection::handle(const l2tp::ICRP &reply) {
 
 void L2TPControlConnection::handle(const l2tp::StopCCN &notification) {
   farewell_ = Farewell::nobody;
-  if (state_ == State::stopping) return finishStopping();
+  if (state_ == State::stopping) return finishSoon();
   end(DeviceCause::protocolError, (state_ == State::established ? "has ended the tunnel: " : "refuses the tunnel: ") +
                                       explained(stopReason(notification.result), notification.result));
 }
@@ -278,7 +278,7 @@ void L2TPControlConnection::stop() {
   }
   // Whoever has not answered so far does not acknowledge either, but may be about to answer.
   if (farewell_ == Farewell::unanswered) sayGoodbye(false);
-  soon_ = EventSource::soon(event_, [this] { finishStopping(); });
+  finishSoon();
 }
 
 // Alone: it ends the call as well (section 5.7). A CDN before it would gain nothing, and IPSec on several processors
@@ -294,10 +294,15 @@ void L2TPControlConnection::sayGoodbye(bool reliably) {
 void L2TPControlConnection::fallSilent() {
   farewell_ = Farewell::nobody;
   if (state_ != State::stopping && !toldStopped_) state_ = State::down;
-  if (state_ == State::stopping) soon_ = EventSource::soon(event_, [this] { finishStopping(); });
+  if (state_ == State::stopping) finishSoon();
   socket_ = -1;
   io_.reset();
   deadline_.reset();
+}
+
+// Not in the middle of what has arrived: its acknowledgement is still to be said.
+void L2TPControlConnection::finishSoon() {
+  soon_ = EventSource::soon(event_, [this] { finishStopping(); });
 }
 
 void L2TPControlConnection::finishStopping() {

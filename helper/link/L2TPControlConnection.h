@@ -87,6 +87,7 @@ class L2TPControlConnection {
   // Failed or lost, whichever it is at this moment.
   void end(DeviceCause cause, std::string sentence);
   void sayGoodbye(bool reliably);
+  void finishSoon();
   void finishStopping();
 
   sd_event *event_;

@@ -449,8 +449,23 @@ TEST_F(L2TPControlConnectionTest, StopCrossesTheServersGoodbye) {
   server_.play([](L2TPServer &server) {
     server.answerCall();
     server.expect<l2tp::StopCCN>();
-    server.send(l2tp::CDN{L2TPServer::kSession, {3, 0, ""}}, server.clientSession());
+    server.sendBefore(l2tp::CDN{L2TPServer::kSession, {3, 0, ""}}, server.clientSession());
+    server.sendBefore(l2tp::StopCCN{L2TPServer::kTunnel, {1, 0, ""}});
+    // Otherwise it would say it again, and remember us until it has given up.
+    EXPECT_TRUE(server.awaitAcknowledgement());
+  });
+  establish();
+  control_->stop();
+  expectStopped();
+  EXPECT_FALSE(lost_);
+}
+
+TEST_F(L2TPControlConnectionTest, AlsoAcknowledgesAGoodbyeThatAcknowledgesIts) {
+  server_.play([](L2TPServer &server) {
+    server.answerCall();
+    server.expect<l2tp::StopCCN>();
     server.send(l2tp::StopCCN{L2TPServer::kTunnel, {1, 0, ""}});
+    EXPECT_TRUE(server.awaitAcknowledgement());
   });
   establish();
   control_->stop();

@@ -100,6 +100,12 @@ class L2TPServer {
     ++ns_;
     lastMessage_ = std::move(datagram);
   }
+  // As if the last message had not arrived yet.
+  void sendBefore(const l2tp::Message &message, std::uint16_t session = 0) {
+    --nr_;
+    send(message, session);
+    ++nr_;
+  }
   void acknowledge() { sendBody({}); }
   // The last message again, as if its acknowledgement had been lost.
   void repeat() { sendDatagram(lastMessage_); }
