@@ -191,6 +191,8 @@ void L2TPControlConnection::handle(const l2tp::ICRP &reply) {
 
 void L2TPControlConnection::handle(const l2tp::StopCCN &notification) {
   farewell_ = Farewell::nobody;
+  // One that refuses at once says here where its acknowledgement is to go.
+  if (call_.peerTunnelID == 0) transport_.setPeer(notification.tunnelID, l2tp::kDefaultWindow);
   if (state_ == State::stopping) return finishSoon();
   end(DeviceCause::protocolError, (state_ == State::established ? "has ended the tunnel: " : "refuses the tunnel: ") +
                                       explained(stopReason(notification.result), notification.result));

@@ -172,6 +172,8 @@ TEST_F(L2TPControlConnectionTest, SaysWhenTheTunnelIsRefused) {
   server_.play([](L2TPServer &server) {
     server.expectStart();
     server.send(l2tp::StopCCN{9, {4, 0, "not you"}});
+    EXPECT_TRUE(server.awaitAcknowledgement());
+    EXPECT_EQ(server.header().tunnelID, 9);
   });
   connect();
   expectFailure(DeviceCause::protocolError,
