@@ -1,0 +1,80 @@
+"""The server's half of PPP (RFC 1661, 1332, 1334), as little of it as a client needs to come up and to ping: PAP that
+accepts anybody, addresses, echoes. It only answers, and so needs no clock: for what got lost, the client asks again."""
+import struct
+
+LCP, PAP, IPCP, IP = 0xC021, 0xC023, 0x8021, 0x0021
+REQUEST, ACK, NAK, REJECT, TERMINATE, TERMINATED, ECHO, ECHOED = 1, 2, 3, 4, 5, 6, 9, 10
+SERVER, CLIENT = bytes((10, 99, 0, 1)), bytes((10, 99, 0, 2))
+MAGIC = b"peer"
+ADDRESS = 3  # an option of IPCP
+
+
+def options(data):
+    while len(data) >= 2 and data[1] >= 2:
+        yield data[0], data[:data[1]]
+        data = data[data[1]:]
+
+
+class PPPServer:
+    def __init__(self, send):
+        self.send = send  # takes a frame without address and control
+        self.mute = False
+        self.asked = {}  # by protocol: the client's request with which ours went out; none when it has been granted
+
+    def say(self, protocol, code, identifier, data=b""):
+        self.send(struct.pack("!HBBH", protocol, code, identifier, 4 + len(data)) + data)
+
+    def ask(self, protocol, identifier, data):
+        """Once, and again when the client asks again: one too many would take down what it has just brought up."""
+        if self.asked.setdefault(protocol, identifier) == identifier:
+            self.say(protocol, REQUEST, 1, data)
+
+    def receive(self, frame):
+        if frame[:2] == b"\xff\x03":
+            frame = frame[2:]
+        if self.mute or len(frame) < 6:
+            return
+        protocol, code, identifier, size = struct.unpack("!HBBH", frame[:6])
+        data = frame[6:2 + size]
+        if protocol == IP:
+            self.answer_ping(frame[2:])
+        elif protocol == LCP:
+            self.link(code, identifier, data)
+        elif protocol == PAP and code == REQUEST:
+            self.say(PAP, ACK, identifier, b"\0")
+        elif protocol == IPCP:
+            self.network(code, identifier, data)
+
+    def link(self, code, identifier, data):
+        if code == REQUEST:
+            self.say(LCP, ACK, identifier, data)
+            self.ask(LCP, identifier, struct.pack("!BBHBB", 3, 4, PAP, 5, 6) + MAGIC)
+        elif code == ACK:
+            self.asked[LCP] = None
+        elif code == TERMINATE:
+            self.say(LCP, TERMINATED, identifier)
+        elif code == ECHO:
+            self.say(LCP, ECHOED, identifier, MAGIC + data[4:])
+
+    def network(self, code, identifier, data):
+        if code == ACK:
+            self.asked[IPCP] = None
+        if code != REQUEST:
+            return
+        self.ask(IPCP, identifier, bytes((ADDRESS, 6)) + SERVER)
+        unwanted = b"".join(option for kind, option in options(data) if kind != ADDRESS)
+        if unwanted:
+            self.say(IPCP, REJECT, identifier, unwanted)
+            return
+        fitting = bytes((ADDRESS, 6)) + CLIENT
+        self.say(IPCP, ACK if data == fitting else NAK, identifier, fitting)
+
+    def answer_ping(self, packet):
+        head = (packet[0] & 15) * 4
+        if len(packet) < head + 8 or packet[9] != 1 or packet[16:20] != SERVER or packet[head] != 8:
+            return
+        # Neither the exchanged addresses change the sum of the packet's head, nor does anything but the type the message's.
+        total = struct.unpack("!H", packet[head + 2:head + 4])[0] + 0x0800
+        total = (total & 0xFFFF) + (total >> 16)
+        echo = b"\0\0" + struct.pack("!H", total) + packet[head + 4:]
+        self.send(struct.pack("!H", IP) + packet[:12] + packet[16:20] + packet[12:16] + packet[20:head] + echo)
