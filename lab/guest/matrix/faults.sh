@@ -1,0 +1,208 @@
+# shellcheck shell=bash
+# The faults of the matrix: what is done, and what must be seen then. That the machine is as it was is seen by the steps.
+
+# expect_end [taking-leave]: the tool ends in order, and its lines are exactly those of this stage and then those of $END; between them one
+# that tells that PPP takes its leave, if it does.
+expect_end() {
+  local count=3 leave=()
+  case $stage in
+    negotiating) count=4 ;;
+    authenticating) count=5 ;;
+    connected | rekeying | terminating) count=7 ;;
+  esac
+  if [ "$stage" = terminating ] || [ "${1:-}" = taking-leave ]; then leave=("Terminating PPP connection"); fi
+  expect_exit 0 100
+  moment=$EPOCHREALTIME
+  expect_status_lines "Starting $protocol connection..." "${UP[@]:1:count-1}" "${leave[@]}" "${END[@]}"
+}
+# expect_cause CAUSE [taking-leave]
+expect_cause() {
+  END=("Disconnecting PPP link" "$(last_cause "$1")" "PPP Network connection disconnected" "Exit.")
+  expect_end "${@:2}"
+}
+# expect_cut CAUSE PATTERN: PPP had no time to take leave; a sentence says why.
+expect_cut() {
+  expect_cause "$1"
+  expect_sentence "$2"
+}
+# An end that has begun already ends as it would have.
+expect_end_as_begun() { expect_cause 5; }
+taking_leave() {
+  case $stage in negotiating | authenticating | connected | rekeying) echo taking-leave ;; esac
+}
+
+# ---- The tool
+
+fault_SIGKILL() { die_of KILL; }
+fault_SIGTERM() { die_of TERM; }
+fault_SIGINT() { die_of INT; }
+fault_SIGHUP() { die_of HUP; }
+# die_of SIGNAL: to everybody in the terminal's foreground, by its own means if it has any.
+die_of() {
+  say "SIG$1"
+  case $1 in
+    INT | HUP) signal cli vpnctl "$1" ;;
+    *) on cli kill "-$1" -- "-$(<"$logs/tool.pid")" ;;
+  esac
+  expect_exit "$((128 + $(kill -l "$1")))" 20
+}
+fault_SIGUSR1() {
+  signal cli tool USR1
+  expect_cause 5 "$(taking_leave)"
+}
+
+# ---- What works for it on the client
+
+fault_pppd_killed() {
+  kill_named cli pppd
+  if [ "$stage" = terminating ]; then
+    expect_end_as_begun
+  else
+    expect_cut 1 "pppd was ended by signal 9\."
+  fi
+}
+fault_helper_killed() {
+  kill_named cli vpnctl-helper
+  END=("Error: The VPN service is not there" "Unknown status" "Exit.")
+  expect_end
+  say "the next run repairs what was left"
+  write_config ip=127.0.0.1
+  start_vpnctl
+  expect_exit 0
+  expect_sentence "An earlier connection ended without tidying up"
+  write_config_of_cell
+  moment=$EPOCHREALTIME
+}
+fault_charon_killed() {
+  kill_named cli charon
+  case $stage in
+    ike) expect_failed "The IKE daemon .* while it was needed" ;;
+    control) expect_failed "$WITHOUT_DAEMON" ;;
+    terminating) expect_end_as_begun ;;
+    *) expect_cut 16 "$WITHOUT_DAEMON" ;;
+  esac
+}
+WITHOUT_DAEMON="The IKE daemon .*without it the IPSec association cannot be kept"
+expect_failed() {
+  expect_exit 0 60
+  moment=$EPOCHREALTIME
+  expect_tunnel_failure "$1"
+}
+# What the system's daemon leaves when it is killed is not ours to take away; what was made in the kernel for us is.
+fault_system_charon_killed() {
+  fault_charon_killed
+  wait_end charon-cli
+  rm -f "$(root_of cli)"/run/charon.*
+  on cli ip rule del pref 220
+  on cli ip -6 rule del pref 220
+}
+
+# ---- The server and the wire
+
+fault_server_killed() {
+  kill_named srv "${SERVER_PROCESSES[@]}"
+  case $protocol-$stage in
+    pptp-control) expect_failed "The PPTP server $SERVER closed the control connection without an answer" ;;
+    pptp-authenticating) expect_cut 19 "The PPTP server $SERVER has closed the control connection" ;; # it may have meant that
+    pptp-*) expect_cut 16 "The PPTP server $SERVER has closed the control connection" ;;
+    *) expect_silence_noticed ;; # its kernel says only in clear that nobody is there any more, and that is not believed
+  esac
+}
+fault_server_silent() {
+  [ "$stage" = ike ] || fall_silent
+  expect_silence_noticed
+}
+fault_cable_pulled() {
+  on rtr ip link set cli down
+  WIRE+=(unplugged)
+  expect_silence_noticed
+}
+# expect_silence_noticed: nobody says anything any more, and we find out.
+expect_silence_noticed() {
+  case $protocol-$stage in
+    *-ike) expect_failed "The server $NOBODY does not answer on UDP port 500" ;;
+    pptp-control) expect_failed "The PPTP server $SERVER accepts TCP connections but does not answer as a PPTP server" ;;
+    l2tp-control) expect_failed "The L2TP server $SERVER (refuses|does not answer on) UDP port 1701" ;;
+    pptp-negotiating) expect_cut 16 "blocks GRE" ;;
+    l2tp-negotiating) expect_cut 16 "not one packet of PPP arrived" ;;
+    *-terminating) expect_end_as_begun ;;
+    *)
+      expect_cause 15 taking-leave
+      expect_sentence "The server no longer answers\."
+      ;;
+  esac
+}
+
+fault_ppp_lost() {
+  case $protocol-$stage in
+    *-negotiating) ;; # that is what holds the stage
+    pptp-*) swallow gre ;;
+    l2tp-authenticating) on srv nft add rule ip lab out "$L2TP_DATA" drop ;;
+    l2tp-*)
+      drop_on_server "$L2TP_DATA"
+      WIRE+=(dropped)
+      ;;
+  esac
+  expect_silence_noticed
+  if [ "$protocol-$stage" = l2tp-authenticating ]; then
+    drop_nothing_on_server
+    drop_on_server "${CHAP[@]}"
+  fi
+}
+fault_control_lost() {
+  if [ "$protocol" = pptp ]; then
+    swallow tcp dport 1723
+    expect_cut 16 "The PPTP server $SERVER no longer answers"
+  else
+    drop_on_server "$L2TP_CONTROL"
+    WIRE+=(dropped)
+    expect_cut 16 "The L2TP server $SERVER no longer answers"
+  fi
+}
+
+# ---- What the server says
+
+# expect_goodbye PATTERN: the server says goodbye. Said while the account is checked, that is a refusal.
+expect_goodbye() {
+  if [ "$stage" = authenticating ]; then expect_cut 19 "$1"; else expect_cut 16 "$1"; fi
+}
+fault_call_ended() {
+  case $protocol-$stage in
+    pptp-control) expect_failed "The PPTP server $SERVER refuses the call" ;;
+    l2tp-control) expect_failed "The L2TP server $SERVER refuses the call" ;;
+    *)
+      kill_named srv pppd
+      expect_goodbye "The ${protocol^^} server $SERVER has (ended|closed) the (call|control connection)"
+      ;;
+  esac
+}
+fault_tunnel_ended() {
+  case $protocol-$stage in
+    pptp-control) expect_failed "The PPTP server $SERVER refuses the control connection" ;;
+    l2tp-control) expect_failed "The L2TP server $SERVER refuses the tunnel" ;;
+    pptp-*)
+      on srv kill -TERM "$(pid_on srv pptpctrl)"
+      expect_goodbye "The PPTP server $SERVER has (ended|closed) the control connection"
+      ;;
+    l2tp-*)
+      signal srv xl2tpd TERM
+      expect_goodbye "The L2TP server $SERVER has ended the tunnel"
+      ;;
+  esac
+}
+# pid_on HOST NAME: the number, on that host, of the process that bears the name.
+pid_on() {
+  local file name
+  for file in "/proc/${HOST[$1]}/root/proc/"[0-9]*/comm; do
+    { read -r name <"$file"; } 2>/dev/null || continue
+    [ "$name" != "$2" ] || { file=${file%/comm} && echo "${file##*/}" && return; }
+  done
+  fail "there is no $2 on $1"
+}
+fault_ike_deleted() {
+  on srv swanctl --terminate --ike l2tp --force >>"$logs/terminate.log" 2>&1
+  case $stage in
+    control) expect_failed "The server has ended the IPSec association" ;;
+    *) expect_cut 16 "The server has ended the IPSec association" ;;
+  esac
+}
