@@ -77,4 +77,13 @@ TEST(L2TPSocket, TakesThePortWhenItIsFree) {
   }
 }
 
+TEST(L2TPSocket, LeavesProvingTheBytesToESP) {
+  const auto socket = L2TPSocket::open(server(), SourcePort::any);
+  ASSERT_TRUE(socket);
+  int without = 0;
+  socklen_t size = sizeof without;
+  ASSERT_EQ(::getsockopt(socket->descriptor(), SOL_SOCKET, SO_NO_CHECK, &without, &size), 0);
+  EXPECT_EQ(without, 1);
+}
+
 }  // namespace
