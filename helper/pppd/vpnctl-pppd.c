@@ -49,7 +49,7 @@ static int tell(const void *message, size_t size) {
   return sent == (ssize_t)size ? 0 : -1;
 }
 
-/* While nothing is asked, the helper says nothing: whatever happens on the socket is its end. The kernel itself then
+/* While nothing is asked, the helper says nothing: what happens on the socket then is its end. The kernel itself
  * signals us, so that pppd goes down even when the helper was killed, whatever pppd is doing at that moment. */
 static void watch_helper(int on) {
   int flags = fcntl(helper, F_GETFL);
@@ -63,8 +63,18 @@ static int helper_has_hung_up(void) {
   return size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR);
 }
 
+/* The kernel puts a record into our queue first and signals afterwards: an answer that we have read meanwhile, and
+ * begun to watch again, still brings its signal. */
+static void helper_stirred(int number) {
+  int before = errno;
+  (void)number;
+  if (helper_has_hung_up()) kill(getpid(), SIGTERM);
+  errno = before;
+}
+
 static int connect_to_helper(void) {
   struct sockaddr_un address;
+  struct sigaction stirred;
   memset(&address, 0, sizeof address);
   address.sun_family = AF_UNIX;
   if (socket_path == NULL || strlen(socket_path) >= sizeof address.sun_path) {
@@ -77,7 +87,10 @@ static int connect_to_helper(void) {
     error("vpnctl: cannot reach the helper at %s: %m", socket_path);
     return -1;
   }
-  if (fcntl(helper, F_SETOWN, getpid()) < 0 || fcntl(helper, F_SETSIG, SIGTERM) < 0) {
+  memset(&stirred, 0, sizeof stirred);
+  stirred.sa_handler = helper_stirred;
+  stirred.sa_flags = SA_RESTART;
+  if (sigaction(SIGIO, &stirred, NULL) < 0 || fcntl(helper, F_SETOWN, getpid()) < 0) {
     error("vpnctl: cannot watch the helper: %m");
     return -1;
   }

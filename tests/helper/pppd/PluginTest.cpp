@@ -222,6 +222,17 @@ TEST_F(PluginTest, IsSignalledWhenTheHelperHangsUp) {
   EXPECT_EQ(::read(ppp.get(), &byte, 1), 0);
 }
 
+// The kernel's signal for an answer may come when the answer has been read long since.
+TEST_F(PluginTest, IsNotMisledByALateSignal) {
+  const FileDescriptor fd(connect());
+  ASSERT_TRUE(fd);
+  EXPECT_EQ(::raise(SIGIO), 0);
+  EXPECT_FALSE(terminated());
+  channel_.hangUp();
+  EXPECT_EQ(::raise(SIGIO), 0);
+  EXPECT_TRUE(terminated());
+}
+
 TEST_F(PluginTest, TakesABrokenConnectionForAHangUp) {
   const FileDescriptor fd(connect());
   stub_phase(4);
