@@ -184,6 +184,31 @@ struct Fields {
 
 foundation::Error malformed(std::string message) { return {"PPTP", 0, std::move(message)}; }
 
+template <class M>
+foundation::Result<Message> decodeAs(std::span<const std::uint8_t> bytes) {
+  M message;
+  Reader reader(bytes.subspan(kHeaderSize));
+  Fields::of(reader, message);
+  return Message(std::move(message));
+}
+
+template <class... M>
+struct FormsOf {
+  // Each stops at the first form whose type matches. 0: a type that we do not know, of any length.
+  static std::size_t sizeOf(std::uint16_t type) {
+    std::size_t size = 0;
+    static_cast<void>(((type == Form<M>::type && (size = Form<M>::size, true)) || ...));
+    return size;
+  }
+  static foundation::Result<Message> decode(std::uint16_t type, std::span<const std::uint8_t> bytes) {
+    foundation::Result<Message> result{Message(OtherMessage{type})};
+    static_cast<void>(((type == Form<M>::type && (result = decodeAs<M>(bytes), true)) || ...));
+    return result;
+  }
+};
+using Forms = FormsOf<StartRequest, StartReply, StopRequest, StopReply, EchoRequest, EchoReply, OutgoingCallRequest,
+                      OutgoingCallReply, CallClearRequest, CallDisconnectNotify, SetLinkInfo>;
+
 struct Header {
   std::uint16_t length = 0;
   std::uint16_t kind = 0;
@@ -202,26 +227,11 @@ foundation::Result<Header> headerOf(std::span<const std::uint8_t> bytes) {
   if (header.kind != kControlMessage) return malformed("a message that is no control message");
   if (header.length < kHeaderSize || header.length > kLargestMessage)
     return malformed("a message with the impossible length " + std::to_string(header.length));
+  const std::size_t size = Forms::sizeOf(header.type);
+  if (size != 0 && size != header.length)
+    return malformed("a message of type " + std::to_string(header.type) + " with the wrong length " +
+                     std::to_string(header.length));
   return header;
-}
-
-template <class M>
-foundation::Result<Message> decodeAs(std::span<const std::uint8_t> bytes) {
-  if (bytes.size() != Form<M>::size)
-    return malformed("a message of type " + std::to_string(Form<M>::type) + " with the wrong length " +
-                     std::to_string(bytes.size()));
-  M message;
-  Reader reader(bytes.subspan(kHeaderSize));
-  Fields::of(reader, message);
-  return Message(std::move(message));
-}
-
-template <class... M>
-foundation::Result<Message> decodeOneOf(std::uint16_t type, std::span<const std::uint8_t> bytes) {
-  foundation::Result<Message> result{Message(OtherMessage{type})};
-  // Stops at the first form whose type matches.
-  static_cast<void>(((type == Form<M>::type && (result = decodeAs<M>(bytes), true)) || ...));
-  return result;
 }
 
 }  // namespace
@@ -258,8 +268,7 @@ foundation::Result<Message> decode(std::span<const std::uint8_t> bytes) {
   const auto header = headerOf(bytes);
   if (!header) return header.error();
   if (header->length != bytes.size()) return malformed("a message whose length is not its own");
-  return decodeOneOf<StartRequest, StartReply, StopRequest, StopReply, EchoRequest, EchoReply, OutgoingCallRequest,
-                     OutgoingCallReply, CallClearRequest, CallDisconnectNotify, SetLinkInfo>(header->type, bytes);
+  return Forms::decode(header->type, bytes);
 }
 
 void MessageReader::append(std::span<const std::uint8_t> bytes) {
