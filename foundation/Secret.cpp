@@ -11,6 +11,12 @@ void wipeMemory(void *bytes, std::size_t size) {
   if (size > 0) explicit_bzero(bytes, size);
 }
 
+[[gnu::noinline]] void wipeDeadStack() {
+  constexpr std::size_t kSize = std::size_t{64} << 10;
+  std::uint8_t dead[kSize];
+  wipeMemory(dead, kSize);
+}
+
 Secret::Secret(std::string_view bytes)
     : Secret(std::span(reinterpret_cast<const std::uint8_t *>(bytes.data()), bytes.size())) {}
 

@@ -47,4 +47,8 @@ class Secret {
 // Overwrites memory in a way the compiler may not remove.
 void wipeMemory(void *bytes, std::size_t size);
 
+// Overwrites what calls that have returned left below the caller's frame, 64 KiB of it. Nobody else can reach that:
+// copies of registers that the dynamic linker saved there, a cipher's last block. Call it from as high up as possible.
+void wipeDeadStack();
+
 }  // namespace foundation

@@ -2,9 +2,6 @@
 
 #include <fcntl.h>
 #include <linux/close_range.h>
-#include <malloc.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +11,8 @@
 #include <cstdlib>
 #include <string>
 
+#include "foundation/ProcessMemory.h"
+#include "foundation/Secret.h"
 #include "helper/EventSource.h"
 
 namespace helper {
@@ -32,15 +31,6 @@ bool isUnixSocket(int descriptor) {
   int domain = 0;
   socklen_t size = sizeof(domain);
   return ::getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &domain, &size) == 0 && domain == AF_UNIX;
-}
-
-Status protectMemory() {
-  if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) < 0) return errnoError(errno, "turn core dumps off");
-  const rlimit none = {0, 0};
-  if (::setrlimit(RLIMIT_CORE, &none) < 0) return errnoError(errno, "turn core dumps off");
-  // Freed memory is overwritten: what libraries copied of a secret does not lie around.
-  ::mallopt(M_PERTURB, 0x5a);
-  return {};
 }
 
 Status replaceStandardDescriptors() {
@@ -67,7 +57,7 @@ Result<FileDescriptor> prepareHelperProcess() {
   if (!isUnixSocket(0)) {
     return Error{std::string(foundation::kPOSIXErrorDomain), ENOTSOCK, "standard input is not the tool's socket"};
   }
-  if (auto status = protectMemory(); !status) return status.error();
+  foundation::protectProcessMemory();
   if (::close_range(kFirstFree, ~0U, 0) < 0) return errnoError(errno, "close inherited descriptors");
   FileDescriptor socket(::fcntl(0, F_DUPFD_CLOEXEC, kFirstFree));
   if (!socket) return errnoError(errno, "keep the tool's socket");
@@ -103,7 +93,12 @@ Status endOnSignals(sd_event *event, std::function<void()> &end) {
 }
 
 int runLoop(sd_event *event, PPPLog &log) {
-  const int result = sd_event_loop(event);
+  int result = 0;
+  while (result >= 0 && sd_event_get_state(event) != SD_EVENT_FINISHED) {
+    result = sd_event_run(event, UINT64_MAX);
+    foundation::wipeDeadStack();  // a secret may have come by
+  }
+  if (result >= 0) sd_event_get_exit_code(event, &result);
   if (result == 0) return 0;
   log.write(errnoError(std::abs(result), "The helper cannot go on and takes the connection down").message + ".");
   return 1;

@@ -14,9 +14,10 @@
 #include <memory>
 #include <string>
 
+#include "foundation/ProcessMemory.h"
+#include "foundation/Secret.h"
 #include "foundation/Text.h"
 #include "platform/Dispatch.h"
-#include "platform/ProcessHardening.h"
 #include "qolmhelper/TNConnectorL2TP.h"
 #include "qolmhelper/TNConnectorPPTP.h"
 
@@ -34,6 +35,9 @@ struct {
   NOT_TERMINATED char bytes[1024] = "config.qolm";
   const char zero = '\0';
 } config_path;
+
+// The echo goes through a buffer of our own, which is wiped when it is out.
+std::array<char, BUFSIZ> output_buffer;
 
 void print_usage() { std::printf("Usage: %s -c config\n\n", "vpnctl"); }
 
@@ -96,7 +100,7 @@ std::shared_ptr<TN::TNConnectorPPP> makeConnector(const config_t &config) {
   const char *const sharedSecret = lookup(config, "shared_secret");
 
   // An abnormal end leaves behind what standard output holds back: the settings that were found are told before it.
-  std::fflush(stdout);
+  if (std::fflush(stdout) == 0) foundation::wipeMemory(output_buffer.data(), output_buffer.size());
   // A missing value throws here, and nobody catches: without its settings the tool ends abnormally.
   const Text name = foundation::stringWithUTF8String(protocol);
   const auto *const known = std::ranges::find_if(kProtocols, [&](const Protocol &p) { return name == p.name; });
@@ -138,7 +142,8 @@ platform::dispatch_source_t armTeardown(const std::shared_ptr<TN::TNConnectorPPP
 }  // namespace
 
 int main(int argc, char *argv[]) {
-  platform::disableCoreDumps();
+  foundation::protectProcessMemory();
+  std::setvbuf(stdout, output_buffer.data(), _IOFBF, output_buffer.size());
   parse_options(argc, argv);
 
   const char *const path = config_path.bytes;

@@ -78,6 +78,26 @@ TEST(SecretTest, OneOfASizeStartsAsZeros) {
   EXPECT_EQ(secret.text(), std::string_view("\0\0\0z", 4));
 }
 
+[[gnu::noinline]] const volatile std::uint8_t *leaveOnStack() {
+  volatile std::uint8_t left[1000];
+  for (volatile std::uint8_t &byte : left) byte = 0x5a;
+  const volatile std::uint8_t *const volatile address = left;  // hidden from a compiler that would warn
+  return address;
+}
+
+// Looks at memory that is nobody's any more.
+TEST(SecretTest, WipingTheDeadStackOverwritesWhatCallsLeft) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer forbids the look";
+#endif
+  const volatile std::uint8_t *const left = leaveOnStack();
+  const std::uint8_t before = left[0];
+  wipeDeadStack();
+  const std::uint8_t after = left[0];
+  EXPECT_EQ(before, 0x5a);
+  EXPECT_EQ(after, 0);
+}
+
 TEST(SecretTest, WipingOverwrites) {
   std::string bytes = "secret";
   wipeMemory(bytes.data(), bytes.size());

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -14,6 +16,7 @@
 #include <map>
 
 #include "foundation/FileDescriptor.h"
+#include "helper/HelperProcess.h"
 #include "tests/helper/support/TemporaryFolder.h"
 
 namespace helper {
@@ -97,12 +100,47 @@ TEST_F(HelperProcessTest, KeepsNothingOfItsStarter) {
     }
   }
   EXPECT_EQ(sockets, 1);
-  const auto environment = testing::contentsOf(proc("environ")).value_or("");
   EXPECT_EQ(::getsid(process), process);
   EXPECT_EQ(std::filesystem::read_symlink(proc("cwd")), "/");
   EXPECT_EQ(statusLine("Umask"), "0077");
   const auto limits = testing::contentsOf(proc("limits")).value_or("");
   EXPECT_NE(limits.find("Max core file size        0                    0 "), std::string::npos) << limits;
+}
+
+// Also where a collector takes all cores, which no limit keeps from it.
+TEST_F(HelperProcessTest, LeavesNoCoreWhenItCrashes) {
+  startWithSocket();
+  ASSERT_EQ(::kill(process, SIGABRT), 0);
+  const int status = wait();
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT) << status;
+  EXPECT_FALSE(WCOREDUMP(status));
+}
+
+TEST_F(HelperProcessTest, NothingOfItGoesToSwap) {
+  if (::prctl(PR_CAPBSET_READ, CAP_IPC_LOCK) != 1) GTEST_SKIP() << "needs the right to lock memory";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer locks nothing";
+#endif
+  startWithSocket();
+  EXPECT_GT(std::stoul(statusLine("VmLck")), 0U);
+}
+
+// In a child of ours, which answers for itself.
+TEST(PreparedHelper, IsNotDumpable) {
+  int pair[2] = {-1, -1};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const int before = ::prctl(PR_GET_DUMPABLE);
+    const bool prepared = ::dup2(pair[1], STDIN_FILENO) == STDIN_FILENO && prepareHelperProcess();
+    ::_exit(prepared ? 10 * before + ::prctl(PR_GET_DUMPABLE) : 1);
+  }
+  ::close(pair[0]);
+  ::close(pair[1]);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << status;
+  EXPECT_EQ(WEXITSTATUS(status), 10) << "1 before, 0 afterwards";
 }
 
 TEST_F(HelperProcessTest, EveryDescriptorItOpensIsCloseOnExec) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -227,6 +229,24 @@ TEST(Connection, NoCoreIsDumpedWhileItHoldsSecrets) {
   words >> soft >> hard;
   EXPECT_EQ(soft, "0");
   EXPECT_EQ(hard, "0");
+  tool.send(SIGUSR1);
+  EXPECT_EQ(tool.finish().status, 0);
+}
+
+// What the kernel lets nobody look into belongs to root, whoever runs it.
+TEST(Connection, NobodyOfTheSameUserMayLookIntoItsMemory) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to stop being it";
+  Scene scene;
+  scene.script = "up status 2 ppp=8";
+  scene.launcher = {"sh", "-c", "chown -R 65534 . && exec setpriv --reuid 65534 --regid 65534 --clear-groups \"$@\"",
+                    "sh"};
+  ToolProcess tool(scene);
+  ASSERT_TRUE(tool.waitForError("PPP Connected"));
+  const std::string folder = "/proc/" + std::to_string(tool.pid());
+  EXPECT_NE(readFile(folder + "/status").find("\nUid:\t65534\t65534\t65534\t65534\n"), std::string::npos);
+  struct stat attributes = {};
+  ASSERT_EQ(::stat((folder + "/mem").c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_uid, 0U);
   tool.send(SIGUSR1);
   EXPECT_EQ(tool.finish().status, 0);
 }

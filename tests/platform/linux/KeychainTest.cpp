@@ -1,35 +1,40 @@
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cinttypes>
-#include <cstdio>
-#include <fstream>
+#include <filesystem>
+#include <random>
 
+#include "helper/store/Keychain.h"
+#include "lab/tools/MemorySearch.h"
 #include "tests/platform/linux/HelperFixture.h"
+#include "tests/platform/linux/PipedProcess.h"
 
 namespace platform {
 namespace {
 
-// How often BYTES stand in the writable memory of PROCESS.
-std::size_t occurrences(const std::string &process, const std::string &bytes) {
-  std::ifstream maps("/proc/" + process + "/maps");
-  std::ifstream memory("/proc/" + process + "/mem", std::ios::binary);
-  std::size_t count = 0;
-  std::string line;
-  while (std::getline(maps, line)) {
-    std::uint64_t start = 0;
-    std::uint64_t end = 0;
-    char mode[5] = {};
-    if (std::sscanf(line.c_str(), "%" SCNx64 "-%" SCNx64 " %4s", &start, &end, mode) != 3 || mode[1] != 'w') continue;
-    if (end - start > (std::uint64_t{64} << 20)) continue;  // a sanitizer's shadow
-    std::string region(end - start, '\0');
-    memory.clear();
-    memory.seekg(static_cast<std::streamoff>(start));
-    memory.read(region.data(), static_cast<std::streamsize>(region.size()));
-    for (auto at = region.find(bytes); at != std::string::npos; at = region.find(bytes, at + 1)) ++count;
-  }
-  return count;
+// SIZE letters and digits, the same again for the same SEED; made at run time, so that no program's file holds them.
+std::string madeUpText(std::size_t size, int seed) {
+  std::minstd_rand random(static_cast<unsigned>(::getpid() + seed));
+  std::string text(size, '\0');
+  for (char &byte : text) byte = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789"[random() % 62];
+  return text;
+}
+
+// 200 bytes with everything that a parser could take for syntax, and the beginning of a character at the end.
+std::string awkwardSecret() {
+  std::string text = "quotes \" and ', blanks  , \\back\\slashes\\, #hash, a={b;} ";
+  for (char control = 1; control < ' '; ++control) text += control;
+  text += "\x7f \xc3\xa4\xe2\x82\xac\xf0\x9f\x94\x92";
+  while (text.size() < 198) text += static_cast<char>('a' + text.size() % 26);
+  return text + "\xf0\x9f";
+}
+
+std::string told(const lab::MemorySearch::Result &result) {
+  std::string text;
+  for (const auto &finding : result.findings) text += finding.form + " in " + finding.mapping + "; ";
+  return text;
 }
 
 class KeychainTest : public testing::HelperFixture {
@@ -38,7 +43,9 @@ class KeychainTest : public testing::HelperFixture {
     EXPECT_EQ(SecKeychainCopyDomainDefault(kSecPreferencesDomainSystem, &keychain), errSecSuccess);
     SecTrustedApplicationRef application;
     EXPECT_EQ(SecTrustedApplicationCreateFromPath("/usr/sbin/pppd", &application), errSecSuccess);
-    EXPECT_EQ(SecAccessCreate("access", {application}, &access), errSecSuccess);
+    SecTrustedApplicationRef self;
+    EXPECT_EQ(SecTrustedApplicationCreateFromPath("/proc/self/exe", &self), errSecSuccess);
+    EXPECT_EQ(SecAccessCreate("access", {application, self}, &access), errSecSuccess);
   }
 
   OSStatus add(const std::string &label, const std::string &account, const std::string &service,
@@ -119,16 +126,69 @@ TEST_F(KeychainTest, NoSecretStandsInTheFiles) {
   EXPECT_EQ(attributes.st_mode & 07777, 0700U);
 }
 
-TEST_F(KeychainTest, NoSecretStaysInTheHelpersMemory) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to look into another process";
-  // Made at run time, so that the helper's program does not hold it; its end is not in what is looked for by chance.
-  const std::string secret = "not to be kept " + std::to_string(::getpid());
+// Bytes that break whoever splits lines, quotes or counts characters come out as they went in.
+TEST_F(KeychainTest, ASecretOfAwkwardBytesIsKeptAsItIs) {
+  const std::string secret = awkwardSecret();
+  ASSERT_EQ(secret.size(), 200U);
   ASSERT_EQ(add("mine", "user", "S", secret), errSecSuccess);
+  int pair[2] = {-1, -1};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+  const foundation::FileDescriptor first(pair[0]);
+  const foundation::FileDescriptor second(pair[1]);
+  auto log = helper::PPPLog::open(folder().path("reader.log"));
+  helper::PosixFileSystem fileSystem;
+  helper::Keychain reader(folder().path("keychain"), fileSystem, *log);
+  const auto kept = reader.secretForService("S", helper::Peer::ofSocket(first.get()).value());
+  ASSERT_TRUE(kept) << kept.error().message;
+  EXPECT_TRUE(*kept == foundation::Secret(secret));
+}
+
+// Short ones and long ones, since the heap keeps blocks by their size.
+TEST_F(KeychainTest, NoPieceOfASecretStaysInTheHelpersMemory) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to look into another process";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer keeps what was freed";
+#endif
+  const std::string account = madeUpText(40, 0);
+  std::vector<std::string> secrets;
+  for (const int size : {9, 20, 60, 200, 900, 5000}) {
+    secrets.push_back(madeUpText(static_cast<std::size_t>(size), size));
+    ASSERT_EQ(add("mine", account, "S" + std::to_string(size), secrets.back()), errSecSuccess);
+  }
   search("none");  // the helper answers before it lets go of a call; by the next answer it has
   const auto processes = helperProcesses();
   ASSERT_EQ(processes.size(), 1U);
-  EXPECT_GT(occurrences(processes[0], "System.keychain"), 0U);  // the search finds what is there
-  EXPECT_EQ(occurrences(processes[0], secret), 0U);
+  const pid_t process = std::stoi(processes[0]);
+  EXPECT_FALSE(lab::MemorySearch(account).in(process).findings.empty()) << "the search finds what is there";
+  for (const std::string &secret : secrets) {
+    const auto result = lab::MemorySearch(secret).in(process);
+    EXPECT_TRUE(result.findings.empty()) << secret.size() << " bytes: " << told(result);
+  }
+}
+
+TEST_F(KeychainTest, NoPieceOfASecretStaysWhereItWasUsed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to look into another process";
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer keeps what was freed";
+#endif
+  const std::string account = madeUpText(40, 0);
+  const std::string program = folder().path("secret-user");
+  std::filesystem::copy_file(SECRET_USER, program);
+  for (const int size : {9, 20, 63, 200}) {
+    const std::string secret = madeUpText(static_cast<std::size_t>(size), size);
+    const std::string service = "S" + std::to_string(size);
+    SecTrustedApplicationRef user;
+    ASSERT_EQ(SecTrustedApplicationCreateFromPath(program.c_str(), &user), errSecSuccess);
+    ASSERT_EQ(SecAccessCreate("access", {user}, &access), errSecSuccess);
+    ASSERT_EQ(add("mine", account, service, secret), errSecSuccess);
+    testing::PipedProcess process({program, folder().path(), service});
+    ASSERT_TRUE(process.waitForByte());
+    EXPECT_FALSE(lab::MemorySearch(folder().path()).in(process.pid()).findings.empty())
+        << "the search finds what is there";
+    const auto result = lab::MemorySearch(secret).in(process.pid());
+    EXPECT_TRUE(result.findings.empty()) << size << " bytes: " << told(result);
+    EXPECT_EQ(process.finish(), 0);
+  }
 }
 
 // A user name may be cut inside a character: bytes, not text.
