@@ -21,8 +21,8 @@ namespace {
 constexpr char kMask = 0x55;
 constexpr std::size_t kSize = 3000;
 
-// What is looked for, in a form that is not found; another one each time, since a child also has what its parent looked for
-// before.
+// What is looked for, in a form that is not found; another one each time, since a child also has what its parent looked
+// for before.
 std::string masked() {
   static std::minstd_rand random(static_cast<unsigned>(::getpid()));
   std::string text;
