@@ -161,6 +161,16 @@ TEST_F(TNKeyChainTest, LengthsCountUTF16UnitsOfUTF8Bytes) {
   EXPECT_EQ(platform_.items.back().service, "s\xc3");
 }
 
+TEST_F(TNKeyChainTest, ALongSecretOfAllKindsOfCharactersIsCutTheSame) {
+  std::string text = "\"'\\ # \x01\x1b\x7f\t\xc3\xa4\xe2\x82\xac\xf0\x9f\x94\x91";
+  const std::size_t more = 5;  // bytes than units
+  while (text.size() < 200 + more) text.insert(text.begin(), 'x');
+  store(Secret(text), Secret(text + "\xc3\xa4"));
+  ASSERT_EQ(platform_.items.size(), 2u);
+  EXPECT_EQ(platform_.items[0].secret, text.substr(0, 200)) << "the last character falls, and a byte of the one before";
+  EXPECT_EQ(platform_.items[1].secret, text.substr(0, 201));
+}
+
 TEST_F(TNKeyChainTest, AddPasswordGivesTheItemOrNone) {
   EXPECT_NE(TNKeyChain::addPassword(keychain(), "s", "a", Secret("p"), "l", "d"), nullptr);
   EXPECT_EQ(TNKeyChain::addPassword(keychain(), "s", "a", Secret("p"), "l", "d"), nullptr) << "a duplicate";
