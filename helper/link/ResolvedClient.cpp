@@ -129,10 +129,12 @@ void ResolvedClient::tell(int index, const std::vector<in_addr> &servers, bool p
 
 int ResolvedClient::answered(sd_bus_message *answer, void *context, sd_bus_error *) {
   auto *client = static_cast<ResolvedClient *>(context);
-  if (const sd_bus_error *error = sd_bus_message_get_error(answer); error != nullptr)
-    client->finish(refusal(*error));
-  else if (--client->unanswered_ == 0)
-    client->finish(Status());
+  endLoopOnException(client->event_, [&] {
+    if (const sd_bus_error *error = sd_bus_message_get_error(answer); error != nullptr)
+      client->finish(refusal(*error));
+    else if (--client->unanswered_ == 0)
+      client->finish(Status());
+  });
   return 0;
 }
 

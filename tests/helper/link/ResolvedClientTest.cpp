@@ -1,8 +1,10 @@
 #include <arpa/inet.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <optional>
+#include <system_error>
 
 #include "helper/link/ResolvedClient.h"
 #include "tests/helper/link/FakeResolved.h"
@@ -75,6 +77,22 @@ TEST_F(ResolvedClientTest, HearsThatTheDaemonIsGone) {
   auto resolved = std::make_optional<FakeResolved>(event_, folder_ + "/bus", Mood::silent);
   auto goodbye = EventSource::timer(event_, std::chrono::milliseconds(20), [&] { resolved.reset(); });
   EXPECT_EQ(tell(true).error().message, "systemd-resolved does not answer");
+}
+
+TEST_F(ResolvedClientTest, AnExceptionOfItsHandlerEndsTheLoop) {
+  for (const Mood mood : {Mood::willing, Mood::refusing}) {
+    std::filesystem::remove(folder_ + "/bus");
+    sd_event *event = nullptr;
+    ASSERT_GE(sd_event_new(&event), 0);
+    {
+      FakeResolved resolved(event, folder_ + "/bus", mood);
+      ResolvedClient client(event, "unix:path=" + folder_ + "/bus", std::chrono::seconds(10));
+      client.tell(7, {}, true,
+                  [](const foundation::Status &) { throw std::system_error(EMFILE, std::generic_category(), "test"); });
+      EXPECT_EQ(sd_event_loop(event), EMFILE);
+    }
+    sd_event_unref(event);
+  }
 }
 
 TEST_F(ResolvedClientTest, MayBeDestroyedByItsHandlerOrBeforeTheAnswer) {
