@@ -12,6 +12,7 @@ namespace helper {
 
 using foundation::Error;
 using foundation::Result;
+using foundation::Status;
 using foundation::Value;
 
 namespace {
@@ -68,8 +69,9 @@ Result<PreferencesStore::Parsed> PreferencesStore::readParsed() const {
     return parsed;
   }
   auto value = foundation::propertyListFromData((*file)->bytes, file_.path());
-  if (value && !value->isDictionary()) {
-    value = Error{std::string(kNetworkPreferencesErrorDomain), 1, file_.path() + ": its root is not a dictionary"};
+  // What has another shape would be taken for absent, and overwritten, by whoever changes what he has read.
+  if (auto status = value ? checkNetworkPreferences(*value) : Status(); !status) {
+    value = Error{status.error().domain, status.error().code, file_.path() + ": " + status.error().message};
   }
   if (!value) {
     Error error = value.error();

@@ -57,6 +57,44 @@ std::vector<std::string> noPropertyLists() {
           "bplist00" + std::string(64, '\xff')};
 }
 
+// Property lists, but not of the store's kind: an entry of the wrong type, or one that is missing.
+std::vector<std::string> otherShapes(const std::string &store) {
+  std::vector<std::string> inner;
+  if (store == "preferences") {
+    inner = {"<key>NetworkServices</key><array/>",
+             "<key>NetworkServices</key><dict><key>S</key><string/></dict>",
+             "<key>NetworkServices</key><dict><key>S</key><dict><key>PPP</key><true/></dict></dict>",
+             "<key>NetworkServices</key><dict><key>S</key><dict><key>Interface</key><dict/></dict></dict>",
+             "<key>NetworkServices</key><dict><key>a/b</key><dict/></dict>",
+             "<key>Sets</key><integer>1</integer>",
+             "<key>Sets</key><dict><key>0</key><array/></dict>",
+             "<key>CurrentSet</key><data/>",
+             "<key>CurrentSet</key><string>/Sets/none</string>"};
+  } else {
+    const std::string begin = "<key>Version</key><integer>1</integer><key>Items</key>";
+    const auto item = [&](const std::string &attributes, const std::string &access, const std::string &secret) {
+      return begin + "<dict><key>I</key><dict><key>Attributes</key>" + attributes + "<key>Access</key>" + access +
+             "<key>Secret</key>" + secret + "</dict></dict>";
+    };
+    const std::string access = "<dict><key>Description</key><string/><key>TrustedApplications</key><array/></dict>";
+    inner = {"",
+             begin + "<array/>",
+             begin + "<dict><key>I</key><true/></dict>",
+             "<key>Version</key><string>1</string><key>Items</key><dict/>",
+             "<key>Version</key><integer>2</integer><key>Items</key><dict/>",
+             item("<array/>", access, "<data/>"),
+             item("<dict><key>svce</key><integer>1</integer></dict>", access, "<data/>"),
+             item("<dict><key>service</key><string/></dict>", access, "<data/>"),
+             item("<dict/>", "<dict/>", "<data/>"),
+             item("<dict/>",
+                  "<dict><key>Description</key><string/><key>TrustedApplications</key><array><true/></array></dict>",
+                  "<data/>"),
+             item("<dict/>", access, "<string>secret</string>")};
+  }
+  for (std::string &text : inner) text = plist("<dict>" + text + "</dict>");
+  return inner;
+}
+
 // One of the two stores, as far as its file is concerned.
 struct Subject {
   std::string path;             // of the file
@@ -121,6 +159,14 @@ TEST_P(DamagedStoresTest, NoPropertyListForIt) {
   for (const std::string &bytes : noPropertyLists()) {
     writeFile(subject.path, bytes);
     expectRefusal(bytes.substr(0, 100));
+    EXPECT_EQ(contentsOf(subject.path), bytes);
+  }
+}
+
+TEST_P(DamagedStoresTest, OfAnotherShape) {
+  for (const std::string &bytes : otherShapes(GetParam())) {
+    writeFile(subject.path, bytes);
+    expectRefusal(bytes);
     EXPECT_EQ(contentsOf(subject.path), bytes);
   }
 }

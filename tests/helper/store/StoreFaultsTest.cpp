@@ -55,7 +55,8 @@ class StoreFaultsTest : public ::testing::Test {
     check(*whole);
     for (std::size_t index = 0; index < whole->calls.size(); ++index) {
       const long call = whole->calls[index];
-      if (kind == CallFault::Kind::shorten && call != SYS_write) continue;
+      const bool isOfWrites = kind == CallFault::Kind::shorten || kind == CallFault::Kind::fill;
+      if (isOfWrites && call != SYS_write) continue;
       if (errnum == EINTR && !isInterruptible(call)) continue;
       prepare();
       const auto run = runTraced(work, {kind, index, errnum});
@@ -75,7 +76,8 @@ class StoreFaultsTest : public ::testing::Test {
                       const std::function<void(const TracedProcess &)> &check) {
     using Kind = CallFault::Kind;
     const std::pair<Kind, int> faults[] = {{Kind::kill, 0},      {Kind::fail, ENOSPC}, {Kind::fail, EIO},
-                                           {Kind::fail, EMFILE}, {Kind::fail, EINTR},  {Kind::shorten, 0}};
+                                           {Kind::fail, EMFILE}, {Kind::fail, EINTR},  {Kind::shorten, 0},
+                                           {Kind::fill, 0}};
     for (const auto &[kind, errnum] : faults) {
       forEveryCall(kind, errnum, prepare, work, check);
       if (HasFailure() || IsSkipped()) return;
@@ -126,6 +128,36 @@ TEST_F(PreferencesFaultsTest, SoIsTheFirstOne) {
                    EXPECT_EQ(afterCommit(kNew), newBytes);
                    EXPECT_EQ(namesIn(folder.path("vpnctl")), std::set<std::string>{"preferences.plist"});
                  });
+}
+
+class SystemKeyFaultsTest : public StoreFaultsTest {
+ protected:
+  const std::string path = folder.path("keys/SystemKey");
+};
+
+TEST_F(SystemKeyFaultsTest, AKeyIsWholeOrNotThere) {
+  withEveryFault(
+      [this] {
+        std::filesystem::remove_all(folder.path("keys"));
+        std::filesystem::create_directory(folder.path("keys"));
+      },
+      [this] { return SystemKey::create(path, fileSystem) ? 0 : 1; },
+      [this](const TracedProcess &run) {
+        auto key = SystemKey::load(path, fileSystem);
+        if (!key) {
+          EXPECT_EQ(key.error().code, ENOENT) << key.error().message;
+          EXPECT_NE(run.exitCode, 0);
+          key = SystemKey::create(path, fileSystem);
+        }
+        ASSERT_TRUE(key) << key.error().message;
+        SystemKey::removeRemains(path, fileSystem);
+        EXPECT_EQ(namesIn(folder.path("keys")), std::set<std::string>{"SystemKey"});
+        EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms::owner_read);
+        // What it seals, the file's opens.
+        const auto again = SystemKey::load(path, fileSystem);
+        ASSERT_TRUE(again);
+        EXPECT_TRUE(again->unseal(key->seal(Secret(std::string_view("s")), "").value(), ""));
+      });
 }
 
 class KeychainFaultsTest : public StoreFaultsTest {

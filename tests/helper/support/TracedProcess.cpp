@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 
@@ -66,9 +67,11 @@ class Tracer {
     if (inside_) {
       result_.calls.push_back(::ptrace(PTRACE_PEEKUSER, process_, REGISTER(orig_rax), nullptr));
       hit_ = fault_.kind != CallFault::Kind::none && result_.calls.size() == fault_.index + 1;
+      errnum_ = 0;
       if (hit_) before();
-    } else if (hit_ && fault_.kind == CallFault::Kind::fail) {
-      ::ptrace(PTRACE_POKEUSER, process_, REGISTER(rax), -static_cast<long>(fault_.errnum));
+      if (full_ && !hit_ && result_.calls.back() == SYS_write) refuse(ENOSPC);
+    } else if (errnum_ != 0) {
+      ::ptrace(PTRACE_POKEUSER, process_, REGISTER(rax), -static_cast<long>(errnum_));
     }
   }
 
@@ -80,8 +83,11 @@ class Tracer {
         ::kill(process_, SIGKILL);
         break;
       case CallFault::Kind::fail:
-        ::ptrace(PTRACE_POKEUSER, process_, REGISTER(orig_rax), -1L);
+        refuse(fault_.errnum);
         break;
+      case CallFault::Kind::fill:
+        full_ = true;
+        [[fallthrough]];
       case CallFault::Kind::shorten:
         if (result_.calls.back() == SYS_write) {
           const long size = ::ptrace(PTRACE_PEEKUSER, process_, REGISTER(rdx), nullptr);
@@ -91,11 +97,19 @@ class Tracer {
     }
   }
 
+  // The call in whose beginning the process stands is not made and fails with ERRNUM.
+  void refuse(int errnum) {
+    ::ptrace(PTRACE_POKEUSER, process_, REGISTER(orig_rax), -1L);
+    errnum_ = errnum;
+  }
+
   pid_t process_;
   const CallFault fault_;
   TracedProcess result_;
   bool inside_ = false;
   bool hit_ = false;
+  bool full_ = false;
+  int errnum_ = 0;  // of the call that is not made, or 0
 };
 
 }  // namespace

@@ -16,6 +16,7 @@ struct CallFault {
     kill,     // the process dies before the call
     fail,     // the call is not made and fails with errnum
     shorten,  // the call, a write, is given half of its bytes
+    fill,     // likewise, and all writes after it fail with ENOSPC
   };
   Kind kind = Kind::none;
   std::size_t index = 0;  // of the call, from 0
