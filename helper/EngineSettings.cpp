@@ -40,10 +40,11 @@ Expectation takeNumber(const config_setting_t *value, long long lowest, long lon
 }
 
 template <class Number>
-Taker bytes(std::optional<Number> EngineSettings::PPP::*member, long long lowest, long long highest) {
+Taker number(std::optional<Number> EngineSettings::PPP::*member, long long lowest, long long highest,
+             const char *unit) {
   return [=](const config_setting_t *value, EngineSettings &settings) {
-    return takeNumber(value, lowest, highest, " (bytes)",
-                      [&](long long number) { settings.ppp.*member = static_cast<Number>(number); });
+    return takeNumber(value, lowest, highest, unit,
+                      [&](long long taken) { settings.ppp.*member = static_cast<Number>(taken); });
   };
 }
 
@@ -163,19 +164,23 @@ const std::vector<Key> &table() {
                          Word<S::SourcePort>{"1701", S::SourcePort::wellKnown},
                          Word<S::SourcePort>{"any", S::SourcePort::any}})},
       {"l2tp", "deadline", seconds(&S::l2tp, &S::L2TP::deadline, 1, 600)},
+      {"l2tp", "dead_peer_delay", seconds(&S::l2tp, &S::L2TP::deadPeerDelay, 1, 3600)},
       {"pptp", "mppe",
        choice(&S::pptp, &S::PPTP::mppe,
               std::array{Word<S::MPPE>{"service", S::MPPE::service}, Word<S::MPPE>{"require-128", S::MPPE::require128},
                          Word<S::MPPE>{"none", S::MPPE::none}})},
       {"pptp", "deadline", seconds(&S::pptp, &S::PPTP::deadline, 1, 600)},
+      {"pptp", "dead_peer_delay", seconds(&S::pptp, &S::PPTP::deadPeerDelay, 1, 3600)},
       // What pppd takes.
-      {"ppp", "mtu", bytes(&S::PPP::mtu, 128, 16384)},
-      {"ppp", "mru", bytes(&S::PPP::mru, 128, 16384)},
+      {"ppp", "mtu", number(&S::PPP::mtu, 128, 16384, " (bytes)")},
+      {"ppp", "mru", number(&S::PPP::mru, 128, 16384, " (bytes)")},
       {"ppp", "authentication",
        list(&S::ppp, &S::PPP::authProtocols, isAuthProtocol,
             "a list of \"PAP\", \"CHAP\", \"MSCHAP1\", \"MSCHAP2\", \"EAP\"")},
       {"ppp", "dns", boolean(&S::PPP::dns)},
       {"ppp", "default_route", boolean(&S::PPP::defaultRoute)},
+      {"ppp", "echo_interval", number(&S::PPP::echoInterval, 1, 3600, " (seconds)")},
+      {"ppp", "echo_failures", number(&S::PPP::echoFailures, 1, 1000, "")},
       {"ppp", "deadline", seconds(&S::ppp, &S::PPP::deadline, 1, 600)},
   };
   return kTable;

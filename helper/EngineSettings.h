@@ -33,10 +33,12 @@ struct EngineSettings {
   struct L2TP {
     SourcePort sourcePort = SourcePort::automatic;
     std::chrono::milliseconds deadline{10000};  // for the call to stand, from the first packet
+    std::chrono::seconds deadPeerDelay{60};     // of silence before the server is asked whether it lives
   };
   struct PPTP {
     MPPE mppe = MPPE::service;
     std::chrono::milliseconds deadline{10000};  // for the call to stand, from the first packet
+    std::chrono::seconds deadPeerDelay{60};     // of silence before the server is asked whether it lives
   };
   struct PPP {
     std::optional<int> mtu;  // bytes
@@ -44,6 +46,8 @@ struct EngineSettings {
     std::vector<std::string> authProtocols;     // of PAP, CHAP, MSCHAP1, MSCHAP2, EAP; empty: as the service says
     std::optional<bool> dns;                    // the server's name servers; none: as the service says
     std::optional<bool> defaultRoute;           // everything into the tunnel; none: as the service says
+    std::optional<int> echoInterval;            // seconds between questions whether PPP's other end lives
+    std::optional<int> echoFailures;            // how many of them may go unanswered
     std::chrono::milliseconds deadline{60000};  // for the whole link to stand
   };
 

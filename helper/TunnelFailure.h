@@ -1,4 +1,4 @@
-// Why a tunnel, or what protects it, did not come up.
+// Why a tunnel, or what protects it, did not come up, or is gone again.
 
 #pragma once
 
@@ -12,6 +12,12 @@ enum class DeviceCause { noServer = 1, noAnswer = 2, protocolError = 5, networkC
 struct TunnelFailure {
   DeviceCause cause = DeviceCause::protocolError;
   std::string sentence;  // plain ASCII: which stage, why, and the remedy; for the PPP log
+};
+
+// Why a tunnel that was up is gone.
+struct TunnelLoss {
+  bool endedByServer = false;  // the server took its leave; otherwise the line was lost, or what protects it
+  std::string sentence;        // as above
 };
 
 }  // namespace helper

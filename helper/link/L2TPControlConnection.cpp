@@ -194,14 +194,18 @@ void L2TPControlConnection::handle(const l2tp::StopCCN &notification) {
   // One that refuses at once says here where its acknowledgement is to go.
   if (call_.peerTunnelID == 0) transport_.setPeer(notification.tunnelID, l2tp::kDefaultWindow);
   if (state_ == State::stopping) return finishSoon();
-  end(DeviceCause::protocolError, (state_ == State::established ? "has ended the tunnel: " : "refuses the tunnel: ") +
-                                      explained(stopReason(notification.result), notification.result));
+  end(DeviceCause::protocolError,
+      (state_ == State::established ? "has ended the tunnel: " : "refuses the tunnel: ") +
+          explained(stopReason(notification.result), notification.result),
+      true);
 }
 
 void L2TPControlConnection::handle(const l2tp::CDN &notify) {
   // While we stop, the two goodbyes have crossed, and ours is still to be acknowledged.
-  end(DeviceCause::protocolError, (state_ == State::established ? "has ended the call: " : "refuses the call: ") +
-                                      explained(disconnectReason(notify.result), notify.result));
+  end(DeviceCause::protocolError,
+      (state_ == State::established ? "has ended the call: " : "refuses the call: ") +
+          explained(disconnectReason(notify.result), notify.result),
+      true);
 }
 
 void L2TPControlConnection::handle(const l2tp::OtherMessage &message) {
@@ -256,7 +260,7 @@ void L2TPControlConnection::protocolError(std::uint16_t result, std::uint16_t er
   end(DeviceCause::protocolError, sentence);
 }
 
-void L2TPControlConnection::end(DeviceCause cause, std::string sentence) {
+void L2TPControlConnection::end(DeviceCause cause, std::string sentence, bool byServer) {
   if (state_ == State::down || state_ == State::stopping) return;
   const bool wasUp = state_ == State::established;
   // The socket is still listened to: a server whose goodbye was not acknowledged in time says it again.
@@ -264,7 +268,7 @@ void L2TPControlConnection::end(DeviceCause cause, std::string sentence) {
   deadline_.reset();
   sentence = "The L2TP server " + name_ + " " + sentence + ".";
   if (wasUp)
-    handlers_.lost(sentence);
+    handlers_.lost(TunnelLoss{byServer, sentence});
   else
     handlers_.failed(TunnelFailure{cause, sentence});
 }

@@ -47,7 +47,7 @@ class L2TPControlConnection {
     std::function<foundation::Status(const L2TPCall &call)> answered;
     std::function<void()> established;
     std::function<void(const TunnelFailure &)> failed;
-    std::function<void(const std::string &sentence)> lost;
+    std::function<void(const TunnelLoss &)> lost;
     std::function<void()> stopped;
   };
 
@@ -85,7 +85,7 @@ class L2TPControlConnection {
   // Ends with this REASON told to the server, as a failure or a loss.
   void protocolError(std::uint16_t result, std::uint16_t error, const std::string &sentence);
   // Failed or lost, whichever it is at this moment.
-  void end(DeviceCause cause, std::string sentence);
+  void end(DeviceCause cause, std::string sentence, bool byServer = false);
   void sayGoodbye(bool reliably);
   void finishSoon();
   void finishStopping();

@@ -13,6 +13,7 @@ namespace {
 L2TPControlConnection::Deadlines deadlinesOf(const EngineSettings::L2TP &settings) {
   L2TPControlConnection::Deadlines deadlines;
   deadlines.call = settings.deadline;
+  deadlines.hello = settings.deadPeerDelay;
   return deadlines;
 }
 
@@ -43,7 +44,7 @@ L2TPTunnel::L2TPTunnel(sd_event *event, const sockaddr_in &server, const foundat
                                                 handlers_.up(std::move(channel_));
                                               },
                                           .failed = [this](const Failure &failure) { handlers_.failed(failure); },
-                                          .lost = [this](const std::string &sentence) { handlers_.lost(sentence); },
+                                          .lost = [this](const Loss &loss) { handlers_.lost(loss); },
                                           .stopped = [this] { endAssociation(); }}) {}
 
 void L2TPTunnel::start() {
@@ -88,7 +89,7 @@ void L2TPTunnel::unprotected(const std::string &sentence) {
   control_.fallSilent();
   if (stopping_) return;
   if (established_)
-    handlers_.lost(sentence);
+    handlers_.lost(Loss{false, sentence});
   else
     handlers_.failed(Failure{DeviceCause::networkChanged, sentence});
 }

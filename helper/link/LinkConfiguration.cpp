@@ -26,6 +26,8 @@ void LinkConfiguration::applySettings(EngineSettings machine) {
   settings = std::move(machine);
   if (settings.ppp.mtu) ppp.set("LCPMTU", *settings.ppp.mtu);
   if (settings.ppp.mru) ppp.set("LCPMRU", *settings.ppp.mru);
+  if (settings.ppp.echoInterval) ppp.set("LCPEchoInterval", *settings.ppp.echoInterval);
+  if (settings.ppp.echoFailures) ppp.set("LCPEchoFailure", *settings.ppp.echoFailures);
   if (!settings.ppp.authProtocols.empty()) {
     Value::Array protocols(settings.ppp.authProtocols.begin(), settings.ppp.authProtocols.end());
     ppp.set("AuthProtocol", std::move(protocols));

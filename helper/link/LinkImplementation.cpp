@@ -121,7 +121,7 @@ void Link::Implementation::resolved(const foundation::Result<in_addr> &server) {
       makeTunnel(TunnelSurroundings{event_, secrets_, log_, *journal_}, configuration_, server_,
                  Tunnel::Handlers{.up = [this](foundation::FileDescriptor channel) { tunnelIsUp(std::move(channel)); },
                                   .failed = [this](const Tunnel::Failure &failure) { tunnelFailed(failure); },
-                                  .lost = [this](const std::string &sentence) { tunnelLost(sentence); },
+                                  .lost = [this](const Tunnel::Loss &loss) { tunnelLost(loss); },
                                   .stopped = [this] { cleanUp(); }});
   tunnel_->start();
 }
@@ -195,7 +195,7 @@ void Link::Implementation::tunnelFailed(const Tunnel::Failure &failure) {
   fail(kCauseConnectFailed, static_cast<int>(failure.cause), failure.sentence);
 }
 
-void Link::Implementation::tunnelLost(const std::string &sentence) {
+void Link::Implementation::tunnelLost(const Tunnel::Loss &loss) {
   if (state_ != State::connecting && state_ != State::up) return;
   if (phases_.ending()) {
     // pppd is on its way out for a reason of its own, a refused password perhaps, which its exit tells better; the
@@ -203,9 +203,9 @@ void Link::Implementation::tunnelLost(const std::string &sentence) {
     deadline_ = EventSource::timer(event_, kPPPGrace, [this] { daemon_->terminate(kPPPGrace); });
     return;
   }
-  log_.write(sentence);
+  log_.write(loss.sentence);
   // The refusal itself may be overtaken on the way by the end of the call, and pppd never hears it.
-  if (phases_.current() == kPhaseAuthenticating) {
+  if (loss.endedByServer && phases_.current() == kPhaseAuthenticating) {
     log_.write(
         "That was while the account was being checked: the server did not accept the user name or the password.");
     cause_ = kCauseNotAuthenticated;

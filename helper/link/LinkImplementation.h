@@ -52,7 +52,7 @@ class Link::Implementation {
   // Going down: one reason, then pppd, then the tunnel, then everything else.
   void fail(int cause, int deviceCause, const std::string &sentence);
   void tunnelFailed(const Tunnel::Failure &failure);
-  void tunnelLost(const std::string &sentence);
+  void tunnelLost(const Tunnel::Loss &loss);
   void pppEnded(const PPPEnd &end);
   void end(Farewell farewell);
   void endTunnel();

@@ -193,7 +193,7 @@ void PPTPControlConnection::handle(const pptp::EchoReply &) {
 void PPTPControlConnection::handle(const pptp::StopRequest &) {
   send(pptp::StopReply{});
   if (state_ == State::stopping) return finishStopping();
-  end(Tunnel::DeviceCause::protocolError, "has ended the control connection");
+  end(Tunnel::DeviceCause::protocolError, "has ended the control connection", true);
 }
 
 void PPTPControlConnection::handle(const pptp::StopReply &) {
@@ -204,7 +204,7 @@ void PPTPControlConnection::handle(const pptp::CallDisconnectNotify &notify) {
   callPlaced_ = false;
   // While we stop, this answers our Call-Clear-Request, and the answer to the Stop request is still to come.
   if (state_ == State::stopping) return;
-  end(Tunnel::DeviceCause::protocolError, "has ended the call" + codes(notify.result, notify.error));
+  end(Tunnel::DeviceCause::protocolError, "has ended the call" + codes(notify.result, notify.error), true);
 }
 
 void PPTPControlConnection::send(const pptp::Message &message) {
@@ -240,14 +240,14 @@ void PPTPControlConnection::scheduleEcho() {
   });
 }
 
-void PPTPControlConnection::end(Tunnel::DeviceCause cause, std::string sentence) {
+void PPTPControlConnection::end(Tunnel::DeviceCause cause, std::string sentence, bool byServer) {
   if (state_ == State::down) return;
   if (state_ == State::stopping) return finishStopping();
   const bool wasUp = state_ == State::established;
   close();
   sentence = "The PPTP server " + name_ + " " + sentence + ".";
   if (wasUp)
-    handlers_.lost(sentence);
+    handlers_.lost(Tunnel::Loss{byServer, sentence});
   else
     handlers_.failed(Tunnel::Failure{cause, sentence});
 }
@@ -268,7 +268,8 @@ void PPTPControlConnection::endOfStream(int error) {
     case State::established:
       return end(Tunnel::DeviceCause::networkChanged,
                  error == 0 ? "has closed the control connection"
-                            : std::string("is gone: the control connection broke (") + std::strerror(error) + ")");
+                            : std::string("is gone: the control connection broke (") + std::strerror(error) + ")",
+                 error == 0);
     case State::idle:
     case State::stopping:
     case State::down:

@@ -28,9 +28,12 @@ class PPTPControlConnection {
  public:
   // A server that hangs must not hold the user longer than a person waits.
   struct Deadlines {
-    // Shared out for a call that is to stand after CALL.
-    static Deadlines within(std::chrono::milliseconds call) {
+    // CALL shared out for a call that is to stand by then; after ECHO of silence the server is asked whether it still
+    // lives, and has as long again for its answer.
+    static Deadlines within(std::chrono::milliseconds call, std::chrono::milliseconds echo) {
       Deadlines deadlines;
+      deadlines.echoInterval = echo;
+      deadlines.echoReply = echo;
       deadlines.call = call;
       deadlines.connect = call * 6 / 10;
       deadlines.reply = call * 4 / 10;
@@ -50,7 +53,7 @@ class PPTPControlConnection {
     // The call is up; the server's call id.
     std::function<void(std::uint16_t peerCallID)> established;
     std::function<void(const Tunnel::Failure &)> failed;
-    std::function<void(const std::string &sentence)> lost;
+    std::function<void(const Tunnel::Loss &)> lost;
     std::function<void()> stopped;
   };
 
@@ -87,7 +90,7 @@ class PPTPControlConnection {
   std::chrono::milliseconds inTime(std::chrono::milliseconds deadline) const;
   void scheduleEcho();
   // Failed or lost, whichever it is at this moment.
-  void end(Tunnel::DeviceCause cause, std::string sentence);
+  void end(Tunnel::DeviceCause cause, std::string sentence, bool byServer = false);
   void endOfStream(int error);
   void close();
   void finishStopping();

@@ -21,11 +21,12 @@ PPTPTunnel::PPTPTunnel(sd_event *event, in_addr server, const EngineSettings::PP
       server_(server),
       handlers_(std::move(handlers)),
       control_(
-          event, controlAddress(server), PPTPControlConnection::Deadlines::within(settings.deadline),
+          event, controlAddress(server),
+          PPTPControlConnection::Deadlines::within(settings.deadline, settings.deadPeerDelay),
           PPTPControlConnection::Handlers{.connected = [this](in_addr local) { return bindSocket(local); },
                                           .established = [this](std::uint16_t peerCallID) { callIsUp(peerCallID); },
                                           .failed = [this](const Failure &failure) { handlers_.failed(failure); },
-                                          .lost = [this](const std::string &sentence) { handlers_.lost(sentence); },
+                                          .lost = [this](const Loss &loss) { handlers_.lost(loss); },
                                           .stopped = [this] { handlers_.stopped(); }}) {}
 
 void PPTPTunnel::start() {

@@ -21,13 +21,14 @@ class Tunnel {
  public:
   using DeviceCause = helper::DeviceCause;
   using Failure = TunnelFailure;
+  using Loss = TunnelLoss;
 
   struct Handlers {
     // The connected socket, for pppd. What the server is called is of no interest any more.
     std::function<void(foundation::FileDescriptor channel)> up;
     std::function<void(const Failure &)> failed;
-    // The server ended the call, or is gone. SENTENCE says which.
-    std::function<void(const std::string &sentence)> lost;
+    // The server ended the call, or is gone.
+    std::function<void(const Loss &)> lost;
     std::function<void()> stopped;
   };
 

@@ -29,13 +29,17 @@ void expectDefaults(const EngineSettings &settings) {
   EXPECT_EQ(settings.ike.socket, defaults.ike.socket);
   EXPECT_EQ(settings.l2tp.sourcePort, defaults.l2tp.sourcePort);
   EXPECT_EQ(settings.l2tp.deadline, defaults.l2tp.deadline);
+  EXPECT_EQ(settings.l2tp.deadPeerDelay, defaults.l2tp.deadPeerDelay);
   EXPECT_EQ(settings.pptp.mppe, defaults.pptp.mppe);
   EXPECT_EQ(settings.pptp.deadline, defaults.pptp.deadline);
+  EXPECT_EQ(settings.pptp.deadPeerDelay, defaults.pptp.deadPeerDelay);
   EXPECT_EQ(settings.ppp.mtu, defaults.ppp.mtu);
   EXPECT_EQ(settings.ppp.mru, defaults.ppp.mru);
   EXPECT_EQ(settings.ppp.authProtocols, defaults.ppp.authProtocols);
   EXPECT_EQ(settings.ppp.dns, defaults.ppp.dns);
   EXPECT_EQ(settings.ppp.defaultRoute, defaults.ppp.defaultRoute);
+  EXPECT_EQ(settings.ppp.echoInterval, defaults.ppp.echoInterval);
+  EXPECT_EQ(settings.ppp.echoFailures, defaults.ppp.echoFailures);
   EXPECT_EQ(settings.ppp.deadline, defaults.ppp.deadline);
 }
 
@@ -51,13 +55,14 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
       dead_peer_delay = 0;
       socket = "/run/other.vici";
     };
-    l2tp : { source_port = "any"; deadline = 8; };
-    pptp = { mppe = "require-128"; deadline = 9; };
+    l2tp : { source_port = "any"; deadline = 8; dead_peer_delay = 11; };
+    pptp = { mppe = "require-128"; deadline = 9; dead_peer_delay = 12; };
     ppp = {
       mtu = 1400; mru = 0x578;
       authentication = [ "MSCHAP2", "EAP" ];
       dns = false;
       default_route = false;
+      echo_interval = 13; echo_failures = 14;
       deadline = 10;
     };
   )");
@@ -72,13 +77,17 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
   EXPECT_EQ(settings.ike.socket, "/run/other.vici");
   EXPECT_EQ(settings.l2tp.sourcePort, EngineSettings::SourcePort::any);
   EXPECT_EQ(settings.l2tp.deadline, 8s);
+  EXPECT_EQ(settings.l2tp.deadPeerDelay, 11s);
   EXPECT_EQ(settings.pptp.mppe, EngineSettings::MPPE::require128);
   EXPECT_EQ(settings.pptp.deadline, 9s);
+  EXPECT_EQ(settings.pptp.deadPeerDelay, 12s);
   EXPECT_EQ(settings.ppp.mtu, 1400);
   EXPECT_EQ(settings.ppp.mru, 1400);
   EXPECT_EQ(settings.ppp.authProtocols, (Complaints{"MSCHAP2", "EAP"}));
   EXPECT_EQ(settings.ppp.dns, false);
   EXPECT_EQ(settings.ppp.defaultRoute, false);
+  EXPECT_EQ(settings.ppp.echoInterval, 13);
+  EXPECT_EQ(settings.ppp.echoFailures, 14);
   EXPECT_EQ(settings.ppp.deadline, 10s);
 }
 

@@ -41,9 +41,9 @@ class L2TPControlConnectionTest : public LoopFixture {
                                                            if (stopAtOnce_) control_->stop();
                                                          },
                                                      .lost =
-                                                         [this](const std::string &sentence) {
+                                                         [this](const TunnelLoss &loss) {
                                                            EXPECT_FALSE(lost_);
-                                                           lost_ = sentence;
+                                                           lost_ = loss;
                                                            if (stopAtOnce_) control_->stop();
                                                          },
                                                      .stopped = [this] { ++stopped_; }});
@@ -61,9 +61,10 @@ class L2TPControlConnectionTest : public LoopFixture {
     EXPECT_FALSE(established_);
     EXPECT_FALSE(lost_);
   }
-  void expectLost(const std::string &part) {
+  void expectLost(const std::string &part, bool endedByServer = false) {
     ASSERT_TRUE(runUntil([this] { return lost_.has_value(); }));
-    EXPECT_NE(lost_->find(part), std::string::npos) << *lost_;
+    EXPECT_NE(lost_->sentence.find(part), std::string::npos) << lost_->sentence;
+    EXPECT_EQ(lost_->endedByServer, endedByServer) << lost_->sentence;
     EXPECT_TRUE(established_);
     EXPECT_FALSE(failure_);
   }
@@ -83,7 +84,7 @@ class L2TPControlConnectionTest : public LoopFixture {
   bool established_ = false;
   std::optional<L2TPCall> call_;
   std::optional<TunnelFailure> failure_;
-  std::optional<std::string> lost_;
+  std::optional<TunnelLoss> lost_;
   int stopped_ = 0;
   L2TPServer server_;
   foundation::FileDescriptor socket_;
@@ -216,7 +217,7 @@ TEST_F(L2TPControlConnectionTest, SaysWhyInEveryCase) {
                                     {.answered = [](const L2TPCall &) { return foundation::Status(); },
                                      .established = [] {},
                                      .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
-                                     .lost = [](const std::string &) {},
+                                     .lost = [](const TunnelLoss &) {},
                                      .stopped = [] {}});
       control.start(socket_.get());
       ASSERT_TRUE(runUntil([this] { return failure_.has_value(); }));
@@ -339,7 +340,7 @@ TEST_F(L2TPControlConnectionTest, AcknowledgesHellos) {
     EXPECT_TRUE(server.awaitAcknowledgement());
   });
   connect();
-  expectLost("has ended the tunnel: it is shutting down");
+  expectLost("has ended the tunnel: it is shutting down", true);
 }
 
 TEST_F(L2TPControlConnectionTest, AsksWhenItIsQuietAndMissesTheAnswer) {
@@ -366,7 +367,7 @@ TEST_F(L2TPControlConnectionTest, IsLostWhenTheServerEndsTheCall) {
     server.acknowledge();
   });
   connect();
-  expectLost("has ended the call: the administrator's doing (result 3, error 0)");
+  expectLost("has ended the call: the administrator's doing (result 3, error 0)", true);
   expectStopped();
 }
 
@@ -381,7 +382,7 @@ TEST_F(L2TPControlConnectionTest, AcknowledgesTheEndAsOftenAsItIsTold) {
     acknowledgements += server.awaitAcknowledgement();
   });
   connect();
-  expectLost("has ended the tunnel");
+  expectLost("has ended the tunnel", true);
   runUntilScriptEnds();
   server_.join();
   EXPECT_EQ(acknowledgements, 2);
@@ -489,7 +490,7 @@ TEST_F(L2TPControlConnectionTest, SaysGoodbyeWhenItIsDestroyedAlsoOnAFinishedLoo
                      L2TPControlConnection::Handlers{.answered = [](const L2TPCall &) { return foundation::Status(); },
                                                      .established = [this] { established_ = true; },
                                                      .failed = [](const TunnelFailure &) {},
-                                                     .lost = [](const std::string &) {},
+                                                     .lost = [](const TunnelLoss &) {},
                                                      .stopped = [this] { ++stopped_; }});
     control_->start(socket_.get());
     ASSERT_TRUE(runUntil([this] { return established_; }));

@@ -61,7 +61,7 @@ class Driver {
                                        daemon_.giveChannel(std::move(channel));
                                      },
                                  .failed = [this](const helper::TunnelFailure &failure) { end(failure.sentence); },
-                                 .lost = [this](const std::string &sentence) { end(sentence); },
+                                 .lost = [this](const helper::TunnelLoss &loss) { end(loss.sentence); },
                                  .stopped =
                                      [this] {
                                        report("tunnel is down");

@@ -84,7 +84,7 @@ class L2TPTunnelTest : public LoopFixture {
                           std::make_unique<FakeDataPath>(path_)},
         Tunnel::Handlers{.up = [this](foundation::FileDescriptor channel) { up_ = static_cast<bool>(channel); },
                          .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
-                         .lost = [this](const std::string &sentence) { lost_ = sentence; },
+                         .lost = [this](const TunnelLoss &loss) { lost_ = loss; },
                          .stopped =
                              [this] {
                                ++stopped_;
@@ -121,7 +121,7 @@ class L2TPTunnelTest : public LoopFixture {
   FakeDataPath::Book path_;
   std::optional<bool> up_;
   std::optional<TunnelFailure> failure_;
-  std::optional<std::string> lost_;
+  std::optional<TunnelLoss> lost_;
   int stopped_ = 0;
   L2TPServer server_;
   std::optional<L2TPTunnel> tunnel_;
@@ -209,7 +209,8 @@ TEST_F(L2TPTunnelTest, IsLostWhenTheServerEndsIt) {
   });
   comeUp();
   ASSERT_TRUE(runUntil([this] { return lost_.has_value(); }));
-  EXPECT_NE(lost_->find("has ended the tunnel"), std::string::npos);
+  EXPECT_NE(lost_->sentence.find("has ended the tunnel"), std::string::npos);
+  EXPECT_TRUE(lost_->endedByServer);
   stop();
   EXPECT_EQ(association_.events, (Events{"start", "stop", "stopped"}));
 }
@@ -220,7 +221,9 @@ TEST_F(L2TPTunnelTest, SendsNothingAfterTheAssociationIsLost) {
   server_.join();
   server_.forget();
   association_.handlers.lost("IPSec is gone.");
-  EXPECT_EQ(lost_, "IPSec is gone.");
+  ASSERT_TRUE(lost_);
+  EXPECT_EQ(lost_->sentence, "IPSec is gone.");
+  EXPECT_FALSE(lost_->endedByServer) << "whatever ended it, it says nothing of the account";
   stop();
   tunnel_.reset();
   EXPECT_FALSE(server_.heardAnything());

@@ -62,6 +62,8 @@ TEST(LinkConfiguration, TheMachinesSettingsGoAboveTheServices) {
   EngineSettings settings;
   settings.ppp.mtu = 1400;
   settings.ppp.mru = 1410;
+  settings.ppp.echoInterval = 5;
+  settings.ppp.echoFailures = 3;
   settings.ppp.authProtocols = {"MSCHAP2", "EAP"};
   settings.ppp.dns = false;
   settings.ppp.defaultRoute = false;
@@ -69,6 +71,8 @@ TEST(LinkConfiguration, TheMachinesSettingsGoAboveTheServices) {
   EXPECT_EQ(configuration.ppp, Value(Value::Dictionary{{"AuthName", "alice"},
                                                        {"AuthProtocol", Value::Array{"MSCHAP2", "EAP"}},
                                                        {"IPCPUsePeerDNS", 0},
+                                                       {"LCPEchoFailure", 3},
+                                                       {"LCPEchoInterval", 5},
                                                        {"LCPMRU", 1410},
                                                        {"LCPMTU", 1400}}));
   EXPECT_EQ(configuration.ipv4, Value(Value::Dictionary{{"OverridePrimary", 0}}));

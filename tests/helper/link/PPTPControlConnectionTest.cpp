@@ -115,7 +115,7 @@ class PPTPControlConnectionTest : public LoopFixture {
                                         },
                                         .established = [this](std::uint16_t call) { established_ = call; },
                                         .failed = [this](const Tunnel::Failure &failure) { failure_ = failure; },
-                                        .lost = [this](const std::string &sentence) { lost_ = sentence; },
+                                        .lost = [this](const Tunnel::Loss &loss) { lost_ = loss; },
                                         .stopped = [this] { ++stopped_; }});
     control_->start();
     return *control_;
@@ -127,9 +127,10 @@ class PPTPControlConnectionTest : public LoopFixture {
     EXPECT_FALSE(established_);
     EXPECT_FALSE(lost_);
   }
-  void expectLost(const std::string &part) {
+  void expectLost(const std::string &part, bool endedByServer = false) {
     ASSERT_TRUE(runUntil([this] { return lost_.has_value(); }));
-    EXPECT_NE(lost_->find(part), std::string::npos) << *lost_;
+    EXPECT_NE(lost_->sentence.find(part), std::string::npos) << lost_->sentence;
+    EXPECT_EQ(lost_->endedByServer, endedByServer) << lost_->sentence;
     EXPECT_TRUE(established_);
     EXPECT_FALSE(failure_);
   }
@@ -138,7 +139,7 @@ class PPTPControlConnectionTest : public LoopFixture {
   bool noSocket_ = false;
   std::optional<std::uint16_t> established_;
   std::optional<Tunnel::Failure> failure_;
-  std::optional<std::string> lost_;
+  std::optional<Tunnel::Loss> lost_;
   int stopped_ = 0;
   Server server_;
   std::optional<PPTPControlConnection> control_;
@@ -204,7 +205,7 @@ TEST_F(PPTPControlConnectionTest, SaysWhenTheCallIsNotAnswered) {
 }
 
 TEST_F(PPTPControlConnectionTest, DoesNotGiveEachStageTheTimeOfAll) {
-  deadlines_ = PPTPControlConnection::Deadlines::within(milliseconds(200));
+  deadlines_ = PPTPControlConnection::Deadlines::within(milliseconds(200), milliseconds(60000));
   EXPECT_EQ(deadlines_.connect, milliseconds(120));
   EXPECT_EQ(deadlines_.reply, milliseconds(80));
   deadlines_.reply = std::chrono::seconds(100);
@@ -284,7 +285,7 @@ TEST_F(PPTPControlConnectionTest, AnswersEchoes) {
     answer = server.expect<pptp::EchoReply>().identifier;
   });
   connect();
-  expectLost("closed the control connection");  // the script is at its end
+  expectLost("closed the control connection", true);  // the script is at its end
   server_.join();
   EXPECT_EQ(answer, 99U);
 }
@@ -309,7 +310,7 @@ TEST_F(PPTPControlConnectionTest, IsLostWhenTheServerEndsTheCall) {
     server.untilClosed();
   });
   connect();
-  expectLost("has ended the call (result 3, error 0)");
+  expectLost("has ended the call (result 3, error 0)", true);
 }
 
 TEST_F(PPTPControlConnectionTest, IsLostWhenTheServerStops) {
@@ -320,13 +321,13 @@ TEST_F(PPTPControlConnectionTest, IsLostWhenTheServerStops) {
     server.untilClosed();
   });
   connect();
-  expectLost("has ended the control connection");
+  expectLost("has ended the control connection", true);
 }
 
 TEST_F(PPTPControlConnectionTest, IsLostWhenTheServerDies) {
   server_.play([](Server &server) { server.answerCall(); });
   connect();
-  expectLost("closed the control connection");
+  expectLost("closed the control connection", true);
 }
 
 TEST_F(PPTPControlConnectionTest, IsLostWhenTheServerDoesNotRead) {
