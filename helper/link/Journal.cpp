@@ -24,22 +24,23 @@ constexpr char kFileName[] = "/journal.plist";
 constexpr char kFolderPrefix[] = "link.";
 constexpr char kBrokenPrefix[] = "broken.";
 
-foundation::Result<FileDescriptor> openLocked(const std::string &folder, int operation) {
+// One link's folder: its helper holds it locked for life, so nobody waits for it.
+foundation::Result<FileDescriptor> openLocked(const std::string &folder) {
   FileDescriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!lock || ::flock(lock.get(), operation) < 0) return errnoError(errno, "lock " + folder);
+  if (!lock || ::flock(lock.get(), LOCK_EX | LOCK_NB) < 0) return errnoError(errno, "lock " + folder);
   return lock;
 }
 
 // Held while a folder is made or looked for, so that nobody takes a new folder, not locked yet, for an abandoned one.
-foundation::Result<FileDescriptor> lockBase(const std::string &base) {
+foundation::Result<FolderLock> lockBase(const std::string &base, std::chrono::milliseconds patience) {
   if (::mkdir(base.c_str(), 0700) < 0 && errno != EEXIST) return errnoError(errno, "make the folder " + base);
-  auto lock = openLocked(base, LOCK_EX);
+  auto lock = FolderLock::take(base, patience);
   if (!lock) return lock;
   struct stat attributes {};
-  if (::fstat(lock->get(), &attributes) < 0) return errnoError(errno, "look at " + base);
+  if (::fstat(lock->folder(), &attributes) < 0) return errnoError(errno, "look at " + base);
   // Whoever made it: what lies in it is believed later, so nobody else may put anything there.
   if (attributes.st_uid != ::geteuid()) return errnoError(EPERM, "trust the folder " + base);
-  if (::fchmod(lock->get(), 0700) < 0) return errnoError(errno, "protect the folder " + base);
+  if (::fchmod(lock->folder(), 0700) < 0) return errnoError(errno, "protect the folder " + base);
   return lock;
 }
 
@@ -63,6 +64,12 @@ std::uint32_t nextNumber(const std::string &base) {
   return highest + 1;
 }
 
+// Says nothing about what is in the journal.
+bool isShortage(const foundation::Error &error) {
+  return error.domain == foundation::kPOSIXErrorDomain &&
+         (error.code == EMFILE || error.code == ENFILE || error.code == ENOMEM || error.code == EINTR);
+}
+
 // What was read as ERROR stays, but is not looked at again.
 foundation::Error putAside(const std::string &folder, foundation::Error error) {
   const std::filesystem::path path(folder);
@@ -73,57 +80,65 @@ foundation::Error putAside(const std::string &folder, foundation::Error error) {
 
 }  // namespace
 
-foundation::Result<Journal> Journal::create(const std::string &base) {
-  std::string folder;
-  // Held until the new folder is locked. Whoever finished the last journal may have removed the base in between.
-  foundation::Result<FileDescriptor> baseLock = errnoError(EAGAIN, "make a folder in " + base);
-  for (int attempt = 0; attempt < 10; ++attempt) {
-    baseLock = lockBase(base);
+foundation::Result<Journal> Journal::create(const std::string &base, std::chrono::milliseconds lockPatience) {
+  for (int attempt = 0;; ++attempt) {
+    // Held until the new folder is locked.
+    const auto baseLock = lockBase(base, lockPatience);
     if (!baseLock) return baseLock.error();
-    folder = base + "/" + kFolderPrefix + std::to_string(nextNumber(base));
-    if (::mkdir(folder.c_str(), 0700) == 0) break;
+    std::string folder = base + "/" + kFolderPrefix + std::to_string(nextNumber(base));
+    if (::mkdir(folder.c_str(), 0700) == 0) {
+      auto lock = openLocked(folder);
+      if (lock) return Journal(std::move(folder), std::move(*lock), lockPatience);
+      ::rmdir(folder.c_str());
+      return lock.error();
+    }
+    // Whoever finished the last journal may have removed the base in between.
     if (errno != ENOENT || attempt == 9) return errnoError(errno, "make a folder in " + base);
   }
-  auto lock = openLocked(folder, LOCK_EX | LOCK_NB);
-  if (!lock) return lock.error();
-  return Journal(std::move(folder), std::move(*lock));
 }
 
-std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<foundation::Error> &errors) {
+std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<foundation::Error> &errors,
+                                        std::chrono::milliseconds lockPatience) {
   std::vector<Journal> found;
-  std::error_code ignored;
-  if (!std::filesystem::is_directory(base, ignored)) return found;
-  const auto baseLock = lockBase(base);
+  std::error_code error;
+  if (!std::filesystem::is_directory(base, error)) return found;
+  const auto baseLock = lockBase(base, lockPatience);
   if (!baseLock) {
     errors.push_back(baseLock.error());
     return found;
   }
-  for (const auto &entry : std::filesystem::directory_iterator(base, ignored)) {
-    if (!entry.path().filename().string().starts_with(kFolderPrefix)) continue;
-    auto lock = openLocked(entry.path(), LOCK_EX | LOCK_NB);
-    if (!lock) continue;  // its helper lives
-    Journal journal(entry.path(), std::move(*lock));
-    if (const Status status = journal.read(); !status) {
-      errors.push_back(putAside(journal.folder(), status.error()));
-      continue;
+  std::filesystem::directory_iterator entries(base, error);
+  for (; !error && entries != std::filesystem::directory_iterator(); entries.increment(error)) {
+    const std::string folder = entries->path();
+    if (!entries->path().filename().string().starts_with(kFolderPrefix)) continue;
+    auto lock = openLocked(folder);
+    if (!lock) {
+      if (isShortage(lock.error())) errors.push_back(lock.error());
+      continue;  // its helper lives
     }
-    found.push_back(std::move(journal));
+    Journal journal(folder, std::move(*lock), lockPatience);
+    if (const Status status = journal.read(); status) {
+      found.push_back(std::move(journal));
+    } else {
+      errors.push_back(isShortage(status.error()) ? status.error() : putAside(folder, status.error()));
+    }
   }
+  if (error) errors.push_back(errnoError(error.value(), "look into " + base));
   return found;
 }
 
 std::uint32_t Journal::number() const { return numberOf(folder_); }
 
-foundation::Result<FileDescriptor> Journal::lockOthersOut() const { return lockBase(baseOf(folder_)); }
+foundation::Result<FolderLock> Journal::lockOthersOut() const { return lockBase(baseOf(folder_), lockPatience_); }
 
 std::vector<Journal::Other> Journal::others() const {
   std::vector<Other> found;
   std::error_code ignored;
   for (const auto &entry : std::filesystem::directory_iterator(baseOf(folder_), ignored)) {
     if (entry.path() == folder_ || !entry.path().filename().string().starts_with(kFolderPrefix)) continue;
-    auto lock = openLocked(entry.path(), LOCK_EX | LOCK_NB);
+    auto lock = openLocked(entry.path());
     const bool alive = !lock;
-    Journal journal(entry.path(), lock ? std::move(*lock) : FileDescriptor());
+    Journal journal(entry.path(), lock ? std::move(*lock) : FileDescriptor(), lockPatience_);
     if (journal.read()) found.push_back({journal.number(), alive, std::move(journal.entries_)});
   }
   return found;
@@ -160,7 +175,7 @@ void Journal::finish() {
   lock_.reset();
   // The last one out takes the base along; while another link lives, it is not empty.
   const std::string base = baseOf(folder_);
-  const auto baseLock = openLocked(base, LOCK_EX);
+  const auto baseLock = FolderLock::take(base, lockPatience_);
   if (baseLock) ::rmdir(base.c_str());
 }
 

@@ -3,12 +3,14 @@
 // the next.
 //
 // Usual sequence: create(); note(entry) before each change; undo in reverse order, forget(index) after each; finish().
-// Or: abandoned() gives the journals of the dead. Thread rule: one thread. Blocks only for the file system (memory).
+// Or: abandoned() gives the journals of the dead. Thread rule: one thread. Blocks only for the file system (memory),
+// and a moment for others who do the same.
 
 #pragma once
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +20,7 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
 #include "foundation/Value.h"
+#include "helper/FolderLock.h"
 #include "helper/ProcessStart.h"
 #include "helper/ike/IPSecJournal.h"
 #include "helper/link/RouteTable.h"
@@ -70,11 +73,19 @@ class Journal : public IPSecJournal {
     std::vector<JournalEntry> entries;
   };
 
-  // A new folder (0700) below BASE, locked.
-  static foundation::Result<Journal> create(const std::string &base = kBase);
-  // The journals below BASE whose helpers are dead, each locked now. One that cannot be read, of a newer version
-  // perhaps, is put aside as BASE/broken.XXXXXX for people to look at, and ERRORS says so.
-  static std::vector<Journal> abandoned(const std::string &base, std::vector<foundation::Error> &errors);
+  // Others hold the lock of all journals for one change of a file; who still has it by then has been stopped, or his
+  // disk has.
+  static constexpr std::chrono::milliseconds kLockPatience{2000};
+
+  // A new folder (0700) below BASE, locked. EWOULDBLOCK, as from all that need the lock of all journals, when another
+  // does not let that go.
+  static foundation::Result<Journal> create(const std::string &base = kBase,
+                                            std::chrono::milliseconds lockPatience = kLockPatience);
+  // The journals below BASE whose helpers are dead, each locked now. One that makes no sense, of a newer version
+  // perhaps, is put aside as BASE/broken.XXXXXX for people to look at; one that we have no means to read now is left to
+  // the next helper. ERRORS tells of both.
+  static std::vector<Journal> abandoned(const std::string &base, std::vector<foundation::Error> &errors,
+                                        std::chrono::milliseconds lockPatience = kLockPatience);
 
   Journal(Journal &&) = default;
   Journal &operator=(Journal &&) = default;
@@ -82,9 +93,9 @@ class Journal : public IPSecJournal {
   const std::string &folder() const { return folder_; }
   // Of the links that are there at the same time, the newest has the highest.
   std::uint32_t number() const;
-  // Held while the caller looks at what others() have noted, and acts on it: meanwhile they wait. Blocks for as long as
-  // another does that.
-  foundation::Result<foundation::FileDescriptor> lockOthersOut() const;
+  // Held while the caller looks at what others() have noted, and acts on it: meanwhile they wait. Blocks while another
+  // does that, as long as there is patience.
+  foundation::Result<FolderLock> lockOthersOut() const;
   // Those that cannot be read are left out.
   std::vector<Other> others() const;
   const std::vector<JournalEntry> &entries() const { return entries_; }
@@ -102,13 +113,15 @@ class Journal : public IPSecJournal {
   void finish();
 
  private:
-  Journal(std::string folder, foundation::FileDescriptor lock) : folder_(std::move(folder)), lock_(std::move(lock)) {}
+  Journal(std::string folder, foundation::FileDescriptor lock, std::chrono::milliseconds lockPatience)
+      : folder_(std::move(folder)), lock_(std::move(lock)), lockPatience_(lockPatience) {}
   void forgetEntry(const JournalEntry &entry);
   foundation::Status write() const;
   foundation::Status read();
 
   std::string folder_;
   foundation::FileDescriptor lock_;
+  std::chrono::milliseconds lockPatience_;
   std::vector<JournalEntry> entries_;
 };
 

@@ -20,6 +20,7 @@ const LinkStatus &Link::status() const { return implementation_->status(); }
 bool Link::isDown() const { return implementation_->isDown(); }
 
 void Link::repair(PPPLog &log) {
+  const auto until = std::chrono::steady_clock::now() + kRepairDeadline;
   std::vector<foundation::Error> errors;
   std::vector<Journal> journals = Journal::abandoned(Journal::kBase, errors);
   for (const auto &error : errors)
@@ -27,7 +28,7 @@ void Link::repair(PPPLog &log) {
   if (journals.empty()) return;
   const auto routes = NetlinkRouteTable::open();
   if (!routes) return log.write("An earlier connection cannot be undone: " + routes.error().message + ".");
-  Undo undo(**routes, [&log](const std::string &sentence) { log.write(sentence); });
+  Undo undo(**routes, [&log](const std::string &sentence) { log.write(sentence); }, until);
   for (Journal &journal : journals) {
     log.write("An earlier connection ended without tidying up; doing it now.");
     undo.finish(journal);

@@ -10,6 +10,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -45,8 +46,10 @@ class Link {
   // True once disconnected has been told, when the machine is clean again.
   bool isDown() const;
 
-  // Undoes what links of helpers that have died left behind; never touches the folder of a living one. Blocks (deadline
-  // 10 s).
+  // The tool waits for its helper, which repairs first; what is left after this is left to the next one.
+  static constexpr std::chrono::milliseconds kRepairDeadline{10000};
+  // Undoes what links of helpers that have died left behind; never touches the folder of a living one. Blocks: nothing
+  // is begun after the deadline.
   static void repair(PPPLog &log);
 
  private:

@@ -5,6 +5,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 
 #include "helper/ChildProcess.h"
@@ -17,6 +18,7 @@ namespace helper {
 namespace {
 
 constexpr std::chrono::milliseconds kProcessGrace{2500};
+constexpr std::chrono::milliseconds kKillGrace{200};  // however late it is: the kernel ends it at once
 // resolvconf removes its record first and then runs its scripts: stopped in between, it would not do so any more.
 constexpr std::chrono::milliseconds kProgramDeadline{30000};
 
@@ -29,11 +31,24 @@ void signal(int process, int number) { syscall(SYS_pidfd_send_signal, process, n
 
 }  // namespace
 
-Undo::Undo(RouteTable &routes, std::function<void(const std::string &)> complain)
-    : routes_(routes), complain_(std::move(complain)) {}
+Undo::Undo(RouteTable &routes, std::function<void(const std::string &)> complain, Clock::time_point deadline)
+    : routes_(routes), complain_(std::move(complain)), deadline_(deadline) {}
+
+bool Undo::isLate() {
+  if (late_ || Clock::now() < deadline_) return late_;
+  complain_(
+      "Not everything that an earlier connection did to this machine could be taken back in time; the next one "
+      "goes on with it.");
+  return late_ = true;
+}
+
+std::chrono::milliseconds Undo::within(std::chrono::milliseconds patience) const {
+  const auto left = std::chrono::floor<std::chrono::milliseconds>(deadline_ - Clock::now());
+  return std::clamp(left, std::chrono::milliseconds(0), patience);
+}
 
 void Undo::finish(Journal &journal) {
-  for (std::size_t index = journal.entries().size(); index-- > 0;) {
+  for (std::size_t index = journal.entries().size(); index-- > 0 && !isLate();) {
     const bool undone = std::visit(
         [&](const auto &entry) {
           if constexpr (std::is_same_v<decltype(entry), const ReplacedFile &>) {
@@ -59,11 +74,17 @@ bool Undo::undo(const StartedProcess &entry) {
     return false;
   }
   // Compared after the descriptor is there: from here on the number cannot come to mean another process.
-  if (!process || startTimeOf(entry.pid) != entry.startTime) return true;
-  for (const int number : {SIGTERM, SIGKILL}) {
-    signal(process.get(), number);
-    if (ends(process.get(), kProcessGrace)) return true;
+  const auto startTime = process ? startTimeOf(entry.pid) : std::nullopt;
+  if (!process || (startTime && *startTime != entry.startTime) || ends(process.get(), {})) return true;
+  if (!startTime) {
+    complain_("Whether the process " + std::to_string(entry.pid) +
+              " is one of an earlier connection cannot be seen; end it if it is.");
+    return false;
   }
+  signal(process.get(), SIGTERM);
+  if (ends(process.get(), within(kProcessGrace))) return true;
+  signal(process.get(), SIGKILL);
+  if (ends(process.get(), std::max(within(kProcessGrace), kKillGrace))) return true;
   complain_("The process " + std::to_string(entry.pid) + " of an earlier connection cannot be ended.");
   return false;
 }
@@ -79,14 +100,17 @@ bool Undo::undo(const ResolvconfRecord &entry) {
   if (::access(entry.program.c_str(), X_OK) < 0) return true;
   auto program = ChildProcess::spawn({entry.program, "-d", entry.key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {});
   std::string how;
-  if (!program)
+  if (!program) {
     how = "cannot be started: " + program.error().message;
-  else if (!program->waitFor(kProgramDeadline))
+  } else if (!program->waitFor(within(kProgramDeadline))) {
     how = "does not end";
-  else if (const ChildProcess::End &end = program->end(); !end.exited)
+    // One that has not had its time may end well yet.
+    if (Clock::now() >= deadline_) program->leaveRunning();
+  } else if (const ChildProcess::End &end = program->end(); !end.exited) {
     how = "was ended by signal " + std::to_string(end.code);
-  else if (end.code != 0)
+  } else if (end.code != 0) {
     how = "ends with status " + std::to_string(end.code);
+  }
   if (how.empty()) return true;
   complain_("The name servers of the connection could not be taken back: " + entry.program + " -d " + entry.key + " " +
             how + ".");

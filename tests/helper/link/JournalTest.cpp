@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "helper/link/Journal.h"
+#include "tests/helper/support/FewDescriptors.h"
 
 using foundation::Value;
 using namespace helper;
@@ -203,6 +204,52 @@ TEST_F(JournalTest, ThatCannotBeReadIsReported) {
   EXPECT_EQ(std::filesystem::file_size(aside + "/journal.plist"), 100U);
   EXPECT_TRUE(abandoned().empty());
   EXPECT_EQ(errors_.size(), 1U);
+}
+
+// Another day, another helper: nothing is wrong with it.
+TEST_F(JournalTest, ThatNobodyHasDescriptorsToReadIsLeft) {
+  {
+    auto dead = Journal::create(base_);
+    ASSERT_TRUE(dead);
+    ASSERT_TRUE(dead->note(StartedProcess{4711, 1}));
+  }
+  unsigned left = 0;
+  for (bool found = false; !found; ++left) {
+    ASSERT_LT(left, 20U);
+    const FewDescriptors few(left);
+    errors_.clear();
+    found = !abandoned().empty();
+    EXPECT_EQ(errors_.empty(), found) << left;
+  }
+  EXPECT_GT(left, 3U);
+  EXPECT_EQ(abandoned().size(), 1U);
+}
+
+TEST_F(JournalTest, ThatNobodyHasDescriptorsToMakeLeavesNothing) {
+  auto other = Journal::create(base_);
+  ASSERT_TRUE(other);
+  for (unsigned left = 0;; ++left) {
+    ASSERT_LT(left, 20U);
+    const FewDescriptors few(left);
+    if (Journal::create(base_)) break;
+    EXPECT_FALSE(std::filesystem::exists(base_ + "/link.2")) << left;
+  }
+}
+
+TEST_F(JournalTest, DoesNotWaitForEverForOneWhoHoldsTheLock) {
+  auto holder = Journal::create(base_);
+  ASSERT_TRUE(holder);
+  auto other = Journal::create(base_, std::chrono::milliseconds(30));
+  ASSERT_TRUE(other);
+  const auto lock = holder->lockOthersOut();
+  ASSERT_TRUE(lock);
+  EXPECT_EQ(Journal::create(base_, std::chrono::milliseconds(30)).error().code, EWOULDBLOCK);
+  EXPECT_EQ(other->lockOthersOut().error().code, EWOULDBLOCK);
+  EXPECT_TRUE(Journal::abandoned(base_, errors_, std::chrono::milliseconds(30)).empty());
+  EXPECT_EQ(errors_.size(), 1U);
+  other->finish();
+  EXPECT_FALSE(std::filesystem::exists(other->folder()));
+  EXPECT_TRUE(std::filesystem::exists(holder->folder()));
 }
 
 TEST_F(JournalTest, LiesInAFolderThatIsOurs) {

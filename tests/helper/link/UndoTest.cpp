@@ -1,7 +1,9 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -9,6 +11,7 @@
 
 #include "helper/ChildProcess.h"
 #include "helper/link/Undo.h"
+#include "tests/helper/support/FewDescriptors.h"
 
 using namespace helper;
 
@@ -94,6 +97,73 @@ TEST_F(UndoTest, EndsAProcessThatIsStillThere) {
   EXPECT_TRUE(undo({StartedProcess{process->pid(), startTimeOf(process->pid()).value()}}).empty());
   EXPECT_TRUE(process->waitFor(std::chrono::milliseconds(0)));
   EXPECT_TRUE(complaints_.empty());
+}
+
+TEST_F(UndoTest, BeginsNothingAfterItsDeadline) {
+  const std::vector<JournalEntry> entries{AddedRoute{Route{{}, 1, {}, {}, "first"}},
+                                          AddedRoute{Route{{}, 1, {}, {}, "last"}}};
+  std::vector<Journal> journals;
+  for (const char *base : {"/one", "/two"}) {
+    journals.push_back(std::move(Journal::create(base_ + base).value()));
+    for (const JournalEntry &entry : entries) ASSERT_TRUE(journals.back().note(entry));
+  }
+  Undo undo(
+      table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }, Undo::Clock::now());
+  for (Journal &journal : journals) undo.finish(journal);
+  EXPECT_TRUE(table_.removed.empty());
+  EXPECT_EQ(complaints_.size(), 1U) << "said once";
+  journals.clear();
+  // The next one goes on with it.
+  std::vector<foundation::Error> errors;
+  for (const char *base : {"/one", "/two"}) {
+    auto left = Journal::abandoned(base_ + base, errors);
+    ASSERT_EQ(left.size(), 1U);
+    EXPECT_EQ(left[0].entries(), entries);
+  }
+}
+
+TEST_F(UndoTest, LeavesAProgramThatTakesLongerThanItsDeadline) {
+  const std::string program = base_ + "/resolvconf";
+  std::ofstream(program) << "#!/bin/sh\necho $$ >" << base_ << "/pid\nexec sleep 1000\n";
+  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  auto journal = Journal::create(base_ + "/vpnctl");
+  ASSERT_TRUE(journal);
+  const ResolvconfRecord record{program, "ppp0"};
+  ASSERT_TRUE(journal->note(record));
+  const auto begin = Undo::Clock::now();
+  Undo(
+      table_, [this](const std::string &sentence) { complaints_.push_back(sentence); },
+      begin + std::chrono::milliseconds(300))
+      .finish(*journal);
+  EXPECT_LT(Undo::Clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{record});
+  ASSERT_EQ(complaints_.size(), 1U);
+  EXPECT_NE(complaints_[0].find("does not end"), std::string::npos);
+  pid_t left = -1;
+  ASSERT_TRUE(std::ifstream(base_ + "/pid") >> left);
+  EXPECT_EQ(::kill(left, SIGKILL), 0) << "it still runs";
+  EXPECT_EQ(::waitpid(left, nullptr, 0), left);
+}
+
+// Without descriptors nobody can see whose process it is.
+TEST_F(UndoTest, KeepsAProcessThatCannotBeLookedAt) {
+  auto process = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(process);
+  const StartedProcess entry{process->pid(), startTimeOf(process->pid()).value()};
+  auto journal = Journal::create(base_ + "/vpnctl");
+  ASSERT_TRUE(journal);
+  ASSERT_TRUE(journal->note(entry));
+  Undo undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); });
+  for (unsigned left = 0; left < 2; ++left) {
+    const FewDescriptors few(left);
+    undo.finish(*journal);
+  }
+  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
+  EXPECT_EQ(complaints_.size(), 2U);
+  EXPECT_FALSE(process->waitFor(std::chrono::milliseconds(0)));
+  undo.finish(*journal);
+  EXPECT_TRUE(journal->entries().empty());
+  EXPECT_TRUE(process->waitFor(std::chrono::milliseconds(0)));
 }
 
 TEST_F(UndoTest, LeavesAnotherProcessOfTheSameNumberAlone) {
