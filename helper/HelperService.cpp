@@ -135,6 +135,7 @@ Status HelperService::serve(FileDescriptor socket) {
     result = sd_bus_set_fd(bus_, descriptor, descriptor);
   }
   if (result >= 0) result = sd_bus_set_server(bus_, 1, identifier);
+  if (result >= 0) result = sd_bus_negotiate_fds(bus_, 0);  // nothing here takes any
   if (result >= 0)
     result = sd_bus_add_object_vtable(bus_, nullptr, wire::kObjectPath, wire::kInterface, kMethods, this);
   if (result >= 0) {
