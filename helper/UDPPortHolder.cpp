@@ -1,13 +1,19 @@
 #include "helper/UDPPortHolder.h"
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
 #include <system_error>
+
+#include "foundation/FileDescriptor.h"
 
 namespace helper {
 
@@ -61,6 +67,14 @@ std::optional<std::string> udpPortHolder(std::uint16_t port, const std::string &
     return (name.empty() ? "a process" : name) + " (process " + pid + ")";
   }
   return std::nullopt;
+}
+
+bool isUDPPortFree(std::uint16_t port) {
+  const foundation::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  return ::bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno != EADDRINUSE;
 }
 
 }  // namespace helper

@@ -13,4 +13,7 @@ namespace helper {
 // as long as a walk over PROC takes.
 std::optional<std::string> udpPortHolder(std::uint16_t port, const std::string &proc = "/proc");
 
+// Whether a socket could be bound to PORT on all addresses; true also when that cannot be tried.
+bool isUDPPortFree(std::uint16_t port);
+
 }  // namespace helper
