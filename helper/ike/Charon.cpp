@@ -17,36 +17,6 @@ using vici::Section;
 
 namespace {
 
-struct Algorithm {
-  const char *written;   // in proposals
-  const char *category;  // of get-algorithms
-  const char *name;      // there
-};
-
-constexpr std::array kAlgorithms{
-    Algorithm{"aes128", "encryption", "AES_CBC"},
-    Algorithm{"aes192", "encryption", "AES_CBC"},
-    Algorithm{"aes256", "encryption", "AES_CBC"},
-    Algorithm{"3des", "encryption", "3DES_CBC"},
-    Algorithm{"camellia128", "encryption", "CAMELLIA_CBC"},
-    Algorithm{"camellia256", "encryption", "CAMELLIA_CBC"},
-    Algorithm{"md5", "integrity", "HMAC_MD5_96"},
-    Algorithm{"sha1", "integrity", "HMAC_SHA1_96"},
-    Algorithm{"sha256", "integrity", "HMAC_SHA2_256_128"},
-    Algorithm{"sha384", "integrity", "HMAC_SHA2_384_192"},
-    Algorithm{"sha512", "integrity", "HMAC_SHA2_512_256"},
-    Algorithm{"modp768", "dh", "MODP_768"},
-    Algorithm{"modp1024", "dh", "MODP_1024"},
-    Algorithm{"modp1536", "dh", "MODP_1536"},
-    Algorithm{"modp2048", "dh", "MODP_2048"},
-    Algorithm{"modp3072", "dh", "MODP_3072"},
-    Algorithm{"modp4096", "dh", "MODP_4096"},
-    Algorithm{"ecp256", "dh", "ECP_256"},
-    Algorithm{"ecp384", "dh", "ECP_384"},
-    Algorithm{"ecp521", "dh", "ECP_521"},
-    Algorithm{"curve25519", "dh", "CURVE_25519"},
-};
-
 std::string textOf(in_addr address) {
   std::array<char, INET_ADDRSTRLEN> text{};
   inet_ntop(AF_INET, &address, text.data(), text.size());
@@ -133,25 +103,14 @@ void Charon::ask() {
   for (const char *event : {"list-sa", "ike-updown", "child-updown"})
     watch_->listen(event, deadlines_.request, [](const Outcome &) {});
   load_->request("get-algorithms", {}, deadlines_.request, [this](const Outcome &outcome) {
-    if (outcome) {
-      algorithms_.emplace();
-      for (const vici::Element &category : outcome->elements())
-        if (const auto *names = std::get_if<Section>(&category.value))
-          for (const vici::Element &name : names->elements()) algorithms_->insert(category.name + " " + name.name);
-    }
+    if (outcome) algorithms_ = CharonAlgorithms(*outcome);
     if (state_ != State::opening) return;
     state_ = State::ready;
     handlers_.ready();
   });
 }
 
-bool Charon::knows(const std::string &algorithm) const {
-  const auto *known = std::find_if(kAlgorithms.begin(), kAlgorithms.end(),
-                                   [&](const Algorithm &row) { return algorithm == row.written; });
-  // One that we know nothing of is the daemon's to judge.
-  if (!algorithms_ || known == kAlgorithms.end()) return true;
-  return algorithms_->contains(std::string(known->category) + " " + known->name);
-}
+bool Charon::knows(const std::string &algorithm) const { return algorithms_.has(algorithm); }
 
 foundation::Result<Peer> Charon::peer() const { return Peer::ofSocket(load_ ? load_->socket() : -1); }
 

@@ -6,9 +6,9 @@
 #pragma once
 
 #include <optional>
-#include <set>
 #include <string>
 
+#include "helper/ike/CharonAlgorithms.h"
 #include "helper/ike/CharonProcess.h"
 #include "helper/ike/IKEDaemon.h"
 #include "helper/ike/ViciConnection.h"
@@ -89,7 +89,7 @@ class Charon : public IKEDaemon {
   CharonProcess process_;
   std::string controlSocket_;
   std::string description_ = "charon";
-  std::optional<std::set<std::string>> algorithms_;  // none: it did not say
+  CharonAlgorithms algorithms_;
   IKEPlan plan_;
   std::optional<foundation::Secret> secret_;  // until it is on its way
   bool loaded_ = false;                       // the daemon holds something of ours
