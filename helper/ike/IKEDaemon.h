@@ -79,7 +79,7 @@ class IKEDaemon {
   virtual void negotiate(const IKEPlan &plan, const foundation::Secret &secret) = 0;
   virtual void close() = 0;
   // Without the loop, which may have finished, without waiting for the server and without telling anybody. Says what
-  // `closed` does. Blocks, for two seconds at most.
+  // `closed` does. Blocks until the daemon has answered, for a few seconds at most.
   virtual foundation::Status closeNow() = 0;
 };
 

@@ -2,7 +2,8 @@
 //
 // Usual sequence: start(socket), then exactly one of up or failed; after up perhaps lost, once. stop() at any time,
 // also twice or before start(), ends with stopped, once. No handler is called from within start() or stop(), nor after
-// destruction. Destroying one that is up ends it without waiting for the server's answers, within a second.
+// destruction. Destroying one that is up ends it without waiting for the server's answers: within a second, or a few
+// if the IKE daemon does not answer either.
 //
 // Thread rule: the thread of the event loop. Nothing but the destructor blocks.
 
