@@ -18,6 +18,8 @@ void protectProcessMemory() {
   // first touched, so that what is never used takes no memory.
   if (geteuid() == 0 && prctl(PR_CAPBSET_READ, CAP_IPC_LOCK, 0, 0, 0) == 1)
     mlockall(MCL_CURRENT | MCL_FUTURE | MCL_ONFAULT);
+  // One touched byte of a thread's stack or heap could cost, and lock, 2 MiB.
+  prctl(PR_SET_THP_DISABLE, 1, 0, 0, 0);
 }
 
 }  // namespace foundation

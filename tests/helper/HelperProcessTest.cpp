@@ -125,6 +125,11 @@ TEST_F(HelperProcessTest, NothingOfItGoesToSwap) {
   EXPECT_GT(std::stoul(statusLine("VmLck")), 0U);
 }
 
+TEST_F(HelperProcessTest, TakesNoHugePages) {
+  startWithSocket();
+  EXPECT_EQ(std::stoul(statusLine("THP_enabled")), 0U);
+}
+
 // In a child of ours, which answers for itself.
 TEST(PreparedHelper, IsNotDumpable) {
   int pair[2] = {-1, -1};
