@@ -15,9 +15,9 @@
 #include "helper/ProcessStart.h"
 #include "helper/ike/CharonProcess.h"
 #include "helper/ike/RoutingRule.h"
-#include "tests/helper/ike/FewDescriptors.h"
 #include "tests/helper/ike/RecordingJournal.h"
 #include "tests/helper/ike/ViciServer.h"
+#include "tests/helper/support/FewDescriptors.h"
 #include "tests/helper/support/LoopFixture.h"
 #include "tests/helper/support/TemporaryFolder.h"
 
@@ -119,10 +119,10 @@ TEST_F(CharonProcessTest, UsesTheSystemsOwnAlsoWhenTheFileNamesAnother) {
 TEST_F(CharonProcessTest, WhatCannotBeSeenIsNeitherOursNorTheSystems) {
   getReady(one_);
   // One is for the control socket, the next for the file of its users, the third for the process.
-  for (const int more : {1, 2, 3}) {
+  for (const unsigned more : {1U, 2U, 3U}) {
     User user;
     start(user);
-    const helper::testing::FewDescriptors few(more);
+    const FewDescriptors few(more);
     ASSERT_TRUE(runUntil([&] { return user.socket || user.failure; })) << more;
     ASSERT_TRUE(user.failure) << more;
     EXPECT_NE(user.failure->find("The IKE daemon cannot be used: "), std::string::npos) << *user.failure;
@@ -350,8 +350,8 @@ TEST_F(CharonProcessTest, AJournalsDaemonThatCannotBeSeenMayStillRun) {
   std::filesystem::rename(folder_.path("use"), folder_.path("held"));
   helper::testing::writeFile(folder_.path("use"), *helper::testing::contentsOf(folder_.path("held")));
   // Not even the file of its users; that, but not the process; both, but not when it started.
-  for (const int more : {0, 1, 2}) {
-    const helper::testing::FewDescriptors few(more);
+  for (const unsigned more : {0U, 1U, 2U}) {
+    const FewDescriptors few(more);
     EXPECT_FALSE(CharonProcess::endDaemon(daemon, seconds(5), places_)) << more;
   }
   EXPECT_TRUE(lives(daemon));
@@ -363,7 +363,7 @@ TEST_F(CharonProcessTest, EndsItsDaemonAlsoWithoutAFreeDescriptor) {
   getReady(one_);
   const StartedDaemon daemon = one_.journal.daemons.at(0);
   {
-    const helper::testing::FewDescriptors none;
+    const FewDescriptors none(0);
     stop(one_);
   }
   EXPECT_FALSE(lives(daemon));
@@ -449,7 +449,7 @@ TEST_F(CharonProcessRuleTest, CountsAsThereWhenItCannotBeSeen) {
   inNetwork([] {
     EXPECT_TRUE(rule("del"));
     EXPECT_FALSE(hasCharonsRule());
-    const helper::testing::FewDescriptors none;
+    const FewDescriptors none(0);
     EXPECT_TRUE(hasCharonsRule());
   });
 }

@@ -14,9 +14,9 @@
 
 #include "helper/ike/Charon.h"
 #include "tests/helper/ike/CrowdedListener.h"
-#include "tests/helper/ike/FewDescriptors.h"
 #include "tests/helper/ike/RecordingJournal.h"
 #include "tests/helper/ike/ViciServer.h"
+#include "tests/helper/support/FewDescriptors.h"
 #include "tests/helper/support/LoopFixture.h"
 #include "tests/helper/support/TemporaryFolder.h"
 
@@ -437,7 +437,7 @@ TEST_F(CharonTest, OneCommandThatTakesItsTimeLeavesTheOthersTheirs) {
 }
 
 TEST_F(CharonTest, ADaemonThatCannotBeReachedMayStillHoldIt) {
-  const helper::testing::FewDescriptors none;
+  const FewDescriptors none(0);
   const auto taken = Charon::takeBack(folder_.path("vici"), "vpnctl-9", seconds(5));
   ASSERT_FALSE(taken);
   EXPECT_EQ(taken.error().code, EMFILE);

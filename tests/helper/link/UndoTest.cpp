@@ -179,6 +179,20 @@ TEST_F(UndoTest, ADaemonThatIsGoneHasNothingToGiveBack) {
   EXPECT_TRUE(complaints_.empty());
 }
 
+TEST_F(UndoTest, KeepsWhatADaemonMayStillHold) {
+  const LoadedConnection entry{base_ + "/charon.vici", "vpnctl-1", 4711};
+  auto journal = Journal::create(base_ + "/vpnctl");
+  ASSERT_TRUE(journal);
+  ASSERT_TRUE(journal->note(entry));
+  {
+    const FewDescriptors none(0);
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+  }
+  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
+  ASSERT_EQ(complaints_.size(), 1U);
+  EXPECT_NE(complaints_[0].find("could not be taken back: connect to " + entry.controlSocket), std::string::npos);
+}
+
 TEST_F(UndoTest, LeavesADaemonThatSomebodyStillUses) {
   const std::string useFile = base_ + "/use";
   const foundation::FileDescriptor user(::open(useFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
@@ -188,6 +202,25 @@ TEST_F(UndoTest, LeavesADaemonThatSomebodyStillUses) {
   EXPECT_TRUE(undo({StartedDaemon{program->pid(), startTimeOf(program->pid()).value_or(0), useFile, true}}).empty());
   EXPECT_FALSE(program->waitFor(std::chrono::milliseconds(0)));
   EXPECT_TRUE(std::filesystem::exists(useFile));
+}
+
+TEST_F(UndoTest, KeepsADaemonThatCannotBeSeen) {
+  const std::string useFile = base_ + "/use";
+  auto program = ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(program);
+  const StartedDaemon daemon{program->pid(), startTimeOf(program->pid()).value_or(0), useFile, true};
+  std::ofstream(useFile) << daemon.pid << " " << daemon.startTime << " 1\n";
+  auto journal = Journal::create(base_ + "/vpnctl");
+  ASSERT_TRUE(journal);
+  ASSERT_TRUE(journal->note(daemon));
+  {
+    const FewDescriptors one(1);
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+  }
+  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{daemon});
+  ASSERT_EQ(complaints_.size(), 1U);
+  EXPECT_NE(complaints_[0].find("could not be ended: look at process"), std::string::npos);
+  EXPECT_FALSE(program->waitFor(std::chrono::milliseconds(0)));
 }
 
 TEST_F(UndoTest, EndsADaemonThatNobodyUses) {

@@ -6,15 +6,18 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <vector>
+
 #include "foundation/FileDescriptor.h"
 
 class FewDescriptors {
  public:
-  // Takes for granted that the free numbers begin where the next one is.
   explicit FewDescriptors(unsigned count) {
     EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0);
-    const foundation::FileDescriptor next(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    const rlimit few = {static_cast<rlim_t>(next.get()) + count, before_.rlim_max};
+    // The limit is on the numbers, and there may be gaps between those in use.
+    std::vector<foundation::FileDescriptor> next(count + 1);
+    for (auto &descriptor : next) descriptor.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const rlimit few = {static_cast<rlim_t>(next.back().get()), before_.rlim_max};
     EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
   }
   FewDescriptors(const FewDescriptors &) = delete;
