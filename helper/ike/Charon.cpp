@@ -97,11 +97,12 @@ void Charon::connect(const std::string &controlSocket) {
 }
 
 void Charon::ask() {
-  watch_->request("version", {}, deadlines_.request, [this](const Outcome &outcome) {
-    if (outcome) description_ = outcome->value("daemon") + " " + outcome->value("version");
-  });
   for (const char *event : {"list-sa", "ike-updown", "child-updown"})
     watch_->listen(event, deadlines_.request, [](const Outcome &) {});
+  // Both before we are ready: the first sentence may need them.
+  load_->request("version", {}, deadlines_.request, [this](const Outcome &outcome) {
+    if (outcome) description_ = outcome->value("daemon") + " " + outcome->value("version");
+  });
   load_->request("get-algorithms", {}, deadlines_.request, [this](const Outcome &outcome) {
     if (outcome) algorithms_ = CharonAlgorithms(*outcome);
     if (state_ != State::opening) return;

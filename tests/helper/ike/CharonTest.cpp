@@ -225,8 +225,14 @@ class CharonTest : public LoopFixture {
 };
 
 TEST_F(CharonTest, KnowsWhatItTalksTo) {
-  beReady();
-  ASSERT_TRUE(runUntil([&] { return charon_->description() == "charon 5.9.8"; }));
+  server_.stayOpen("version");
+  open();
+  untilAsked("version");
+  drain();
+  EXPECT_EQ(ready_, 0);
+  server_.finish("version", Section().add("daemon", "charon").add("version", "5.9.8"));
+  ASSERT_TRUE(runUntil([&] { return ready_ == 1; }));
+  EXPECT_EQ(charon_->description(), "charon 5.9.8");
   EXPECT_TRUE(charon_->knows("aes256"));
   EXPECT_TRUE(charon_->knows("modp2048"));
   EXPECT_FALSE(charon_->knows("modp1024"));
