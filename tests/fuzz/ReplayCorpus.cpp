@@ -1,5 +1,6 @@
 // Stands in for libFuzzer in ordinary builds: gives every file of the folders (or files) on the command line to the
-// fuzz target, once. What a corpus has taught stays learnt on machines that never fuzz.
+// fuzz target, whole, and cut in two at every byte: a stream comes in two pieces, anything else is two inputs. What a
+// corpus has taught stays learnt on machines that never fuzz.
 
 #include <algorithm>
 #include <cstdint>
@@ -10,6 +11,8 @@
 #include <iterator>
 #include <string>
 #include <vector>
+
+#include "tests/fuzz/SplitInput.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
@@ -25,6 +28,23 @@ std::vector<std::filesystem::path> filesOf(const std::filesystem::path &path) {
   return files;
 }
 
+void replay(const std::string &bytes) {
+  const auto *data = reinterpret_cast<const std::uint8_t *>(bytes.data());
+  LLVMFuzzerTestOneInput(data, bytes.size());
+  if (fuzzSplitInput != nullptr) {
+    for (std::size_t at = 1; fuzzSplitInput(data, bytes.size(), at); ++at) {
+    }
+    return;
+  }
+  for (std::size_t at = 1; at < bytes.size(); ++at) {
+    // Copies, so that reading past an end is seen.
+    const std::vector<std::uint8_t> first(data, data + at);
+    const std::vector<std::uint8_t> second(data + at, data + bytes.size());
+    LLVMFuzzerTestOneInput(first.data(), first.size());
+    LLVMFuzzerTestOneInput(second.data(), second.size());
+  }
+}
+
 int replay(int argc, char **argv) {
   std::size_t count = 0;
   for (int i = 1; i < argc; ++i) {
@@ -38,7 +58,7 @@ int replay(int argc, char **argv) {
       // Said before, so that a crash names its file.
       std::printf("%s\n", file.c_str());
       std::fflush(stdout);
-      LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t *>(bytes.data()), bytes.size());
+      replay(bytes);
       ++count;
     }
   }
