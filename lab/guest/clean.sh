@@ -34,11 +34,30 @@ assert_over() {
   if [ -n "${SPAWNED[vpnctl]:-}" ] && running vpnctl; then fail "the tool still runs at the end of the steps"; fi
 }
 
-# The search for secrets in every process's arguments and environment, and in everything that was written on cli, except
-# the configuration that holds them on purpose: the password and the shared secret, if none are given. The memory of processes
-# is not searched: what an IKE daemon must know to work, it knows. Answers whether they are nowhere.
-secret_nowhere() {
+# The secrets that are looked for: the password and the shared secret, if none are given. In a file, lest the search finds
+# itself.
+secrets_file() {
   [ $# -gt 0 ] || set -- "$PASSWORD" "$SHARED_SECRET"
-  on cli /usr/bin/python3 -S -B "$lab/guest/secrets.py" "$work/hosts/cli/layer" "$CONFIG" "$@"
+  printf '%s\0' "$@" >"$work/secrets"
 }
+
+# The search in every process's arguments and environment, and in everything that was written on cli, except the configuration
+# that holds secrets on purpose. Answers whether they are nowhere.
+secret_not_shown() {
+  secrets_file "$@"
+  on cli /usr/bin/python3 -S -B "$lab/guest/secrets.py" "$work/secrets" "$work/hosts/cli/layer" "$CONFIG"
+}
+# The search in the memory of every process of that name, which may be none.
+secret_not_in_memory() { # NAME [SECRET]...
+  secrets_file "${@:2}"
+  on cli "$cache/bin/memory" "$1" "$work/secrets"
+}
+# Not the tool's memory, which its settings stay in, nor that of pppd and an IKE daemon: what they must know to work, they know.
+secret_nowhere() {
+  local status=0
+  secret_not_shown "$@" || status=1
+  secret_not_in_memory vpnctl-helper "$@" || status=1
+  return "$status"
+}
+assert_not_shown() { secret_not_shown "$@" || fail "the secret can be seen"; }
 assert_no_secret() { secret_nowhere "$@" || fail "the secret can be seen"; }

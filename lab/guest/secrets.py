@@ -1,17 +1,19 @@
-"""Looks for a secret where it must not be seen: secrets.py LAYER CONFIG SECRET...
+"""Looks for secrets where they must not be seen: secrets.py [--watch] SECRETS LAYER CONFIG
 
-Searches the arguments and the environment of every process of the host, /run, and every file that was written on the
-host (LAYER), except CONFIG. Prints where it was found; status 0 if nowhere. Knows the secret in the forms in which programs
-let secrets slip: as it is, as UTF-16, as hexadecimal digits, as base64 at any offset, as percent escapes.
+SECRETS is a file with the secrets, a zero byte after each. Searches the arguments and the environment of every process of the
+host, /run, /dev/shm, and every file that was written on the host (LAYER), except CONFIG; core dumps and logs are among the
+files. Prints where one was found; status 0 if nowhere. With --watch it looks at processes and /run again and again, as quickly
+as it can, until SIGTERM. Knows a secret in the forms in which programs let secrets slip: as it is, as UTF-16, as
+hexadecimal digits, as base64 at any offset, as percent escapes.
 """
 import base64
 import os
+import signal
 import sys
 import urllib.parse
 
 
-def forms(secret):
-    plain = os.fsencode(secret)
+def forms(plain):
     text = plain.decode(errors="replace")  # the wide forms of what is no text are nobody's forms
     shapes = {"as it is": plain, "UTF-16LE": text.encode("utf-16-le"), "UTF-16BE": text.encode("utf-16-be"),
               "percent escapes": urllib.parse.quote(plain, safe="").encode(),
@@ -35,36 +37,62 @@ def files(root):
                 yield path
 
 
-def places(layer, config):
+def passing():
+    """What comes and goes within a connection."""
     for pid in filter(str.isdigit, os.listdir("/proc")):
-        if int(pid) != os.getpid() and int(pid) != os.getppid():
-            for what in ("cmdline", "environ"):
-                yield f"/proc/{pid}/{what}"
+        for what in ("cmdline", "environ"):
+            yield f"/proc/{pid}/{what}"
     yield from files("/run")
+
+
+def lasting(layer, config):
+    yield from files("/dev/shm")
+    yield from (entry.path for entry in os.scandir("/") if entry.is_file(follow_symlinks=False))
     for path in files(layer):
         if path != layer + config:
             yield path
 
 
-def main(layer, config, *secrets):
-    wanted = {(which, name): form for which, secret in enumerate(secrets, 1) for name, form in forms(secret).items()}
-    found = False
-    searched = 0
-    for path in places(layer, config):
-        try:
-            with open(path, "rb") as file:
-                data = file.read()
-        except OSError:
-            continue  # a process that has just ended
-        searched += 1
-        for (which, name), form in wanted.items():
-            if form in data:
-                print(f"the {'secret' if which == 1 else f'secret {which}'} ({name}) stands in {path}")
-                found = True
-    if searched < 4:  # two processes at the least; otherwise this looked at nothing
+class Search:
+    def __init__(self, secrets):
+        self.wanted = {(which, name): form for which, secret in enumerate(secrets, 1) for name, form in forms(secret).items()}
+        self.searched = 0
+        self.found = False
+
+    def look(self, places):
+        for path in places:
+            try:
+                with open(path, "rb") as file:
+                    data = file.read()
+            except OSError:
+                continue  # a process that has just ended
+            self.searched += 1
+            for (which, name), form in self.wanted.items():
+                if form in data:
+                    print(f"the {'secret' if which == 1 else f'secret {which}'} ({name}) stands in {path}", flush=True)
+                    self.found = True
+
+
+def main(arguments):
+    watch = arguments[0] == "--watch"
+    with open(arguments[watch], "rb") as file:
+        secrets = file.read().split(b"\0")[:-1]
+    search = Search(secrets)
+    rounds = 0
+    ended = []
+    if watch:
+        signal.signal(signal.SIGTERM, lambda *_: ended.append(True))
+        while not ended and not search.found:
+            search.look(passing())
+            rounds += 1
+        print(f"looked {rounds} times")
+    else:
+        search.look(passing())
+        search.look(lasting(*arguments[1:]))
+    if search.searched < 4 or not secrets:  # two processes at the least; otherwise this looked at nothing
         print("the search saw nothing to search")
         return 2
-    return 1 if found else 0
+    return 1 if search.found else 0
 
 
-sys.exit(main(*sys.argv[1:]))
+sys.exit(main(sys.argv[1:]))
