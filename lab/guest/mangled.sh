@@ -46,7 +46,7 @@ has_answered() { [ "$(grep -c ^answered "$logs/$PEER.out")" -ge "$1" ]; }
 
 # no_call PATTERN: the call does not come up, and the sentence about the server says why.
 no_call() {
-  expect_exit 0 30
+  expect_exit 0
   expect_tunnel_failure "The ${PROTOCOL^^} server $SERVER $1"
 }
 
