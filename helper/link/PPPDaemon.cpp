@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 
 #include "helper/link/LinkPhases.h"
@@ -68,11 +69,11 @@ void PPPDaemon::said(const PluginMessage &message) {
                    // A plugin that cannot be answered takes its pppd down by itself.
                    static_cast<void>(plugin_.givePassword(peer ? handlers_.password(*peer) : std::nullopt));
                  },
-                 [this](const PluginIPUp &up) {
-                   interface_ = up.interface;
-                   handlers_.ipUp(up);
+                 [this](const PluginIPUp &up) { handlers_.ipUp(up); },
+                 [this](const PluginExit &end) {
+                   end_.packetsReceived = end.packetsReceived;
+                   status_ = end.status;
                  },
-                 [this](const PluginExit &end) { end_.packetsReceived = end.packetsReceived; },
              },
              message);
 }
@@ -120,16 +121,20 @@ void PPPDaemon::processEnded(const ChildProcess::End &end) {
   plugin_.drain();
   if (!end.exited) removePIDFile();
   end_.exited = end.exited;
-  end_.code = end.code;
+  end_.code = end.exited ? status_.value_or(end.code) : end.code;
   handlers_.ended(end_);
 }
 
-// A pppd that was killed leaves its file behind.
+// A pppd that was killed leaves its file behind, under the name of an interface that we may not have heard of yet.
 void PPPDaemon::removePIDFile() {
-  if (interface_.empty()) return;
-  const std::string path = "/run/" + interface_ + ".pid";
-  pid_t pid = -1;
-  if (std::ifstream(path) >> pid && pid == process_->pid()) ::unlink(path.c_str());
+  std::error_code ignored;
+  for (const auto &entry : std::filesystem::directory_iterator("/run", ignored)) {
+    const std::string name = entry.path().filename();
+    pid_t pid = -1;
+    if (name.starts_with("ppp") && name.ends_with(".pid") && std::ifstream(entry.path()) >> pid &&
+        pid == process_->pid())
+      ::unlink(entry.path().c_str());
+  }
 }
 
 }  // namespace helper

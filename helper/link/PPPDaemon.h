@@ -77,7 +77,7 @@ class PPPDaemon {
   foundation::FileDescriptor channel_;
   bool channelWanted_ = false;
   PPPEnd end_;
-  std::string interface_;  // once IP is up
+  std::optional<int> status_;  // why the plugin says that it ended, which pppd's own status may not
 };
 
 }  // namespace helper

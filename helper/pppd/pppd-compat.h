@@ -24,6 +24,7 @@ extern int fd_ppp;
 #define COMPAT_UNIT() ppp_ifunit()
 #define COMPAT_ASKED_TO_END() ppp_signaled(SIGTERM)
 #define COMPAT_SET_STATUS(code) ppp_set_status(code)
+#define COMPAT_STATUS() ppp_status()
 #define COMPAT_MTU() ppp_get_mtu(0)
 #define COMPAT_ADD_OPTIONS(options) ppp_add_options(options)
 #define COMPAT_NAME_DEVICE(name) ppp_set_pppdevnam(name)
@@ -47,6 +48,7 @@ typedef struct option compat_option;
 #define COMPAT_UNIT() ifunit
 #define COMPAT_ASKED_TO_END() (got_sigterm != 0)
 #define COMPAT_SET_STATUS(code) (status = (code))
+#define COMPAT_STATUS() (status)
 #define COMPAT_MTU() netif_get_mtu(0)
 #define COMPAT_ADD_OPTIONS(options) add_options(options)
 #define COMPAT_NAME_DEVICE(name) strlcpy(ppp_devnam, name, sizeof ppp_devnam)

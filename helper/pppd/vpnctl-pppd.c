@@ -186,9 +186,14 @@ static void pretend_hang_up(void) {
   close(nothing);
 }
 
+/* A peer that has stopped answering does not say goodbye either. When pppd has waited for that long enough, it reads
+ * from the dead link once more, and takes the end-of-file for a hang-up: its exit status would be that. */
+static int died_of_silence;
+
 static void phase_changed(void *context, int phase_now) {
   struct vpnctl_plugin_phase message;
   (void)context;
+  if (phase_now == PHASE_DEAD) died_of_silence = COMPAT_STATUS() == EXIT_PEER_DEAD;
   if (helper < 0) return;
   memset(&message, 0, sizeof message);
   message.header = header(VPNCTL_PLUGIN_PHASE);
@@ -226,7 +231,7 @@ static void ending(void *context, int code) {
   if (helper < 0) return;
   memset(&message, 0, sizeof message);
   message.header = header(VPNCTL_PLUGIN_EXIT);
-  message.status = code;
+  message.status = died_of_silence ? EXIT_PEER_DEAD : code;
   message.packets_received = packets_received;
   tell(&message, sizeof message);
 }

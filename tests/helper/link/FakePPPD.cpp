@@ -1,5 +1,6 @@
 // Plays pppd with our plugin in it, for tests: fake_pppd MODE SOCKET. Modes: "good" goes up and waits for its end,
-// "stubborn" does so and ignores SIGTERM, "early" ends with status 2 before it says anything.
+// "stubborn" does so and ignores SIGTERM, "early" ends with status 2 before it says anything, "hasty" goes up, tells
+// that the peer is dead (15) and ends as after a hang-up (16).
 
 #include <poll.h>
 #include <signal.h>
@@ -41,12 +42,13 @@ int receiveChannel() {
   return fd;
 }
 
-[[noreturn]] void end(int status) {
+[[noreturn]] void end(int status, int told) {
   phase(9);
   phase(10);
-  say(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), status, 9});
+  say(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), told, 9});
   _exit(status);
 }
+[[noreturn]] void end(int status) { end(status, status); }
 
 }  // namespace
 
@@ -84,6 +86,7 @@ int main(int argc, char **argv) {
   up.local_address = 1;
   up.peer_address = 2;
   say(up);
+  if (mode == "hasty") end(16, 15);
   while (true) {
     pollfd waits[2] = {{helperSocket, POLLIN, 0}, {mode == "stubborn" ? -1 : signals, POLLIN, 0}};
     ::poll(waits, 2, -1);

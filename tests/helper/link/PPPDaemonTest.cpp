@@ -114,6 +114,11 @@ TEST_F(PPPDaemonTest, TellsAnEndBeforeTheFirstWord) {
   EXPECT_FALSE(end_->reported);
 }
 
+TEST_F(PPPDaemonTest, TellsTheReasonThatThePluginKnows) {
+  goUp("hasty");
+  expectEnd(true, 15);
+}
+
 TEST_F(PPPDaemonTest, SaysWhenThereIsNoPassword) {
   password_.reset();
   start("good");

@@ -174,6 +174,18 @@ TEST_F(PluginTest, ReportsPhasesAddressesAndTheEnd) {
   EXPECT_FALSE(terminated());
 }
 
+// pppd reads once more from a link that is dead, and takes what it gets for a hang-up.
+TEST_F(PluginTest, ReportsADeadPeerAlsoWhenPPPDTakesItForAHangUp) {
+  const FileDescriptor fd(connect());
+  messages_.clear();
+  stub_set_status(15);
+  stub_phase(10);
+  stub_phase(0);
+  stub_exit(16);
+  ASSERT_TRUE(runUntil([this] { return messages_.size() == 3; }));
+  EXPECT_EQ(std::get<PluginExit>(messages_[2]).status, 15);
+}
+
 TEST_F(PluginTest, ReportsEncryptionOnlyInBothDirections) {
   const FileDescriptor fd(connect());
   messages_.clear();

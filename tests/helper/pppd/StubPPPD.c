@@ -97,6 +97,7 @@ void stub_set_encryption(int opened, int received, int sent) {
   ccp_hisoptions[0].mppe = (u_char)sent;
 }
 int stub_status(void) { return status; }
+void stub_set_status(int code) { status = code; }
 void stub_ask_to_end(void) { got_sigterm = 1; }
 void stub_set_ppp_fd(int fd) { fd_ppp = fd; }
 const char *stub_version(void) { return VERSION; }

@@ -22,6 +22,7 @@ int stub_negotiates_compression(void);
 int stub_wants_encryption(void);
 void stub_set_encryption(int opened, int received, int sent);
 int stub_status(void);
+void stub_set_status(int code);
 void stub_ask_to_end(void);
 void stub_set_ppp_fd(int fd);
 const char *stub_version(void);
