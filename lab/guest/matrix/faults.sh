@@ -1,8 +1,8 @@
 # shellcheck shell=bash
 # The faults of the matrix: what is done, and what must be seen then. That the machine is as it was is seen by the steps.
 
-# expect_end [taking-leave]: the tool ends in order, and its lines are exactly those of this stage and then those of $END; between them one
-# that tells that PPP takes its leave, if it does.
+# expect_end [taking-leave | hung-up]: the tool ends in order, and its lines are exactly those of this stage and then those of $END;
+# between them one that tells that PPP takes its leave, if it does. A pppd whose line is hung up may still get round to that, or not.
 expect_end() {
   local count=3 leave=()
   case $stage in
@@ -10,19 +10,27 @@ expect_end() {
     authenticating) count=5 ;;
     connected | rekeying | terminating) count=7 ;;
   esac
-  if [ "$stage" = terminating ] || [ "${1:-}" = taking-leave ]; then leave=("Terminating PPP connection"); fi
   expect_exit 0 100
   moment=$EPOCHREALTIME
+  case $stage-${1:-} in
+    terminating-* | *-taking-leave) leave=("Terminating PPP connection") ;;
+    *-hung-up) if printed "Terminating PPP connection"; then leave=("Terminating PPP connection"); fi ;;
+  esac
   expect_status_lines "Starting $protocol connection..." "${UP[@]:1:count-1}" "${leave[@]}" "${END[@]}"
 }
-# expect_cause CAUSE [taking-leave]
+# expect_cause CAUSE [taking-leave | hung-up]
 expect_cause() {
   END=("Disconnecting PPP link" "$(last_cause "$1")" "PPP Network connection disconnected" "Exit.")
   expect_end "${@:2}"
 }
-# expect_cut CAUSE PATTERN: PPP had no time to take leave; a sentence says why.
-expect_cut() {
+# expect_gone CAUSE PATTERN, expect_hung_up CAUSE PATTERN: pppd ended by itself, or because there is nothing left to talk over; a
+# sentence says why.
+expect_gone() {
   expect_cause "$1"
+  expect_sentence "$2"
+}
+expect_hung_up() {
+  expect_cause "$1" hung-up
   expect_sentence "$2"
 }
 # An end that has begun already ends as it would have.
@@ -58,7 +66,7 @@ fault_pppd_killed() {
   if [ "$stage" = terminating ]; then
     expect_end_as_begun
   else
-    expect_cut 1 "pppd was ended by signal 9\."
+    expect_gone 1 "pppd was ended by signal 9\."
   fi
 }
 fault_helper_killed() {
@@ -79,7 +87,7 @@ fault_charon_killed() {
     ike) expect_failed "The IKE daemon .* while it was needed" ;;
     control) expect_failed "$WITHOUT_DAEMON" ;;
     terminating) expect_end_as_begun ;;
-    *) expect_cut 16 "$WITHOUT_DAEMON" ;;
+    *) expect_hung_up 16 "$WITHOUT_DAEMON" ;;
   esac
 }
 WITHOUT_DAEMON="The IKE daemon .*without it the IPSec association cannot be kept"
@@ -103,8 +111,8 @@ fault_server_killed() {
   kill_named srv "${SERVER_PROCESSES[@]}"
   case $protocol-$stage in
     pptp-control) expect_failed "The PPTP server $SERVER closed the control connection without an answer" ;;
-    pptp-authenticating) expect_cut 19 "The PPTP server $SERVER has closed the control connection" ;; # it may have meant that
-    pptp-*) expect_cut 16 "The PPTP server $SERVER has closed the control connection" ;;
+    pptp-authenticating) expect_hung_up 19 "The PPTP server $SERVER has closed the control connection" ;; # it may have meant that
+    pptp-*) expect_hung_up 16 "The PPTP server $SERVER has closed the control connection" ;;
     *) expect_silence_noticed ;; # its kernel says only in clear that nobody is there any more, and that is not believed
   esac
 }
@@ -123,8 +131,8 @@ expect_silence_noticed() {
     *-ike) expect_failed "The server $NOBODY does not answer on UDP port 500" ;;
     pptp-control) expect_failed "The PPTP server $SERVER accepts TCP connections but does not answer as a PPTP server" ;;
     l2tp-control) expect_failed "The L2TP server $SERVER (refuses|does not answer on) UDP port 1701" ;;
-    pptp-negotiating) expect_cut 16 "blocks GRE" ;;
-    l2tp-negotiating) expect_cut 16 "not one packet of PPP arrived" ;;
+    pptp-negotiating) expect_gone 16 "blocks GRE" ;;
+    l2tp-negotiating) expect_gone 16 "not one packet of PPP arrived" ;;
     *-terminating) expect_end_as_begun ;;
     *)
       expect_cause 15 taking-leave
@@ -137,26 +145,26 @@ fault_ppp_lost() {
   case $protocol-$stage in
     *-negotiating) ;; # that is what holds the stage
     pptp-*) swallow gre ;;
-    l2tp-authenticating) on srv nft add rule ip lab out "$L2TP_DATA" drop ;;
+    l2tp-authenticating) on srv nft add rule ip lab lost "$L2TP_DATA" drop ;;
     l2tp-*)
-      drop_on_server "$L2TP_DATA"
+      drop_from_server "$L2TP_DATA"
       WIRE+=(dropped)
       ;;
   esac
   expect_silence_noticed
   if [ "$protocol-$stage" = l2tp-authenticating ]; then
-    drop_nothing_on_server
-    drop_on_server "${CHAP[@]}"
+    drop_nothing
+    drop_from_server "${CHAP[@]}"
   fi
 }
 fault_control_lost() {
   if [ "$protocol" = pptp ]; then
     swallow tcp dport 1723
-    expect_cut 16 "The PPTP server $SERVER no longer answers"
+    expect_hung_up 16 "The PPTP server $SERVER no longer answers"
   else
-    drop_on_server "$L2TP_CONTROL"
+    drop_from_server "$L2TP_CONTROL"
     WIRE+=(dropped)
-    expect_cut 16 "The L2TP server $SERVER no longer answers"
+    expect_hung_up 16 "The L2TP server $SERVER no longer answers"
   fi
 }
 
@@ -164,15 +172,19 @@ fault_control_lost() {
 
 # expect_goodbye PATTERN: the server says goodbye. Said while the account is checked, that is a refusal.
 expect_goodbye() {
-  if [ "$stage" = authenticating ]; then expect_cut 19 "$1"; else expect_cut 16 "$1"; fi
+  if [ "$stage" = authenticating ]; then expect_hung_up 19 "$1"; else expect_hung_up 16 "$1"; fi
 }
 fault_call_ended() {
   case $protocol-$stage in
     pptp-control) expect_failed "The PPTP server $SERVER refuses the call" ;;
     l2tp-control) expect_failed "The L2TP server $SERVER refuses the call" ;;
-    *)
+    pptp-*)
+      on srv kill -TERM "$(pid_on srv pptpctrl)"
+      expect_goodbye "The PPTP server $SERVER has ended the call"
+      ;;
+    l2tp-*)
       kill_named srv pppd
-      expect_goodbye "The ${protocol^^} server $SERVER has (ended|closed) the (call|control connection)"
+      expect_goodbye "The L2TP server $SERVER has ended the call"
       ;;
   esac
 }
@@ -181,8 +193,8 @@ fault_tunnel_ended() {
     pptp-control) expect_failed "The PPTP server $SERVER refuses the control connection" ;;
     l2tp-control) expect_failed "The L2TP server $SERVER refuses the tunnel" ;;
     pptp-*)
-      on srv kill -TERM "$(pid_on srv pptpctrl)"
-      expect_goodbye "The PPTP server $SERVER has (ended|closed) the control connection"
+      signal srv peer USR1
+      expect_goodbye "The PPTP server $SERVER has ended the control connection"
       ;;
     l2tp-*)
       signal srv xl2tpd TERM
@@ -203,6 +215,6 @@ fault_ike_deleted() {
   on srv swanctl --terminate --ike l2tp --force >>"$logs/terminate.log" 2>&1
   case $stage in
     control) expect_failed "The server has ended the IPSec association" ;;
-    *) expect_cut 16 "The server has ended the IPSec association" ;;
+    *) expect_hung_up 16 "The server has ended the IPSec association" ;;
   esac
 }

@@ -13,8 +13,9 @@
 # The machine's settings. Where the cell waits for us to find something out by ourselves, we find it out soon; everywhere else the
 # stage is to last. And what the IKE daemons compute is cheap.
 settings() {
-  local deadline=60 echoes=10 control=30
+  local deadline=60 echoes=10 control=30 mppe=service
   case $fault in
+    tunnel-ended) mppe=none ;; # the scripted server has none
     server-killed | server-silent | cable-pulled | ppp-lost) echoes=3 ;;
     control-lost) control=2 ;;
   esac
@@ -29,7 +30,7 @@ ike = {
   deadline = $((deadline * 2));
 };
 l2tp = { deadline = $deadline; dead_peer_delay = $control; };
-pptp = { deadline = $deadline; dead_peer_delay = $control; };
+pptp = { deadline = $deadline; dead_peer_delay = $control; mppe = "$mppe"; };
 ppp = { echo_interval = 2; echo_failures = $echoes; };
 END
 }
@@ -41,8 +42,8 @@ prepare() {
   case $protocol-$stage in
     *-start) echo "nameserver $NOBODY" | put cli /etc/resolv.conf ;;
     pptp-negotiating) block_gre ;;
-    l2tp-negotiating) drop_on_server "$L2TP_DATA" ;;
-    *-authenticating) drop_on_server "${CHAP[@]}" ;;
+    l2tp-negotiating) drop_from_server "$L2TP_DATA" ;;
+    *-authenticating) drop_from_server "${CHAP[@]}" ;;
   esac
   write_config_of_cell
   [ "$protocol" = pptp ] || tap_wire
@@ -69,7 +70,10 @@ serve() {
     *-start | *-ike) ;;
     pptp-control) start_peer "$(part refuse-call refuse-control)" ;;
     l2tp-control) start_l2tp_peer "$(part cdn stopccn)" ;;
-    pptp-*) start_pptpd ;;
+    pptp-*)
+      # Only the scripted server stops when it is told to.
+      if [ "$fault" = tunnel-ended ]; then start_peer "mangle StopCCRQ whole"; else start_pptpd; fi
+      ;;
     l2tp-*)
       running_now charon-srv || start_ipsec_server
       start_xl2tpd
@@ -85,18 +89,23 @@ part() {
   esac
 }
 
-# drop_on_server RULE...: what the server sends so is dropped before it leaves it: there even L2TP is not encrypted yet. Ends with
-# drop_nothing_on_server.
-drop_on_server() {
+# drop_from_server RULE...: what the server sends so gets lost, PPTP on the router, for pptpd takes it amiss if it cannot send,
+# L2TP before it leaves the server, for only there it is not encrypted yet. Ends with drop_nothing.
+drop_from_server() {
+  local host=rtr hook=forward
+  if [ "$protocol" = l2tp ]; then host=srv hook=output; fi
   {
-    printf 'table ip lab {\n chain out {\n  type filter hook output priority filter\n'
-    printf '  %s drop\n' "$@"
+    printf 'table ip lab {\n chain lost {\n  type filter hook %s priority filter\n' "$hook"
+    printf '  %s drop\n' "${@/#/ip saddr $SERVER }"
     printf ' }\n}\n'
-  } | on srv nft -f -
+  } | on "$host" nft -f -
 }
-drop_nothing_on_server() { on srv nft delete table ip lab; }
-# A PPP frame with CHAP in it: behind GRE's header with and without an acknowledgement, behind L2TP's with and without a length.
-CHAP=("ip protocol gre @th,96,32 0xff03c223" "ip protocol gre @th,128,32 0xff03c223"
+drop_nothing() {
+  if [ "$protocol" = l2tp ]; then on srv nft delete table ip lab; else on rtr nft delete table ip lab; fi
+}
+# A PPP frame with CHAP in it: behind GRE's header with and without an acknowledgement, behind L2TP's with and without a length. The
+# scripted server has PAP instead.
+CHAP=("ip protocol gre @th,96,16 0xc023" "ip protocol gre @th,96,32 0xff03c223" "ip protocol gre @th,128,32 0xff03c223"
   "udp sport 1701 @th,112,32 0xff03c223" "udp sport 1701 @th,128,32 0xff03c223")
 # The first bit of L2TP's header tells control messages from frames.
 L2TP_DATA="udp sport 1701 @th,64,8 & 0x80 == 0"
@@ -184,7 +193,7 @@ mend_wire() {
     case $deed in
       silent) configure rtr <<<"route del blackhole $SERVER/32
 route del blackhole $CLIENT/32" ;;
-      dropped) drop_nothing_on_server ;;
+      dropped) drop_nothing ;;
       unplugged)
         on rtr ip link set cli up
         within 20 settled || fail "the links did not come up again"
