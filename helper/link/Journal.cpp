@@ -84,12 +84,16 @@ foundation::Result<Journal> Journal::create(const std::string &base, std::chrono
   for (int attempt = 0;; ++attempt) {
     // Held until the new folder is locked.
     const auto baseLock = lockBase(base, lockPatience);
-    if (!baseLock) return baseLock.error();
+    if (!baseLock) {
+      ::rmdir(base.c_str());  // it was made for nothing, when it is empty
+      return baseLock.error();
+    }
     std::string folder = base + "/" + kFolderPrefix + std::to_string(nextNumber(base));
     if (::mkdir(folder.c_str(), 0700) == 0) {
       auto lock = openLocked(folder);
       if (lock) return Journal(std::move(folder), std::move(*lock), lockPatience);
       ::rmdir(folder.c_str());
+      ::rmdir(base.c_str());
       return lock.error();
     }
     // Whoever finished the last journal may have removed the base in between.
@@ -124,6 +128,7 @@ std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<fou
     }
   }
   if (error) errors.push_back(errnoError(error.value(), "look into " + base));
+  ::rmdir(base.c_str());  // of one who died before he had made anything in it
   return found;
 }
 

@@ -236,6 +236,23 @@ TEST_F(JournalTest, ThatNobodyHasDescriptorsToMakeLeavesNothing) {
   }
 }
 
+TEST_F(JournalTest, AFolderThatWasMadeForNothingGoes) {
+  for (unsigned left = 0;; ++left) {
+    ASSERT_LT(left, 20U);
+    const FewDescriptors few(left);
+    auto journal = Journal::create(base_);
+    if (journal) {
+      journal->finish();
+      break;
+    }
+    EXPECT_FALSE(std::filesystem::exists(base_)) << left;
+  }
+  ASSERT_TRUE(std::filesystem::create_directory(base_));
+  EXPECT_TRUE(abandoned().empty());
+  EXPECT_TRUE(errors_.empty());
+  EXPECT_FALSE(std::filesystem::exists(base_));
+}
+
 TEST_F(JournalTest, DoesNotWaitForEverForOneWhoHoldsTheLock) {
   auto holder = Journal::create(base_);
   ASSERT_TRUE(holder);
