@@ -11,6 +11,8 @@
   serve           a server as it should be, to a link that can be pinged: PPP with PAP for anybody, without encryption
   mute-ppp        the same, and from SIGUSR1 on it says nothing in PPP any more
   mute-control    the same, and from SIGUSR1 on it answers no control message
+  renegotiate     the same, and at SIGUSR1 it negotiates PPP's addresses once more
+  restart         the same, and at SIGUSR1 it negotiates all of PPP once more
   close           the same, and at SIGUSR1 it closes the TCP connection
   mangle MESSAGE HOW...
                   the same, but it says these messages in a way of their own (the part is one argument)
@@ -39,7 +41,7 @@ import socket
 import struct
 import sys
 
-from ppp_server import PPPServer
+from ppp_server import IPCP, LCP, PPPServer
 
 MAGIC = 0x1A2B3C4D
 LAST_ECHO = 1008
@@ -135,6 +137,8 @@ class Client:
         self.mute = self.part == "mute-control"
         if self.part == "close":
             raise EOFError
+        if self.part in ("renegotiate", "restart"):
+            self.ppp.renegotiate(LCP if self.part == "restart" else IPCP)
         for name, how in self.ways:
             if name not in ("SCCRP", "OCRP", "StopCCRP"):
                 self.say(name, how)
@@ -194,7 +198,7 @@ class Client:
                 self.prompt()
             if self.packets.socket in ready:
                 frame = self.packets.receive()
-                if self.part in ("serve", "mute-ppp", "mute-control", "close", "mangle"):
+                if self.part in ("serve", "mute-ppp", "mute-control", "renegotiate", "restart", "close", "mangle"):
                     self.ppp.receive(frame)
             if self.connection in ready:
                 self.read()

@@ -7,6 +7,7 @@ REQUEST, ACK, NAK, REJECT, TERMINATE, TERMINATED, ECHO, ECHOED = 1, 2, 3, 4, 5, 
 SERVER, CLIENT = bytes((10, 99, 0, 1)), bytes((10, 99, 0, 2))
 MAGIC = b"peer"
 ADDRESS = 3  # an option of IPCP
+WISHES = {LCP: struct.pack("!BBHBB", 3, 4, PAP, 5, 6) + MAGIC, IPCP: bytes((ADDRESS, 6)) + SERVER}
 
 
 def options(data):
@@ -24,10 +25,10 @@ class PPPServer:
     def say(self, protocol, code, identifier, data=b""):
         self.send(struct.pack("!HBBH", protocol, code, identifier, 4 + len(data)) + data)
 
-    def ask(self, protocol, identifier, data):
+    def ask(self, protocol, identifier):
         """Once, and again when the client asks again: one too many would take down what it has just brought up."""
         if self.asked.setdefault(protocol, identifier) == identifier:
-            self.say(protocol, REQUEST, 1, data)
+            self.say(protocol, REQUEST, 1, WISHES[protocol])
 
     def receive(self, frame):
         if frame[:2] == b"\xff\x03":
@@ -45,10 +46,15 @@ class PPPServer:
         elif protocol == IPCP:
             self.network(code, identifier, data)
 
+    def renegotiate(self, protocol):
+        """What was agreed on, once more: the addresses, or the link with all that comes after it."""
+        self.asked = {LCP: None, IPCP: None} if protocol == IPCP else {LCP: None}
+        self.say(protocol, REQUEST, 2, WISHES[protocol])
+
     def link(self, code, identifier, data):
         if code == REQUEST:
             self.say(LCP, ACK, identifier, data)
-            self.ask(LCP, identifier, struct.pack("!BBHBB", 3, 4, PAP, 5, 6) + MAGIC)
+            self.ask(LCP, identifier)
         elif code == ACK:
             self.asked[LCP] = None
         elif code == TERMINATE:
@@ -61,7 +67,7 @@ class PPPServer:
             self.asked[IPCP] = None
         if code != REQUEST:
             return
-        self.ask(IPCP, identifier, bytes((ADDRESS, 6)) + SERVER)
+        self.ask(IPCP, identifier)
         unwanted = b"".join(option for kind, option in options(data) if kind != ADDRESS)
         if unwanted:
             self.say(IPCP, REJECT, identifier, unwanted)
