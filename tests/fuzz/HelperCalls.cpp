@@ -1,6 +1,7 @@
 #include "tests/fuzz/HelperCalls.h"
 
 #include <array>
+#include <utility>
 
 #include "helper/store/KeychainItem.h"
 #include "tests/fuzz/RecordedHelper.h"
@@ -132,7 +133,7 @@ class Arguments {
     } else if (choice < 0xf8) {
       chosen = input_.bytes(choice % 32);
     } else {
-      chosen.assign(choice < 0xfc ? 129 : kLargeText, 'A');
+      chosen.assign(choice < 0xfc ? 129 : large(kLargeText), 'A');
     }
     if (call_.service.empty()) call_.service = chosen;
     bytes_.text(chosen);
@@ -167,14 +168,18 @@ class Arguments {
     if (choice < 0x80) return memory_.signature;
     if (choice < 0x90) return kOptions;
     if (choice < 0xfc) return std::string(input_.bytes(choice % 64));
-    return std::string(kLargeBytes, choice == 0xff ? ' ' : 'x');
+    return std::string(large(kLargeBytes), choice == 0xff ? ' ' : 'x');
   }
+
+  // SIZE, once in a call: more would only take longer.
+  std::size_t large(std::size_t size) { return std::exchange(hasLarge_, true) ? 1 : size; }
 
   Input &input_;
   const Memory &memory_;
   Call &call_;
   Marshaller bytes_;
   int depth_ = 0;
+  bool hasLarge_ = false;
 };
 
 }  // namespace
