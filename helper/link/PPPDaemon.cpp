@@ -96,6 +96,7 @@ void PPPDaemon::terminate(std::chrono::milliseconds grace) {
 
 void PPPDaemon::hangUp(std::chrono::milliseconds grace) {
   plugin_.hangUp();
+  end_.hungUp = true;
   if (running()) process_->killAfter(grace);
 }
 

@@ -24,6 +24,7 @@ struct PPPEnd {
   int code = 0;           // exit status, or the signal's number
   bool reported = false;  // the plugin was heard at all
   bool carried = false;   // the tunnel's channel had been handed over
+  bool hungUp = false;    // it was told that the line is gone
   std::uint32_t packetsReceived = 0;
   int furthestPhase = 0;  // of pppd, before it began to end
 };

@@ -9,7 +9,11 @@
 
 namespace helper {
 
-int lastCause(const PPPEnd &end) { return end.exited ? end.code : kCauseFatal; }
+int lastCause(const PPPEnd &end) {
+  if (end.exited) return end.code;
+  // One that was too slow to end after a hang-up was killed for that.
+  return end.hungUp ? kCauseHungUp : kCauseFatal;
+}
 
 std::string endingSentence(const PPPEnd &end, const std::string &tunnelType, bool mppeWantedButMissing) {
   const std::string status = " (status " + std::to_string(end.code) + ")";
@@ -42,7 +46,7 @@ std::string endingSentence(const PPPEnd &end, const std::string &tunnelType, boo
       return "The connection was idle for too long.";
     case 15:
       return "The server no longer answers.";
-    case 16:
+    case kCauseHungUp:
       return "The line to the server was lost.";
     case kCauseNotAuthenticated:
       return "The server did not accept the user name or the password.";

@@ -14,6 +14,7 @@ inline constexpr int kCauseFatal = 1;
 inline constexpr int kCauseUserRequest = 5;
 inline constexpr int kCauseConnectFailed = 8;
 inline constexpr int kCauseNegotiationFailed = 10;
+inline constexpr int kCauseHungUp = 16;
 inline constexpr int kCauseNotAuthenticated = 19;
 
 // What LastCause says of an end that nobody asked for.

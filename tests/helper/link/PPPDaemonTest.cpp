@@ -98,6 +98,7 @@ TEST_F(PPPDaemonTest, IsKilledWhenItDoesNotMindTheHangUp) {
   goUp("stubborn");
   daemon_.hangUp(std::chrono::milliseconds(10));
   expectEnd(false, 9);
+  EXPECT_TRUE(end_->hungUp);
 }
 
 TEST_F(PPPDaemonTest, IsTakenDownWhileItWaitsForTheTunnel) {

@@ -56,6 +56,7 @@ TEST(PPPEnding, TellsTheAccountFromTheLine) {
 TEST(PPPEnding, HasACauseAlsoAfterASignal) {
   EXPECT_EQ(lastCause(end(19)), 19);
   EXPECT_EQ(lastCause(PPPEnd{.exited = false, .code = 9}), kCauseFatal);
+  EXPECT_EQ(lastCause(PPPEnd{.exited = false, .code = 9, .hungUp = true}), kCauseHungUp);
   EXPECT_NE(endingSentence(PPPEnd{.exited = false, .code = 9}, "PPTP", false).find("signal 9"), std::string::npos);
 }
 
