@@ -32,6 +32,7 @@ assert_nothing_in_clear() {
   within 20 grep -q ^heard "$logs/tap.out" || fail "the router could not listen: $(<"$logs/tap.err")"
   ! grep -q ^clear "$logs/tap.out" || fail "L2TP in clear was on the wire: $(grep -m 1 ^clear "$logs/tap.out")"
   grep -q "^heard [1-9]" "$logs/tap.out" || fail "the router has heard no ESP at all"
+  wait_end tap # it is over before it is gone
   baseline rtr
 }
 

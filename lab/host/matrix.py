@@ -43,7 +43,7 @@ def plan(path, folder, times, *words):
     cells.sort(key=lambda cell: cell[2] != "control-lost")
     for cell in cells:
         if all(part in kind or not kind for part, kind in zip(cell, wanted)):
-            print(180 + 60 * int(times), ".".join(cell), folder, sep="\t")
+            print(300 + 60 * int(times), ".".join(cell), folder, sep="\t")
 
 
 def table(path, logs, times, planned, results):
