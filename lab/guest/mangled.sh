@@ -56,8 +56,9 @@ is_lost() {
   expect_lost "The ${PROTOCOL^^} server $SERVER $1"
 }
 
-# no_echo: the other end of PPP does not answer any more, and pppd hangs up.
+# no_echo: the other end of PPP does not answer any more: cause 15.
 no_echo() {
-  expect_lost "The line to the server was lost"
-  expect_line "No response to 4 echo-requests"
+  expect_exit 0
+  expect_lines_in_order "PPP Connected" "Disconnecting PPP link" "$(last_cause 15)" "PPP Network connection disconnected" "Exit."
+  expect_sentence "The server no longer answers"
 }
