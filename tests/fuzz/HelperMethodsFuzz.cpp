@@ -33,7 +33,7 @@ using fuzz::RecordedHelper;
 constexpr int kMaximumSteps = 16;
 constexpr int kMaximumCalls = 64;  // more than may stay unread
 constexpr int kMaximumPieces = 32;
-constexpr std::size_t kMaximumSplit = 1024;
+constexpr std::size_t kMaximumSplit = 512;
 constexpr std::size_t kNowhere = SIZE_MAX;
 
 // What has been asked since the last look, and what of it has been answered.
