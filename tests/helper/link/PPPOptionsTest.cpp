@@ -103,7 +103,7 @@ TEST(PPPOptions, EncryptAsTheKeysSay) {
 
 TEST(PPPOptions, HaveTheTunnelsSizes) {
   EXPECT_EQ(Options(dictionary({})).after("mtu"), "1448");
-  EXPECT_EQ(Options(dictionary({}), "L2TP").after("mtu"), "1280");
+  EXPECT_EQ(Options(dictionary({}), "L2TP").after("mtu"), "1400");
   EXPECT_EQ(Options(dictionary({{"LCPMTU", 1400}})).after("mtu"), "1400");
   EXPECT_EQ(Options(dictionary({{"LCPMTU", 7}})).after("mtu"), "1448");
   EXPECT_EQ(Options(dictionary({{"LCPMRU", "junk"}})).after("mru"), "1500");
