@@ -55,12 +55,22 @@ std::uint32_t numberOf(const std::filesystem::path &folder) {
   return read.ec == std::errc() && read.ptr == end ? number : 0;
 }
 
+// What lies in BASE, as far as it can be seen. Not by a range-based for: that throws half-way.
+std::vector<std::string> pathsIn(const std::string &base, std::error_code &error) {
+  std::vector<std::string> paths;
+  std::filesystem::directory_iterator entries(base, error);
+  for (; !error && entries != std::filesystem::directory_iterator(); entries.increment(error))
+    paths.push_back(entries->path());
+  return paths;
+}
+
+bool isLinks(const std::filesystem::path &folder) { return folder.filename().string().starts_with(kFolderPrefix); }
+
 // One more than any there is, also among those put aside.
 std::uint32_t nextNumber(const std::string &base) {
   std::uint32_t highest = 0;
   std::error_code ignored;
-  for (const auto &entry : std::filesystem::directory_iterator(base, ignored))
-    highest = std::max(highest, numberOf(entry.path()));
+  for (const std::string &path : pathsIn(base, ignored)) highest = std::max(highest, numberOf(path));
   return highest + 1;
 }
 
@@ -111,10 +121,8 @@ std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<fou
     errors.push_back(baseLock.error());
     return found;
   }
-  std::filesystem::directory_iterator entries(base, error);
-  for (; !error && entries != std::filesystem::directory_iterator(); entries.increment(error)) {
-    const std::string folder = entries->path();
-    if (!entries->path().filename().string().starts_with(kFolderPrefix)) continue;
+  for (const std::string &folder : pathsIn(base, error)) {
+    if (!isLinks(folder)) continue;
     auto lock = openLocked(folder);
     if (!lock) {
       if (isShortage(lock.error())) errors.push_back(lock.error());
@@ -139,11 +147,11 @@ foundation::Result<FolderLock> Journal::lockOthersOut() const { return lockBase(
 std::vector<Journal::Other> Journal::others() const {
   std::vector<Other> found;
   std::error_code ignored;
-  for (const auto &entry : std::filesystem::directory_iterator(baseOf(folder_), ignored)) {
-    if (entry.path() == folder_ || !entry.path().filename().string().starts_with(kFolderPrefix)) continue;
-    auto lock = openLocked(entry.path());
+  for (const std::string &folder : pathsIn(baseOf(folder_), ignored)) {
+    if (folder == folder_ || !isLinks(folder)) continue;
+    auto lock = openLocked(folder);
     const bool alive = !lock;
-    Journal journal(entry.path(), lock ? std::move(*lock) : FileDescriptor(), lockPatience_);
+    Journal journal(folder, lock ? std::move(*lock) : FileDescriptor(), lockPatience_);
     if (journal.read()) found.push_back({journal.number(), alive, std::move(journal.entries_)});
   }
   return found;
