@@ -38,6 +38,9 @@ END
 prepare() {
   IKE_PROPOSALS=aes128-sha1-modp1024 ESP_PROPOSALS=aes128-sha1
   settings | put cli /etc/vpnctl/engine.conf
+  # What the server and the wire do is the same whoever started the IKE daemon of this machine. Here it is the system's; with all
+  # other faults there is none, and the helper starts one, which has to end as well.
+  case $protocol-$fault in l2tp-*-ended | l2tp-*-lost | l2tp-*-deleted | l2tp-server-* | l2tp-cable-*) start_charon cli ;; esac
   serve
   case $protocol-$stage in
     *-start) echo "nameserver $NOBODY" | put cli /etc/resolv.conf ;;
@@ -120,7 +123,7 @@ start_at_terminal() {
 
 reach() {
   [ "$fault" != system-charon-killed ] || start_charon cli
-  rm -f "$(root_of cli)/var/log/charon.log"
+  : >"$(root_of cli)/var/log/charon.log"
   asked=$(times_asked)
   start_at_terminal
   "reach_$stage"
