@@ -341,6 +341,7 @@ TEST_F(DamagedKeyTest, OfAnotherSize) {
   }
   replaceKey(bytes + "x");
   expectRefusal("bring the right one back");
+  ASSERT_EQ(::chmod(key.c_str(), 0600), 0);
   std::filesystem::resize_file(key, 100 << 20);
   expectRefusal("bring the right one back");
   EXPECT_EQ(std::filesystem::file_size(key), 100U << 20);
