@@ -11,6 +11,8 @@ BY_HAND = {"pptp": "by hand, pppd's defaults", "l2tp": "by hand, IKE daemon runn
 CONNECT_GOALS = {"pptp": (("networkmanager", 0.4), ("by-hand", 0.6), ("by-hand-no-delay", 1.15)),
                  "l2tp": (("networkmanager", 0.5), ("by-hand", 1.15))}
 MUCH_ROOM = "-much-room"
+# A median this near to another, and among the other's own figures, cannot be told from it: one way's runs differ by more.
+INDISTINCT = 0.95
 
 
 class Figures:
@@ -37,6 +39,10 @@ class Figures:
         if not self.values.get((other, what)):
             return None
         return self.median(own, what) / self.median(other, what)
+
+    def within(self, other, what, own):
+        """Whether vpnctl's median lies among the other's figures."""
+        return min(self.values[other, what]) <= self.median(own, what) <= max(self.values[other, what])
 
     def judge(self, goal, met, shown):
         self.good.append(met)
@@ -119,10 +125,13 @@ def throughput(figures):
         for direction in ("up", "down"):
             ratio = figures.ratio(way, direction + " rate", own)
             shown = decimal(ratio) + " of its rate"
+            met = ratio is not None and (ratio >= 1 or ratio >= INDISTINCT and figures.within(way, direction + " rate", own))
+            if met and ratio < 1:
+                shown += ", not to be told from it"
             if way.endswith(MUCH_ROOM):
                 print(f"not judged: {figures.protocol} {direction}, {figures.name(way)}: {shown}")
             else:
-                figures.judge(f"{direction} not slower than {figures.name(way)}", ratio is not None and ratio >= 1, shown)
+                figures.judge(f"{direction} not slower than {figures.name(way)}", met, shown)
 
 
 def main():
