@@ -152,6 +152,13 @@ static bool awaitLine(int output, const std::string &text, Clock::time_point dea
   return false;
 }
 
+// What the command has printed and nobody has read, for a look at why it did not do what was expected.
+static void copyRest(int output) {
+  char buffer[4096];
+  fcntl(output, F_SETFL, O_NONBLOCK);
+  for (ssize_t got; (got = read(output, buffer, sizeof buffer)) > 0;) std::cerr.write(buffer, got);
+}
+
 // The second half. False if something of it did not happen in time.
 static bool stop(Child &command, const std::string &how, const std::string &link, const std::set<pid_t> &before) {
   lab::Netlink links(NETLINK_ROUTE, RTMGRP_LINK);
@@ -208,6 +215,7 @@ int main(int argc, char **argv) try {
     printPeaks();
   }
   if (up && stop(command, argv[2], argv[1], before)) return 0;
+  if (hasText && !up) copyRest(output[0]);
   kill(command.pid, SIGKILL);
   return 1;
 } catch (const std::exception &error) {
