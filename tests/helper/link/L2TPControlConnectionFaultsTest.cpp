@@ -284,6 +284,23 @@ TEST_F(L2TPControlConnectionFaultsTest, ComesUpOrEndsWhicheverByteIsWrong) {
       }
 }
 
+TEST_F(L2TPControlConnectionFaultsTest, IsNotEndedByWhatIsForAnother) {
+  struct Row {
+    Said said;
+    std::size_t at;  // of the tunnel's id, the session's
+  };
+  for (const Row &row :
+       {Row{Said::stopCCN, 4}, Row{Said::stopCCN, 5}, Row{Said::cdn, 4}, Row{Said::cdn, 6}, Row{Said::cdn, 7}})
+    EXPECT_EQ(hear(row.said,
+                   [&](const Bytes &datagram) {
+                     Bytes wrong = datagram;
+                     wrong[row.at] = static_cast<std::uint8_t>(wrong[row.at] ^ 0x40);
+                     return Wire{wrong, helloAfter(datagram, 0)};
+                   }),
+              Outcome::up)
+        << nameOf(row.said) << " " << row.at;
+}
+
 TEST_F(L2TPControlConnectionFaultsTest, BearsEverythingTwice) {
   for (const Said said : kAll)
     EXPECT_EQ(hear(said,
