@@ -9,6 +9,7 @@
 #include <set>
 #include <vector>
 
+#include "helper/FolderPaths.h"
 #include "helper/UDPPortHolder.h"
 #include "helper/ike/RoutingRule.h"
 #include "helper/ike/ViciConnection.h"
@@ -25,8 +26,8 @@ std::vector<std::filesystem::path> charonsFiles(const std::vector<std::string> &
   std::vector<fs::path> files;
   std::error_code ignored;
   for (const auto &folder : folders)
-    for (const auto &entry : fs::directory_iterator(folder, ignored))
-      if (entry.path().filename().string().starts_with("charon.")) files.push_back(entry.path());
+    for (const fs::path path : pathsIn(folder, ignored))
+      if (path.filename().string().starts_with("charon.")) files.push_back(path);
   return files;
 }
 

@@ -11,6 +11,7 @@
 #include <filesystem>
 
 #include "foundation/PropertyList.h"
+#include "helper/FolderPaths.h"
 
 namespace helper {
 
@@ -33,15 +34,19 @@ foundation::Result<FileDescriptor> openLocked(const std::string &folder) {
 
 // Held while a folder is made or looked for, so that nobody takes a new folder, not locked yet, for an abandoned one.
 foundation::Result<FolderLock> lockBase(const std::string &base, std::chrono::milliseconds patience) {
-  if (::mkdir(base.c_str(), 0700) < 0 && errno != EEXIST) return errnoError(errno, "make the folder " + base);
-  auto lock = FolderLock::take(base, patience);
-  if (!lock) return lock;
-  struct stat attributes {};
-  if (::fstat(lock->folder(), &attributes) < 0) return errnoError(errno, "look at " + base);
-  // Whoever made it: what lies in it is believed later, so nobody else may put anything there.
-  if (attributes.st_uid != ::geteuid()) return errnoError(EPERM, "trust the folder " + base);
-  if (::fchmod(lock->folder(), 0700) < 0) return errnoError(errno, "protect the folder " + base);
-  return lock;
+  for (int attempt = 0;; ++attempt) {
+    if (::mkdir(base.c_str(), 0700) < 0 && errno != EEXIST) return errnoError(errno, "make the folder " + base);
+    auto lock = FolderLock::take(base, patience);
+    // Whoever finished the last journal may have removed the folder between the two.
+    if (!lock && lock.error().code == ENOENT && attempt < 9) continue;
+    if (!lock) return lock;
+    struct stat attributes {};
+    if (::fstat(lock->folder(), &attributes) < 0) return errnoError(errno, "look at " + base);
+    // Whoever made it: what lies in it is believed later, so nobody else may put anything there.
+    if (attributes.st_uid != ::geteuid()) return errnoError(EPERM, "trust the folder " + base);
+    if (::fchmod(lock->folder(), 0700) < 0) return errnoError(errno, "protect the folder " + base);
+    return lock;
+  }
 }
 
 std::string baseOf(const std::string &folder) { return std::filesystem::path(folder).parent_path(); }
@@ -53,15 +58,6 @@ std::uint32_t numberOf(const std::filesystem::path &folder) {
   const char *end = name.data() + name.size();
   const auto read = std::from_chars(name.data() + std::min(name.find('.') + 1, name.size()), end, number);
   return read.ec == std::errc() && read.ptr == end ? number : 0;
-}
-
-// What lies in BASE, as far as it can be seen. Not by a range-based for: that throws half-way.
-std::vector<std::string> pathsIn(const std::string &base, std::error_code &error) {
-  std::vector<std::string> paths;
-  std::filesystem::directory_iterator entries(base, error);
-  for (; !error && entries != std::filesystem::directory_iterator(); entries.increment(error))
-    paths.push_back(entries->path());
-  return paths;
 }
 
 bool isLinks(const std::filesystem::path &folder) { return folder.filename().string().starts_with(kFolderPrefix); }

@@ -5,10 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 
 #include "helper/link/LinkPhases.h"
+#include "helper/link/PPPPIDFile.h"
 
 namespace helper {
 
@@ -113,29 +112,17 @@ void PPPDaemon::waitForEnd(std::chrono::milliseconds deadline) {
   if (running() && !process_->waitFor(deadline)) {
     process_->signal(SIGKILL);
     process_->waitFor(deadline);
-    removePIDFile();
+    removePPPsPIDFile(process_->pid());
   }
 }
 
 void PPPDaemon::processEnded(const ChildProcess::End &end) {
   // What it said at last still lies in the socket; exit and end-of-file come in any order.
   plugin_.drain();
-  if (!end.exited) removePIDFile();
+  if (!end.exited) removePPPsPIDFile(process_->pid());
   end_.exited = end.exited;
   end_.code = end.exited ? status_.value_or(end.code) : end.code;
   handlers_.ended(end_);
-}
-
-// A pppd that was killed leaves its file behind, under the name of an interface that we may not have heard of yet.
-void PPPDaemon::removePIDFile() {
-  std::error_code ignored;
-  for (const auto &entry : std::filesystem::directory_iterator("/run", ignored)) {
-    const std::string name = entry.path().filename();
-    pid_t pid = -1;
-    if (name.starts_with("ppp") && name.ends_with(".pid") && std::ifstream(entry.path()) >> pid &&
-        pid == process_->pid())
-      ::unlink(entry.path().c_str());
-  }
 }
 
 }  // namespace helper

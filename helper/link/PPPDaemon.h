@@ -68,7 +68,6 @@ class PPPDaemon {
   void said(const PluginMessage &message);
   void handChannelOver();
   void processEnded(const ChildProcess::End &end);
-  void removePIDFile();
 
   sd_event *event_;
   Handlers handlers_;

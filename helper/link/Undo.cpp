@@ -12,6 +12,7 @@
 #include "helper/ike/CharonProcess.h"
 #include "helper/ike/IKEAssociation.h"
 #include "helper/link/FileReplacement.h"
+#include "helper/link/PPPPIDFile.h"
 
 namespace helper {
 
@@ -37,7 +38,7 @@ Undo::Undo(RouteTable &routes, std::function<void(const std::string &)> complain
 bool Undo::isLate() {
   if (late_ || Clock::now() < deadline_) return late_;
   complain_(
-      "Not everything that an earlier connection did to this machine could be taken back in time; the next one "
+      "Not everything that a connection did to this machine could be taken back in time; the next one "
       "goes on with it.");
   return late_ = true;
 }
@@ -66,27 +67,24 @@ void Undo::finish(Journal &journal) {
 }
 
 bool Undo::undo(const StartedProcess &entry) {
-  const foundation::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, entry.pid, 0)));
-  if (!process && errno != ESRCH) {
+  const auto process = openProcess(entry.pid, entry.startTime);
+  if (!process) {
     complain_("Whether the process " + std::to_string(entry.pid) +
-              " of an earlier connection still runs cannot be seen: " +
-              foundation::errnoError(errno, "open it").message + ".");
+              " of a connection still runs cannot be seen: " + process.error().message + "; end it if it does.");
     return false;
   }
-  // Compared after the descriptor is there: from here on the number cannot come to mean another process.
-  const auto startTime = process ? startTimeOf(entry.pid) : std::nullopt;
-  if (!process || (startTime && *startTime != entry.startTime) || ends(process.get(), {})) return true;
-  if (!startTime) {
-    complain_("Whether the process " + std::to_string(entry.pid) +
-              " is one of an earlier connection cannot be seen; end it if it is.");
-    return false;
+  if (*process && !ends(process->get(), {})) {
+    signal(process->get(), SIGTERM);
+    if (ends(process->get(), within(kProcessGrace))) return true;
+    signal(process->get(), SIGKILL);
+    if (!ends(process->get(), std::max(within(kProcessGrace), kKillGrace))) {
+      complain_("The process " + std::to_string(entry.pid) + " of a connection cannot be ended.");
+      return false;
+    }
   }
-  signal(process.get(), SIGTERM);
-  if (ends(process.get(), within(kProcessGrace))) return true;
-  signal(process.get(), SIGKILL);
-  if (ends(process.get(), std::max(within(kProcessGrace), kKillGrace))) return true;
-  complain_("The process " + std::to_string(entry.pid) + " of an earlier connection cannot be ended.");
-  return false;
+  // Unless the number is somebody else's by now, the file is a killed pppd's.
+  if (::kill(entry.pid, 0) < 0 && errno == ESRCH) removePPPsPIDFile(entry.pid);
+  return true;
 }
 
 bool Undo::undo(const AddedRoute &entry) {
@@ -128,14 +126,13 @@ void Undo::putFileBack(Journal &journal, std::size_t index) {
 
 bool Undo::undo(const LoadedConnection &entry) {
   const auto taken = takeBack(entry);
-  if (!taken)
-    complain_("An IPSec association of an earlier connection could not be taken back: " + taken.error().message + ".");
+  if (!taken) complain_("An IPSec association of a connection could not be taken back: " + taken.error().message + ".");
   return static_cast<bool>(taken);
 }
 
 bool Undo::undo(const StartedDaemon &entry) {
   const auto ended = CharonProcess::endDaemon(entry, kProcessGrace, {});
-  if (!ended) complain_("The IKE daemon of an earlier connection could not be ended: " + ended.error().message + ".");
+  if (!ended) complain_("The IKE daemon of a connection could not be ended: " + ended.error().message + ".");
   return static_cast<bool>(ended);
 }
 
