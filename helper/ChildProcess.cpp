@@ -18,7 +18,8 @@ namespace helper {
 
 namespace {
 
-constexpr int kPIDFD = 3;  // P_PIDFD, which this C library spells only for idtype_t of newer ones
+constexpr timeval kExecDeadline{10, 0};  // of a prepared child that somebody has stopped
+constexpr int kPIDFD = 3;                // P_PIDFD, which this C library spells only for idtype_t of newer ones
 
 std::vector<char *> pointers(const std::vector<std::string> &texts) {
   std::vector<char *> result;
@@ -104,6 +105,7 @@ foundation::Result<ChildProcess> ChildProcess::prepare(const std::vector<std::st
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) < 0)
     return foundation::errnoError(errno, "start " + arguments.front());
   foundation::FileDescriptor gate(ends[0]);
+  setsockopt(gate.get(), SOL_SOCKET, SO_RCVTIMEO, &kExecDeadline, sizeof kExecDeadline);
   const foundation::FileDescriptor childs(ends[1]);
   const auto argumentPointers = pointers(arguments);
   const auto environmentPointers = pointers(environment);
@@ -121,8 +123,8 @@ foundation::Status ChildProcess::release() {
   int error = 0;
   const char word = 1;
   if (send(gate.get(), &word, 1, MSG_NOSIGNAL) != 1) error = errno;
-  while (error == 0 && recv(gate.get(), &error, sizeof error, MSG_WAITALL) < 0 && errno == EINTR) {
-  }
+  while (error == 0 && recv(gate.get(), &error, sizeof error, MSG_WAITALL) < 0)
+    if (errno != EINTR) error = errno;
   if (error == 0) return {};
   waitFor(std::chrono::seconds(1));
   return foundation::errnoError(error, "start " + program_);

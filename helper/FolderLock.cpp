@@ -54,7 +54,8 @@ Result<FolderLock> FolderLock::take(const std::string &folder, std::chrono::mill
     // Watched first and tried once more before waiting, so that no end falls in between; and tried once more at last.
     const bool waited = static_cast<bool>(watch);
     if (!watch) watch = watchFolder(lock.get());
-    if (!watch || (waited && Clock::now() >= deadline)) {
+    if (!watch) return errnoError(errno, "watch " + folder + ", which another program holds,");
+    if (waited && Clock::now() >= deadline) {
       return Error{std::string(foundation::kPOSIXErrorDomain), EWOULDBLOCK,
                    "lock " + folder + ": another program holds it and does not go on"};
     }

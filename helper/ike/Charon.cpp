@@ -351,7 +351,9 @@ void Charon::closed() {
   state_ = State::closed;
   // It did not answer in time, or never before its end: one more try, on a connection of its own. A daemon that has
   // ended with us has forgotten everything.
-  const Status takenBack = loaded_ ? takeBack(controlSocket_, plan_.name, deadlines_.destruction) : Status();
+  Status takenBack = loaded_ ? takeBack(controlSocket_, plan_.name, deadlines_.destruction) : Status();
+  // What it is still taking would come after that.
+  if (loaded_ && loading_ && takenBack) takenBack = foundation::errnoError(ETIMEDOUT, "wait for the IKE daemon");
   loaded_ = false;
   handlers_.closed(takenBack);
 }

@@ -252,13 +252,14 @@ void CharonProcess::watchSockets() {
   std::set<std::string> folders;
   for (const std::filesystem::path path : places_.controlSockets) folders.insert(path.parent_path());
   for (const std::string &folder : folders)
-    ::inotify_add_watch(inotify_.get(), folder.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB);
-  created_ = EventSource::io(event_, inotify_.get(), EPOLLIN, [this](std::uint32_t) {
-    std::array<char, 4096> events;  // of no interest but that they came
-    while (::read(inotify_.get(), events.data(), events.size()) > 0) {
-    }
-    lookForSocket();
-  });
+    if (::inotify_add_watch(inotify_.get(), folder.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB) < 0) inotify_.reset();
+  if (inotify_)
+    created_ = EventSource::io(event_, inotify_.get(), EPOLLIN, [this](std::uint32_t) {
+      std::array<char, 4096> events;  // of no interest but that they came
+      while (::read(inotify_.get(), events.data(), events.size()) > 0) {
+      }
+      lookForSocket();
+    });
   lookForSocket();
 }
 
@@ -269,8 +270,9 @@ void CharonProcess::lookForSocket() {
       ::flock(useLock_.get(), LOCK_SH);
       return use(path);
     }
-    // It has its name but nobody listens yet, or lets us in: that is a matter of moments.
-    if (socket.error().code == ECONNREFUSED || socket.error().code == EAGAIN)
+    // It has its name but nobody listens yet, or lets us in: that is a matter of moments. Where nobody tells us of a
+    // new name, we look.
+    if (socket.error().code == ECONNREFUSED || socket.error().code == EAGAIN || !inotify_)
       retry_ = EventSource::timer(event_, deadlines_.retry, [this] { lookForSocket(); });
   }
 }

@@ -114,7 +114,8 @@ const std::vector<Row> &table() {
       Switch{"IPCPCompressionVJ", false, {}, {"novj"}},
       Computed{compression},
       Number{"LCPMRU", "mru", 1500, 1500, 128, 16384},
-      // L2TP's: with its own headers, ESP's at their longest and a NAT between, just the 1492 bytes that PPPoE carries.
+      // L2TP's: with all headers, a NAT between and the longest proof of what we offer, the 1492 bytes that PPPoE
+      // carries.
       Number{"LCPMTU", "mtu", 1448, 1400, 128, 16384},
       Gate{"LCPEchoEnabled", true, {"LCPEchoInterval", "lcp-echo-interval", 20, 20, 1, 3600}},
       Gate{"LCPEchoEnabled", true, {"LCPEchoFailure", "lcp-echo-failure", 15, 15, 1, 1000}},
