@@ -3,8 +3,8 @@
 
 "measure" runs on the guest and appends its figures to FILE: of the kernel as a whole, and of each host, whose first process is
 PID and whose files are below WORK. "report" prints them as a table, one column for each moment, and judges: what is counted must
-not be more at the end than it was at the first moment; what is measured (memory) may vary by what its row allows. Status 0 if
-nothing has grown.
+not be more at the end than it was at the first moment; what varies by itself (memory, the kernel's caches and threads) may be more by
+what its row allows. Status 0 if nothing has grown.
 """
 import collections
 import os
@@ -35,9 +35,10 @@ def processes(root="/proc"):
 
 def kernel(note):
     memory = {words[0].rstrip(":"): int(words[1]) for words in map(str.split, lines("/proc/meminfo"))}
-    # What programs and the kernel have for themselves: files in memory, which the logs are, do not count.
+    # What programs and the kernel have for themselves: files in memory, which the logs are, do not count. Free pages that
+    # processors keep at hand do, and make it go up and down by tens of megabytes: what is judged are its parts.
     note("memory in use, without files", memory["MemTotal"] - memory["MemFree"] - memory["Buffers"] - memory["Cached"] -
-         memory["SReclaimable"], "KiB")
+         memory["SReclaimable"], "KiB, told")
     for name in ("AnonPages", "SUnreclaim", "Percpu", "KernelStack", "PageTables", "VmallocUsed"):
         note("  " + name, memory[name], "KiB")
     note("files in memory, all logs among them", memory["Shmem"], "KiB, told")
@@ -46,7 +47,15 @@ def kernel(note):
         if name in slabs:
             note(f"slab {name}", slabs[name], "objects, varying")
     note("open files", int(lines("/proc/sys/fs/file-nr")[0].split()[0]), "varying")
-    note("processes", sum(1 for _ in processes()), "")
+    anonymous = collections.Counter()
+    for path, name in processes():
+        status = dict(line.split(":", 1) for line in lines(path + "/status"))
+        anonymous[name] += int(status.get("RssAnon", "0 kB").split()[0])
+    for name, size in anonymous.most_common(8):
+        note(f"anonymous memory of all {name}", size, "KiB, told")
+    threads = sum(1 for path, _ in processes() if not lines(path + "/cmdline"))
+    note("kernel threads", threads, "varying")
+    note("processes", sum(1 for _ in processes()) - threads, "")
     note("network namespaces", len({os.stat(path + "/ns/net").st_ino for path, _ in processes() if os.path.exists(path + "/ns/net")}), "")
     uses = {words[0]: int(words[2]) for words in map(str.split, lines("/proc/modules"))}
     for name in MODULES:
@@ -97,8 +106,9 @@ def measure(path, moment, work, *hosts):
         def note(where):
             return lambda what, value, unit: file.write(f"{moment}\t{where}\t{what}\t{value}\t{unit}\n")
         # Freed, but not yet given back: memory that is held for later is not in use.
-        with open("/proc/sys/vm/drop_caches", "w", encoding="ascii") as drop:
-            drop.write("2")
+        for order in ("drop_caches", "compact_memory"):
+            with open(f"/proc/sys/vm/{order}", "w", encoding="ascii") as drop:
+                drop.write("1" if order == "compact_memory" else "3")
         kernel(note("guest"))
         for entry in hosts:
             name, pid = entry.split("=")
@@ -113,6 +123,8 @@ def allowed(unit, first):
         return max(2048, first // 50)
     if unit == "bytes":
         return 512  # numbers in files have more digits as they count
+    if unit == "objects, varying":
+        return max(40, first // 4)  # a cache counts whole pages of them as in use while a processor works with one
     if unit.endswith("varying"):
         return max(16, first // 10)
     return 0
@@ -129,7 +141,7 @@ def report(path):
         row = rows.setdefault((where, what), collections.defaultdict(int))
         row[moment] += int(value)
         units[where, what] = unit
-    table = [["", "", *moments, "", ""]]
+    table = [["", "", *moments, "", "allowed", ""]]
     grown = []
     for (where, what), row in rows.items():
         values = [row[moment] for moment in moments]
@@ -138,7 +150,8 @@ def report(path):
         if verdict == "grows":
             grown.append(f"{what} of {where}")
         if any(values):
-            table.append([where, what, *map(str, values), units[where, what].split(",")[0], verdict])
+            unit = units[where, what].split(",")[0].removesuffix("varying")
+            table.append([where, what, *map(str, values), unit, "" if limit is None else f"+{limit}", verdict])
     widths = [max(len(row[i]) for row in table) for i in range(len(table[0]))]
     for row in table:
         print("  ".join(cell.ljust(width) if i < 2 or i > 1 + len(moments) else cell.rjust(width)
