@@ -13,7 +13,7 @@
 # The machine's settings. Where the cell waits for us to find something out by ourselves, we find it out soon; everywhere else the
 # stage is to last. And what the IKE daemons compute is cheap.
 settings() {
-  local deadline=60 echoes=10 control=30 mppe=service
+  local deadline=60 ike_deadline=60 echoes=10 control=30 mppe=service
   case $fault in
     tunnel-ended) mppe=none ;; # the scripted server has none
     server-killed | server-silent | cable-pulled | ppp-lost) echoes=3 ;;
@@ -21,13 +21,14 @@ settings() {
   esac
   case $protocol-$stage-$fault in
     pptp-control-server-killed) ;;
-    *-ike-server-silent | *-ike-cable-pulled | *-control-server-* | *-control-cable-pulled) deadline=5 ;;
+    *-ike-*-silent | *-ike-cable-pulled) ike_deadline=10 ;;
+    *-control-server-* | *-control-cable-pulled) deadline=5 ;;
   esac
   cat <<END
 ike = {
   proposals = [ "aes128-sha1-modp1024" ];
   esp_proposals = [ "aes128-sha1" ];
-  deadline = $((deadline * 2));
+  deadline = $ike_deadline;
 };
 l2tp = { deadline = $deadline; dead_peer_delay = $control; };
 pptp = { deadline = $deadline; dead_peer_delay = $control; mppe = "$mppe"; };
