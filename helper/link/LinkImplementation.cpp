@@ -145,11 +145,12 @@ std::optional<foundation::Secret> Link::Implementation::password(const Peer &pee
 }
 
 void Link::Implementation::pppIsUp(const PluginIPUp &up) {
-  if (state_ != State::connecting) return;
+  if (state_ != State::connecting && state_ != State::up) return;
   // pppd has been told to insist; before the first packet goes into the tunnel, we look.
   if (wantsMPPE(configuration_.ppp, configuration_.tunnelType) && !up.encrypted)
     return fail(kCauseNegotiationFailed, 0,
                 "The connection is to be encrypted, but the server does not encrypt; allow MPPE on the server.");
+  if (state_ == State::up) return pppIsUpAgain(up);
   const bool primary = configuration_.ipv4["OverridePrimary"].boolValue();
   Routes routes = ownRoutes();
   Status routed = routes.keepServerOff(up.interface, server_);
@@ -159,6 +160,19 @@ void Link::Implementation::pppIsUp(const PluginIPUp &up) {
     if (!sentence.empty()) log_.write(sentence);
     isUp(up);
   });
+}
+
+// The server has negotiated once more. Meanwhile the interface was down, and the kernel threw its routes away:
+// everything would now go past a tunnel that counts as up.
+void Link::Implementation::pppIsUpAgain(const PluginIPUp &up) {
+  if (up.localAddress.s_addr != facts_.up->localAddress.s_addr)
+    return fail(kCauseNegotiationFailed, 0,
+                "The server has given this machine another address in the middle of the connection.");
+  Routes routes = ownRoutes();
+  Status routed = routes.keepServerOff(up.interface, server_);
+  if (routed && configuration_.ipv4["OverridePrimary"].boolValue())
+    routed = routes.carryEverythingAgain(up.interface, up.localAddress);
+  if (!routed) fail(kCauseFatal, 0, "The routes into the tunnel cannot be set again: " + routed.error().message + ".");
 }
 
 void Link::Implementation::isUp(const PluginIPUp &up) {

@@ -46,6 +46,7 @@ class Link::Implementation {
   void tunnelIsUp(foundation::FileDescriptor channel);
   void pppReached(int phase);
   void pppIsUp(const PluginIPUp &up);
+  void pppIsUpAgain(const PluginIPUp &up);
   void isUp(const PluginIPUp &up);
   std::optional<foundation::Secret> password(const Peer &peer);
 

@@ -2,9 +2,26 @@
 
 #include <arpa/inet.h>
 
+#include <array>
+
 namespace helper {
 
 using foundation::Status;
+
+namespace {
+
+std::array<Route, 2> everything(const std::string &interface, in_addr source) {
+  std::array<Route, 2> halves;
+  halves[1].destination.s_addr = htonl(0x80000000U);
+  for (Route &route : halves) {
+    route.prefixLength = 1;
+    route.source = source;
+    route.interface = interface;
+  }
+  return halves;
+}
+
+}  // namespace
 
 Status Routes::pinServer(in_addr server) {
   const auto route = table_.lookUp(server);
@@ -17,13 +34,15 @@ Status Routes::pinServer(in_addr server) {
 Status Routes::keepServerOff(const std::string &interface, in_addr server) { return table_.detach(server, interface); }
 
 Status Routes::carryEverything(const std::string &interface, in_addr source) {
-  for (const std::uint32_t half : {0x00000000U, 0x80000000U}) {
-    Route route;
-    route.destination.s_addr = htonl(half);
-    route.prefixLength = 1;
-    route.source = source;
-    route.interface = interface;
+  for (const Route &route : everything(interface, source))
     if (Status added = add(route); !added) return added;
+  return {};
+}
+
+Status Routes::carryEverythingAgain(const std::string &interface, in_addr source) {
+  for (Route route : everything(interface, source)) {
+    route.metric = metric_;
+    if (Status added = table_.add(route); !added) return added;
   }
   return {};
 }

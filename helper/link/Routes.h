@@ -27,6 +27,9 @@ class Routes {
   // Sends whatever has no better route through INTERFACE. The default route itself is not touched: two routes of half
   // the world each are better than it, and go with the interface.
   foundation::Status carryEverything(const std::string &interface, in_addr source);
+  // The same once more, after the interface was down for a moment and the kernel threw the routes away. The journal
+  // knows them already.
+  foundation::Status carryEverythingAgain(const std::string &interface, in_addr source);
 
  private:
   foundation::Status add(Route route);

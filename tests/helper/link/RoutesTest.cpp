@@ -121,6 +121,20 @@ TEST_F(RoutesTest, CarryEverythingInTwoHalves) {
   EXPECT_EQ(journal_->entries().size(), 2U);
 }
 
+// The kernel throws them away when the interface goes down, and nobody else brings them back.
+TEST_F(RoutesTest, CarryEverythingAgainWithoutNotingItTwice) {
+  ASSERT_TRUE(routes().carryEverything("ppp0", address("10.9.0.2")));
+  const std::vector<Route> before = table_.present;
+  table_.present.clear();
+  ASSERT_TRUE(routes().carryEverythingAgain("ppp0", address("10.9.0.2")));
+  EXPECT_EQ(table_.present, before);
+  EXPECT_EQ(journal_->entries().size(), 2U);
+  undo();
+  EXPECT_TRUE(table_.present.empty());
+  table_.failing = true;
+  EXPECT_FALSE(routes().carryEverythingAgain("ppp0", address("10.9.0.2")));
+}
+
 TEST_F(RoutesTest, KeepTheServersAddressOffTheTunnel) {
   ASSERT_TRUE(routes().keepServerOff("ppp0", address("192.0.2.7")));
   ASSERT_EQ(table_.detached.size(), 1U);
