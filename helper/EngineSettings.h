@@ -15,7 +15,8 @@ namespace helper {
 struct EngineSettings {
   static constexpr char kPath[] = "/etc/vpnctl/engine.conf";
 
-  // Where L2TP's packets come from: port 1701 if nobody has it, otherwise any; always 1701; always any.
+  // Where L2TP's packets come from: port 1701 if nobody has it and no client has just died on it, otherwise any; always
+  // 1701; always any.
   enum class SourcePort { automatic, wellKnown, any };
   // What PPTP's encryption is to be: as the service says (required), 128 bits required, none.
   enum class MPPE { service, require128, none };

@@ -29,7 +29,9 @@ class RunningLink {
 using LinkFactory = std::function<foundation::Result<std::unique_ptr<RunningLink>>(
     const foundation::Value &preferences, const std::string &serviceID, Link::StatusHandler handler)>;
 
-// Makes real links. EVENT, SECRETS and LOG outlive them.
-LinkFactory realLinks(sd_event *event, SecretSource &secrets, PPPLog &log);
+// Makes real links. EVENT, SECRETS and LOG outlive them. While SERVER_REMEMBERS, a server may still have a tunnel of a
+// client that has died; L2TP then does not come from its port, if the settings leave the choice: two tunnels between
+// the same two ports are not told apart by every server, and what is said in the new one gets lost in the old.
+LinkFactory realLinks(sd_event *event, SecretSource &secrets, PPPLog &log, const bool &serverRemembers);
 
 }  // namespace helper

@@ -31,12 +31,17 @@ EngineSettings readSettings(PPPLog &log) {
 
 }  // namespace
 
-LinkFactory realLinks(sd_event *event, SecretSource &secrets, PPPLog &log) {
-  return [=, &secrets, &log](const foundation::Value &preferences, const std::string &serviceID,
-                             Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<RunningLink>> {
+LinkFactory realLinks(sd_event *event, SecretSource &secrets, PPPLog &log, const bool &serverRemembers) {
+  return [=, &secrets, &log, &serverRemembers](
+             const foundation::Value &preferences, const std::string &serviceID,
+             Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<RunningLink>> {
     auto configuration = LinkConfiguration::fromPreferences(preferences, serviceID);
     if (!configuration) return configuration.error();
-    configuration->applySettings(readSettings(log));
+    EngineSettings settings = readSettings(log);
+    using SourcePort = EngineSettings::SourcePort;
+    if (serverRemembers && settings.l2tp.sourcePort == SourcePort::automatic)
+      settings.l2tp.sourcePort = SourcePort::any;
+    configuration->applySettings(settings);
     if (configuration->isInClear()) {
       log.write(std::string("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in ") +
                 EngineSettings::kPath + ".");

@@ -39,11 +39,13 @@ int main() {
     helper::PosixFileSystem fileSystem;
     helper::PreferencesStore preferences(helper::PreferencesStore::kPath, fileSystem, *log);
     helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log);
-    helper::HelperService service(event, preferences, keychain, helper::realLinks(event, keychain, *log), *log);
+    bool serverRemembers = false;
+    helper::HelperService service(event, preferences, keychain,
+                                  helper::realLinks(event, keychain, *log, serverRemembers), *log);
     std::function<void()> end = [&service] { service.end(); };
     foundation::Status status = helper::endOnSignals(event, end);
     // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
-    helper::endLoopOnException(event, [&log] { helper::Link::repair(*log); });
+    helper::endLoopOnException(event, [&] { serverRemembers = helper::Link::repair(*log); });
     if (status) status = service.serve(std::move(*socket));
     if (status) {
       exitCode = helper::runLoop(event, *log);

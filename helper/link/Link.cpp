@@ -1,9 +1,20 @@
 #include "helper/link/Link.h"
 
+#include <algorithm>
+
 #include "helper/link/LinkImplementation.h"
 #include "helper/link/Undo.h"
 
 namespace helper {
+
+namespace {
+
+bool usesIPSec(const Journal &journal) {
+  return std::ranges::any_of(journal.entries(),
+                             [](const JournalEntry &entry) { return std::holds_alternative<LoadedConnection>(entry); });
+}
+
+}  // namespace
 
 Link::Link(sd_event *event, LinkConfiguration configuration, SecretSource &secrets, PPPLog &log, StatusHandler handler)
     : implementation_(
@@ -19,20 +30,26 @@ const LinkStatus &Link::status() const { return implementation_->status(); }
 
 bool Link::isDown() const { return implementation_->isDown(); }
 
-void Link::repair(PPPLog &log) {
+bool Link::repair(PPPLog &log) {
   const auto until = std::chrono::steady_clock::now() + kRepairDeadline;
   std::vector<foundation::Error> errors;
   std::vector<Journal> journals = Journal::abandoned(Journal::kBase, errors);
   for (const auto &error : errors)
     log.write("What an earlier connection did to this machine cannot be read: " + error.message + ".");
-  if (journals.empty()) return;
+  if (journals.empty()) return false;
+  const bool wasL2TP = std::ranges::any_of(journals, usesIPSec);
   const auto routes = NetlinkRouteTable::open();
-  if (!routes) return log.write("An earlier connection cannot be undone: " + routes.error().message + ".");
-  Undo undo(**routes, [&log](const std::string &sentence) { log.write(sentence); }, until);
+  if (!routes) {
+    log.write("An earlier connection cannot be undone: " + routes.error().message + ".");
+    return wasL2TP;
+  }
+  const auto complain = [&log](const std::string &sentence) { log.write(sentence); };
+  Undo undo(**routes, complain, until);
   for (Journal &journal : journals) {
     log.write("An earlier connection ended without tidying up; doing it now.");
     undo.finish(journal);
   }
+  return wasL2TP;
 }
 
 }  // namespace helper

@@ -49,8 +49,8 @@ class Link {
   // The tool waits for its helper, which repairs first; what is left after this is left to the next one.
   static constexpr std::chrono::milliseconds kRepairDeadline{10000};
   // Undoes what links of helpers that have died left behind; never touches the folder of a living one. Blocks: nothing
-  // is begun after the deadline.
-  static void repair(PPPLog &log);
+  // is begun after the deadline. True if one of them went over L2TP: nobody has told its server that it has ended.
+  static bool repair(PPPLog &log);
 
  private:
   class Implementation;
