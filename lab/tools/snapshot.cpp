@@ -41,17 +41,22 @@ static const std::regex leftOnPurpose(
     "|run vpnctl d"                                    // empty, or its contents show
     "|run pppd2\\.tdb f");                             // pppd's table of units
 
+// Of a process's files: as far as they could be read before it was gone.
 static std::string contentsOf(const fs::path &path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::ostringstream contents;
+  contents << std::ifstream(path, std::ios::binary).rdbuf();
+  return contents.str();
 }
 
 static void processes(Lines &lines) {
   for (const auto &entry : fs::directory_iterator("/proc")) {
     if (entry.path().filename().string().find_first_not_of("0123456789") != std::string::npos) continue;
     std::string words = contentsOf(entry.path() / "cmdline");
-    if (words.empty())  // a process that has ended and waits for its parent is a leftover, too
-      words = contentsOf(entry.path() / "comm") + "(ended)";
+    if (words.empty()) {  // a process that has ended and waits for its parent is a leftover, too
+      words = contentsOf(entry.path() / "comm");
+      if (words.empty()) continue;
+      words += "(ended)";
+    }
     std::replace(words.begin(), words.end(), '\0', ' ');
     std::replace(words.begin(), words.end(), '\n', ' ');
     lines.push_back("process " + words);
