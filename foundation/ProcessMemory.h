@@ -7,8 +7,8 @@
 namespace foundation {
 
 // No core dump of this process will be written, no other process of the same user may look into its memory, and where
-// the process has the right to, nothing of it goes to swap; in return it takes no huge pages, here and in what it starts.
-// An abort is an abort all the same.
+// the process has the right to, nothing of it goes to swap; in return it takes no huge pages, here and in what it
+// starts. An abort is an abort all the same.
 void protectProcessMemory();
 
 }  // namespace foundation
