@@ -54,14 +54,33 @@ int dump(nl_sock *socket, int type, Taker taker) {
   return code;
 }
 
-std::vector<xfrm_usersa_info> statesOf(nl_sock *socket, std::uint32_t reqid, int &code) {
+std::vector<xfrm_usersa_info> statesThat(nl_sock *socket, int &code,
+                                         const std::function<bool(const xfrm_usersa_info &, nlmsghdr *)> &are) {
   std::vector<xfrm_usersa_info> states;
   code = dump(socket, XFRM_MSG_GETSA, [&](nlmsghdr *header) {
     if (nlmsg_datalen(header) < static_cast<int>(sizeof(xfrm_usersa_info))) return;
     const auto *state = static_cast<const xfrm_usersa_info *>(nlmsg_data(header));
-    if (state->reqid == reqid) states.push_back(*state);
+    if (are(*state, header)) states.push_back(*state);
   });
   return states;
+}
+
+std::vector<xfrm_usersa_info> statesOf(nl_sock *socket, std::uint32_t reqid, int &code) {
+  return statesThat(socket, code, [reqid](const xfrm_usersa_info &state, nlmsghdr *) { return state.reqid == reqid; });
+}
+
+// An SPI that a daemon has taken for an association to come: nothing but its two ends says whose it is.
+bool isTakenSPI(const xfrm_usersa_info &state, nlmsghdr *header) {
+  const auto has = [header](int attribute) {
+    return nlmsg_find_attr(header, sizeof(xfrm_usersa_info), attribute) != nullptr;
+  };
+  return state.reqid == 0 && state.id.spi != 0 && state.id.proto == IPPROTO_ESP && !has(XFRMA_ALG_CRYPT) &&
+         !has(XFRMA_ALG_AEAD) && !has(XFRMA_ALG_AUTH) && !has(XFRMA_ALG_AUTH_TRUNC);
+}
+
+bool haveSameEnds(const xfrm_usersa_info &one, const xfrm_usersa_info &other) {
+  return one.family == AF_INET && other.family == AF_INET && one.saddr.a4 == other.saddr.a4 &&
+         one.id.daddr.a4 == other.id.daddr.a4;
 }
 
 std::vector<xfrm_userpolicy_info> policiesOf(nl_sock *socket, std::uint32_t reqid, int &code) {
@@ -167,12 +186,20 @@ Status NetlinkXfrmTable::remove(std::uint32_t reqid) {
     if (removed < 0 && removed != -NLE_OBJ_NOTFOUND) failure = removed;
   }
   if (code < 0) failure = code;
-  const auto states = statesOf(socket_, reqid, code);
+  auto states = statesOf(socket_, reqid, code);
   if (code < 0) failure = code;
   const bool waiting = std::any_of(states.begin(), states.end(), [](const auto &state) { return state.id.spi == 0; });
   for (const auto &state : states)
     if (state.id.spi == 0) static_cast<void>(nameState(socket_, state));
-  for (const auto &state : waiting ? statesOf(socket_, reqid, code) : states) {
+  // A daemon that takes back its own leaves no states: what stands here is a dead one's, with what it had begun.
+  const auto begun = statesThat(socket_, code, [&](const xfrm_usersa_info &state, nlmsghdr *header) {
+    return isTakenSPI(state, header) &&
+           std::any_of(states.begin(), states.end(), [&](const auto &own) { return haveSameEnds(own, state); });
+  });
+  if (code < 0) failure = code;
+  if (waiting) states = statesOf(socket_, reqid, code);
+  states.insert(states.end(), begun.begin(), begun.end());
+  for (const auto &state : states) {
     const int removed = perform(socket_, request(XFRM_MSG_DELSA, idOf(state)));
     if (removed < 0 && removed != -NLE_OBJ_NOTFOUND) failure = removed;
   }

@@ -29,7 +29,8 @@ class XfrmTable {
   // Whether what the IKE daemon has made under REQID is for FLOW and nothing else: policies out and in with exactly
   // these addresses and ports, and a state in each direction. The error says what is not so.
   virtual foundation::Status protects(const UDPFlow &flow, std::uint32_t reqid) = 0;
-  // Removes every state and policy of REQID, also those that wait for an association that never comes.
+  // Removes every state and policy of REQID, also those that wait for an association that never comes; and the SPIs
+  // that a daemon had taken to make the keys of such states anew.
   virtual foundation::Status remove(std::uint32_t reqid) = 0;
   // Whether the kernel can do ESP; made sure of by trying, which may load modules.
   virtual bool knowsESP() = 0;

@@ -98,6 +98,28 @@ TEST_F(XfrmTableTest, RemovesItsOwnPoliciesOnly) {
   });
 }
 
+std::string state(const char *from, const char *to, const char *verb) {
+  return std::string("xfrm state ") + verb + " src " + from + " dst " + to + " proto esp";
+}
+
+// Between the two ends of a state that was left; and nowhere else, nor when none was left: then the daemon lives, and
+// what it begins is its own.
+TEST_F(XfrmTableTest, RemovesWhatADeadDaemonHadBegun) {
+  inNetwork([&](XfrmTable &table) {
+    const std::string own = " mode transport min 0x1000 max 0x1000 reqid " + std::to_string(kReqid);
+    ASSERT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "allocspi") + own));
+    ASSERT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "allocspi") + " mode tunnel min 0x2000 max 0x2000"));
+    ASSERT_TRUE(ip(state("127.0.0.3", "127.0.0.1", "allocspi") + " mode tunnel min 0x3000 max 0x3000"));
+    EXPECT_TRUE(table.remove(kReqid));
+    EXPECT_FALSE(ip(state("127.0.0.2", "127.0.0.1", "get") + " spi 0x1000"));
+    EXPECT_FALSE(ip(state("127.0.0.2", "127.0.0.1", "get") + " spi 0x2000"));
+    EXPECT_TRUE(ip(state("127.0.0.3", "127.0.0.1", "get") + " spi 0x3000"));
+    ASSERT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "allocspi") + " mode tunnel min 0x2000 max 0x2000"));
+    EXPECT_TRUE(table.remove(kReqid));
+    EXPECT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "get") + " spi 0x2000"));
+  });
+}
+
 // A packet that meets the guard makes the kernel ask whoever listens for an association, and remember that it did.
 TEST_F(XfrmTableTest, RemovesWhatWaitsForAnAssociation) {
   inNetwork([&](XfrmTable &table) {
