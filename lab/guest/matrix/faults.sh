@@ -74,13 +74,17 @@ fault_helper_killed() {
   END=("Error: The VPN service is not there" "Unknown status" "Exit.")
   expect_end
   say "the next run repairs what was left"
+  local repairs
+  repairs=$(repairs_told)
   write_config ip=127.0.0.1
   start_vpnctl
   expect_exit 0
-  expect_sentence "An earlier connection ended without tidying up"
+  [ "$(repairs_told)" -gt "$repairs" ] || fail "the PPP log does not tell of a repair"
   write_config_of_cell
   moment=
 }
+# It is told before the tool copies the log.
+repairs_told() { grep -c "An earlier connection ended without tidying up" "$(root_of cli)/var/log/ppp.log" || true; }
 fault_charon_killed() {
   kill_named cli charon
   case $stage in
