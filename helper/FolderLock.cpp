@@ -31,11 +31,15 @@ FileDescriptor watchFolder(int folder) {
   return watch;
 }
 
-// Returns when somebody has closed the folder, at DEADLINE at the latest.
+// The kernel tells that a dying holder's folder is closed before it takes the lock from him: whoever has looked in
+// between hears no more of it.
+constexpr std::chrono::milliseconds kLook{100};
+
+// Returns when somebody has closed the folder, or after a while, at DEADLINE at the latest.
 void wait(int watch, Clock::time_point deadline) {
-  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
   pollfd closed = {watch, POLLIN, 0};
-  if (::poll(&closed, 1, static_cast<int>(std::max<std::int64_t>(left, 0))) <= 0) return;
+  if (::poll(&closed, 1, static_cast<int>(std::clamp(left, std::chrono::milliseconds(0), kLook).count())) <= 0) return;
   std::array<char, 4096> events;  // of no interest but that they came
   while (::read(watch, events.data(), events.size()) > 0) {
   }

@@ -182,6 +182,26 @@ TEST_F(AtomicFileTest, WaitsForAHolderThatIsKilled) {
   ::close(ready[1]);
 }
 
+// Busy for as many tries as it is told, although nobody has it and nothing is to be heard of it.
+class BusyFileSystem : public PosixFileSystem {
+ public:
+  foundation::Status lock(int file, const std::string &path) override {
+    if (tries-- > 0) return foundation::errnoError(EWOULDBLOCK, "lock " + path);
+    return PosixFileSystem::lock(file, path);
+  }
+  int tries = 0;
+};
+
+TEST_F(AtomicFileTest, LooksAgainWhenItHearsNothing) {
+  BusyFileSystem busy;
+  busy.tries = 5;
+  const AtomicFile mine(path, busy);
+  EXPECT_TRUE(mine.lock(kLong));
+  busy.tries = 1000;
+  EXPECT_FALSE(mine.lock(milliseconds(300)));
+  EXPECT_GT(busy.tries, 900);
+}
+
 TEST_F(AtomicFileTest, ManyWritersNeverMix) {
   ASSERT_TRUE(file.replace("0", 0600));
   std::vector<std::thread> writers;
