@@ -116,6 +116,14 @@ expect_preferences() {
 make_preferences() {
   mkdir -p "$(root_of cli)/etc/vpnctl"
   /usr/bin/python3 -S -B "$lab/guest/preferences.py" "$(root_of cli)/etc/vpnctl/preferences.plist" make "$@"
+  cp "$(root_of cli)/etc/vpnctl/preferences.plist" "$work/preferences.made"
+}
+# expect_no_stores: nobody has ever written preferences or keychain items on cli.
+expect_no_stores() {
+  local file
+  for file in etc/vpnctl/preferences.plist var/lib/vpnctl/System.keychain var/lib/vpnctl/SystemKey; do
+    [ ! -e "$(root_of cli)/$file" ] || fail "there is a /$file"
+  done
 }
 
 # The items of cli's keychain: expect_keychain LABEL=N..., and an item that somebody else put there.

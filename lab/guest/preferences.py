@@ -5,6 +5,7 @@ Checks:
   service      the one service Corvanelle is complete: its entries, and its place in the current set; it is one of PPTP
   l2tp-service the same for one of L2TP over IPSec
   pppKEY=TEXT  the PPP entry KEY of the last service Corvanelle, e.g. pppAuthName=alice
+  made=FILE    of the services of that earlier file all but the first Corvanelle are there as they were
 """
 import plistlib
 import sys
@@ -60,6 +61,17 @@ def check_service(root, kind):
     assert root["Sets"][root["CurrentSet"].removeprefix("/Sets/")]["UserDefinedName"] == "Automatic"
 
 
+def check_made(root, path):
+    with open(path, "rb") as file:
+        made = plistlib.load(file)["NetworkServices"]
+    replaced = next(key for key, service in made.items() if service["UserDefinedName"] == "Corvanelle")
+    left = {key: root["NetworkServices"].get(key) for key in made}
+    assert left == {**made, replaced: None}, f"{left} is left of {made}"
+    for current in root["Sets"].values():
+        kept = list(current["Network"]["Service"]), current["Network"]["Global"]["IPv4"]["ServiceOrder"]
+        assert all(set(made) - {replaced} == set(made) & set(keys) for keys in kept), "the set has lost one of them"
+
+
 def main(path, *checks):
     if checks[0] == "make":
         return make(path, checks[1:])
@@ -70,6 +82,9 @@ def main(path, *checks):
             check_service(root, "PPTP" if check == "service" else "L2TP")
             continue
         name, wanted = check.split("=", 1)
+        if name == "made":
+            check_made(root, wanted)
+            continue
         if name.startswith("ppp"):
             got = str(own_service(root)[1]["PPP"][name[3:]])
         else:

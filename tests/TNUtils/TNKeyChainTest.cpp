@@ -155,10 +155,13 @@ TEST_F(TNKeyChainTest, LengthsCountUTF16UnitsOfUTF8Bytes) {
   ASSERT_EQ(platform_.items.size(), 2u);
   EXPECT_EQ(platform_.items[0].secret, "abcdefg\xc3") << "8 characters, 9 bytes: cut to 8 bytes";
   EXPECT_EQ(platform_.items[1].secret, "\xf0\x9f\x94") << "3 units, 5 bytes";
-  const auto item = TNKeyChain::addPassword(keychain(), "s\xc3\xa4", "\xc3\xa4", Secret(), "L", "D");
+  const auto item =
+      TNKeyChain::addPassword(keychain(), "s\xc3\xa4", "\xc3\xa4", Secret(), "l\xc3\xa4", "d\xc3\xa4\xc3\xa4");
   EXPECT_NE(item, nullptr);
   EXPECT_EQ(platform_.items.back().account, "\xc3");
   EXPECT_EQ(platform_.items.back().service, "s\xc3");
+  EXPECT_EQ(platform_.items.back().label, "l\xc3");
+  EXPECT_EQ(platform_.items.back().description, "d\xc3\xa4");
 }
 
 TEST_F(TNKeyChainTest, ALongSecretOfAllKindsOfCharactersIsCutTheSame) {

@@ -85,6 +85,17 @@ TEST_F(GBCommandLineParserParsing, MissingValueBeforeAnOptionRecordsThatOptionsT
   EXPECT_EQ(parser.parsedOptions(), (Options{{"output", "--verbose"}, {"verbose", true}}));
 }
 
+TEST_F(GBCommandLineParserParsing, WhatGoesWrongStoresNothingInTheSettings) {
+  EXPECT_TRUE(parse({"--output", "--verbose"}));
+  EXPECT_EQ(printed, "Missing value for command line option output, try --help!\n");
+  EXPECT_EQ(settings->storage(), (Options{{"verbose", true}}));
+  EXPECT_FALSE(parse({"--unknown=1"}));
+  registerBuildGroup();
+  EXPECT_FALSE(parse({"build", "--level=1"}));
+  EXPECT_EQ(settings->storage(), (Options{{"verbose", true}, {"build", true}}));
+  EXPECT_EQ(settings->objectForKey("build").type(), Value::Type::boolean);
+}
+
 TEST_F(GBCommandLineParserParsing, MissingValueBeforeAGroupName) {
   registerBuildGroup();
   EXPECT_TRUE(parseRecording({"--output", "build"}));
@@ -110,8 +121,10 @@ TEST_F(GBCommandLineParserParsing, OptionalValue) {
 TEST_F(GBCommandLineParserParsing, SwitchesAndTheirNegatedForm) {
   ASSERT_TRUE(parse({"--verbose=no"}));
   EXPECT_EQ(parser.parsedOptions(), (Options{{"verbose", false}}));
+  EXPECT_EQ(parser.valueForOption("verbose").type(), Value::Type::boolean);
   ASSERT_TRUE(parse({"--no-verbose"}));
   EXPECT_EQ(parser.parsedOptions(), (Options{{"no-verbose", false}}));
+  EXPECT_EQ(settings->storage(), (Options{{"verbose", false}, {"no-verbose", false}}));
   EXPECT_EQ(parser.valueForOption("no-verbose").type(), Value::Type::boolean);
   ASSERT_TRUE(parse({"--no-verbose=no"}));
   EXPECT_EQ(parser.parsedOptions(), (Options{{"no-verbose", 1}}));
@@ -209,6 +222,8 @@ TEST_F(GBCommandLineParserParsing, AGroupNameSwitchesTheGroupForTheRestOfThePars
   // The next parse starts without a group, but remembers the name.
   EXPECT_TRUE(parse({"-v"}));
   EXPECT_EQ(parser.currentOptionsGroupName(), "test");
+  parser.endRegisterOptionGroup();
+  EXPECT_EQ(parser.currentOptionsGroupName(), std::nullopt);
 }
 
 TEST_F(GBCommandLineParserParsing, TheGroupOfTheLastParseIsStillCurrentWhenRegistrationGoesOn) {
@@ -350,14 +365,20 @@ TEST_F(GBCommandLineParserParsing, WithoutSettingsTheSimplifiedBlockStoresNothin
 
 TEST_F(GBCommandLineParserParsing, EachSimplifiedParseValidatesWithItsOwnSelectorFirst) {
   struct Validating : GBCommandLineParser {
-    void validateSimplifiedOptionsWithSelector(std::string_view selector) override { selectors.emplace_back(selector); }
+    void validateSimplifiedOptionsWithSelector(std::string_view selector) override {
+      selectors.emplace_back(selector);
+      EXPECT_EQ(arguments(), Arguments{}) << "nothing is parsed yet";
+    }
     Arguments selectors;
-  } validating;
+  } byDefault, ofC, ofArguments;
+  const char *const words[] = {"tool", "a"};
   static_cast<void>(printedBy(stderr, [&] {
-    static_cast<void>(validating.parseOptionsUsingDefaultArguments());
-    static_cast<void>(validating.parseOptionsWithArguments(nullptr, 0));
-    static_cast<void>(validating.parseOptionsWithArguments(Arguments{}, "tool"));
+    static_cast<void>(byDefault.parseOptionsUsingDefaultArguments());
+    static_cast<void>(ofC.parseOptionsWithArguments(words, 2));
+    static_cast<void>(ofArguments.parseOptionsWithArguments(Arguments{"a"}, "tool"));
   }));
-  EXPECT_EQ(validating.selectors, (Arguments{"parseOptionsUsingDefaultArguments", "parseOptionsWithArguments:count:",
-                                             "parseOptionsWithArguments:commandLine:"}));
+  EXPECT_EQ(byDefault.selectors, Arguments{"parseOptionsUsingDefaultArguments"});
+  EXPECT_EQ(ofC.selectors, Arguments{"parseOptionsWithArguments:count:"});
+  EXPECT_EQ(ofArguments.selectors, Arguments{"parseOptionsWithArguments:commandLine:"});
+  EXPECT_EQ(ofC.arguments(), Arguments{"a"});
 }

@@ -154,6 +154,36 @@ TEST(GBOptionsHelperPrinting, GroupHeadingsNeverCollapseAndDoNotMoveTheMark) {
   EXPECT_EQ(help(helper), "\n\nkept \n\nempty without members \n\nhidden \n\n");
 }
 
+TEST(GBOptionsHelperPrinting, WhatIsLeftOutMayBeASeparatorOrAHeading) {
+  for (const std::uint64_t flag : {std::uint64_t{GBOptionFlagNoHelp}, std::uint64_t{GBOptionFlagNoPrint}}) {
+    GBOptionsHelper helper;
+    helper.registerOption(0, "a", "", GBOptionNoValue);
+    helper.registerOption(0, std::nullopt, "separator", GBOptionFlagSeparator | flag);
+    helper.registerGroup("group", std::nullopt, flag,
+                         [](GBOptionsHelper &group) { group.registerOption(0, "member", "", GBOptionNoValue); });
+    const bool inHelp = flag != GBOptionFlagNoHelp;
+    EXPECT_EQ(help(helper), inHelp ? "\n   --a       \n\nseparator \n\ngroup \n   --member  \n\n"
+                                   : "\n   --a       \n   --member  \n\n");
+    EXPECT_EQ(values(helper, GBSettings("l")),
+              inHelp ? "\n\nOption l \na        \nmember   \n\n"
+                     : "\n\nOption l \na        \n\nseparator \n\ngroup  \nmember   \n\n");
+  }
+}
+
+TEST(GBOptionsHelperPrinting, ASeparatorThatIsAGroupTooIsASeparator) {
+  GBOptionsHelper helper;
+  helper.registerOption(0, "name", "text", GBOptionFlagSeparator | GBOptionFlagGroup | std::uint64_t{0});
+  helper.registerOption(0, "a", "", GBOptionNoValue);
+  EXPECT_EQ(help(helper), "\n\ntext \n   --a  \n\n");
+  EXPECT_EQ(values(helper, GBSettings("l")), "\n\nOption l \n\ntext   \na        \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, Requirement3HasNoValueBehindItsName) {
+  GBOptionsHelper helper;
+  helper.registerOption('x', "odd", "text", 3);
+  EXPECT_EQ(help(helper), "\n-x --odd text \n\n");
+}
+
 TEST(GBOptionsHelperPrinting, TheWidestLongCellHasNoPadding) {
   GBOptionsHelper helper;
   helper.registerOption('a', "aa", "x", GBOptionValueOptional);
@@ -172,6 +202,15 @@ TEST(GBOptionsHelperPrinting, AppNameIsReplacedOnlyWhenABuildIsKnown) {
   // A block that has nothing to say is as good as none.
   helper.setApplicationBuild([] { return std::nullopt; });
   EXPECT_EQ(help(helper), "%APPNAME 1.2 %APPBUILD\n\n");
+}
+
+TEST(GBOptionsHelperPrinting, WhatAPlaceholderBecameMayHoldTheNext) {
+  GBOptionsHelper helper;
+  helper.setApplicationName([] { return "tool-%APPVERSION"; });
+  helper.setApplicationVersion([] { return "1.2-%APPBUILD-%APPNAME"; });
+  helper.setApplicationBuild([] { return "77-%APPVERSION"; });
+  helper.setPrintHelpHeader([] { return "%APPNAME"; });
+  EXPECT_EQ(help(helper), "tool-1.2-77-%APPVERSION-%APPNAME\n\n");
 }
 
 TEST(GBOptionsHelperPrinting, VersionLine) {
@@ -195,6 +234,21 @@ TEST(GBOptionsHelperPrinting, LevelsAreNamedBehindArgumentsOnlyWhenThereAreTwo) 
   bottom->addArgument("b");
   EXPECT_EQ(values(helper, top), "\n\n- a (top)\n- b (bottom)\n\n\nOption top bottom \n\n");
   EXPECT_EQ(values(helper, *bottom), "\n\n- b\n\n\nOption bottom \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, WhatTwoLevelsHoldIsTheUpperOnesBothTimes) {
+  GBOptionsHelper helper;
+  helper.registerOption(0, "k", "", 0);
+  const auto bottom = std::make_shared<GBSettings>("bottom");
+  GBSettings top("top", bottom);
+  for (GBSettings *level : {&top, bottom.get()}) {
+    level->registerArrayForKey("k");
+    level->addArgument("same");
+  }
+  top.setObjectForKey(Value::Array{"x", "y"}, "k");
+  bottom->setObjectForKey(Value::Array{"x"}, "k");
+  EXPECT_EQ(values(helper, top),
+            "\n\n- same (top)\n- same (top)\n\n\nOption top     bottom \nk      x, y, x x      \n\n");
 }
 
 TEST(GBOptionsHelperPrinting, AnArrayWhoseItemsAllCameFromParentsShowsAnEmptyCell) {

@@ -138,6 +138,13 @@ TEST(GBOptionsHelper, EnumerationStops) {
   EXPECT_EQ(calls, 1);
 }
 
+TEST(GBOptionsHelper, TheFlagsAreTheseNumbers) {
+  const std::vector<std::uint64_t> flags = {GBOptionFlagRequirementMask, GBOptionFlagSeparator, GBOptionFlagGroup,
+                                            GBOptionFlagNoCmdLine,       GBOptionFlagNoPrint,   GBOptionFlagNoHelp,
+                                            GBOptionFlagGroupEnd};
+  EXPECT_EQ(flags, (std::vector<std::uint64_t>{0x3, 0x8, 0x10, 0x20, 0x40, 0x80, 0x400}));
+}
+
 TEST(GBOptionsHelper, FlagTestsReadOnlyTheFlags) {
   OptionDefinition definition;
   EXPECT_TRUE(GBOptionsHelper::isCmdLine(definition));

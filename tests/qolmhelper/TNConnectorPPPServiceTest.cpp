@@ -1,6 +1,12 @@
 // What holds for every protocol: each test runs for all of them.
 
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
 #include <future>
+#include <string>
+#include <thread>
 
 #include "qolmhelper/TNConnectorL2TP.h"
 #include "qolmhelper/TNConnectorPPTP.h"
@@ -29,6 +35,18 @@ class ServiceOfAProtocol : public ServiceFixture {
 };
 
 std::vector<Protocol> protocols() { return {ServiceOfAProtocol::l2tp(), ServiceOfAProtocol::pptp()}; }
+
+// Whether that thread of ours comes to wait for something.
+bool sleeps(pid_t thread) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (std::chrono::steady_clock::now() < until) {
+    std::string stat;
+    std::getline(std::ifstream("/proc/self/task/" + std::to_string(thread) + "/stat"), stat);
+    if (stat.find(") S ") != std::string::npos) return true;
+    std::this_thread::yield();
+  }
+  return false;
+}
 
 class TNConnectorPPPServiceTest : public ServiceOfAProtocol, public testing::WithParamInterface<Protocol> {
  protected:
@@ -234,12 +252,12 @@ TEST_P(TNConnectorPPPServiceTest, ConnectSaysItsBannerFirst) {
 }
 
 TEST_P(TNConnectorPPPServiceTest, AnotherThreadsStopWaitsForTheConnectionAndMakesNone) {
-  std::promise<void> asked;
+  std::promise<pid_t> number;
   std::thread stopper([&] {
-    asked.set_value();
+    number.set_value(::gettid());
     connector_->disconnect();
   });
-  asked.get_future().wait();
+  ASSERT_TRUE(sleeps(number.get_future().get()));
   const auto connection = connector_->connection();
   stopper.join();
   EXPECT_NE(connection, nullptr);

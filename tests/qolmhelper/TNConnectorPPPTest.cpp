@@ -19,6 +19,7 @@ class TestConnector : public TNConnectorPPP {
  public:
   using TNConnectorPPP::TNConnectorPPP;
   platform::SCNetworkConnectionRef connection() override {
+    if (asked) asked();
     if (failsWith) {
       platform::setSCError(*failsWith);
       return nullptr;
@@ -31,6 +32,7 @@ class TestConnector : public TNConnectorPPP {
     return connection_;
   }
   std::optional<std::int32_t> failsWith;
+  std::function<void()> asked;
 
  private:
   platform::SCNetworkConnectionRef connection_;
@@ -44,7 +46,7 @@ class TNConnectorPPPTest : public testing::Test {
     platform_.pppLogPath = folder_.path("ppp.log");
   }
   ~TNConnectorPPPTest() override {
-    if (connector_->logTailer()) connector_->logTailer()->stop();
+    if (connector_ && connector_->logTailer()) connector_->logTailer()->stop();
   }
 
   std::string connect() {
@@ -234,6 +236,21 @@ TEST_F(TNConnectorPPPTest, TheCallbackReadsStatusThenExtendedStatus) {
   ASSERT_GE(calls.size(), 2u);
   EXPECT_EQ(calls[0], "SCNetworkConnectionGetStatus(connection)");
   EXPECT_EQ(calls[1], "SCNetworkConnectionCopyExtendedStatus(connection)");
+}
+
+TEST_F(TNConnectorPPPTest, LivesUntilItsCallbackReturns) {
+  const auto connection = connector_->connection();
+  const std::weak_ptr<TestConnector> seen = connector_;
+  bool livedInside = false;
+  connector_->asked = [&] {
+    connector_.reset();
+    livedInside = !seen.expired();
+  };
+  testing::internal::CaptureStderr();
+  PPPNetworkConnectionCallBack(connection, 0, static_cast<TNConnectorPPP *>(connector_.get()));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unknown status\n");
+  EXPECT_TRUE(livedInside);
+  EXPECT_TRUE(seen.expired());
 }
 
 using TNConnectorPPPDeathTest = TNConnectorPPPTest;
