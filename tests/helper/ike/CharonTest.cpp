@@ -189,6 +189,8 @@ class CharonTest : public LoopFixture {
     beReady();
     charon_->negotiate(plan(), secret_);
     expectRefusal(stage, true);
+    server_.finish("initiate", Section().add("success", "no"));
+    expectTakenBack();
   }
   // The server says no at this point.
   void expectNo(const Section &last, IKEStage stage) {
@@ -199,6 +201,15 @@ class CharonTest : public LoopFixture {
     server_.say("ike-updown", last);
     server_.finish("initiate", Section().add("success", "no").add("errmsg", "establishing CHILD_SA failed"));
     expectRefusal(stage, false);
+    expectTakenBack();
+  }
+  // In this order, also what has failed.
+  void expectTakenBack() {
+    charon_->close();
+    ASSERT_TRUE(runUntil([&] { return closed_ == 1; }));
+    EXPECT_EQ(askedFrom("terminate"),
+              (std::vector<std::string>{"terminate", "terminate", "unload-conn", "unload-shared"}));
+    EXPECT_TRUE(takenBack_);
   }
   std::vector<std::string> askedFrom(const std::string &first) const {
     const auto all = server_.asked();

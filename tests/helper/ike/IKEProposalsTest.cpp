@@ -26,6 +26,16 @@ TEST(IKEProposalsTest, KeepsEverythingThatIsKnown) {
   EXPECT_TRUE(lacking.empty());
 }
 
+// What servers in the field are made for; each that falls out leaves some of them without an answer.
+TEST(IKEProposalsTest, TheManyAreThese) {
+  const IKEProposals broad = IKEProposals::broad();
+  EXPECT_EQ(broad.ike,
+            (Texts{"aes256-sha256-modp2048", "aes256-sha256-modp1536", "aes256-sha256-modp1024", "aes256-sha1-modp2048",
+                   "aes256-sha1-modp1536", "aes256-sha1-modp1024", "aes256-sha1-ecp384", "aes128-sha1-modp1024",
+                   "aes128-sha1-ecp256", "3des-sha1-modp2048", "3des-sha1-modp1024"}));
+  EXPECT_EQ(broad.esp, (Texts{"aes256-sha256", "aes256-sha1", "aes128-sha1", "3des-sha1"}));
+}
+
 TEST(IKEProposalsTest, TheFewAreAmongTheMany) {
   const IKEProposals broad = IKEProposals::broad();
   const IKEProposals few = IKEProposals::few();

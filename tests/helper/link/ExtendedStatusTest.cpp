@@ -1,6 +1,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include "helper/TunnelFailure.h"
 #include "helper/link/ExtendedStatus.h"
 
 using foundation::Value;
@@ -31,6 +32,15 @@ TEST(ExtendedStatus, SaysCausesWhileNotUp) {
   EXPECT_EQ(down["PPP"].find("CommRemoteAddress"), nullptr);
   EXPECT_EQ(down["PPP"]["LastCause"], Value(8));
   EXPECT_EQ(down["PPP"]["DeviceLastCause"], Value(2));
+}
+
+// As they are read by others.
+TEST(ExtendedStatus, TheCausesOfTunnelsAreTheseNumbers) {
+  EXPECT_EQ(static_cast<int>(DeviceCause::noServer), 1);
+  EXPECT_EQ(static_cast<int>(DeviceCause::noAnswer), 2);
+  EXPECT_EQ(static_cast<int>(DeviceCause::protocolError), 5);
+  EXPECT_EQ(static_cast<int>(DeviceCause::networkChanged), 6);
+  EXPECT_EQ(static_cast<int>(DeviceCause::noSharedSecret), 7);
 }
 
 TEST(ExtendedStatus, SaysAddressesWhileUp) {
