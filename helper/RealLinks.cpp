@@ -39,8 +39,12 @@ LinkFactory realLinks(sd_event *event, SecretSource &secrets, PPPLog &log, const
     if (!configuration) return configuration.error();
     EngineSettings settings = readSettings(log);
     using SourcePort = EngineSettings::SourcePort;
-    if (serverRemembers && settings.l2tp.sourcePort == SourcePort::automatic)
+    if (serverRemembers && configuration->tunnelType == "L2TP" && settings.l2tp.sourcePort == SourcePort::automatic) {
       settings.l2tp.sourcePort = SourcePort::any;
+      log.write(
+          "The server was not told that the earlier connection has ended: L2TP goes out from another port than 1701, "
+          "which a few servers do not accept.");
+    }
     configuration->applySettings(settings);
     if (configuration->isInClear()) {
       log.write(std::string("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in ") +

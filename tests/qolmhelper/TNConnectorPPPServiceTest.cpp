@@ -257,7 +257,7 @@ TEST_P(TNConnectorPPPServiceTest, AnotherThreadsStopWaitsForTheConnectionAndMake
     number.set_value(::gettid());
     connector_->disconnect();
   });
-  ASSERT_TRUE(sleeps(number.get_future().get()));
+  EXPECT_TRUE(sleeps(number.get_future().get()));
   const auto connection = connector_->connection();
   stopper.join();
   EXPECT_NE(connection, nullptr);

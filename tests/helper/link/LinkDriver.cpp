@@ -109,7 +109,7 @@ int main(int argc, char **argv) {
   if (sd_event_new(&run.event) < 0) return 2;
   for (const int number : {SIGINT, SIGTERM, SIGUSR1})
     if (sd_event_add_signal(run.event, nullptr, number, signalled, &run) < 0) return 2;
-  static_cast<void>(helper::Link::repair(*pppLog));
+  helper::Link::repair(*pppLog);
   run.link = std::make_unique<helper::Link>(run.event, configuration, secrets, *pppLog,
                                             [&run](const helper::LinkStatus &status) { report(run, status); });
   run.link->start();

@@ -24,8 +24,8 @@ struct CallFault {
 };
 
 struct TracedProcess {
-  std::vector<long>
-      calls;  // the numbers of the system calls, in order, without a sanitizer's own; the last one ends it
+  // The numbers of the system calls, in order, without a sanitizer's own; the last one ends the process.
+  std::vector<long> calls;
   std::optional<int> exitCode;  // none when a signal ended it
 };
 
