@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <array>
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <string>
@@ -18,6 +20,7 @@ constexpr std::uint16_t kPeerTunnel = 77;
 struct Sent {
   l2tp::Header header;
   l2tp::Message message;
+  std::chrono::steady_clock::time_point time = std::chrono::steady_clock::now();
 };
 
 class L2TPTransportTest : public LoopFixture {
@@ -230,12 +233,19 @@ TEST_F(L2TPTransportTest, RepeatsWithTheNewestAcknowledgement) {
 
 // 1, 2, 4, 4, ... times the first interval; fresh for each new message.
 TEST_F(L2TPTransportTest, WaitsLongerEachTime) {
-  timing_ = {milliseconds(20), milliseconds(80), 5};
+  timing_ = {milliseconds(10), milliseconds(160), 6};
   auto &transport = open();
-  const auto start = std::chrono::steady_clock::now();
   transport.send(0, l2tp::Hello{});
   ASSERT_TRUE(runUntil([this] { return gaveUp_ > 0; }));
-  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(20 + 40 + 80 + 80 + 80));
+  const auto end = std::chrono::steady_clock::now();
+  const std::array waits = {10, 20, 40, 80, 160, 160};
+  ASSERT_EQ(sent_.size(), waits.size());
+  for (std::size_t i = 0; i < waits.size(); ++i) {
+    const auto next = i + 1 < sent_.size() ? sent_[i + 1].time : end;
+    // The loop counts from where it woke up, a little earlier.
+    EXPECT_GE(next - sent_[i].time, milliseconds(waits[i] - 5)) << i;
+  }
+  EXPECT_LT(sent_[1].time - sent_[0].time, milliseconds(waits.back()));  // not the longest at once
 }
 
 TEST_F(L2TPTransportTest, IsPatientAgainAfterProgress) {
