@@ -27,6 +27,7 @@
 namespace helper {
 
 using foundation::FileDescriptor;
+using foundation::Result;
 using foundation::Status;
 
 namespace {
@@ -67,6 +68,18 @@ bool writeUseFile(const FileDescriptor &file, const StartedDaemon &daemon) {
 
 void signal(const FileDescriptor &process, int number) {
   ::syscall(SYS_pidfd_send_signal, process.get(), number, nullptr, 0);
+}
+
+// The pidfd of DAEMON if it is at the other end of SOCKET; none if it surely is not.
+Result<FileDescriptor> processThatAnswers(const StartedDaemon &daemon, int socket) {
+  auto process = openProcess(daemon.pid, daemon.startTime);
+  if (!process || !*process) return process;
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) < 0)
+    return foundation::errnoError(errno, "ask for the process that answers");
+  if (peer.pid != daemon.pid) process->reset();
+  return process;
 }
 
 }  // namespace
@@ -131,24 +144,33 @@ bool CharonProcess::found() {
 // ours, is ended with all its tunnels. So it is ours only when the file names a process that surely still is the same
 // and surely is the one that answers; it is the system's when one of that is surely not so; and whenever it cannot be
 // seen it is not used. EAGAIN: not yet.
+//
+// Noted before it is locked: a user who dies between the two keeps nobody from ending it.
 Status CharonProcess::join(int socket) {
   FileDescriptor lock = openUseFile(places_.useFile, 0);
   if (!lock) return errno == ENOENT ? Status() : foundation::errnoError(errno, "open " + places_.useFile);
+  const auto named = readUseFile(lock, places_.useFile);
+  FileDescriptor process;
+  if (named) {
+    auto answering = processThatAnswers(*named, socket);
+    if (!answering) return answering.error();
+    process = std::move(*answering);
+  }
+  if (process) {
+    if (Status noted = journal_.noteDaemon(*named); !noted) return noted;
+  }
+  Status locked;
   if (!lockUseFile(lock, LOCK_SH))
-    return foundation::errnoError(isOthers(errno) ? EAGAIN : errno, "lock " + places_.useFile);
-  const auto daemon = readUseFile(lock, places_.useFile);
-  if (!daemon) return {};
-  auto process = openProcess(daemon->pid, daemon->startTime);
-  if (!process) return process.error();
-  if (!*process) return {};
-  ucred peer{};
-  socklen_t size = sizeof peer;
-  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) < 0)
-    return foundation::errnoError(errno, "ask for the process that answers");
-  if (peer.pid != daemon->pid) return {};
-  if (Status noted = journal_.noteDaemon(*daemon); !noted) return noted;
-  daemon_ = daemon;
-  process_ = std::move(*process);
+    locked = foundation::errnoError(isOthers(errno) ? EAGAIN : errno, "lock " + places_.useFile);
+  else if (readUseFile(lock, places_.useFile) != named)
+    locked = foundation::errnoError(EAGAIN, "read " + places_.useFile);
+  if (!process) return locked;
+  if (!locked) {
+    journal_.forgetDaemon(*named);
+    return locked;
+  }
+  daemon_ = named;
+  process_ = std::move(process);
   useLock_ = std::move(lock);
   return {};
 }

@@ -11,6 +11,7 @@
 
 #include <filesystem>
 #include <thread>
+#include <utility>
 
 #include "helper/ProcessStart.h"
 #include "helper/ike/CharonProcess.h"
@@ -200,6 +201,22 @@ TEST_F(CharonProcessTest, TwoAtOnceStartOne) {
   EXPECT_EQ(one_.journal.daemons.size(), 1U);
   EXPECT_EQ(two_.journal.daemons, one_.journal.daemons);
   stop(one_);
+  stop(two_);
+  expectNothingLeft();
+}
+
+// He may die at that moment, and then nobody else would.
+TEST_F(CharonProcessTest, WhoIsJustJoiningKeepsNobodyFromEndingIt) {
+  getReady(one_);
+  const StartedDaemon daemon = one_.journal.daemons.at(0);
+  two_.journal.onNoteDaemon = [this, first = true]() mutable {
+    if (std::exchange(first, false)) one_.process->stop();
+  };
+  getReady(two_);
+  EXPECT_TRUE(one_.stopped);
+  EXPECT_FALSE(lives(daemon));
+  ASSERT_EQ(two_.journal.daemons.size(), 1U);
+  EXPECT_NE(two_.journal.daemons[0], daemon);
   stop(two_);
   expectNothingLeft();
 }
