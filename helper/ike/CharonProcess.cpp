@@ -102,10 +102,11 @@ CharonProcess::~CharonProcess() {
 
 void CharonProcess::start() {
   deadline_ = EventSource::timer(event_, deadlines_.start, [this] {
-    fail(child_
-             ? "The IKE daemon " + std::string(places_.programs.front()) +
-                   " was started, but its control socket does not appear; it needs the vici plugin (" + kPackages + ")."
-             : "Another vpnctl is starting or ending the IKE daemon and does not come to an end with it.");
+    fail(child_ ? "The IKE daemon " + std::string(places_.programs.front()) +
+                      " was started, but its control socket does not appear within " +
+                      std::to_string(deadlines_.start.count() / 1000) + " seconds; it needs the vici plugin (" +
+                      kPackages + ")."
+                : "Another vpnctl is starting or ending the IKE daemon and does not come to an end with it.");
   });
   soon_ = EventSource::soon(event_, [this] { attempt(); });
 }

@@ -268,7 +268,7 @@ TEST_F(CharonProcessTest, NoDaemonInstalled) {
 TEST_F(CharonProcessTest, NoControlSocket) {
   helper::testing::writeFile(folder_.path("mute"), "");
   deadlines_.start = milliseconds(100);
-  expectFailure(one_, "its control socket does not appear; it needs the vici plugin");
+  expectFailure(one_, "its control socket does not appear within 0 seconds; it needs the vici plugin");
 }
 
 TEST_F(CharonProcessTest, OneThatEndsAtOnce) {
