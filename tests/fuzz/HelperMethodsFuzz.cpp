@@ -173,10 +173,10 @@ class Run {
       case 12:
         return garbledCall();
       case 13:
-        return sendAnything(input_.bytes(input_.byte()));
+        return sendGarbage(input_.bytes(input_.byte()));
       case 14: {
         const Call cut = nextCall();
-        return sendAnything(std::string_view(cut.bytes).substr(0, input_.byte() * 2U));
+        return sendGarbage(std::string_view(cut.bytes).substr(0, input_.byte() * 2U));
       }
       case 15:
         deaf_ = !deaf_;
@@ -222,8 +222,13 @@ class Run {
       if (value > 0xffff) value |= 0x8000000;
       std::memcpy(&call.bytes[place], &value, std::min(sizeof value, call.bytes.size() - place));
     }
+    sendGarbage(call.bytes);
+  }
+
+  // With what comes next, it may ask for a link that stays.
+  void sendGarbage(std::string_view bytes) {
     lingers_ = true;
-    sendAnything(call.bytes);
+    sendAnything(bytes);
   }
 
   void sendAnything(std::string_view bytes, int descriptors = 0) {
