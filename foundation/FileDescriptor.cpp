@@ -23,4 +23,14 @@ void FileDescriptor::reset(int fd) {
   errno = saved;
 }
 
+Status writeAll(int file, std::string_view bytes, const std::string &path) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(file, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errnoError(errno, "write " + path);
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return {};
+}
+
 }  // namespace foundation

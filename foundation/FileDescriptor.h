@@ -2,6 +2,11 @@
 
 #pragma once
 
+#include <string>
+#include <string_view>
+
+#include "foundation/Result.h"
+
 namespace foundation {
 
 class FileDescriptor {
@@ -22,5 +27,9 @@ class FileDescriptor {
  private:
   int fd_ = -1;
 };
+
+// Writes all of BYTES to FILE, however often a signal interrupts it. Blocks as write(2) does; the error (POSIX domain)
+// names PATH.
+Status writeAll(int file, std::string_view bytes, const std::string &path);
 
 }  // namespace foundation

@@ -9,15 +9,14 @@
 #include <cerrno>
 #include <climits>
 #include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
 
 namespace helper {
 
 using foundation::errnoError;
 using foundation::FileDescriptor;
 using foundation::Status;
+using foundation::writeAll;
 
 namespace {
 
@@ -36,19 +35,11 @@ foundation::Result<std::string> readAll(int file, const std::string &path) {
   }
 }
 
-Status writeAll(int file, const std::string &bytes, const std::string &path) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t count = ::write(file, bytes.data() + done, bytes.size() - done);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return errnoError(errno, "write " + path);
-    done += static_cast<std::size_t>(count);
-  }
-  return {};
-}
+// Written beside PATH first.
+std::string freshName(const std::string &path) { return path + ".vpnctl-new"; }
 
 Status putBytes(const ReplacedFile &file, const std::string &bytes) {
-  const std::string fresh = file.path + ".vpnctl-new";
+  const std::string fresh = freshName(file.path);
   ::unlink(fresh.c_str());
   FileDescriptor out(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, file.mode));
   if (!out) return errnoError(errno, "make " + fresh);
@@ -68,7 +59,7 @@ Status putBytes(const ReplacedFile &file, const std::string &bytes) {
 }
 
 Status putLink(const ReplacedFile &file, const std::string &target) {
-  const std::string fresh = file.path + ".vpnctl-new";
+  const std::string fresh = freshName(file.path);
   ::unlink(fresh.c_str());
   if (::symlink(target.c_str(), fresh.c_str()) == 0 && ::rename(fresh.c_str(), file.path.c_str()) == 0) return {};
   const int cause = errno;
@@ -83,11 +74,13 @@ Status putOriginal(const ReplacedFile &file) {
   return {};
 }
 
-std::string textBefore(const ReplacedFile &file) {
+foundation::Result<std::string> textBefore(const ReplacedFile &file) {
   if (!file.linkTarget) return file.bytes.value_or("");
-  std::ostringstream text;
-  text << std::ifstream(std::filesystem::path(file.path).parent_path() / *file.linkTarget).rdbuf();
-  return text.str();
+  const std::string target = std::filesystem::path(file.path).parent_path() / *file.linkTarget;
+  const FileDescriptor in(::open(target.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (in) return readAll(in.get(), target);
+  if (errno == ENOENT) return std::string();
+  return errnoError(errno, "open " + target);
 }
 
 // Another link's replacement of the same file.
@@ -124,14 +117,35 @@ const Layer *newest(const std::vector<Layer> &layers) {
   return found;
 }
 
+bool isAsBefore(const ReplacedFile &now, const ReplacedFile &file) {
+  return now.bytes == file.bytes && now.linkTarget == file.linkTarget;
+}
+
+bool isMounted(const std::string &path) {
+  struct statx attributes {};
+  return ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, 0, &attributes) == 0 &&
+         (attributes.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+// Whether NOW is what is left where one of us could only write, not replace, and did not come to the end of it.
+bool isCutOff(const ReplacedFile &now, const ReplacedFile &file, const std::vector<Layer> &layers) {
+  if (!now.bytes || !isMounted(file.path)) return false;
+  const auto isBeginOf = [&](const std::string &whole) { return whole.starts_with(*now.bytes); };
+  return isBeginOf(file.replacement) || (file.bytes && isBeginOf(*file.bytes)) ||
+         std::any_of(layers.begin(), layers.end(),
+                     [&](const Layer &layer) { return isBeginOf(layer.file.replacement); });
+}
+
 // putBack() while the others are locked out.
 foundation::Result<bool> putBackAlone(const Journal &journal, const ReplacedFile &file) {
   const auto now = currentFile(file.path);
   if (!now) return now.error();
+  // Whoever wrote it has died: nobody else may write here now.
+  ::unlink(freshName(file.path).c_str());
   // Noted, but never done: whoever noted it died in between.
-  if (now->bytes == file.bytes && now->linkTarget == file.linkTarget) return true;
+  if (isAsBefore(*now, file)) return true;
   const std::vector<Layer> layers = layersBeside(journal, file);
-  if (now->bytes != file.replacement)
+  if (now->bytes != file.replacement && !isCutOff(*now, file, layers))
     return std::any_of(layers.begin(), layers.end(),
                        [&](const Layer &layer) { return now->bytes == layer.file.replacement; });
   const Layer *top = newest(layers);
@@ -175,18 +189,22 @@ Status replaceFile(Journal &journal, const std::string &path,
   if (!lock) return lock.error();
   auto file = currentFile(path);
   if (!file) return file.error();
+  const ReplacedFile before = *file;
   for (const Layer &layer : layersOn(journal, path))
     if (file->bytes == layer.file.replacement) {
       // What comes back in the end is what was there before the first, and no link's work.
       *file = layer.file;
       break;
     }
-  file->replacement = replacement(textBefore(*file));
+  const auto text = textBefore(*file);
+  if (!text) return text.error();
+  file->replacement = replacement(*text);
   if (Status noted = journal.note(*file); !noted) return noted;
   const std::vector<Layer> layers = layersBeside(journal, *file);
   if (const Layer *top = newest(layers); top != nullptr && top->number > journal.number()) return {};
   Status put = putBytes(*file, file->replacement);
-  if (!put) static_cast<void>(journal.forgetLast());
+  // A file that could only be written may have been lost in the attempt: then it is still to be put back.
+  if (const auto now = currentFile(path); !put && now && *now == before) static_cast<void>(journal.forgetLast());
   return put;
 }
 

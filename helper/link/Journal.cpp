@@ -194,9 +194,9 @@ Status Journal::write() const {
   const std::string path = folder_ + kFileName;
   const std::string fresh = path + "-new";
   FileDescriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-  if (!file || ::write(file.get(), text->data(), text->size()) != static_cast<ssize_t>(text->size()) ||
-      ::rename(fresh.c_str(), path.c_str()) < 0)
-    return errnoError(errno, "write " + path);
+  if (!file) return errnoError(errno, "open " + fresh);
+  if (Status written = foundation::writeAll(file.get(), *text, fresh); !written) return written;
+  if (::rename(fresh.c_str(), path.c_str()) < 0) return errnoError(errno, "write " + path);
   return {};
 }
 

@@ -131,8 +131,7 @@ void ResolverConfiguration::resolvedAnswered(const Status &status, bool alsoFile
 void ResolverConfiguration::runResolvconf(const std::string &program) {
   const std::string lines = nameserverLines(servers_);
   const foundation::FileDescriptor input(::memfd_create("name servers", MFD_CLOEXEC));
-  if (!input || ::write(input.get(), lines.data(), lines.size()) != static_cast<ssize_t>(lines.size()) ||
-      ::lseek(input.get(), 0, SEEK_SET) < 0)
+  if (!input || !foundation::writeAll(input.get(), lines, program) || ::lseek(input.get(), 0, SEEK_SET) < 0)
     return finish(errnoError(errno, "write the name servers for " + program));
   const std::string key = recordKey(journal_.number(), interface_);
   if (Status noted = journal_.note(ResolvconfRecord{program, key}); !noted) return finish(noted);

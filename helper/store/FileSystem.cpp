@@ -24,13 +24,7 @@ Result<FileDescriptor> PosixFileSystem::open(const std::string &path, int flags,
 }
 
 Status PosixFileSystem::write(int file, std::string_view bytes, const std::string &path) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(file, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return errnoError(errno, "write " + path);
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return {};
+  return foundation::writeAll(file, bytes, path);
 }
 
 Status PosixFileSystem::synchronize(int file, const std::string &path) {

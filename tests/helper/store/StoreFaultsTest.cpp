@@ -14,17 +14,15 @@
 #include "helper/StatusCodes.h"
 #include "helper/store/Keychain.h"
 #include "helper/store/PreferencesStore.h"
+#include "tests/helper/support/FaultsFixture.h"
 #include "tests/helper/support/TemporaryFolder.h"
-#include "tests/helper/support/TracedProcess.h"
 
 namespace helper {
 namespace {
 
 using foundation::FileDescriptor;
 using foundation::Secret;
-using testing::CallFault;
 using testing::contentsOf;
-using testing::runTraced;
 using testing::TracedProcess;
 
 std::set<std::string> namesIn(const std::string &folder) {
@@ -33,53 +31,19 @@ std::set<std::string> namesIn(const std::string &folder) {
   return names;
 }
 
-// The calls that a signal may interrupt.
-bool isInterruptible(long call) {
-  return call == SYS_openat || call == SYS_read || call == SYS_write || call == SYS_fsync || call == SYS_flock ||
-         call == SYS_poll;
-}
-
-class StoreFaultsTest : public ::testing::Test {
+class StoreFaultsTest : public testing::FaultsFixture {
  protected:
-  // Runs WORK once for every system call it makes, each time with the fault of KIND in that call, and CHECK after it.
-  // PREPARE stands before each run.
-  void forEveryCall(CallFault::Kind kind, int errnum, const std::function<void()> &prepare,
-                    const std::function<int()> &work, const std::function<void(const TracedProcess &)> &check) {
-    prepare();
-    const auto whole = runTraced(work);
-    if (!whole) GTEST_SKIP() << "system calls cannot be traced here";
-    ASSERT_EQ(whole->exitCode, 0);
-    check(*whole);
-    for (std::size_t index = 0; index < whole->calls.size(); ++index) {
-      const long call = whole->calls[index];
-      if (call == SYS_exit_group && kind == CallFault::Kind::fail) continue;  // that it never does
-      const bool isOfWrites = kind == CallFault::Kind::shorten || kind == CallFault::Kind::fill;
-      if (isOfWrites && call != SYS_write) continue;
-      if (errnum == EINTR && !isInterruptible(call)) continue;
-      prepare();
-      const auto run = runTraced(work, {kind, index, errnum});
-      ASSERT_TRUE(run);
-      SCOPED_TRACE("call " + std::to_string(index) + ", number " + std::to_string(call) + ", error " +
-                   std::to_string(errnum));
-      check(*run);
-      if (HasFailure()) return;
-      // What is only put off must not fail.
-      if (errnum == EINTR || kind == CallFault::Kind::shorten) {
-        ASSERT_EQ(run->exitCode, 0);
-      }
-    }
-  }
-
   void withEveryFault(const std::function<void()> &prepare, const std::function<int()> &work,
                       const std::function<void(const TracedProcess &)> &check) {
-    using Kind = CallFault::Kind;
-    const std::pair<Kind, int> faults[] = {{Kind::kill, 0},      {Kind::fail, ENOSPC}, {Kind::fail, EIO},
-                                           {Kind::fail, EMFILE}, {Kind::fail, EINTR},  {Kind::shorten, 0},
-                                           {Kind::fill, 0}};
-    for (const auto &[kind, errnum] : faults) {
-      forEveryCall(kind, errnum, prepare, work, check);
-      if (HasFailure() || IsSkipped()) return;
-    }
+    using Kind = testing::CallFault::Kind;
+    withFaults({{Kind::kill, 0},
+                {Kind::fail, ENOSPC},
+                {Kind::fail, EIO},
+                {Kind::fail, EMFILE},
+                {Kind::fail, EINTR},
+                {Kind::shorten, 0},
+                {Kind::fill, 0}},
+               prepare, work, check);
   }
 
   testing::TemporaryFolder folder{testing::TemporaryFolder::Place::memory};  // a disk would take its time for thousands
