@@ -2,8 +2,8 @@
 
 Runs on the client, until COUNT connections have stood. Each is ended by SIGUSR1 as soon as it stands, every KILLEDth (they are
 numbered from FIRST) by SIGKILL to the tool. The next begins when nothing of the one before runs any more. On a busy machine
-one may not come up in time; it is told of, and another one made in its place. Status 0 if one in ten did so at the most, and
-all ended as they should.
+one may not come up in time; it must end as it should, is told of, and another one made in its place. Status 0 if one in ten did so at
+the most, and all ended as they should.
 """
 import os
 import select
@@ -51,6 +51,8 @@ def connect(command, end):
         if not wait_for(process, deadline):
             raise RuntimeError(f"{OURS} still run after the end of the tool")
     if "PPP Connected\n" not in said:
+        if status != 0 or said[-1:] != ["Exit.\n"]:
+            raise RuntimeError(f"did not stand, and ended with {status}: {''.join(said)}")
         print(f"did not stand: {''.join(said)}", flush=True)
         return False
     if status != (0 if end == signal.SIGUSR1 else -end):
