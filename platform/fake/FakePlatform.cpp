@@ -3,14 +3,20 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 #include "platform/SCErrorState.h"
 #include "platform/fake/FakeRunLoop.h"
 #include "platform/fake/FakeScript.h"
 
 namespace platform::fake {
+
+namespace {
+constexpr std::chrono::milliseconds kSignalsStay{10};
+}  // namespace
 
 foundation::Value extendedStatus(std::int32_t phase, std::optional<std::int32_t> cause) {
   foundation::Value ppp;
@@ -84,13 +90,21 @@ std::vector<std::string> FakePlatform::calls(const std::string &prefix) const {
 }
 
 std::optional<std::int32_t> FakePlatform::enter(const std::string &call, const std::string &arguments) {
-  const std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
   calls_.push_back(call + "(" + arguments + ")");
   if (recordFile_ >= 0) {
     const std::string line = calls_.back() + "\n";
     if (write(recordFile_, line.data(), line.size()) != static_cast<ssize_t>(line.size())) std::abort();
   }
-  if (const auto signal = signals_.find(call); signal != signals_.end()) kill(getpid(), signal->second);
+  for (const std::string &place : {call, std::to_string(calls_.size())}) {
+    const auto signal = signals_.find(place);
+    if (signal == signals_.end()) continue;
+    kill(getpid(), signal->second);
+    // What it sets off on other threads happens while this call goes on, not some calls later.
+    lock.unlock();
+    std::this_thread::sleep_for(kSignalsStay);
+    lock.lock();
+  }
 
   const auto failure = failures_.find(call);
   if (failure == failures_.end()) return std::nullopt;

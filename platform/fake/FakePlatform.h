@@ -83,7 +83,7 @@ class FakePlatform {
   // AFTER calls still work, and TIMES calls fail. A start or a scheduling that fails without an error works all the
   // same.
   void fail(const std::string &call, std::int32_t code, int times = 1 << 30, int after = 0);
-  // This process gets SIGNAL while it is inside CALL.
+  // This process gets SIGNAL while it is inside CALL, or inside the one call with that number in the record, from 1.
   void raiseInside(const std::string &call, int signal);
 
   // ---- The record: "CALL(ARGUMENTS)", in order

@@ -2,7 +2,8 @@
 // blanks, # starts a comment line:
 //
 //   fail CALL CODE [times=N] [after=N]      the call fails (FakePlatform::fail)
-//   raise CALL SIGNAL                       this process gets the signal (a number) inside the call
+//   raise CALL SIGNAL                       this process gets the signal (a number) inside the call; CALL may also be a
+//                                           number: the place in the record, from 1
 //   service [NAME]                          a service of the current set; NAME is the rest of the line
 //   no-current-set
 //   item LABEL SERVICE ACCOUNT              a keychain item
