@@ -24,10 +24,19 @@ constexpr std::uint16_t kServerTunnel = 815;
 constexpr std::uint16_t kServerSession = 42;
 constexpr std::size_t kHeaderSize = 12;
 
-enum class Said { sccrp, icrp, zlb, hello, cdn, stopCCN };
-constexpr std::array kAll{Said::sccrp, Said::icrp, Said::zlb, Said::hello, Said::cdn, Said::stopCCN};
-constexpr std::array kNames{"SCCRP", "ICRP", "ZLB", "HELLO", "CDN", "StopCCN"};
+enum class Said { sccrp, icrp, zlb, hello, wanErrorNotify, setLinkInfo, cdn, stopCCN };
+constexpr std::array kAll{Said::sccrp,          Said::icrp,        Said::zlb, Said::hello,
+                          Said::wanErrorNotify, Said::setLinkInfo, Said::cdn, Said::stopCCN};
+constexpr std::array kNames{"SCCRP", "ICRP", "ZLB", "HELLO", "WAN-Error-Notify", "Set-Link-Info", "CDN", "StopCCN"};
 const char *nameOf(Said said) { return kNames.at(static_cast<std::size_t>(said)); }
+
+// A message that a client has no use for, with its one attribute of so many zero bytes.
+Bytes otherBody(std::uint16_t type, std::uint8_t attribute, std::uint8_t size) {
+  Bytes body = l2tp::encodeBody(l2tp::OtherMessage{type, true});
+  body.insert(body.end(), {0x80, static_cast<std::uint8_t>(6 + size), 0, 0, 0, attribute});
+  body.resize(body.size() + size);
+  return body;
+}
 
 Bytes bodyOf(Said said) {
   switch (said) {
@@ -39,6 +48,10 @@ Bytes bodyOf(Said said) {
       return {};
     case Said::hello:
       return l2tp::encodeBody(l2tp::Hello{});
+    case Said::wanErrorNotify:
+      return otherBody(15, 34, 26);  // six counts of errors
+    case Said::setLinkInfo:
+      return otherBody(16, 35, 10);  // the two maps of asynchronous control characters
     case Said::cdn:
       return l2tp::encodeBody(l2tp::CDN{kServerSession, {3, 0, ""}});
     case Said::stopCCN:
@@ -83,8 +96,8 @@ class L2TPControlConnectionFaultsTest : public LoopFixture {
     deadlines_.transport = {std::chrono::minutes(1), std::chrono::minutes(1), 2};
   }
 
-  // One connection to a server that says MANGLED in that WAY and everything else as it should; CDN and StopCCN only if
-  // they are the mangled ones. Up is a client that has acknowledged all of it. Leaves the sentence, if there is one, in
+  // One connection to a server that says MANGLED in that WAY and everything else as it should; what no call needs only
+  // if it is the mangled one. Up is a client that has acknowledged all of it. Leaves the sentence, if there is one, in
   // sentence_.
   Outcome hear(Said mangled, const Way &way) {
     mangled_ = mangled;
@@ -178,7 +191,8 @@ class L2TPControlConnectionFaultsTest : public LoopFixture {
       say(Said::zlb, 0);
     }
     if (!std::holds_alternative<l2tp::ICCN>(*message)) return;
-    if (mangled_ == Said::cdn) say(Said::cdn, session_);
+    for (const Said said : {Said::wanErrorNotify, Said::setLinkInfo, Said::cdn})
+      if (mangled_ == said) say(said, session_);
     if (mangled_ == Said::stopCCN) say(Said::stopCCN, 0);
     say(Said::hello, 0);
     saidAll_ = true;
@@ -206,7 +220,8 @@ class L2TPControlConnectionFaultsTest : public LoopFixture {
 };
 
 TEST_F(L2TPControlConnectionFaultsTest, HearsAServerAsItShouldBe) {
-  for (const Said said : {Said::sccrp, Said::icrp, Said::zlb, Said::hello}) EXPECT_EQ(hearWhole(said), Outcome::up);
+  for (const Said said : {Said::sccrp, Said::icrp, Said::zlb, Said::hello, Said::wanErrorNotify, Said::setLinkInfo})
+    EXPECT_EQ(hearWhole(said), Outcome::up) << nameOf(said);
   EXPECT_EQ(hearWhole(Said::cdn), Outcome::lost);
   EXPECT_TRUE(says("has ended the call"));
   EXPECT_EQ(hearWhole(Said::stopCCN), Outcome::lost);
@@ -312,7 +327,8 @@ TEST_F(L2TPControlConnectionFaultsTest, BearsEverythingTwice) {
 }
 
 TEST_F(L2TPControlConnectionFaultsTest, PutsEveryOrderRight) {
-  for (const Said said : {Said::sccrp, Said::icrp, Said::hello, Said::cdn, Said::stopCCN}) {
+  for (const Said said : kAll) {
+    if (said == Said::zlb) continue;  // has no number of its own
     const Outcome whole = hearWhole(said);
     std::array order{0, 1, 2};
     do {
@@ -330,7 +346,8 @@ TEST_F(L2TPControlConnectionFaultsTest, PutsEveryOrderRight) {
 }
 
 TEST_F(L2TPControlConnectionFaultsTest, KnowsWhatItMustUnderstand) {
-  for (const Said said : {Said::sccrp, Said::icrp, Said::hello, Said::cdn, Said::stopCCN}) {
+  for (const Said said : kAll) {
+    if (said == Said::zlb) continue;  // has no type
     SCOPED_TRACE(nameOf(said));
     const Outcome outcome = hear(said, [](Bytes datagram) {
       datagram[kHeaderSize + 7] = 99;  // the message's type
@@ -338,6 +355,30 @@ TEST_F(L2TPControlConnectionFaultsTest, KnowsWhatItMustUnderstand) {
     });
     EXPECT_NE(outcome, Outcome::up);
     EXPECT_TRUE(says("sent a message of the unknown type 99, which must be understood"));
+  }
+}
+
+// What is said of a line that we do not have need not be right. What must be understood is looked for there too.
+TEST_F(L2TPControlConnectionFaultsTest, IgnoresWhatItHasNoUseFor) {
+  const auto hearBody = [&](Said said, const Bytes &body) {
+    return hear(said, [&](const Bytes &datagram) {
+      Bytes other(datagram.begin(), datagram.begin() + kHeaderSize);
+      other.insert(other.end(), body.begin(), body.end());
+      return Wire{withLength(other, other.size())};
+    });
+  };
+  struct Row {
+    Said said;
+    std::uint8_t type, attribute;
+  };
+  for (const Row &row : {Row{Said::wanErrorNotify, 15, 34}, Row{Said::setLinkInfo, 16, 35}}) {
+    SCOPED_TRACE(nameOf(row.said));
+    for (const std::uint8_t size : std::array<std::uint8_t, 3>{0, 1, 200})
+      EXPECT_EQ(hearBody(row.said, otherBody(row.type, row.attribute, size)), Outcome::up) << int{size};
+    EXPECT_EQ(hearBody(row.said, l2tp::encodeBody(l2tp::OtherMessage{row.type, true})), Outcome::up);
+    EXPECT_EQ(hearBody(row.said, l2tp::encodeBody(l2tp::OtherMessage{row.type, false})), Outcome::up);
+    EXPECT_EQ(hearBody(row.said, otherBody(row.type, 77, 4)), Outcome::lost);
+    EXPECT_TRUE(says("attribute 77 of vendor 0, which must be understood and is unknown"));
   }
 }
 
