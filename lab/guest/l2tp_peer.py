@@ -17,8 +17,9 @@ for all that follow
   mangle MESSAGE HOW...
                   the same, but it says these messages in a way of their own (the part is one argument)
 
-The messages: SCCRP, ICRP and ZLB when they are due; HELLO, CDN and StopCCN at SIGUSR1, in that order of the part, and then a
-HELLO. When everything that it said is acknowledged, it prints "answered". The ways, each time that the message is sent:
+The messages: SCCRP, ICRP and ZLB when they are due; HELLO, SLI (Set-Link-Info), WEN (WAN-Error-Notify), CDN and StopCCN at SIGUSR1,
+in that order of the part, and then a HELLO. When everything that it said is acknowledged, it prints "answered". The ways, each time
+that the message is sent:
 
   whole     as it should be
   doubled   twice
@@ -51,8 +52,8 @@ import time
 
 from ppp_server import PPPServer
 
-SCCRQ, SCCRP, SCCCN, STOPCCN, HELLO, ICRQ, ICRP, ICCN, CDN = 1, 2, 3, 4, 6, 10, 11, 12, 14
-NAMES = {"SCCRP": SCCRP, "ICRP": ICRP, "ZLB": 0, "HELLO": HELLO, "CDN": CDN, "StopCCN": STOPCCN}
+SCCRQ, SCCRP, SCCCN, STOPCCN, HELLO, ICRQ, ICRP, ICCN, CDN, WEN, SLI = 1, 2, 3, 4, 6, 10, 11, 12, 14, 15, 16
+NAMES = {"SCCRP": SCCRP, "ICRP": ICRP, "ZLB": 0, "HELLO": HELLO, "SLI": SLI, "WEN": WEN, "CDN": CDN, "StopCCN": STOPCCN}
 TUNNEL, SESSION = 4711, 815  # ours
 AGAIN = 0.5                  # seconds until what is not acknowledged is sent again
 
@@ -170,6 +171,10 @@ class Call:
         for name, how in self.ways:
             if name == "HELLO":
                 self.send(HELLO, how=how)
+            elif name == "SLI":
+                self.send(SLI, avp(35, struct.pack("!HII", 0, 0xFFFFFFFF, 0xFFFFFFFF)), session=self.session, how=how)
+            elif name == "WEN":
+                self.send(WEN, avp(34, struct.pack("!HIIIIII", 0, 1, 2, 3, 4, 5, 6)), session=self.session, how=how)
             elif name == "CDN":
                 self.send(CDN, result(3, b"go home"), number(14, SESSION), session=self.session, how=how)
             elif name == "StopCCN":
