@@ -47,16 +47,19 @@ secret_not_shown() {
   secrets_file "$@"
   on cli /usr/bin/python3 -S -B "$lab/guest/secrets.py" "$work/secrets" "$work/hosts/cli/layer" "$CONFIG"
 }
-# The search in the memory of every process of that name, which may be none.
+# The search in the memory of every process of that name. Where there is none, there is no answer: a failure, status 2.
 secret_not_in_memory() { # NAME [SECRET]...
   secrets_file "${@:2}"
   on cli "$cache/bin/memory" "$1" "$work/secrets"
 }
 # Not the tool's memory, which its settings stay in, nor that of pppd and an IKE daemon: what they must know to work, they know.
+# While the tool runs there must be a helper to search.
 secret_nowhere() {
-  local status=0
+  local status=0 condition=(--if-any)
   secret_not_shown "$@" || status=1
-  secret_not_in_memory vpnctl-helper "$@" || status=1
+  if running_now vpnctl; then condition=(); fi
+  secrets_file "$@"
+  on cli "$cache/bin/memory" "${condition[@]}" vpnctl-helper "$work/secrets" || status=1
   return "$status"
 }
 assert_not_shown() { secret_not_shown "$@" || fail "the secret can be seen"; }

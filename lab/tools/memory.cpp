@@ -1,8 +1,10 @@
-// Looks for secrets in the memory of processes: memory NAME SECRETS
+// Looks for secrets in the memory of processes: memory [--if-any] NAME SECRETS
 //
 // SECRETS is a file with the secrets, a zero byte after each. Searches every process of that name (as /proc tells it)
 // that there is now. Prints where pieces of a secret stand, one line for each place, and how much was searched. Status
-// 0 if there is nothing, also when there is no such process; 1 if there is something; 2 for a failure.
+// 0 if there is nothing; 1 if there is something; 2 for a failure, which it is, too, that there was nothing to search:
+// with --if-any there need be no such process, but one that is there must be readable.
+#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
@@ -28,14 +30,26 @@ static std::vector<std::string> secretsIn(const std::string &path) {
   return secrets;
 }
 
+// Also while nobody has waited for it yet.
+static bool hasEnded(pid_t process) {
+  std::error_code error;
+  static_cast<void>(std::filesystem::read_symlink("/proc/" + std::to_string(process) + "/exe", error));
+  return error == std::errc::no_such_file_or_directory || error == std::errc::no_such_process;
+}
+
 int main(int argc, char **argv) try {
-  if (argc != 3) throw std::runtime_error("usage: memory NAME SECRETS");
-  const std::string name = argv[1];
-  const auto secrets = secretsIn(argv[2]);
+  const bool needsNone = argc == 4 && std::string(argv[1]) == "--if-any";
+  if (argc != 3 && !needsNone) throw std::runtime_error("usage: memory [--if-any] NAME SECRETS");
+  const std::string name = argv[argc - 2];
+  const auto secrets = secretsIn(argv[argc - 1]);
+  std::vector<std::uint64_t> searched(secrets.size());  // bytes of all processes, for each secret
   bool found = false;
   for (const pid_t process : processesNamed(name)) {
     for (std::size_t i = 0; i < secrets.size(); ++i) {
       const auto result = lab::MemorySearch(secrets[i]).in(process);
+      if (result.searched == 0 && !hasEnded(process))
+        throw std::runtime_error("the memory of " + name + " (" + std::to_string(process) + ") cannot be read");
+      searched[i] += result.searched;
       const std::string which = i == 0 ? "the secret" : "secret " + std::to_string(i + 1);
       for (const auto &finding : result.findings)
         std::cout << which << " (" << finding.form << ") stands in the memory of " << name << ": " << std::hex
@@ -44,6 +58,8 @@ int main(int argc, char **argv) try {
       found = found || !result.findings.empty();
     }
   }
+  if (!needsNone && std::find(searched.begin(), searched.end(), 0) != searched.end())
+    throw std::runtime_error("there is no " + name + " to search");
   return found ? 1 : 0;
 } catch (const std::exception &error) {
   std::cerr << "memory: " << error.what() << "\n";
