@@ -107,10 +107,10 @@ expect_association() {
   for text in "${@:2}"; do [[ $seen == *"$text"* ]] || fail "no \"$text\" in $seen"; done
 }
 
-# expect_l2tp_port own|other: from 1701 or not, as the server saw it last.
+# expect_l2tp_port own|other [SERVER]: from 1701 or not, as the server of that name saw it last.
 expect_l2tp_port() {
   local port
-  port=$(sed -n "s/.*Connection established to $CLIENT, \([0-9]*\)\..*/\1/p" "$logs/xl2tpd.err" | tail -n 1)
+  port=$(sed -n "s/.*Connection established to $CLIENT, \([0-9]*\)\..*/\1/p" "$logs/${2:-xl2tpd}.err" | tail -n 1)
   [ -n "$port" ] || fail "the server did not say from which port L2TP comes"
   case $1 in
     own) [ "$port" = 1701 ] || fail "L2TP comes from port $port" ;;

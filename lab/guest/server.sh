@@ -1,5 +1,6 @@
-# The servers of srv.
+# The servers: on SERVER_HOST, at the addresses that hosts.sh names. A scenario with a second one has them say something else meanwhile.
 
+SERVER_HOST=srv
 USER_NAME=alice
 PASSWORD='Gr33n-Turtle#7' # looked for by the secret scan: keep it unlike anything else on a machine
 
@@ -15,7 +16,7 @@ accounts() {
   while [ $# -gt 0 ]; do
     account "$1" "$2"
     shift 2
-  done | put srv /etc/ppp/chap-secrets 600
+  done | put "$SERVER_HOST" /etc/ppp/chap-secrets 600
 }
 
 # What both kinds of server ask of a client. ppp_options NAME
@@ -38,7 +39,7 @@ EOF
 # start_pptpd [NAME PASSWORD]...: a PPTP server with these accounts, listening when this returns.
 start_pptpd() {
   accounts "$@"
-  put srv /etc/pptpd.conf <<EOF
+  put "$SERVER_HOST" /etc/pptpd.conf <<EOF
 option /etc/ppp/pptpd-options
 localip $TUNNEL_SERVER
 remoteip $TUNNEL_CLIENT-9
@@ -47,7 +48,7 @@ EOF
   {
     ppp_options pptpd
     printf '%s\n' require-mppe-128 nobsdcomp lock "${PPTPD_OPTIONS:-}"
-  } | put srv /etc/ppp/pptpd-options
+  } | put "$SERVER_HOST" /etc/ppp/pptpd-options
   start_server pptpd tcp 1723 pptpd -f -c /etc/pptpd.conf
 }
 
@@ -69,16 +70,16 @@ start_l2tp_peer() {
 # The IPSec side of such a server, in the temper that these say: IKE_PROPOSALS, ESP_PROPOSALS, IKE_REKEY, ESP_REKEY (seconds),
 # SERVER_IDENTITY, SERVER_SECRET. From now on the server neither hears nor says L2TP in clear.
 start_ipsec_server() {
-  start_charon srv
-  on srv ip -batch - <<EOF
+  start_charon "$SERVER_HOST"
+  on "$SERVER_HOST" ip -batch - <<EOF
 xfrm policy add dir in proto udp dport 1701 action block priority 4000000000
 xfrm policy add dir out proto udp sport 1701 action block priority 4000000000
 EOF
   load_ipsec_server
-  baseline srv
+  baseline "$SERVER_HOST"
 }
 load_ipsec_server() {
-  load_ipsec srv <<EOF
+  load_ipsec "$SERVER_HOST" <<EOF
 connections {
   l2tp {
     version = 1
@@ -117,12 +118,12 @@ EOF
 # The L2TP side. L2TP_OPTIONS holds more lines for its pppd.
 start_xl2tpd() {
   accounts "$@"
-  put srv /etc/xl2tpd/lab.conf <<EOF
+  put "$SERVER_HOST" /etc/xl2tpd/lab.conf <<EOF
 [global]
 listen-addr = $SERVER
 port = 1701
 [lns default]
-ip range = $TUNNEL_CLIENT-10.99.0.9
+ip range = $TUNNEL_CLIENT-${TUNNEL_CLIENT%.*}.9
 local ip = $TUNNEL_SERVER
 require chap = yes
 refuse pap = yes
@@ -135,37 +136,38 @@ EOF
   {
     ppp_options xl2tpd
     printf '%s\n' noccp "${L2TP_OPTIONS:-}"
-  } | put srv /etc/ppp/xl2tpd-options
+  } | put "$SERVER_HOST" /etc/ppp/xl2tpd-options
   start_server xl2tpd udp 1701 xl2tpd -D -c /etc/xl2tpd/lab.conf -C /run/l2tp-control -p /run/xl2tpd.pid
 }
 
-# start_server NAME PROTOCOL PORT COMMAND...: on srv, listening when this returns.
+# start_server NAME PROTOCOL PORT COMMAND...: listening when this returns. On another host than srv its name is NAME-HOST.
 start_server() {
   local name=$1 protocol=$2 port=$3
+  [ "$SERVER_HOST" = srv ] || name+=-$SERVER_HOST
   shift 3
-  spawn "$name" srv "$@"
+  spawn "$name" "$SERVER_HOST" "$@"
   within 60 listens "$port" "$protocol" || fail "$name does not listen on $protocol port $port"
-  baseline srv
+  baseline "$SERVER_HOST"
 }
 
-# listens PORT [PROTOCOL]: somebody on srv listens on that port (read from the kernel's table; state 0A, without connections 07).
+# listens PORT [PROTOCOL]: somebody there listens on that port (read from the kernel's table; state 0A, without connections 07).
 listens() {
   local port line state=0A
   [ "${2:-tcp}" = tcp ] || state=07
   printf -v port ':%04X' "$1"
   while read -r line; do
     [[ $line == *"$port "*" $state "* ]] && return
-  done <"/proc/${HOST[srv]}/net/${2:-tcp}"
+  done <"/proc/${HOST[$SERVER_HOST]}/net/${2:-tcp}"
   return 1
 }
 
 # The server and everything it started die at once, as if its power had gone, except that its kernel closes what was open.
 SERVER_PROCESSES=(pptpd pptpctrl xl2tpd pppd python3)
 kill_server() {
-  kill_named srv "${SERVER_PROCESSES[@]}"
+  kill_named "$SERVER_HOST" "${SERVER_PROCESSES[@]}"
   # A pppd that lost its pptpctrl first may have started its last script before it died.
-  within 20 no_process srv "${SERVER_PROCESSES[@]}" ip-up ip-down run-parts || fail "the server cannot be killed"
-  baseline srv
+  within 20 no_process "$SERVER_HOST" "${SERVER_PROCESSES[@]}" ip-up ip-down run-parts || fail "the server cannot be killed"
+  baseline "$SERVER_HOST"
 }
 
 # The IPSec side of the server ends, and takes with it what it remembers of clients that said no goodbye.

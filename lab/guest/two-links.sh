@@ -4,38 +4,27 @@ SECOND=$ELSEWHERE          # where the second server listens
 SECOND_TUNNEL=10.98.0.1    # its end of the tunnel
 SECOND_BEHIND=192.168.78.1 # a network behind it, with a name server
 SECOND_INSIDE=192.0.2.88   # which answers so
+SECOND_USER=(bob 'Brown-Hare#3')
 FAR=198.51.100.1           # somewhere, over whatever carries everything
 
+# start_second_server KIND: pptpd or l2tp_server.
 start_second_server() {
-  local options
+  local SERVER_HOST=out SERVER=$SECOND TUNNEL_SERVER=$SECOND_TUNNEL TUNNEL_CLIENT=${SECOND_TUNNEL%.*}.2
   on out ip link add lan type dummy
   configure out <<EOF
 addr add $SECOND_BEHIND/24 dev lan
 link set lan up
 EOF
   start_nameserver dns-second out "$SECOND_BEHIND" "$SECOND_INSIDE"
-  account bob 'Brown-Hare#3' | put out /etc/ppp/chap-secrets 600
-  printf 'option /etc/ppp/pptpd-options\nlocalip %s\nremoteip 10.98.0.2-9\nlisten %s\n' "$SECOND_TUNNEL" "$SECOND" |
-    put out /etc/pptpd.conf
-  options=$(<"$(root_of srv)/etc/ppp/pptpd-options")
-  echo "${options//ms-dns $BEHIND/ms-dns $SECOND_BEHIND}" | put out /etc/ppp/pptpd-options
-  spawn pptpd-second out pptpd -f -c /etc/pptpd.conf
-  within 60 listens_on out 1723 || fail "the second server does not listen"
-}
-# listens_on HOST PORT: TCP.
-listens_on() {
-  local port line
-  printf -v port ':%04X' "$2"
-  while read -r line; do
-    [[ $line == *"$port "*" 0A "* ]] && return
-  done <"/proc/${HOST[$1]}/net/tcp"
-  return 1
+  PPTPD_OPTIONS="ms-dns $SECOND_BEHIND" L2TP_OPTIONS="ms-dns $SECOND_BEHIND" "start_$1" "${SECOND_USER[@]}"
 }
 
-# write_second, start_second [ADDRESS]: the other vpnctl; what it prints is in $logs/second.err.
+# write_second, start_second [ADDRESS]: the other vpnctl, over the same protocol; what it prints is in $logs/second.err.
 write_second() {
-  printf 'protocol = "pptp";\nip = "%s";\nusername = "bob";\npassword = "Brown-Hare#3";\nshared_secret = "";\n' \
-    "${1:-$SECOND}" | put cli /root/second.qolm 600
+  local secret=
+  [ "$PROTOCOL" != l2tp ] || secret=$SHARED_SECRET
+  printf 'protocol = "%s";\nip = "%s";\nusername = "%s";\npassword = "%s";\nshared_secret = "%s";\n' \
+    "$PROTOCOL" "${1:-$SECOND}" "${SECOND_USER[@]}" "$secret" | put cli /root/second.qolm 600
 }
 start_second() {
   write_second "$@"
@@ -73,17 +62,51 @@ expect_carrier() {
   expect_answer "$2"
 }
 
+# expect_ping_over LINK ADDRESS: an answer comes through that link.
+expect_ping_over() {
+  within 20 on cli ping -n -q -c 1 -W 2 -I "$1" "$2" >/dev/null 2>&1 || fail "no answer from $2 over $1"
+  say "ping: $2 answers over $1"
+}
+expect_associations() { # N: so many has cli's IKE daemon
+  local count
+  count=$(connections_of cli | grep -c uniqueid) || true
+  [ "$count" = "$1" ] || fail "the IKE daemon has $count associations instead of $1"
+}
+# The IKE daemon that runs on cli, and that it still is the same one. The file of its users is there if a helper started it.
+daemon_of_cli() {
+  local file name
+  for file in "$(root_of cli)/proc/"[0-9]*/comm; do
+    { read -r name <"$file"; } 2>/dev/null || continue
+    [ "$name" != charon ] || echo "$file"
+  done
+  cat "$(root_of cli)/run/vpnctl/charon" 2>/dev/null || true
+}
+expect_same_daemon() {
+  [ "$PROTOCOL" = pptp ] || [ "$(daemon_of_cli)" = "$daemon" ] || fail "the IKE daemon is not the one that the first began with"
+}
+
 # Both up, one after the other: the newest carries everything, and each server is reached past both tunnels.
 both_up() {
   start_vpnctl
   wait_status "PPP Connected"
   expect_first_carries
+  if [ "$PROTOCOL" = l2tp ]; then
+    expect_l2tp_port own
+    daemon=$(daemon_of_cli)
+  fi
   start_second
   wait_said second "PPP Connected"
   expect_second_carries
   expect_ping "$TUNNEL_SERVER"
   expect_first_hop "$SERVER" "$ROUTER"
   expect_first_hop "$SECOND" "$ROUTER"
+  if [ "$PROTOCOL" = l2tp ]; then
+    expect_l2tp_port other xl2tpd-out
+    expect_associations 2
+    expect_ping_over ppp0 "$TUNNEL_SERVER"
+    expect_ping_over ppp1 "$SECOND_TUNNEL"
+    expect_same_daemon
+  fi
 }
 first_ends_first() {
   say "The first ends first."
@@ -91,6 +114,7 @@ first_ends_first() {
   disconnect_usual
   expect_second_carries
   expect_ping "$SECOND_BEHIND"
+  expect_same_daemon
   stop_tool second
   expect_resolver_as_before
   expect_answer "$OUTSIDE"
@@ -102,8 +126,58 @@ second_ends_first() {
   stop_tool second
   expect_first_carries
   expect_ping "$BEHIND"
+  expect_same_daemon
   disconnect_usual
   expect_resolver_as_before
   expect_answer "$OUTSIDE"
   assert_clean
+}
+second_dies() {
+  say "The second's helper dies; the next run repairs what it left, and leaves the first alone."
+  both_up
+  on cli kill -KILL "$(helper_of second)"
+  wait_end second 90
+  expect_ping "$BEHIND"
+  PROTOCOL=pptp start_second 127.0.0.1 # nobody listens there
+  wait_end second 90
+  write_second
+  expect_first_carries
+  expect_same_daemon
+  [ "$PROTOCOL" = pptp ] || expect_associations 1
+  disconnect_usual
+  expect_resolver_as_before
+  assert_clean_since "$EPOCHREALTIME" # the server of L2TP has not found out
+}
+first_dies() {
+  say "The first's helper dies."
+  both_up
+  on cli kill -KILL "$(helper_of vpnctl)"
+  expect_exit 0
+  expect_second_carries
+  expect_same_daemon
+  stop_tool second
+  write_config ip=127.0.0.1
+  start_vpnctl
+  expect_exit 0
+  expect_resolver_as_before
+  expect_answer "$OUTSIDE"
+}
+
+# All of that with two L2TP servers.
+two_l2tp_links() {
+  start_nameservers
+  tap_wire
+  L2TP_OPTIONS="ms-dns $BEHIND" start_l2tp_server
+  start_second_server l2tp_server
+  write_config protocol=l2tp
+  write_second
+  remember_resolver
+  first_ends_first
+  second_ends_first
+  second_dies
+  first_dies
+  # The L2TP sides of both were told nothing by the helpers that died.
+  kill_server
+  SERVER_HOST=out kill_server
+  assert_nothing_in_clear
 }
