@@ -156,6 +156,7 @@ first_dies() {
   expect_second_carries
   expect_same_daemon
   stop_tool second
+  [ ! -e "$(root_of cli)/run/vpnctl/charon" ] || fail "the IKE daemon that the first has started outlives its last user"
   write_config ip=127.0.0.1
   start_vpnctl
   expect_exit 0
