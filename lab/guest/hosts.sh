@@ -2,7 +2,7 @@
 #
 #   cli ---- rtr ---- srv ---- 192.168.77.1 (a network behind the server)
 #             |
-#            out 203.0.113.7 (elsewhere, reached over the default route)
+#            out (elsewhere, reached over the default route)
 #
 # cli is where vpnctl runs; its default route goes to rtr. Outer addresses differ from slot to slot, because the kernel
 # keeps one table of PPTP calls for all network namespaces and would confuse two servers of the same address.
@@ -11,7 +11,7 @@ CLIENT=10.$slot.1.2
 ROUTER=10.$slot.1.1
 SERVER=10.$slot.2.2
 BEHIND=192.168.77.1    # behind the server, reached only through it
-ELSEWHERE=203.0.113.7  # reached over whatever the default route is
+ELSEWHERE=203.0.113.$((6 + slot)) # reached over whatever the default route is
 TUNNEL_SERVER=10.99.0.1 # the server's end of the tunnel
 TUNNEL_CLIENT=10.99.0.2
 NOBODY=10.$slot.9.9    # packets to it are dropped without a word
