@@ -134,7 +134,7 @@ def allowed(unit):
     if unit.endswith("told"):
         return None
     if unit == "KiB":
-        return 1024
+        return 2048
     if unit == "bytes":
         return 512  # numbers in files have more digits as they count
     if unit == "objects":
