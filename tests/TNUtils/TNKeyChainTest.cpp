@@ -70,6 +70,7 @@ class TNKeyChainTest : public testing::Test {
 
   FakePlatform &platform_ = FakePlatform::instance();
   TemporaryFolder folder_;
+  TemporaryPlace place_{folder_};
   const std::string systemVersionPath_ = ProcessInfo::systemVersionPath();
   const std::array<const char *, 5> paths_ = TNKeyChain::trustedApplicationPaths();
 };

@@ -71,6 +71,7 @@ class TNConnectorPPPTest : public testing::Test {
 
   FakePlatform &platform_ = FakePlatform::instance();
   TemporaryFolder folder_;
+  TemporaryPlace place_{folder_};
   std::shared_ptr<TestConnector> connector_ = std::make_shared<TestConnector>("s", "u", Secret("p"), Secret("x"));
 };
 

@@ -32,6 +32,21 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
+// While it stands, a folder is the place for temporary files. For fixtures of death tests: their processes make folders
+// too, and die before they remove them.
+class TemporaryPlace {
+ public:
+  explicit TemporaryPlace(const TemporaryFolder &folder) : before_(std::filesystem::temp_directory_path()) {
+    setenv("TMPDIR", folder.path().c_str(), 1);
+  }
+  TemporaryPlace(const TemporaryPlace &) = delete;
+  TemporaryPlace &operator=(const TemporaryPlace &) = delete;
+  ~TemporaryPlace() { setenv("TMPDIR", before_.c_str(), 1); }
+
+ private:
+  std::filesystem::path before_;
+};
+
 inline void writeFile(const std::string &path, const std::string &text) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
   file << text;

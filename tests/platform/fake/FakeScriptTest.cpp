@@ -18,6 +18,7 @@ class FakeScriptTest : public testing::Test {
 
   FakePlatform &platform_ = FakePlatform::instance();
   TN::TemporaryFolder folder_;
+  TN::TemporaryPlace place_{folder_};
 };
 
 TEST_F(FakeScriptTest, SetsTheScene) {
