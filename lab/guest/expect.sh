@@ -109,12 +109,14 @@ expect_association() {
 
 # expect_l2tp_port own|other [SERVER]: from 1701 or not, as the server of that name saw it last.
 expect_l2tp_port() {
-  local port
-  port=$(sed -n "s/.*Connection established to $CLIENT, \([0-9]*\)\..*/\1/p" "$logs/${2:-xl2tpd}.err" | tail -n 1)
-  [ -n "$port" ] || fail "the server did not say from which port L2TP comes"
+  local port=
+  within 10 l2tp_port_is "$1" "${2:-xl2tpd}" || fail "as the server last said, L2TP comes from port ${port:-none}"
+}
+l2tp_port_is() { # what a server says takes a moment until it is in its file
+  port=$(sed -n "s/.*Connection established to $CLIENT, \([0-9]*\)\..*/\1/p" "$logs/$2.err" | tail -n 1)
   case $1 in
-    own) [ "$port" = 1701 ] || fail "L2TP comes from port $port" ;;
-    other) [ "$port" != 1701 ] || fail "L2TP comes from port 1701" ;;
+    own) [ "$port" = 1701 ] ;;
+    other) [ -n "$port" ] && [ "$port" != 1701 ] ;;
   esac
 }
 
