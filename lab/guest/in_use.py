@@ -51,7 +51,11 @@ def cached_objects():
 
 def kernel(note):
     slabs = cached_objects()
+    with open("/proc/sys/vm/stat_refresh", "w", encoding="ascii") as refresh:
+        refresh.write("1")
     memory = {words[0].rstrip(":"): int(words[1]) for words in map(str.split, lines("/proc/meminfo"))}
+    own = {words[0].rstrip(":"): int(words[1]) for words in map(str.split, lines("/proc/self/smaps_rollup")[1:])}
+    memory["AnonPages"] -= own["Anonymous"]  # this program's, of which each look needs another amount
     # What programs and the kernel have for themselves: files in memory, which the logs are, do not count. Free pages that
     # processors keep at hand do, and make it go up and down by tens of megabytes: what is judged are its parts.
     note("memory in use, without files", memory["MemTotal"] - memory["MemFree"] - memory["Buffers"] - memory["Cached"] -
@@ -134,7 +138,7 @@ def allowed(unit):
     if unit.endswith("told"):
         return None
     if unit == "KiB":
-        return 2048
+        return 1024
     if unit == "bytes":
         return 512  # numbers in files have more digits as they count
     if unit == "objects":
