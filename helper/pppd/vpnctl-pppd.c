@@ -28,6 +28,11 @@ static int ask_for_dns;
 static int helper = -1;           /* the connection */
 static uint32_t packets_received; /* none at all means that the way back is blocked somewhere */
 
+/* What pppd ends for by itself, a refused account perhaps, and not because it is asked to. Until it is gone it still
+ * reads from its channel; a server that hears of the end first hangs up meanwhile, and pppd's exit status would be that
+ * of a hang-up. */
+static int own_reason;
+
 static compat_option options[] = {
     {"vpnctl-socket", o_string, &socket_path, "where vpnctl's helper listens", OPT_PRIV, NULL, 0, 0, NULL, 0, 0},
     {"vpnctl-peer-dns", o_int, &ask_for_dns, "ask the peer for name servers", OPT_PRIV | OPT_NOARG | 1, NULL, 0, 0,
@@ -147,6 +152,7 @@ static int receive_channel(void) {
 static int connect_channel(void) {
   struct vpnctl_plugin_header question = header(VPNCTL_PLUGIN_NEED_CHANNEL);
   int fd = -1;
+  own_reason = EXIT_OK;
   if (connect_to_helper() == 0 && tell(&question, sizeof question) == 0 && wait_for_answer() == 0)
     fd = receive_channel();
   if (fd < 0) {
@@ -186,14 +192,13 @@ static void pretend_hang_up(void) {
   close(nothing);
 }
 
-/* A peer that has stopped answering does not say goodbye either. When pppd has waited for that long enough, it reads
- * from the dead link once more, and takes the end-of-file for a hang-up: its exit status would be that. */
-static int died_of_silence;
-
 static void phase_changed(void *context, int phase_now) {
   struct vpnctl_plugin_phase message;
   (void)context;
-  if (phase_now == PHASE_DEAD) died_of_silence = COMPAT_STATUS() == EXIT_PEER_DEAD;
+  if (phase_now == PHASE_TERMINATE && own_reason == EXIT_OK && COMPAT_STATUS() != EXIT_USER_REQUEST)
+    own_reason = COMPAT_STATUS();
+  /* A peer that has stopped answering does not say goodbye either: pppd knows only after it has waited for that. */
+  if (phase_now == PHASE_DEAD && COMPAT_STATUS() == EXIT_PEER_DEAD) own_reason = EXIT_PEER_DEAD;
   if (helper < 0) return;
   memset(&message, 0, sizeof message);
   message.header = header(VPNCTL_PLUGIN_PHASE);
@@ -231,7 +236,7 @@ static void ending(void *context, int code) {
   if (helper < 0) return;
   memset(&message, 0, sizeof message);
   message.header = header(VPNCTL_PLUGIN_EXIT);
-  message.status = died_of_silence ? EXIT_PEER_DEAD : code;
+  message.status = own_reason != EXIT_OK && (code == EXIT_HANGUP || code == EXIT_USER_REQUEST) ? own_reason : code;
   message.packets_received = packets_received;
   tell(&message, sizeof message);
 }

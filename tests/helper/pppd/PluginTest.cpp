@@ -186,6 +186,58 @@ TEST_F(PluginTest, ReportsADeadPeerAlsoWhenPPPDTakesItForAHangUp) {
   EXPECT_EQ(std::get<PluginExit>(messages_[2]).status, 15);
 }
 
+// A server that has heard of the end closes the line while pppd is still on its way out.
+TEST_F(PluginTest, ReportsWhatPPPDEndsForAlsoWhenTheServerHangsUpMeanwhile) {
+  const FileDescriptor fd(connect());
+  messages_.clear();
+  stub_set_status(19);
+  stub_phase(9);
+  stub_set_status(16);
+  stub_phase(10);
+  stub_phase(0);
+  stub_exit(16);
+  ASSERT_TRUE(runUntil([this] { return messages_.size() == 4; }));
+  EXPECT_EQ(std::get<PluginExit>(messages_[3]).status, 19);
+}
+
+// One that takes too long is asked to end.
+TEST_F(PluginTest, ReportsWhatPPPDEndsForAlsoWhenItIsAskedToMeanwhile) {
+  const FileDescriptor fd(connect());
+  messages_.clear();
+  stub_set_status(19);
+  stub_phase(9);
+  stub_set_status(5);
+  stub_phase(9);
+  stub_exit(5);
+  ASSERT_TRUE(runUntil([this] { return messages_.size() == 3; }));
+  EXPECT_EQ(std::get<PluginExit>(messages_[2]).status, 19);
+}
+
+// The link asks, and lets it hang up, when the tunnel is gone.
+TEST_F(PluginTest, ReportsAHangUpAlsoWhenItWasAskedToEndBefore) {
+  const FileDescriptor fd(connect());
+  messages_.clear();
+  stub_set_status(5);
+  stub_phase(9);
+  stub_set_status(16);
+  stub_phase(10);
+  stub_phase(0);
+  stub_exit(16);
+  ASSERT_TRUE(runUntil([this] { return messages_.size() == 4; }));
+  EXPECT_EQ(std::get<PluginExit>(messages_[3]).status, 16);
+}
+
+TEST_F(PluginTest, ReportsAHangUpThatNothingWentBefore) {
+  const FileDescriptor fd(connect());
+  messages_.clear();
+  stub_set_status(16);
+  stub_phase(10);
+  stub_phase(0);
+  stub_exit(16);
+  ASSERT_TRUE(runUntil([this] { return messages_.size() == 3; }));
+  EXPECT_EQ(std::get<PluginExit>(messages_[2]).status, 16);
+}
+
 TEST_F(PluginTest, ReportsEncryptionOnlyInBothDirections) {
   const FileDescriptor fd(connect());
   messages_.clear();
