@@ -25,6 +25,11 @@ using foundation::FileDescriptor;
 
 namespace {
 
+// pppd's phases (pppd.h).
+constexpr int kDead = 0;
+constexpr int kTerminate = 9;
+constexpr int kDisconnect = 10;
+
 // SIGTERM is blocked in these tests: whether it was sent can be asked at any moment.
 bool terminated() {
   sigset_t pending;
@@ -80,6 +85,24 @@ class PluginTest : public LoopFixture {
     int fd = -1;
     asPPPD([&] { fd = stub_channel_connect(); });
     return fd;
+  }
+  // What the helper hears when pppd exits with that status, after it went through these phases, each with the status
+  // that it had by then.
+  struct Reached {
+    int status;
+    int phase;
+  };
+  int reportedExit(const std::vector<Reached> &phases, int code) {
+    const FileDescriptor fd(connect());
+    messages_.clear();
+    for (const Reached &reached : phases) {
+      stub_set_status(reached.status);
+      stub_phase(reached.phase);
+    }
+    stub_exit(code);
+    EXPECT_TRUE(runUntil([&] { return messages_.size() == phases.size() + 1; }));
+    const auto *exit = std::get_if<PluginExit>(&messages_.back());
+    return exit != nullptr ? exit->status : -1;
   }
 
   std::string folder_;
@@ -176,66 +199,26 @@ TEST_F(PluginTest, ReportsPhasesAddressesAndTheEnd) {
 
 // pppd reads once more from a link that is dead, and takes what it gets for a hang-up.
 TEST_F(PluginTest, ReportsADeadPeerAlsoWhenPPPDTakesItForAHangUp) {
-  const FileDescriptor fd(connect());
-  messages_.clear();
-  stub_set_status(15);
-  stub_phase(10);
-  stub_phase(0);
-  stub_exit(16);
-  ASSERT_TRUE(runUntil([this] { return messages_.size() == 3; }));
-  EXPECT_EQ(std::get<PluginExit>(messages_[2]).status, 15);
+  EXPECT_EQ(reportedExit({{15, kDisconnect}, {15, kDead}}, 16), 15);
 }
 
 // A server that has heard of the end closes the line while pppd is still on its way out.
 TEST_F(PluginTest, ReportsWhatPPPDEndsForAlsoWhenTheServerHangsUpMeanwhile) {
-  const FileDescriptor fd(connect());
-  messages_.clear();
-  stub_set_status(19);
-  stub_phase(9);
-  stub_set_status(16);
-  stub_phase(10);
-  stub_phase(0);
-  stub_exit(16);
-  ASSERT_TRUE(runUntil([this] { return messages_.size() == 4; }));
-  EXPECT_EQ(std::get<PluginExit>(messages_[3]).status, 19);
+  EXPECT_EQ(reportedExit({{19, kTerminate}, {16, kDisconnect}, {16, kDead}}, 16), 19);
 }
 
 // One that takes too long is asked to end.
 TEST_F(PluginTest, ReportsWhatPPPDEndsForAlsoWhenItIsAskedToMeanwhile) {
-  const FileDescriptor fd(connect());
-  messages_.clear();
-  stub_set_status(19);
-  stub_phase(9);
-  stub_set_status(5);
-  stub_phase(9);
-  stub_exit(5);
-  ASSERT_TRUE(runUntil([this] { return messages_.size() == 3; }));
-  EXPECT_EQ(std::get<PluginExit>(messages_[2]).status, 19);
+  EXPECT_EQ(reportedExit({{19, kTerminate}, {5, kTerminate}}, 5), 19);
 }
 
 // The link asks, and lets it hang up, when the tunnel is gone.
 TEST_F(PluginTest, ReportsAHangUpAlsoWhenItWasAskedToEndBefore) {
-  const FileDescriptor fd(connect());
-  messages_.clear();
-  stub_set_status(5);
-  stub_phase(9);
-  stub_set_status(16);
-  stub_phase(10);
-  stub_phase(0);
-  stub_exit(16);
-  ASSERT_TRUE(runUntil([this] { return messages_.size() == 4; }));
-  EXPECT_EQ(std::get<PluginExit>(messages_[3]).status, 16);
+  EXPECT_EQ(reportedExit({{5, kTerminate}, {16, kDisconnect}, {16, kDead}}, 16), 16);
 }
 
 TEST_F(PluginTest, ReportsAHangUpThatNothingWentBefore) {
-  const FileDescriptor fd(connect());
-  messages_.clear();
-  stub_set_status(16);
-  stub_phase(10);
-  stub_phase(0);
-  stub_exit(16);
-  ASSERT_TRUE(runUntil([this] { return messages_.size() == 3; }));
-  EXPECT_EQ(std::get<PluginExit>(messages_[2]).status, 16);
+  EXPECT_EQ(reportedExit({{16, kDisconnect}, {16, kDead}}, 16), 16);
 }
 
 TEST_F(PluginTest, ReportsEncryptionOnlyInBothDirections) {
