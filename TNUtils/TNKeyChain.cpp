@@ -84,9 +84,8 @@ void TNKeyChain::removePasswordsFromKeychain(const platform::SecKeychainRef &key
                                                   &search);
   // Only "not found" ends the walk: any other status may stand for an item that could not be read, with more behind it.
   platform::SecKeychainItemRef item;
-  while (platform::SecKeychainSearchCopyNext(search, &item) != platform::errSecItemNotFound) {
+  while (platform::SecKeychainSearchCopyNext(search, &item) != platform::errSecItemNotFound)
     platform::SecKeychainItemDelete(item);
-  }
 }
 
 bool TNKeyChain::isMavericksOrNewer() {
@@ -111,12 +110,10 @@ platform::SecAccessRef TNKeyChain::setupACL() {
   require(trustedApps != nullptr, "trustedApps != nil", 138);
 
   std::array<const char *, 5> &paths = trustedApplicationPaths();
-  if (isMavericksOrNewer()) {
+  if (isMavericksOrNewer())
     paths[0] = "/System/Library/Frameworks/SystemConfiguration.framework/Versions/A/Helpers/SCHelper";
-  }
-  if (foundation::ProcessInfo::isOperatingSystemAtLeastVersion({10, 15, 0})) {
+  if (foundation::ProcessInfo::isOperatingSystemAtLeastVersion({10, 15, 0}))
     paths[1] = "/System/Applications/System Preferences.app";
-  }
   for (const char *const path : paths) {
     platform::SecTrustedApplicationRef application;
     const platform::OSStatus err = platform::SecTrustedApplicationCreateFromPath(path, &application);

@@ -64,11 +64,10 @@ void GBCommandLineParser::registerSwitch(const Text &longName) { registerSwitch(
 void GBCommandLineParser::beginRegisterOptionGroup(const Text &groupName) {
   const std::string &name = foundation::element(groupName);
   std::shared_ptr<GBOptionGroup> &group = registeredOptionGroupsByNames_[name];
-  if (group) {
+  if (group)
     std::fprintf(stderr, "Group %s is already registered!", name.c_str());
-  } else {
+  else
     group = std::make_shared<GBOptionGroup>();
-  }
   currentOptionsGroupOptions_ = group;
 }
 
@@ -116,22 +115,20 @@ GBCommandLineParser::Finding GBCommandLineParser::findingFor(const GBOptionRecor
                                                              std::size_t index) const {
   if (!record) return {.event = GBParseEventUnknownOption, .option = argument, .value = std::move(given)};
   const std::string &longName = entry(record, "long").string();
-  if (currentOptionsGroupOptions_ && !currentOptionsGroupOptions_->contains(longName)) {
+  if (currentOptionsGroupOptions_ && !currentOptionsGroupOptions_->contains(longName))
     return {.event = GBParseEventOptionNotInGroup, .option = argument, .value = std::move(given)};
-  }
 
   Finding finding = {.option = longName, .value = std::move(given)};
   const bool isGiven = !finding.value.isNull();
   const std::uint64_t requirement = entry(record, "requirement").unsignedIntegerValue();
   if (requirement != GBOptionRequiresValue && requirement != GBOptionValueOptional) {
     const bool isNegated = argument.starts_with("--no-");
-    if (!isGiven) {
+    if (!isGiven)
       finding.value = !isNegated;
-    } else if (isNegated) {
+    else if (isNegated)
       finding.value = int{!finding.value.boolValue()};
-    } else {
+    else
       finding.value = finding.value.boolValue();
-    }
     return finding;
   }
   if (isGiven) return finding;

@@ -19,9 +19,8 @@ using foundation::Value;
 void print(const std::string &text) { std::fputs(text.c_str(), stdout); }
 
 std::string replaced(std::string text, std::string_view placeholder, std::string_view replacement) {
-  for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos; at += replacement.size()) {
+  for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos; at += replacement.size())
     text.replace(at, placeholder.size(), replacement);
-  }
   return text;
 }
 

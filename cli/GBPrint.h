@@ -46,11 +46,10 @@ class PrintArgument {
   explicit PrintArgument(const T &argument) : held_(argument) {}
 
   auto get() const {
-    if constexpr (kIsPlain) {
+    if constexpr (kIsPlain)
       return held_;
-    } else {
+    else
       return &held_;
-    }
   }
 
  private:

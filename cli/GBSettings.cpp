@@ -29,11 +29,10 @@ foundation::Value GBSettings::objectForKey(std::string_view key) const {
   for (const GBSettings *layer = this; layer != nullptr; layer = layer->parent_.get()) {
     const Value *local = layer->localValue(key);
     if (local == nullptr) continue;
-    if (local->isArray()) {
+    if (local->isArray())
       gathered.insert(gathered.end(), local->array().begin(), local->array().end());
-    } else {
+    else
       gathered.push_back(*local);
-    }
   }
   return Value::mutableArray(std::move(gathered));
 }
@@ -50,11 +49,10 @@ void GBSettings::setObjectForKey(const Value &value, std::string_view key) {
     // Any other value, a plain array too, is one object that was there before.
     local = Value::mutableArray(local.isNull() ? Value::Array() : Value::Array{local});
   }
-  if (added.isArray()) {
+  if (added.isArray())
     for (const Value &element : added.array()) local.append(element);
-  } else {
+  else
     local.append(added);
-  }
 }
 
 foundation::Value GBSettings::objectForLocalKey(std::string_view key) const {
@@ -64,11 +62,10 @@ foundation::Value GBSettings::objectForLocalKey(std::string_view key) const {
 
 void GBSettings::setObjectForLocalKey(Value value, std::string_view key) {
   if (value.isNull()) throw std::invalid_argument("a settings layer cannot hold a null object");
-  if (const auto entry = storage_.find(key); entry != storage_.end()) {
+  if (const auto entry = storage_.find(key); entry != storage_.end())
     entry->second = std::move(value);
-  } else {
+  else
     storage_.emplace(key, std::move(value));
-  }
 }
 
 std::uint64_t GBSettings::unsignedIntegerForKey(std::string_view key) const {

@@ -39,13 +39,11 @@ bool GBSettings::loadSettingsFromPlist(const std::string &path, foundation::Erro
   }
   storage_.clear();
   for (const auto &[key, value] : file->dictionary()) {
-    if (value.isDictionary()) {
-      for (const auto &[innerKey, innerValue] : value.dictionary()) {
+    if (value.isDictionary())
+      for (const auto &[innerKey, innerValue] : value.dictionary())
         setObjectForKey(innerValue, withoutDashes(innerKey));
-      }
-    } else {
+    else
       setObjectForKey(value, withoutDashes(key));
-    }
   }
   return true;
 }

@@ -25,9 +25,8 @@ void OptionsTable::addSeparator(const OptionDefinition &definition) {
 
 void OptionsTable::addGroupHeading(const OptionDefinition &definition) {
   std::string heading = foundation::element(definition.longOption());
-  if (const auto &description = definition.description(); description && !description->empty()) {
+  if (const auto &description = definition.description(); description && !description->empty())
     heading += " " + *description;
-  }
   rows_.emplace_back();
   rows_.push_back({std::move(heading)});
 }

@@ -24,9 +24,7 @@ std::string base64Encoded(std::span<const std::uint8_t> bytes) {
     const std::size_t count = std::min<std::size_t>(3, bytes.size() - start);
     std::uint32_t group = 0;
     for (std::size_t i = 0; i < 3; ++i) group = group << 8 | (i < count ? bytes[start + i] : 0U);
-    for (std::size_t i = 0; i < 4; ++i) {
-      text += i <= count ? kAlphabet[group >> (18 - 6 * i) & 0x3f] : '=';
-    }
+    for (std::size_t i = 0; i < 4; ++i) text += i <= count ? kAlphabet[group >> (18 - 6 * i) & 0x3f] : '=';
   }
   return text;
 }

@@ -35,9 +35,8 @@ int digits(std::string_view text, std::size_t start, std::size_t count) {
 std::optional<CalendarDate> calendarDate(Value::Date date) {
   const double whole = std::floor(date.secondsSince2001);
   if (!(whole >= static_cast<double>(seconds(kFirst - kEpoch).count()) &&
-        whole < static_cast<double>(seconds(kEnd - kEpoch).count()))) {
+        whole < static_cast<double>(seconds(kEnd - kEpoch).count())))
     return std::nullopt;
-  }
   const sys_seconds moment = kEpoch + seconds(static_cast<std::int64_t>(whole));
   const sys_days day = floor<days>(moment);
   const std::chrono::year_month_day calendar(day);
@@ -62,9 +61,8 @@ std::optional<std::string> propertyListDateText(Value::Date date) {
 std::optional<Value::Date> dateFromPropertyListText(std::string_view text) {
   constexpr std::string_view kPattern = "####-##-##T##:##:##Z";
   if (text.size() != kPattern.size()) return std::nullopt;
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  for (std::size_t i = 0; i < text.size(); ++i)
     if (kPattern[i] == '#' ? digits(text, i, 1) < 0 : text[i] != kPattern[i]) return std::nullopt;
-  }
   const int hour = digits(text, 11, 2);
   const int minute = digits(text, 14, 2);
   const int second = digits(text, 17, 2);

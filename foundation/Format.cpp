@@ -85,11 +85,10 @@ std::string utf16String(const Layout &layout, const char16_t *text) {
   for (int i = 0; (!layout.precision || i < *layout.precision) && text[i] != 0; ++i) {
     const bool room = !layout.precision || i + 1 < *layout.precision;
     const char32_t unit = text[i];
-    if (unit >= 0xd800 && unit <= 0xdbff && room && text[i + 1] >= 0xdc00 && text[i + 1] <= 0xdfff) {
+    if (unit >= 0xd800 && unit <= 0xdbff && room && text[i + 1] >= 0xdc00 && text[i + 1] <= 0xdfff)
       appendCharacter(&result, 0x10000 + ((unit - 0xd800) << 10) + (text[++i] - U'\xdc00'));
-    } else {
+    else
       appendCharacter(&result, unit);
-    }
   }
   return padded(layout, std::move(result));
 }
@@ -98,9 +97,8 @@ std::string utf16String(const Layout &layout, const char16_t *text) {
 std::string wideString(const Layout &layout, const wchar_t *text) {
   if (text == nullptr) return cString(layout, nullptr);
   std::string result;
-  for (int i = 0; (!layout.precision || i < *layout.precision) && text[i] != 0; ++i) {
+  for (int i = 0; (!layout.precision || i < *layout.precision) && text[i] != 0; ++i)
     appendCharacter(&result, static_cast<char32_t>(text[i]));
-  }
   return padded(layout, std::move(result));
 }
 
@@ -176,13 +174,11 @@ std::string rendered(const FormatPiece &piece, const std::vector<FormatArgument>
 
 std::string renderFormat(const ParsedFormat &format, const std::vector<FormatArgument> &arguments) {
   std::string text;
-  for (const FormatPiece &piece : format.pieces) {
-    if (piece.conversion == 0) {
+  for (const FormatPiece &piece : format.pieces)
+    if (piece.conversion == 0)
       text += piece.source;
-    } else {
+    else
       text += rendered(piece, arguments);
-    }
-  }
   return text;
 }
 

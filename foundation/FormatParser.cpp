@@ -30,9 +30,8 @@ class Parser {
       }
     }
     // A gap in the numbering is skipped as an int.
-    for (const std::optional<FormatArgumentType> &type : types_) {
+    for (const std::optional<FormatArgumentType> &type : types_)
       result_.arguments.push_back(type.value_or(FormatArgumentType::integer));
-    }
     return std::move(result_);
   }
 

@@ -199,11 +199,10 @@ class Reader {
     while (next_ < bytes_.size()) {
       const char character = bytes_[next_++];
       if (character == quote) return result;
-      if (character != '\\') {
+      if (character != '\\')
         result += character;
-      } else if (next_ < bytes_.size()) {
+      else if (next_ < bytes_.size())
         escape(&result);
-      }
     }
     return failAt(start, "a string that does not end");
   }
@@ -223,9 +222,8 @@ class Reader {
 
   char32_t octal() {
     unsigned code = 0;
-    for (int i = 0; i < 3 && next_ < bytes_.size() && isOctalDigit(bytes_[next_]); ++i) {
+    for (int i = 0; i < 3 && next_ < bytes_.size() && isOctalDigit(bytes_[next_]); ++i)
       code = code * 8 + static_cast<unsigned>(bytes_[next_++] - '0');
-    }
     return characterFromNeXTSTEP(static_cast<std::uint8_t>(code));
   }
 
@@ -241,9 +239,8 @@ class Reader {
 
   char32_t hexUnit() {
     char32_t unit = 0;
-    for (int i = 0; i < 4 && next_ < bytes_.size() && hexDigit(bytes_[next_]) >= 0; ++i) {
+    for (int i = 0; i < 4 && next_ < bytes_.size() && hexDigit(bytes_[next_]) >= 0; ++i)
       unit = unit << 4 | static_cast<char32_t>(hexDigit(bytes_[next_++]));
-    }
     return unit;
   }
 
@@ -264,11 +261,10 @@ std::optional<std::string> utf8FromUTF16(std::string_view bytes, bool bigEndian)
   std::string text;
   for (std::size_t i = 0; i < bytes.size(); i += 2) {
     char32_t character = unit(i);
-    if (isHighSurrogate(character) && i + 2 < bytes.size() && isLowSurrogate(unit(i + 2))) {
+    if (isHighSurrogate(character) && i + 2 < bytes.size() && isLowSurrogate(unit(i + 2)))
       character = joined(character, unit(i += 2));
-    } else if (isHighSurrogate(character) || isLowSurrogate(character)) {
+    else if (isHighSurrogate(character) || isLowSurrogate(character))
       return std::nullopt;
-    }
     appendCharacter(&text, character);
   }
   return text;

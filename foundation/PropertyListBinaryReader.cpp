@@ -81,17 +81,16 @@ class Reader {
     const std::uint64_t count = number(trailer + 8, 8);
     top_ = number(trailer + 16, 8);
     table_ = number(trailer + 24, 8);
-    if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8) {
+    if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8)
       fail(trailer + 6, "offsets and references must be 1 to 8 bytes wide");
-    } else if (count < 1 || count > kMaximumNodes) {
+    else if (count < 1 || count > kMaximumNodes)
       fail(trailer + 8, "the number of objects must be 1 to " + std::to_string(kMaximumNodes));
-    } else if (top_ >= count) {
+    else if (top_ >= count)
       fail(trailer + 16, "the top object does not exist");
-    } else if (table_ <= kMagicSize || table_ >= trailer || trailer - table_ != count * offsetSize_) {
+    else if (table_ <= kMagicSize || table_ >= trailer || trailer - table_ != count * offsetSize_)
       fail(trailer + 24, "the offset table does not fill the space before the trailer");
-    } else {
+    else
       objects_.resize(count);
-    }
     return !error_;
   }
 
@@ -108,12 +107,10 @@ class Reader {
       if (!readObject({position, table_}, level, &object)) return nullptr;
       object.state = Object::State::read;
     }
-    if (level + object.height > kPropertyListMaximumDepth) {
+    if (level + object.height > kPropertyListMaximumDepth)
       return fail(position, "nested more than " + std::to_string(kPropertyListMaximumDepth) + " levels deep");
-    }
-    if (object.nodes > kMaximumNodes || object.size > kPropertyListMaximumSize) {
+    if (object.nodes > kMaximumNodes || object.size > kPropertyListMaximumSize)
       return fail(position, "shared objects unfold to too large a value");
-    }
     return &object;
   }
 
@@ -216,9 +213,8 @@ class Reader {
     } else if (kind == kUTF16) {
       return readUTF16(cursor.position, *units, &object->value);
     } else {
-      for (const char character : raw) {
+      for (const char character : raw)
         if (static_cast<unsigned char>(character) > 0x7f) fail(cursor.position, "text that is not ASCII");
-      }
       object->value = raw;
     }
     return !error_;
@@ -290,9 +286,8 @@ class Reader {
       if (!key->value.isString()) return fail(position, "a key that is not text"), false;
       const Object *each = element(position + *length * referenceSize_, level + 1, object);
       if (each == nullptr) return false;
-      if (!entries.emplace(key->value.string(), each->value).second) {
+      if (!entries.emplace(key->value.string(), each->value).second)
         return fail(position, "duplicate key \"" + key->value.string() + "\""), false;
-      }
     }
     object->value = std::move(entries);
     return true;

@@ -28,9 +28,8 @@ std::string_view trimmed(std::string_view text) {
 
 std::string lowercase(std::string_view text) {
   std::string result(text);
-  for (char &character : result) {
+  for (char &character : result)
     if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
-  }
   return result;
 }
 
@@ -164,11 +163,10 @@ class Reader {
   // Whether ELEMENT may stand here; fails if not.
   bool placeFor(std::string_view element) {
     if (containers_.empty()) {
-      if (element == "key") {
+      if (element == "key")
         fail("<key> outside a <dict>");
-      } else if (result_) {
+      else if (result_)
         fail("more than one value");
-      }
     } else if (const Container &container = containers_.back(); !container.isDictionary) {
       if (element == "key") fail("<key> inside an <array>");
     } else if (element == "key") {
@@ -181,11 +179,10 @@ class Reader {
 
   void characters(std::string_view text) {
     if (error_) return;
-    if (!leaf_.empty()) {
+    if (!leaf_.empty())
       text_ += text;
-    } else if (!trimmed(text).empty()) {
+    else if (!trimmed(text).empty())
       fail("text between elements");
-    }
   }
 
   void elementEnds(std::string_view element) {
@@ -201,19 +198,17 @@ class Reader {
     Container container = std::move(containers_.back());
     containers_.pop_back();
     if (container.key) return fail("the key \"" + *container.key + "\" has no value");
-    if (container.isDictionary) {
+    if (container.isDictionary)
       add(std::move(container.entries));
-    } else {
+    else
       add(std::move(container.elements));
-    }
   }
 
   void leafEnds(std::string_view element) {
     if (element == "key") return keyEnds();
     if (element == "string") return add(std::move(text_));
-    if (element == "true" || element == "false") {
+    if (element == "true" || element == "false")
       return text_.empty() ? add(element == "true") : fail("text inside <" + std::string(element) + ">");
-    }
     std::optional<Value> value;
     if (element == "integer") {
       value = integerFromText(text_);

@@ -119,9 +119,8 @@ class Writer {
     const auto length = static_cast<std::size_t>(kLineLength - 8 * indent);
     line(level, "<data>");
     const std::string encoded = base64Encoded(bytes);
-    for (std::size_t start = 0; start < encoded.size(); start += length) {
+    for (std::size_t start = 0; start < encoded.size(); start += length)
       line(indent, std::string_view(encoded).substr(start, length));
-    }
     line(level, "</data>");
   }
 

@@ -13,11 +13,10 @@ namespace foundation {
 inline void writeToStandardError(std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
-    if (written > 0) {
+    if (written > 0)
       text.remove_prefix(static_cast<std::size_t>(written));
-    } else if (written == 0 || errno != EINTR) {
+    else if (written == 0 || errno != EINTR)
       return;
-    }
   }
 }
 

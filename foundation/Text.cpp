@@ -24,13 +24,12 @@ std::optional<char32_t> nextCharacter(std::string_view text, std::size_t *index)
     ++*index;
     return lead;
   }
-  if ((lead & 0xe0) == 0xc0) {
+  if ((lead & 0xe0) == 0xc0)
     length = 2, character = lead & 0x1f, smallest = 0x80;
-  } else if ((lead & 0xf0) == 0xe0) {
+  else if ((lead & 0xf0) == 0xe0)
     length = 3, character = lead & 0x0f, smallest = 0x800;
-  } else if ((lead & 0xf8) == 0xf0) {
+  else if ((lead & 0xf8) == 0xf0)
     length = 4, character = lead & 0x07, smallest = 0x10000;
-  }
   if (length == 0 || text.size() - *index < length) return std::nullopt;
   for (std::size_t i = 1; i < length; ++i) {
     if ((byte(i) & 0xc0) != 0x80) return std::nullopt;
@@ -62,9 +61,8 @@ void appendCharacter(std::string *text, char32_t character) {
 }
 
 bool isValidUTF8(std::string_view text) {
-  for (std::size_t index = 0; index < text.size();) {
+  for (std::size_t index = 0; index < text.size();)
     if (!nextCharacter(text, &index)) return false;
-  }
   return true;
 }
 

@@ -35,9 +35,8 @@ std::string newUUID() {
 
 bool isUUID(std::string_view text) {
   if (text.size() != kLength) return false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  for (std::size_t i = 0; i < text.size(); ++i)
     if (isDash(i) ? text[i] != '-' : kDigits.find(text[i]) == std::string_view::npos) return false;
-  }
   return true;
 }
 

@@ -70,9 +70,8 @@ ScannedInteger scanInteger(std::string_view text) {
 
 std::int64_t signedInteger(ScannedInteger scanned) {
   constexpr auto kLargest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-  if (scanned.magnitude > kLargest) {
+  if (scanned.magnitude > kLargest)
     return scanned.negative ? std::numeric_limits<std::int64_t>::min() : std::numeric_limits<std::int64_t>::max();
-  }
   const auto magnitude = static_cast<std::int64_t>(scanned.magnitude);
   return scanned.negative ? -magnitude : magnitude;
 }
@@ -303,17 +302,16 @@ double Value::doubleValue() const {
 bool Value::operator==(const Value &other) const {
   return std::visit(
       []<class Left, class Right>(const Left &left, const Right &right) {
-        if constexpr (Number<Left> && Number<Right>) {
+        if constexpr (Number<Left> && Number<Right>)
           return equal(comparable(left), comparable(right));
-        } else if constexpr (!std::same_as<Left, Right>) {
+        else if constexpr (!std::same_as<Left, Right>)
           return false;
-        } else if constexpr (std::same_as<Left, std::shared_ptr<ArrayBox>>) {
+        else if constexpr (std::same_as<Left, std::shared_ptr<ArrayBox>>)
           return left == right || left->elements == right->elements;
-        } else if constexpr (kIsPointer<Left>) {
+        else if constexpr (kIsPointer<Left>)
           return left == right || *left == *right;
-        } else {
+        else
           return left == right;
-        }
       },
       state_, other.state_);
 }

@@ -59,9 +59,8 @@ std::string utf16Escape(char32_t unit) { return "\\U" + hexadecimal(unit, 4); }
 std::string quotedCharacter(char32_t character) {
   constexpr std::u32string_view kEscaped = U"\"\\\a\b\t\n\v\f\r";
   constexpr std::string_view kLetters = "\"\\abtnvfr";
-  if (const std::size_t index = kEscaped.find(character); index != std::u32string_view::npos) {
+  if (const std::size_t index = kEscaped.find(character); index != std::u32string_view::npos)
     return {'\\', kLetters[index]};
-  }
   if (character >= 0x20 && character < 0x7f) return {static_cast<char>(character)};
   if (character <= 0xffff) return utf16Escape(character);
   return utf16Escape(0xd800 + ((character - 0x10000) >> 10)) + utf16Escape(0xdc00 + (character & 0x3ff));
@@ -78,21 +77,19 @@ void appendQuoted(std::string *out, std::string_view text) {
 }
 
 void appendInside(std::string *out, std::string_view text) {
-  if (isBare(text)) {
+  if (isBare(text))
     *out += text;
-  } else {
+  else
     appendQuoted(out, text);
-  }
 }
 
 void appendDescription(std::string *out, const Value &value, std::size_t level);
 
 void appendElement(std::string *out, const Value &value, std::size_t level) {
-  if (value.isArray() || value.isDictionary()) {
+  if (value.isArray() || value.isDictionary())
     appendDescription(out, value, level);
-  } else {
+  else
     appendInside(out, value.description());
-  }
 }
 
 void appendDescription(std::string *out, const Value &value, std::size_t level) {

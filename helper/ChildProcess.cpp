@@ -172,7 +172,8 @@ void ChildProcess::terminate(std::chrono::milliseconds grace) {
 
 void ChildProcess::killAfter(std::chrono::milliseconds grace) {
   try {
-    kill_ = EventSource::timer(event_, grace, [this] { signal(SIGKILL); });
+    kill_ = EventSource::timer(
+        event_, grace, [this] { signal(SIGKILL); });
   } catch (const std::system_error &) {
     signal(SIGKILL);
   }

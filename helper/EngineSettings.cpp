@@ -43,16 +43,17 @@ template <class Number>
 Taker number(std::optional<Number> EngineSettings::PPP::*member, long long lowest, long long highest,
              const char *unit) {
   return [=](const config_setting_t *value, EngineSettings &settings) {
-    return takeNumber(value, lowest, highest, unit,
-                      [&](long long taken) { settings.ppp.*member = static_cast<Number>(taken); });
+    return takeNumber(
+        value, lowest, highest, unit, [&](long long taken) { settings.ppp.*member = static_cast<Number>(taken); });
   };
 }
 
 template <class Group, class Duration>
 Taker seconds(Group EngineSettings::*group, Duration Group::*member, long long lowest, long long highest) {
   return [=](const config_setting_t *value, EngineSettings &settings) {
-    return takeNumber(value, lowest, highest, " (seconds)",
-                      [&](long long number) { (settings.*group).*member = std::chrono::seconds(number); });
+    return takeNumber(
+        value, lowest, highest, " (seconds)",
+        [&](long long number) { (settings.*group).*member = std::chrono::seconds(number); });
   };
 }
 
@@ -88,7 +89,8 @@ Taker choice(Group EngineSettings::*group, Choice Group::*member, std::array<Wor
 
 bool isPlainText(std::string_view text) {
   return !text.empty() && text.size() <= kMaximumText &&
-         std::ranges::all_of(text, [](char character) { return character >= ' ' && character <= '~'; });
+         std::ranges::all_of(
+             text, [](char character) { return character >= ' ' && character <= '~'; });
 }
 
 Taker text(std::string EngineSettings::IKE::*member, std::function<bool(std::string_view)> fits, Expectation expected) {
@@ -120,10 +122,13 @@ Taker list(Group EngineSettings::*group, std::vector<std::string> Group::*member
 }
 
 bool isProposal(std::string_view text) {
-  return isPlainText(text) && std::ranges::all_of(text, [](char character) {
-           return (character >= 'a' && character <= 'z') || (character >= '0' && character <= '9') ||
-                  character == '-' || character == '_';
-         });
+  return isPlainText(text) && std::ranges::all_of(
+                                  text,
+                                  [](char character) {
+                                    return (character >= 'a' && character <= 'z') ||
+                                           (character >= '0' && character <= '9') || character == '-' ||
+                                           character == '_';
+                                  });
 }
 
 bool isAuthProtocol(std::string_view text) {
@@ -187,7 +192,8 @@ const std::vector<Key> &table() {
 }
 
 bool isGroup(std::string_view name) {
-  return std::ranges::any_of(table(), [&](const Key &key) { return name == key.group; });
+  return std::ranges::any_of(
+      table(), [&](const Key &key) { return name == key.group; });
 }
 
 // Goes through a parsed file; keeps what can be used and collects what cannot.
@@ -202,12 +208,14 @@ class Reader {
   }
 
   void readRoot(const config_setting_t *root) {
-    forEach(root, [this](const config_setting_t *group, const std::string &name) {
-      if (!isGroup(name)) return unknown(group, name);
-      if (config_setting_is_group(group) != CONFIG_TRUE)
-        return complain(config_setting_source_line(group), name + " must be a group in braces; its defaults hold.");
-      readGroup(group, name);
-    });
+    forEach(
+        root,
+        [this](const config_setting_t *group, const std::string &name) {
+          if (!isGroup(name)) return unknown(group, name);
+          if (config_setting_is_group(group) != CONFIG_TRUE)
+            return complain(config_setting_source_line(group), name + " must be a group in braces; its defaults hold.");
+          readGroup(group, name);
+        });
   }
 
   EngineSettings::Reading take() {
@@ -228,14 +236,16 @@ class Reader {
   }
 
   void readGroup(const config_setting_t *group, const std::string &groupName) {
-    forEach(group, [&](const config_setting_t *value, const std::string &name) {
-      const std::string fullName = groupName + "." + name;
-      const auto key =
-          std::ranges::find_if(table(), [&](const Key &k) { return groupName == k.group && name == k.name; });
-      if (key == table().end()) return unknown(value, fullName);
-      if (const Expectation expected = key->take(value, reading_.settings); !expected.empty())
-        complain(config_setting_source_line(value), fullName + " must be " + expected + "; the default holds.");
-    });
+    forEach(
+        group,
+        [&](const config_setting_t *value, const std::string &name) {
+          const std::string fullName = groupName + "." + name;
+          const auto key = std::ranges::find_if(
+              table(), [&](const Key &k) { return groupName == k.group && name == k.name; });
+          if (key == table().end()) return unknown(value, fullName);
+          if (const Expectation expected = key->take(value, reading_.settings); !expected.empty())
+            complain(config_setting_source_line(value), fullName + " must be " + expected + "; the default holds.");
+        });
   }
 
   void unknown(const config_setting_t *setting, const std::string &name) {

@@ -36,9 +36,8 @@ bool isUnixSocket(int descriptor) {
 Status replaceStandardDescriptors() {
   const FileDescriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   if (!null) return errnoError(errno, "open /dev/null");
-  for (int descriptor = 0; descriptor < kFirstFree; ++descriptor) {
+  for (int descriptor = 0; descriptor < kFirstFree; ++descriptor)
     if (::dup2(null.get(), descriptor) < 0) return errnoError(errno, "replace a standard descriptor");
-  }
   return {};
 }
 
@@ -54,9 +53,8 @@ void resetSignals() {
 
 Result<FileDescriptor> prepareHelperProcess() {
   resetSignals();
-  if (!isUnixSocket(0)) {
+  if (!isUnixSocket(0))
     return Error{std::string(foundation::kPOSIXErrorDomain), ENOTSOCK, "standard input is not the tool's socket"};
-  }
   foundation::protectProcessMemory();
   if (::close_range(kFirstFree, ~0U, 0) < 0) return errnoError(errno, "close inherited descriptors");
   FileDescriptor socket(::fcntl(0, F_DUPFD_CLOEXEC, kFirstFree));
@@ -66,10 +64,8 @@ Result<FileDescriptor> prepareHelperProcess() {
   ::setsid();  // fails where the starter has done it already
   ::umask(077);
   if (::chdir("/") < 0) return errnoError(errno, "change to /");
-  if (::clearenv() != 0 || ::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1) != 0 ||
-      ::setenv("LC_ALL", "C", 1) != 0) {
+  if (::clearenv() != 0 || ::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1) != 0 || ::setenv("LC_ALL", "C", 1) != 0)
     return errnoError(ENOMEM, "clean the environment");
-  }
   return socket;
 }
 

@@ -47,7 +47,8 @@ int answer(sd_bus_message *call, std::int32_t code, Build build) {
 }
 
 int answer(sd_bus_message *call, std::int32_t code) {
-  return answer(call, code, [](sd_bus_message *) { return 0; });
+  return answer(
+      call, code, [](sd_bus_message *) { return 0; });
 }
 
 // No bytes for a null Value. A Value that cannot be written is a null one to the reader.
@@ -208,9 +209,8 @@ int HelperService::findKeychainItems(sd_bus_message *message) {
   const auto items = keychain_.find(attributes);
   return answer(message, items ? errSecSuccess : items.error().code, [&](sd_bus_message *reply) {
     int appended = sd_bus_message_open_container(reply, 'a', "s");
-    for (std::size_t i = 0; items && i < items->size() && appended >= 0; ++i) {
+    for (std::size_t i = 0; items && i < items->size() && appended >= 0; ++i)
       appended = sd_bus_message_append(reply, "s", (*items)[i].c_str());
-    }
     return appended < 0 ? appended : sd_bus_message_close_container(reply);
   });
 }
@@ -289,11 +289,10 @@ void HelperService::linkChanged(const LinkStatus &status) {
 // ---- The end
 
 int HelperService::peerIsGone(sd_bus_message *) {
-  if (linger_ && isLinkUp()) {
+  if (linger_ && isLinkUp())
     ending_ = true;  // stays for the link, and goes when it does
-  } else {
+  else
     end();
-  }
   return 0;
 }
 

@@ -51,9 +51,8 @@ Result<PPPLog> PPPLog::open(const std::string &path) {
 void PPPLog::write(std::string_view sentence) {
   std::string line = timestamp() + " : ";
   line.append(sentence.substr(0, kMaximumLine - 1 - line.size()));
-  for (char &character : line) {
+  for (char &character : line)
     if (character < ' ' || character > '~') character = '?';
-  }
   line += '\n';
   lastWrite_ = std::chrono::steady_clock::now();
   while (::write(file_.get(), line.data(), line.size()) < 0 && errno == EINTR) {

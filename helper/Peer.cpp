@@ -37,9 +37,8 @@ Result<Peer> Peer::ofSocket(int socket) {
   if (!process) return errnoError(errno, "open process " + std::to_string(credentials.pid));
   // The id may have been given anew between the connection and the line above; but then the process that connected is
   // gone, and its end of the socket with it.
-  if (isReadable(process.get(), POLLIN) || isReadable(socket, POLLRDHUP)) {
+  if (isReadable(process.get(), POLLIN) || isReadable(socket, POLLRDHUP))
     return errnoError(ESRCH, "open process " + std::to_string(credentials.pid));
-  }
   return Peer(credentials.pid, credentials.uid, std::move(process));
 }
 

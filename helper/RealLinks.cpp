@@ -46,10 +46,9 @@ LinkFactory realLinks(sd_event *event, SecretSource &secrets, PPPLog &log, const
           "which a few servers do not accept.");
     }
     configuration->applySettings(settings);
-    if (configuration->isInClear()) {
+    if (configuration->isInClear())
       log.write(std::string("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in ") +
                 EngineSettings::kPath + ".");
-    }
     return std::unique_ptr<RunningLink>(
         std::make_unique<RealLink>(event, std::move(*configuration), secrets, log, std::move(handler)));
   };

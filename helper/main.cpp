@@ -47,11 +47,10 @@ int main() {
     // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
     helper::endLoopOnException(event, [&] { serverRemembers = helper::Link::repair(*log); });
     if (status) status = service.serve(std::move(*socket));
-    if (status) {
+    if (status)
       exitCode = helper::runLoop(event, *log);
-    } else {
+    else
       log->write("The helper cannot serve: " + status.error().message);
-    }
   }
   sd_event_unref(event);
   return exitCode;

@@ -48,9 +48,8 @@ void setSCErrorForNullArgument() {
 }
 
 std::string SCErrorString(std::int32_t status) {
-  for (const auto &[code, phrase] : kPhrases) {
+  for (const auto &[code, phrase] : kPhrases)
     if (code == status) return phrase;
-  }
   if (status >= 1 && status <= kLastErrno) {
     char buffer[128];
     return strerror_r(status, buffer, sizeof buffer);

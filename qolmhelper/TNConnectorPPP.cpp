@@ -57,18 +57,16 @@ void TNConnectorPPP::connect() {
 void TNConnectorPPP::attempt() {
   if (!platform::SCNetworkConnectionScheduleWithRunLoop(connection(), platform::CFRunLoopGetCurrent(),
                                                         platform::kCFRunLoopDefaultMode) &&
-      platform::SCError() != platform::kSCStatusOK) {
+      platform::SCError() != platform::kSCStatusOK)
     return;
-  }
   switch (platform::SCNetworkConnectionGetStatus(connection())) {
     case platform::kSCNetworkConnectionInvalid:
       std::fputs("Service is invalid.  Weird.\n", stderr);
       break;
     case platform::kSCNetworkConnectionDisconnected:
       if (!platform::SCNetworkConnectionStart(connection(), foundation::Value(), false) &&
-          platform::SCError() != platform::kSCStatusOK) {
+          platform::SCError() != platform::kSCStatusOK)
         return;
-      }
       platform::CFRunLoopRun();
       break;
     case platform::kSCNetworkConnectionConnecting:
@@ -94,9 +92,7 @@ void TNConnectorPPP::connectionStatusChanged(std::int32_t status, std::int32_t m
 
 void TNConnectorPPP::connectionStatusChanged(std::int32_t status, std::int32_t minorStatus, std::int32_t error) {
   if (status == platform::kSCNetworkConnectionDisconnected) {
-    if (error != platform::kSCStatusOK) {
-      std::fprintf(stderr, "Error: %s\n", platform::SCErrorString(error).c_str());
-    }
+    if (error != platform::kSCStatusOK) std::fprintf(stderr, "Error: %s\n", platform::SCErrorString(error).c_str());
     const foundation::Value extendedStatus = platform::SCNetworkConnectionCopyExtendedStatus(connection());
     const foundation::Value &lastCause = extendedStatus["PPP"]["LastCause"];
     if (!lastCause.isNull()) {  // also 0, which says that the end had no cause

@@ -40,9 +40,8 @@ std::optional<std::string> save(const platform::SCPreferencesRef &preferences,
                                 const platform::SCNetworkServiceRef &service) {
   const platform::SCNetworkSetRef set = platform::SCNetworkSetCopyCurrent(preferences);
   if (!set || !platform::SCNetworkSetAddService(set, service) || !platform::SCPreferencesCommitChanges(preferences) ||
-      !platform::SCPreferencesApplyChanges(preferences)) {
+      !platform::SCPreferencesApplyChanges(preferences))
     return std::nullopt;
-  }
   platform::SCPreferencesSynchronize(preferences);
   return platform::SCNetworkServiceGetServiceID(service);
 }

@@ -68,11 +68,10 @@ void parse_options(int argc, char *argv[]) {
 // as the configuration.
 const char *lookup(const config_t &config, const char *key) {
   const char *value = nullptr;
-  if (config_lookup_string(&config, key, &value) == CONFIG_TRUE) {
+  if (config_lookup_string(&config, key, &value) == CONFIG_TRUE)
     std::printf("%s: %s", key, value);
-  } else {
+  else
     std::fprintf(stderr, "Invalid config! Missing %s!", key);
-  }
   return value;
 }
 

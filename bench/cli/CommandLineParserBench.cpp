@@ -37,9 +37,8 @@ std::vector<std::string> argumentList(std::int64_t count) {
 }
 
 void registerAll(GB::GBCommandLineParser &parser) {
-  for (int i = 0; i < kOptions; ++i) {
+  for (int i = 0; i < kOptions; ++i)
     parser.registerOption(optionName(i), isSwitch(i) ? GB::GBOptionNoValue : GB::GBOptionRequiresValue);
-  }
 }
 
 void complain(benchmark::State &state, const char *message) { state.SkipWithError(message); }

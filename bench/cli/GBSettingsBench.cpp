@@ -42,9 +42,8 @@ void readArrayThroughLayers(benchmark::State &state) {
 
 // Settings whose file is a little more than 10 MB.
 void fill(GBSettings &settings) {
-  for (int i = 0; i < 140000; ++i) {
+  for (int i = 0; i < 140000; ++i)
     settings.setObjectForKey("a value of some length, number " + std::to_string(i), "key-" + std::to_string(i));
-  }
 }
 
 class File {
@@ -64,9 +63,8 @@ void savePropertyList(benchmark::State &state) {
   const File file;
   GBSettings settings("file");
   fill(settings);
-  for (auto _ : state) {
+  for (auto _ : state)
     if (!settings.saveSettingsToPlist(file.path())) state.SkipWithError("not saved");
-  }
   state.counters["file_bytes"] = file.size();
 }
 
@@ -75,9 +73,8 @@ void loadPropertyList(benchmark::State &state) {
   GBSettings settings("file");
   fill(settings);
   if (!settings.saveSettingsToPlist(file.path())) state.SkipWithError("not saved");
-  for (auto _ : state) {
+  for (auto _ : state)
     if (!settings.loadSettingsFromPlist(file.path())) state.SkipWithError("not loaded");
-  }
   state.counters["file_bytes"] = file.size();
 }
 

@@ -233,11 +233,13 @@ void Charon::initiated(const Outcome &outcome) {
 
 // Without waiting for one that is just being worked on.
 void Charon::look() {
-  watch_->request("list-sas", Section().add("ike", plan_.name).add("noblock", "yes"), deadlines_.request,
-                  [this, attempt = attempt_](const Outcome &) {
-                    if (state_ == State::negotiating && attempt == attempt_)
-                      look_ = EventSource::timer(event_, deadlines_.look, [this] { look(); });
-                  });
+  watch_->request(
+      "list-sas", Section().add("ike", plan_.name).add("noblock", "yes"), deadlines_.request,
+      [this, attempt = attempt_](const Outcome &) {
+        if (state_ == State::negotiating && attempt == attempt_)
+          look_ = EventSource::timer(
+              event_, deadlines_.look, [this] { look(); });
+      });
 }
 
 // The last word of the daemon about it may still be under way on the other connection: behind an answer there, all has

@@ -101,13 +101,15 @@ CharonProcess::~CharonProcess() {
 }
 
 void CharonProcess::start() {
-  deadline_ = EventSource::timer(event_, deadlines_.start, [this] {
-    fail(child_ ? "The IKE daemon " + std::string(places_.programs.front()) +
-                      " was started, but its control socket does not appear within " +
-                      std::to_string(deadlines_.start.count() / 1000) + " seconds; it needs the vici plugin (" +
-                      kPackages + ")."
-                : "Another vpnctl is starting or ending the IKE daemon and does not come to an end with it.");
-  });
+  deadline_ = EventSource::timer(
+      event_, deadlines_.start,
+      [this] {
+        fail(child_ ? "The IKE daemon " + std::string(places_.programs.front()) +
+                          " was started, but its control socket does not appear within " +
+                          std::to_string(deadlines_.start.count() / 1000) + " seconds; it needs the vici plugin (" +
+                          kPackages + ")."
+                    : "Another vpnctl is starting or ending the IKE daemon and does not come to an end with it.");
+      });
   soon_ = EventSource::soon(event_, [this] { attempt(); });
 }
 
@@ -177,10 +179,12 @@ Status CharonProcess::join(int socket) {
 }
 
 bool CharonProcess::answers() const {
-  return std::any_of(places_.controlSockets.begin(), places_.controlSockets.end(), [](const std::string &path) {
-    const auto socket = ViciConnection::connect(path);
-    return socket || socket.error().code == EAGAIN;
-  });
+  return std::any_of(
+      places_.controlSockets.begin(), places_.controlSockets.end(),
+      [](const std::string &path) {
+        const auto socket = ViciConnection::connect(path);
+        return socket || socket.error().code == EAGAIN;
+      });
 }
 
 std::optional<std::string> CharonProcess::obstacle() const {
@@ -335,10 +339,12 @@ void CharonProcess::stop() {
   ending_ = true;
   settled_ = false;
   signal(process_, SIGTERM);
-  created_ = EventSource::io(event_, process_.get(), EPOLLIN, [this](std::uint32_t) {
-    settled_ = true;
-    finishStopping();
-  });
+  created_ = EventSource::io(
+      event_, process_.get(), EPOLLIN,
+      [this](std::uint32_t) {
+        settled_ = true;
+        finishStopping();
+      });
   deadline_ = EventSource::timer(event_, deadlines_.stop, [this] { insist(); });
 }
 

@@ -51,11 +51,13 @@ bool viciRefused(const foundation::Error &error) { return error.domain == kRefus
 
 ViciConnection::ViciConnection(sd_event *event, foundation::FileDescriptor socket, Handlers handlers)
     : event_(event), socket_(std::move(socket)), handlers_(std::move(handlers)) {
-  io_ = EventSource::io(event_, socket_.get(), EPOLLIN, [this](std::uint32_t events) {
-    const std::weak_ptr<bool> alive = alive_;
-    if (events & EPOLLOUT) flush();
-    if (!alive.expired() && socket_ && (events & (EPOLLIN | EPOLLHUP | EPOLLERR))) readPackets();
-  });
+  io_ = EventSource::io(
+      event_, socket_.get(), EPOLLIN,
+      [this](std::uint32_t events) {
+        const std::weak_ptr<bool> alive = alive_;
+        if (events & EPOLLOUT) flush();
+        if (!alive.expired() && socket_ && (events & (EPOLLIN | EPOLLHUP | EPOLLERR))) readPackets();
+      });
 }
 
 void ViciConnection::listen(const std::string &name, std::chrono::milliseconds deadline, Reply reply) {

@@ -66,7 +66,8 @@ std::vector<xfrm_usersa_info> statesThat(nl_sock *socket, int &code,
 }
 
 std::vector<xfrm_usersa_info> statesOf(nl_sock *socket, std::uint32_t reqid, int &code) {
-  return statesThat(socket, code, [reqid](const xfrm_usersa_info &state, nlmsghdr *) { return state.reqid == reqid; });
+  return statesThat(
+      socket, code, [reqid](const xfrm_usersa_info &state, nlmsghdr *) { return state.reqid == reqid; });
 }
 
 // An SPI that a daemon has taken for an association to come: nothing but its two ends says whose it is.

@@ -125,11 +125,10 @@ std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<fou
       continue;  // its helper lives
     }
     Journal journal(folder, std::move(*lock), lockPatience);
-    if (const Status status = journal.read(); status) {
+    if (const Status status = journal.read(); status)
       found.push_back(std::move(journal));
-    } else {
+    else
       errors.push_back(isShortage(status.error()) ? status.error() : putAside(folder, status.error()));
-    }
   }
   if (error) errors.push_back(errnoError(error.value(), "look into " + base));
   ::rmdir(base.c_str());  // of one who died before he had made anything in it

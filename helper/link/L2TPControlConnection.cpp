@@ -115,7 +115,8 @@ void L2TPControlConnection::start(int socket) {
   port_ = ntohs(server.sin_port);
   state_ = State::starting;
   farewell_ = Farewell::unanswered;
-  io_ = EventSource::io(event_, socket, EPOLLIN, [this](std::uint32_t) { readDatagrams(); });
+  io_ = EventSource::io(
+      event_, socket, EPOLLIN, [this](std::uint32_t) { readDatagrams(); });
   deadline_ = EventSource::timer(event_, deadlines_.call, [this] { unanswered(); });
   l2tp::SCCRQ request;
   request.framingCapabilities = kAnyFraming;
@@ -308,7 +309,8 @@ void L2TPControlConnection::fallSilent() {
 
 // Not in the middle of what has arrived: its acknowledgement is still to be said.
 void L2TPControlConnection::finishSoon() {
-  soon_ = EventSource::soon(event_, [this] { finishStopping(); });
+  soon_ = EventSource::soon(
+      event_, [this] { finishStopping(); });
 }
 
 void L2TPControlConnection::finishStopping() {

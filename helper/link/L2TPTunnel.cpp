@@ -70,8 +70,8 @@ void L2TPTunnel::start() {
 }
 
 void L2TPTunnel::failSoon(DeviceCause cause, std::string sentence) {
-  soon_ =
-      EventSource::soon(event_, [this, failure = Failure{cause, std::move(sentence)}] { handlers_.failed(failure); });
+  soon_ = EventSource::soon(
+      event_, [this, failure = Failure{cause, std::move(sentence)}] { handlers_.failed(failure); });
 }
 
 // Only now may anything be sent.

@@ -10,8 +10,8 @@ namespace helper {
 namespace {
 
 bool usesIPSec(const Journal &journal) {
-  return std::ranges::any_of(journal.entries(),
-                             [](const JournalEntry &entry) { return std::holds_alternative<LoadedConnection>(entry); });
+  return std::ranges::any_of(
+      journal.entries(), [](const JournalEntry &entry) { return std::holds_alternative<LoadedConnection>(entry); });
 }
 
 }  // namespace

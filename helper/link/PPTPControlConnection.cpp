@@ -234,10 +234,12 @@ std::chrono::milliseconds PPTPControlConnection::inTime(std::chrono::millisecond
 }
 
 void PPTPControlConnection::scheduleEcho() {
-  deadline_ = EventSource::timer(event_, deadlines_.echoInterval, [this] {
-    wait(deadlines_.echoReply, "no longer answers");
-    send(pptp::EchoRequest{++echoIdentifier_});
-  });
+  deadline_ = EventSource::timer(
+      event_, deadlines_.echoInterval,
+      [this] {
+        wait(deadlines_.echoReply, "no longer answers");
+        send(pptp::EchoRequest{++echoIdentifier_});
+      });
 }
 
 void PPTPControlConnection::end(Tunnel::DeviceCause cause, std::string sentence, bool byServer) {

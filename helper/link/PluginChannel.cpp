@@ -63,11 +63,10 @@ bool PluginChannel::recordArrived() {
     return false;
   }
   const auto message = decodePluginMessage(std::span(record).first(static_cast<std::size_t>(size)));
-  if (message) {
+  if (message)
     handlers_.message(*message);
-  } else {
+  else
     close(message.error());
-  }
   return static_cast<bool>(connection_);
 }
 

@@ -151,8 +151,8 @@ void ResolverConfiguration::resolvconfEnded(const std::string &program, const Ch
 }
 
 Status ResolverConfiguration::editFile() {
-  return replaceFile(journal_, paths_.file,
-                     [this](const std::string &before) { return resolverFile(before, servers_); });
+  return replaceFile(
+      journal_, paths_.file, [this](const std::string &before) { return resolverFile(before, servers_); });
 }
 
 void ResolverConfiguration::finish(const Status &failure) {

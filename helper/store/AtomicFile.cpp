@@ -37,9 +37,8 @@ Status checkOwner(const std::string &path, const struct stat &attributes) {
                    std::to_string(::geteuid()));
   }
   // A group is others, too: whoever is in it could have root dial, route and resolve as he likes.
-  if ((attributes.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+  if ((attributes.st_mode & (S_IWGRP | S_IWOTH)) != 0)
     return refusal(path + " is writable by others than its owner; chmod go-w it");
-  }
   return {};
 }
 
@@ -140,9 +139,8 @@ Result<std::optional<AtomicFile::Contents>> AtomicFile::read(std::size_t maximum
   Contents contents;
   if (::fstat(file->get(), &contents.attributes) < 0) return errnoError(errno, "stat " + path_);
   if (auto status = check(contents.attributes); !status) return status.error();
-  if (static_cast<std::uint64_t>(contents.attributes.st_size) > maximum) {
+  if (static_cast<std::uint64_t>(contents.attributes.st_size) > maximum)
     return failure(EFBIG, path_ + " has more than " + std::to_string(maximum) + " bytes; move it away");
-  }
   contents.bytes.resize(static_cast<std::size_t>(contents.attributes.st_size));
   std::size_t filled = 0;
   while (filled < contents.bytes.size()) {
@@ -164,9 +162,8 @@ Status AtomicFile::createFolder(mode_t mode) const {
   }
   const int reason = errno;
   struct stat attributes = {};
-  if (reason != EEXIST || ::stat(folder.c_str(), &attributes) < 0) {
+  if (reason != EEXIST || ::stat(folder.c_str(), &attributes) < 0)
     return withRemedy(errnoError(reason, "mkdir " + folder));
-  }
   if (!S_ISDIR(attributes.st_mode)) return failure(ENOTDIR, folder + " is not a folder; move it away");
   // Whoever may change the folder may put another file in our file's place.
   return checkOwner(folder, attributes);
@@ -187,22 +184,20 @@ Result<AtomicFile::Lock> AtomicFile::lock(std::chrono::milliseconds patience) co
       if (!writing) return withRemedy(writing.error());
       lock.writing_ = std::move(*writing);
       const std::string holder = std::to_string(::getpid()) + "\n";
-      if (auto written = fileSystem_.write(lock.writing_.get(), holder, path); !written) {
+      if (auto written = fileSystem_.write(lock.writing_.get(), holder, path); !written)
         return withRemedy(written.error());
-      }
       return lock;
     }
     if (status) continue;  // won, but its holder has removed it: there is a new one, or none
     if (status.error().code != EWOULDBLOCK) return status.error();
     // Watch, and try once more before waiting, so that no release falls between. Not before there is a need: the kernel
     // takes milliseconds to end a watch.
-    if (!waiter) {
+    if (!waiter)
       waiter.emplace(path);
-    } else if (waiter->wait(deadline)) {
+    else if (waiter->wait(deadline))
       waiter.reset();  // there is another file by now, or will be
-    } else {
+    else
       return failure(EWOULDBLOCK, path_ + " is locked by " + holderOf(file->get()) + "; wait until that has ended");
-    }
   }
 }
 
@@ -226,9 +221,8 @@ Status AtomicFile::replace(std::string_view bytes, mode_t mode) const {
   auto folder = fileSystem_.open(folderPath, O_RDONLY | O_DIRECTORY, 0);
   if (!folder) return withRemedy(folder.error());
   // What a process that was killed here left: the lock is ours, so nobody else writes it.
-  if (auto status = fileSystem_.remove(beside); !status && status.error().code != ENOENT) {
+  if (auto status = fileSystem_.remove(beside); !status && status.error().code != ENOENT)
     return withRemedy(status.error());
-  }
   auto status = writeBeside(beside, bytes, mode);
   if (status) status = fileSystem_.rename(beside, path_);
   if (!status) {

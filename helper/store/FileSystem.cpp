@@ -28,9 +28,8 @@ Status PosixFileSystem::write(int file, std::string_view bytes, const std::strin
 }
 
 Status PosixFileSystem::synchronize(int file, const std::string &path) {
-  while (::fsync(file) < 0) {
+  while (::fsync(file) < 0)
     if (errno != EINTR) return errnoError(errno, "fsync " + path);
-  }
   return {};
 }
 

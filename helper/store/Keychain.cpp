@@ -43,17 +43,21 @@ bool isKnownAttribute(std::uint32_t tag) {
 }
 
 bool isAcceptable(const KeychainItem::Attributes &attributes) {
-  return std::all_of(attributes.begin(), attributes.end(), [](const auto &entry) {
-    return isKnownAttribute(entry.first) && entry.second.size() <= Keychain::kMaximumAttribute;
-  });
+  return std::all_of(
+      attributes.begin(), attributes.end(),
+      [](const auto &entry) {
+        return isKnownAttribute(entry.first) && entry.second.size() <= Keychain::kMaximumAttribute;
+      });
 }
 
 bool isAcceptable(const KeychainItem::Access &access) {
   return access.description.size() <= kMaximumPath && isPlainText(access.description) &&
          access.trustedPaths.size() <= Keychain::kMaximumPaths &&
-         std::all_of(access.trustedPaths.begin(), access.trustedPaths.end(), [](const std::string &path) {
-           return path.starts_with('/') && path.size() <= kMaximumPath && isPlainText(path);
-         });
+         std::all_of(
+             access.trustedPaths.begin(), access.trustedPaths.end(),
+             [](const std::string &path) {
+               return path.starts_with('/') && path.size() <= kMaximumPath && isPlainText(path);
+             });
 }
 
 }  // namespace
@@ -90,9 +94,8 @@ Result<Keychain::Items> Keychain::load() const {
   };
   auto root = foundation::propertyListFromData((*file)->bytes, file_.path());
   if (!root) return damaged(root.error().message);
-  if ((*root)["Version"] != Value(1) || !(*root)["Items"].isDictionary()) {
+  if ((*root)["Version"] != Value(1) || !(*root)["Items"].isDictionary())
     return damaged(file_.path() + ": it is not a keychain of version 1");
-  }
   for (const auto &[identifier, value] : (*root)["Items"].dictionary()) {
     auto item = KeychainItem::fromValue(identifier, value);
     if (!item) return damaged(file_.path() + ": " + item.error().message);
@@ -135,9 +138,8 @@ Result<SystemKey> Keychain::keyFor(const Items &items) {
 
 Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, const Secret &secret,
                                   const KeychainItem::Access &access) {
-  if (!isAcceptable(attributes) || !isAcceptable(access) || secret.size() > kMaximumSecret) {
+  if (!isAcceptable(attributes) || !isAcceptable(access) || secret.size() > kMaximumSecret)
     return keychainError(errSecParam, "an attribute, the access list or the secret is too large or no plain text");
-  }
   auto lock = this->lock();
   if (!lock) return lock.error();
   auto items = load();
@@ -149,9 +151,8 @@ Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, co
   item.attributes.try_emplace(kLabelAttribute, item.attribute(kServiceAttribute));
   const KeychainItem::Attributes identity = {{kAccountAttribute, item.attribute(kAccountAttribute)},
                                              {kServiceAttribute, item.attribute(kServiceAttribute)}};
-  for (const auto &[identifier, other] : *items) {
+  for (const auto &[identifier, other] : *items)
     if (other.matches(identity)) return keychainError(errSecDuplicateItem, "an item has this account and service");
-  }
   auto key = keyFor(*items);
   if (!key) return report(codeOf(key.error()), key.error());
   auto sealed = key->seal(secret, item.associatedData());
@@ -169,9 +170,8 @@ Result<std::vector<std::string>> Keychain::find(const KeychainItem::Attributes &
   auto items = load();
   if (!items) return items.error();
   std::vector<std::string> found;
-  for (const auto &[identifier, item] : *items) {
+  for (const auto &[identifier, item] : *items)
     if (item.matches(attributes)) found.push_back(identifier);
-  }
   return found;
 }
 
@@ -187,12 +187,14 @@ Status Keychain::remove(const std::string &identifier) {
 }
 
 bool Keychain::trusts(const KeychainItem &item, const Peer &peer) const {
-  return std::any_of(item.access.trustedPaths.begin(), item.access.trustedPaths.end(), [&](const std::string &path) {
-    const auto role = roles_.find(path);
-    if (role == roles_.end()) return peer.runs(path);
-    return std::any_of(role->second.begin(), role->second.end(),
-                       [&](const std::string &program) { return peer.runs(program); });
-  });
+  return std::any_of(
+      item.access.trustedPaths.begin(), item.access.trustedPaths.end(),
+      [&](const std::string &path) {
+        const auto role = roles_.find(path);
+        if (role == roles_.end()) return peer.runs(path);
+        return std::any_of(
+            role->second.begin(), role->second.end(), [&](const std::string &program) { return peer.runs(program); });
+      });
 }
 
 Result<Secret> Keychain::secretForService(const std::string &service, const Peer &peer) {

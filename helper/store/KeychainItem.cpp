@@ -44,9 +44,10 @@ Error wrong(const std::string &identifier, std::string_view what) {
 }  // namespace
 
 bool isPlainText(std::string_view text) {
-  return foundation::isValidUTF8(text) && std::all_of(text.begin(), text.end(), [](char character) {
-           return static_cast<unsigned char>(character) >= 0x20 && character != 0x7f;
-         });
+  return foundation::isValidUTF8(text) &&
+         std::all_of(
+             text.begin(), text.end(),
+             [](char character) { return static_cast<unsigned char>(character) >= 0x20 && character != 0x7f; });
 }
 
 const std::string &KeychainItem::attribute(std::uint32_t tag) const {
@@ -56,8 +57,8 @@ const std::string &KeychainItem::attribute(std::uint32_t tag) const {
 }
 
 bool KeychainItem::matches(const Attributes &wanted) const {
-  return std::all_of(wanted.begin(), wanted.end(),
-                     [this](const auto &entry) { return attribute(entry.first) == entry.second; });
+  return std::all_of(
+      wanted.begin(), wanted.end(), [this](const auto &entry) { return attribute(entry.first) == entry.second; });
 }
 
 std::string KeychainItem::associatedData() const {
@@ -76,9 +77,8 @@ std::string KeychainItem::associatedData() const {
 
 Value KeychainItem::value() const {
   Value attributeValues{Value::Dictionary()};
-  for (const auto &[tag, bytes] : attributes) {
+  for (const auto &[tag, bytes] : attributes)
     attributeValues.set(nameOfTag(tag), isPlainText(bytes) ? Value(bytes) : Value(dataOf(bytes)));
-  }
   Value::Array paths(access.trustedPaths.begin(), access.trustedPaths.end());
   return Value::Dictionary{
       {"Attributes", attributeValues},
@@ -96,9 +96,8 @@ Result<KeychainItem> KeychainItem::fromValue(const std::string &identifier, cons
     item.attributes[tagOfName(name)] = bytesOf(bytes);
   }
   const Value &access = value["Access"];
-  if (!access["Description"].isString() || !access["TrustedApplications"].isArray()) {
+  if (!access["Description"].isString() || !access["TrustedApplications"].isArray())
     return wrong(identifier, "access list has another shape");
-  }
   item.access.description = access["Description"].string();
   for (const Value &path : access["TrustedApplications"].array()) {
     if (!path.isString()) return wrong(identifier, "access list holds what is no path");

@@ -36,9 +36,8 @@ Status checkService(const std::string &place, const Value &service) {
   if (const Value *interface = service.find("Interface")) {
     if (!interface->isDictionary()) return wrong(place + "/Interface", "a dictionary");
     if (!(*interface)["Type"].isString()) return wrong(place + "/Interface/Type", "text");
-    if (auto status = checkOptional(*interface, "SubType", &Value::isString, place + "/Interface", "text"); !status) {
+    if (auto status = checkOptional(*interface, "SubType", &Value::isString, place + "/Interface", "text"); !status)
       return status;
-    }
   }
   for (const char *entity : {"PPP", "IPv4", "IPv6", "DNS", "Proxies", "IPSec"}) {
     auto status = checkOptional(service, entity, &Value::isDictionary, place, "a dictionary");
@@ -54,9 +53,8 @@ Status checkServiceLinks(const std::string &place, const Value &links, const Val
     if (target.isNull()) continue;  // a service that lives in the set itself
     const std::string linkPlace = std::string(place).append("/").append(identifier).append("/__LINK__");
     if (!target.isString() || !target.string().starts_with(kServicePrefix)) return wrong(linkPlace, "a service's path");
-    if (services.find(std::string_view(target.string()).substr(kServicePrefix.size())) == nullptr) {
+    if (services.find(std::string_view(target.string()).substr(kServicePrefix.size())) == nullptr)
       return wrong(linkPlace, "the path of a service that is there");
-    }
   }
   return {};
 }
@@ -64,9 +62,8 @@ Status checkServiceLinks(const std::string &place, const Value &links, const Val
 Status checkServiceOrder(const std::string &place, const Value &order) {
   if (order.isNull()) return {};
   if (!order.isArray()) return wrong(place, "an array");
-  for (const Value &identifier : order.array()) {
+  for (const Value &identifier : order.array())
     if (!identifier.isString()) return wrong(place, "an array of text");
-  }
   return {};
 }
 
@@ -102,9 +99,8 @@ Status checkNetworkPreferences(const Value &root) {
   const Value *current = root.find("CurrentSet");
   if (current == nullptr) return {};
   if (!current->isString() || !current->string().starts_with(kSetPrefix) ||
-      sets.find(std::string_view(current->string()).substr(kSetPrefix.size())) == nullptr) {
+      sets.find(std::string_view(current->string()).substr(kSetPrefix.size())) == nullptr)
     return wrong("/CurrentSet", "the path of a set that is there");
-  }
   return {};
 }
 

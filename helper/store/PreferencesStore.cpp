@@ -70,9 +70,8 @@ Result<PreferencesStore::Parsed> PreferencesStore::readParsed() const {
   }
   auto value = foundation::propertyListFromData((*file)->bytes, file_.path());
   // What has another shape would be taken for absent, and overwritten, by whoever changes what he has read.
-  if (auto status = value ? checkNetworkPreferences(*value) : Status(); !status) {
+  if (auto status = value ? checkNetworkPreferences(*value) : Status(); !status)
     value = Error{status.error().domain, status.error().code, file_.path() + ": " + status.error().message};
-  }
   if (!value) {
     Error error = value.error();
     error.message += "; it is left alone: mend it, or move it away";
@@ -104,14 +103,11 @@ Result<Value> PreferencesStore::readValueWith(const std::string &service) const 
 }
 
 Result<std::string> PreferencesStore::commit(std::string_view propertyList, std::string_view expected) {
-  if (propertyList.size() > kMaximumSize) {
+  if (propertyList.size() > kMaximumSize)
     return report(kSCStatusInvalidArgument, foundation::errnoError(EFBIG, "what is to be written"));
-  }
   auto value = foundation::propertyListFromData(propertyList, "what is to be written");
   if (!value) return report(kSCStatusInvalidArgument, value.error());
-  if (auto status = checkNetworkPreferences(*value); !status) {
-    return report(kSCStatusInvalidArgument, status.error());
-  }
+  if (auto status = checkNetworkPreferences(*value); !status) return report(kSCStatusInvalidArgument, status.error());
   // Written in our own form, whatever form it came in.
   auto bytes = foundation::xmlPropertyList(*value);
   if (!bytes) return report(kSCStatusInvalidArgument, bytes.error());
@@ -130,9 +126,8 @@ Result<std::string> PreferencesStore::commit(std::string_view propertyList, std:
   }
   if (auto status = file_.replace(*bytes, kFileMode); !status) return report(codeOf(status.error()), status.error());
   auto written = file_.read(kMaximumSize);
-  if (!written || !written->has_value()) {
+  if (!written || !written->has_value())
     return report(kSCStatusFailed, foundation::errnoError(EIO, "read back " + file_.path()));
-  }
   committed_ = std::move(*value);
   return signatureOf((*written)->attributes);
 }

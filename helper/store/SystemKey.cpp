@@ -47,18 +47,16 @@ Result<SystemKey> SystemKey::load(const std::string &path, FileSystem &fileSyste
   }
   struct stat attributes = {};
   if (::fstat(file->get(), &attributes) < 0) return errnoError(errno, "stat " + path);
-  if (!S_ISREG(attributes.st_mode) || attributes.st_uid != ::geteuid() || (attributes.st_mode & 077) != 0) {
+  if (!S_ISREG(attributes.st_mode) || attributes.st_uid != ::geteuid() || (attributes.st_mode & 077) != 0)
     return failure(EPERM, path + " is not a file that only its owner may read; chmod it to 0400");
-  }
   Secret key = Secret::ofSize(kKeySize);
   ssize_t count = 0;
   do {
     count = ::read(file->get(), key.mutableBytes().data(), kKeySize);
   } while (count < 0 && errno == EINTR);
   if (count < 0) return errnoError(errno, "read " + path);
-  if (attributes.st_size != static_cast<off_t>(kKeySize) || count != static_cast<ssize_t>(kKeySize)) {
+  if (attributes.st_size != static_cast<off_t>(kKeySize) || count != static_cast<ssize_t>(kKeySize))
     return failure(EINVAL, path + " is not a key of " + std::to_string(kKeySize) + " bytes; bring the right one back");
-  }
   return SystemKey(std::move(key));
 }
 
@@ -95,9 +93,8 @@ Result<std::string> SystemKey::seal(const Secret &secret, std::string_view assoc
   unsigned long long written = 0;
   if (crypto_aead_xchacha20poly1305_ietf_encrypt(bytesOf(sealed) + kNonceSize, &written, secret.bytes().data(),
                                                  secret.size(), bytesOf(associated), associated.size(), nullptr,
-                                                 bytesOf(sealed), key_.bytes().data()) != 0) {
+                                                 bytesOf(sealed), key_.bytes().data()) != 0)
     return failure(EIO, "seal a secret: failed");
-  }
   return sealed;
 }
 
@@ -108,9 +105,8 @@ Result<Secret> SystemKey::unseal(std::string_view sealed, std::string_view assoc
   unsigned long long written = 0;
   if (crypto_aead_xchacha20poly1305_ietf_decrypt(
           secret.mutableBytes().data(), &written, nullptr, bytesOf(sealed) + kNonceSize, sealed.size() - kNonceSize,
-          bytesOf(associated), associated.size(), bytesOf(sealed), key_.bytes().data()) != 0) {
+          bytesOf(associated), associated.size(), bytesOf(sealed), key_.bytes().data()) != 0)
     return tampered;
-  }
   return secret;
 }
 

@@ -51,9 +51,7 @@ struct Perform {
 
 std::deque<CFRunLoop::Block> blocks(const SCNetworkConnectionRef &connection, const std::vector<fake::Step> &steps) {
   std::deque<CFRunLoop::Block> blocks;
-  for (const fake::Step &step : steps) {
-    blocks.push_back([connection, step] { std::visit(Perform{connection}, step); });
-  }
+  for (const fake::Step &step : steps) blocks.push_back([connection, step] { std::visit(Perform{connection}, step); });
   return blocks;
 }
 
@@ -131,9 +129,8 @@ bool SCNetworkConnectionStart(const SCNetworkConnectionRef &connection, const fo
   if (failure.value_or(0) != 0) return fails(*failure);
   const std::lock_guard lock(connection->mutex);
   connection->started = true;
-  if (connection->runLoop) {
+  if (connection->runLoop)
     connection->runLoop->replace(blocks(connection, connection->stopped ? platform.down : platform.up));
-  }
   return !failure;
 }
 

@@ -30,9 +30,8 @@ struct SecKeychainSearch {
 namespace {
 
 std::string value(const SecKeychainAttributeList &attributes, SecKeychainAttrType tag) {
-  for (const SecKeychainAttribute &attribute : attributes) {
+  for (const SecKeychainAttribute &attribute : attributes)
     if (attribute.tag == tag) return {static_cast<const char *>(attribute.data), attribute.length};
-  }
   return {};
 }
 
@@ -50,9 +49,8 @@ auto find(const std::string &account, const std::string &service) {
 }  // namespace
 
 OSStatus SecKeychainCopyDomainDefault(SecPreferencesDomain domain, SecKeychainRef *keychain) {
-  if (const auto failure = FakePlatform::instance().enter("SecKeychainCopyDomainDefault", std::to_string(domain))) {
+  if (const auto failure = FakePlatform::instance().enter("SecKeychainCopyDomainDefault", std::to_string(domain)))
     return *failure;
-  }
   *keychain = std::make_shared<SecKeychain>();
   return errSecSuccess;
 }
@@ -66,12 +64,10 @@ OSStatus SecKeychainSearchCreateFromAttributes(const SecKeychainRef &keychain, S
                                           ", " + fake::oneLine(attributes));
   if (failure) return *failure;
   auto found = std::make_shared<SecKeychainSearch>();
-  for (const fake::KeychainItem &item : platform.items) {
+  for (const fake::KeychainItem &item : platform.items)
     if (has(*attributes, kSecLabelItemAttr, item.label) && has(*attributes, kSecAccountItemAttr, item.account) &&
-        has(*attributes, kSecServiceItemAttr, item.service)) {
+        has(*attributes, kSecServiceItemAttr, item.service))
       found->left.push_back(std::make_shared<SecKeychainItem>(SecKeychainItem{item.account, item.service}));
-    }
-  }
   *search = std::move(found);
   return errSecSuccess;
 }

@@ -83,9 +83,8 @@ std::vector<std::string> FakePlatform::calls() const { return calls(""); }
 std::vector<std::string> FakePlatform::calls(const std::string &prefix) const {
   const std::lock_guard lock(mutex_);
   std::vector<std::string> found;
-  for (const std::string &call : calls_) {
+  for (const std::string &call : calls_)
     if (call.starts_with(prefix)) found.push_back(call);
-  }
   return found;
 }
 

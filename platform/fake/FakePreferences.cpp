@@ -91,9 +91,8 @@ SCPreferencesRef SCPreferencesCreateWithAuthorization(const std::string &caller,
   setSCError(failure.value_or(0));
   if (failure) return nullptr;
   auto preferences = std::make_shared<SCPreferences>();
-  for (const fake::Service &service : platform.services) {
+  for (const fake::Service &service : platform.services)
     preferences->services.push_back(std::make_shared<fake::Service>(service));
-  }
   return preferences;
 }
 
@@ -114,9 +113,8 @@ void SCPreferencesSynchronize(const SCPreferencesRef &preferences) { begin("SCPr
 std::optional<std::vector<SCNetworkServiceRef>> SCNetworkServiceCopyAll(const SCPreferencesRef &preferences) {
   if (!begin("SCNetworkServiceCopyAll", preferences)) return std::nullopt;
   std::vector<SCNetworkServiceRef> all;
-  for (const auto &service : preferences->services) {
+  for (const auto &service : preferences->services)
     all.push_back(std::make_shared<SCNetworkService>(SCNetworkService{preferences, service}));
-  }
   return all;
 }
 
@@ -223,9 +221,8 @@ bool SCNetworkInterfaceSetConfiguration(const SCNetworkInterfaceRef &interface, 
 bool SCNetworkInterfaceSetExtendedConfiguration(const SCNetworkInterfaceRef &interface, const std::string &extendedType,
                                                 const Value &configuration) {
   if (!begin("SCNetworkInterfaceSetExtendedConfiguration", interface,
-             extendedType + ", " + fake::oneLine(configuration))) {
+             extendedType + ", " + fake::oneLine(configuration)))
     return false;
-  }
   if (extendedType != kSCEntNetIPSec || !isOver(interface->layers, kSCNetworkInterfaceTypeL2TP)) {
     setSCError(kSCStatusInvalidArgument);
     return false;

@@ -93,15 +93,13 @@ void readFailure(Line &line, FakePlatform &platform) {
   const std::int32_t code = line.number();
   int times = 1 << 30;
   int after = 0;
-  for (std::string word = line.word(); !word.empty(); word = line.word()) {
-    if (word.starts_with("times=")) {
+  for (std::string word = line.word(); !word.empty(); word = line.word())
+    if (word.starts_with("times="))
       times = line.number(word.substr(6));
-    } else if (word.starts_with("after=")) {
+    else if (word.starts_with("after="))
       after = line.number(word.substr(6));
-    } else {
+    else
       line.refuse();
-    }
-  }
   platform.fail(call, code, times, after);
 }
 

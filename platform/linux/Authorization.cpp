@@ -16,9 +16,8 @@ constexpr AuthorizationFlags kAllFlags = kAuthorizationFlagInteractionAllowed | 
                                          kAuthorizationFlagPreAuthorize;
 
 bool isWellFormed(const std::vector<AuthorizationItem> &items) {
-  for (const auto &item : items) {
+  for (const auto &item : items)
     if (item.name.empty() || (item.valueLength > 0 && item.value == nullptr)) return false;
-  }
   return true;
 }
 
@@ -62,11 +61,10 @@ OSStatus AuthorizationCopyRights(const AuthorizationRef &authorization, const Au
   for (const auto &right : rights) {
     const OSStatus status =
         right.name == "system.preferences" ? grantSystemPreferences(*authorization, flags) : errAuthorizationDenied;
-    if (status == errAuthorizationSuccess) {
+    if (status == errAuthorizationSuccess)
       granted.push_back(right);
-    } else if (status != errAuthorizationDenied || (flags & kAuthorizationFlagPartialRights) == 0) {
+    else if (status != errAuthorizationDenied || (flags & kAuthorizationFlagPartialRights) == 0)
       return status;
-    }
   }
   if (authorizedRights != nullptr) *authorizedRights = std::move(granted);
   return errAuthorizationSuccess;

@@ -43,9 +43,8 @@ CFRunLoop::~CFRunLoop() { sd_event_unref(event); }
 
 void CFRunLoop::run() {
   // Not sd_event_exit: that ends a loop for good, and this one may be run again.
-  while (!stopped_.exchange(false)) {
+  while (!stopped_.exchange(false))
     if (sd_event_run(event, UINT64_MAX) < 0) return;
-  }
 }
 
 void CFRunLoop::stop() {

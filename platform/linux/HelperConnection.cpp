@@ -53,9 +53,8 @@ int appendAttributes(sd_bus_message *message, const std::vector<KeychainAttribut
 
 int appendTexts(sd_bus_message *message, const std::vector<std::string> &texts) {
   int result = sd_bus_message_open_container(message, 'a', "s");
-  for (const auto &text : texts) {
+  for (const auto &text : texts)
     if (result >= 0) result = sd_bus_message_append_basic(message, 's', text.c_str());
-  }
   return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
@@ -176,9 +175,8 @@ std::optional<HelperConnection::Preferences> HelperConnection::readPreferences()
   const auto reply = call(message);
   Preferences answer;
   if (!reply || sd_bus_message_read(reply.get(), "i", &answer.error) < 0 ||
-      readBytes(reply.get(), &answer.propertyList) < 0 || readBytes(reply.get(), &answer.signature) < 0) {
+      readBytes(reply.get(), &answer.propertyList) < 0 || readBytes(reply.get(), &answer.signature) < 0)
     return {};
-  }
   return answer;
 }
 
@@ -189,9 +187,8 @@ std::optional<HelperConnection::Committed> HelperConnection::commitPreferences(s
   const auto reply = call(message);
   Committed answer;
   if (!reply || sd_bus_message_read(reply.get(), "i", &answer.error) < 0 ||
-      readBytes(reply.get(), &answer.signature) < 0) {
+      readBytes(reply.get(), &answer.signature) < 0)
     return {};
-  }
   return answer;
 }
 
@@ -211,14 +208,12 @@ std::optional<HelperConnection::NewItem> HelperConnection::addKeychainItem(
   if (!message || sd_bus_message_sensitive(message.get()) < 0 || appendAttributes(message.get(), attributes) < 0 ||
       appendBytes(message.get(), secret.text()) < 0 ||
       sd_bus_message_append(message.get(), "s", accessDescription.c_str()) < 0 ||
-      appendTexts(message.get(), trustedPaths) < 0) {
+      appendTexts(message.get(), trustedPaths) < 0)
     return {};
-  }
   const auto reply = call(message);
   NewItem answer;
-  if (!reply || sd_bus_message_read(reply.get(), "i", &answer.status) < 0 || readText(reply.get(), &answer.item) < 0) {
+  if (!reply || sd_bus_message_read(reply.get(), "i", &answer.status) < 0 || readText(reply.get(), &answer.item) < 0)
     return {};
-  }
   return answer;
 }
 
@@ -228,10 +223,8 @@ std::optional<HelperConnection::FoundItems> HelperConnection::findKeychainItems(
   if (!message || appendAttributes(message.get(), attributes) < 0) return {};
   const auto reply = call(message);
   FoundItems answer;
-  if (!reply || sd_bus_message_read(reply.get(), "i", &answer.status) < 0 ||
-      readTexts(reply.get(), &answer.items) < 0) {
+  if (!reply || sd_bus_message_read(reply.get(), "i", &answer.status) < 0 || readTexts(reply.get(), &answer.items) < 0)
     return {};
-  }
   return answer;
 }
 
@@ -248,9 +241,8 @@ std::optional<std::int32_t> HelperConnection::startLink(const std::string &servi
                                                         bool linger) {
   const auto message = newCall(wire::kStartLink);
   if (!message || sd_bus_message_append(message.get(), "s", serviceID.c_str()) < 0 ||
-      appendBytes(message.get(), userOptions) < 0 || sd_bus_message_append(message.get(), "b", linger) < 0) {
+      appendBytes(message.get(), userOptions) < 0 || sd_bus_message_append(message.get(), "b", linger) < 0)
     return {};
-  }
   const auto reply = call(message);
   std::int32_t answer = 0;
   if (!reply || sd_bus_message_read(reply.get(), "i", &answer) < 0) return {};
@@ -317,16 +309,14 @@ void HelperConnection::changed(sd_bus_message *signal) {
   LinkSnapshot snapshot;
   if (readText(signal, &serviceID) < 0 || readSnapshot(signal, &snapshot) < 0) return;
   const auto keepAlive = shared_from_this();
-  for (LinkObserver *observer : observersOf(&serviceID)) {
+  for (LinkObserver *observer : observersOf(&serviceID))
     if (std::find(observers_.begin(), observers_.end(), observer) != observers_.end()) observer->linkChanged(snapshot);
-  }
 }
 
 void HelperConnection::lost() {
   const auto keepAlive = shared_from_this();
-  for (LinkObserver *observer : observersOf(nullptr)) {
+  for (LinkObserver *observer : observersOf(nullptr))
     if (std::find(observers_.begin(), observers_.end(), observer) != observers_.end()) observer->helperIsGone();
-  }
 }
 
 }  // namespace platform

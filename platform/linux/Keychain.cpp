@@ -107,9 +107,8 @@ OSStatus SecKeychainItemCreateFromContent(SecItemClass itemClass, const SecKeych
                                         access ? access->trustedPaths : std::vector<std::string>());
   if (!created) return errSecNotAvailable;
   if (created->status != errSecSuccess) return created->status;
-  if (item != nullptr) {
+  if (item != nullptr)
     *item = std::make_shared<SecKeychainItem>(SecKeychainItem{keychain->helper, std::move(created->item)});
-  }
   return errSecSuccess;
 }
 

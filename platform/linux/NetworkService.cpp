@@ -80,9 +80,8 @@ bool SCNetworkServiceRemove(const SCNetworkServiceRef &service) {
     const Value order = preferences.get(place.orderPath());
     if (!order.isArray()) continue;
     Value::Array kept;
-    for (const Value &entry : order.array()) {
+    for (const Value &entry : order.array())
       if (entry != Value(service->identifier)) kept.push_back(entry);
-    }
     if (kept.size() != order.array().size()) preferences.set(place.orderPath(), std::move(kept));
   }
   preferences.set(service->path(), {});
@@ -117,9 +116,8 @@ bool SCNetworkServiceEstablishDefaultConfiguration(const SCNetworkServiceRef &se
   if (!isUsable(service)) return false;
   auto &preferences = *service->preferences;
   const Value interface = preferences.get(service->path(kInterfaceKey));
-  if (!preferences.get(service->path(kSCEntNetPPP)).isDictionary()) {
+  if (!preferences.get(service->path(kSCEntNetPPP)).isDictionary())
     preferences.set(service->path(kSCEntNetPPP), defaultPPP(interface[kSubTypeKey].string()));
-  }
   const Value protocols = defaultProtocols();
   for (const auto &[type, configuration] : protocols.dictionary()) preferences.set(service->path(type), configuration);
   return true;

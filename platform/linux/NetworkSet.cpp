@@ -62,8 +62,8 @@ bool SCNetworkSetAddService(const SCNetworkSetRef &set, const SCNetworkServiceRe
   Value::Array order = preferences.get(set->orderPath()).array();
   auto place = order.end();
   if (!isVPN(preferences, service->identifier)) {
-    place = std::find_if(order.begin(), order.end(),
-                         [&](const Value &entry) { return isVPN(preferences, entry.string()); });
+    place = std::find_if(
+        order.begin(), order.end(), [&](const Value &entry) { return isVPN(preferences, entry.string()); });
   }
   order.insert(place, service->identifier);
   preferences.set(set->orderPath(), std::move(order));

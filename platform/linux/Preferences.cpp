@@ -17,11 +17,10 @@ namespace {
 void setAt(Value &container, const Path &path, std::size_t depth, Value value) {
   const std::string &key = path[depth];
   if (depth + 1 == path.size()) {
-    if (value.isNull()) {
+    if (value.isNull())
       container.remove(key);
-    } else {
+    else
       container.set(key, std::move(value));
-    }
     return;
   }
   Value inner = container[key];

@@ -17,9 +17,8 @@ std::vector<std::string> names(const GBCommandLineParser::OptionsByName &options
 // The members that are names.
 std::vector<std::string> memberNames(const GB::GBOptionGroup &group) {
   std::vector<std::string> result;
-  for (const auto &member : group) {
+  for (const auto &member : group)
     if (const auto *name = std::get_if<std::string>(&member)) result.push_back(*name);
-  }
   return result;
 }
 

@@ -19,15 +19,18 @@ std::string expected(const std::string &name) {
 }
 
 std::string help(const GBOptionsHelper &helper) {
-  return printedBy(stdout, [&] { helper.printHelp(); });
+  return printedBy(
+      stdout, [&] { helper.printHelp(); });
 }
 
 std::string values(const GBOptionsHelper &helper, const GBSettings &settings) {
-  return printedBy(stdout, [&] { helper.printValuesFromSettings(settings); });
+  return printedBy(
+      stdout, [&] { helper.printValuesFromSettings(settings); });
 }
 
 std::string version(const GBOptionsHelper &helper) {
-  return printedBy(stdout, [&] { helper.printVersion(); });
+  return printedBy(
+      stdout, [&] { helper.printVersion(); });
 }
 
 // Three layers and a list with everything in it.
@@ -144,7 +147,8 @@ TEST(GBOptionsHelperPrinting, ASeparatorAsTheFirstEntryIsKeptWithItsEmptyLine) {
 TEST(GBOptionsHelperPrinting, GroupHeadingsNeverCollapseAndDoNotMoveTheMark) {
   GBOptionsHelper helper;
   helper.registerSeparator("kept");
-  helper.registerGroup("empty", "without members", [](GBOptionsHelper &) {});
+  helper.registerGroup(
+      "empty", "without members", [](GBOptionsHelper &) {});
   helper.registerGroup("hidden", std::nullopt, [](GBOptionsHelper &group) {
     group.registerOption(0, "member", "", GBOptionFlagNoHelp | GBOptionFlagNoPrint);
   });

@@ -6,13 +6,17 @@
 using foundation::Value;
 
 TEST(GBPrint, PrintlnWithAnEmptyFormatWritesExactlyOneNewline) {
-  EXPECT_EQ(printedBy(stdout, [] { gbprintln(""); }), "\n");
+  EXPECT_EQ(printedBy(
+                stdout, [] { gbprintln(""); }),
+            "\n");
   EXPECT_EQ(printedBy(stdout, [] { gbprint(""); }), "");
 }
 
 TEST(GBPrint, FprintToStandardErrorWritesTheObjectAndTheNumberAndNothingAfter) {
   const Value object = "thing";
-  EXPECT_EQ(printedBy(stderr, [&] { gbfprint(stderr, "%@ and %d", &object, 5); }), "thing and 5");
+  EXPECT_EQ(printedBy(
+                stderr, [&] { gbfprint(stderr, "%@ and %d", &object, 5); }),
+            "thing and 5");
   EXPECT_EQ(printedBy(stderr, [&] { gbfprintln(stderr, "%@ and %d", &object, 5); }), "thing and 5\n");
 }
 
@@ -37,7 +41,8 @@ TEST(GBPrint, TheNewlineOfPrintlnPassesThroughTheFormatter) {
 }
 
 TEST(GBPrint, TakesWidthsPrecisionsAndLengthModifiers) {
-  EXPECT_EQ(printedBy(stdout, [] { gbprint("[%5d|%-5s|%05.1f|%llx|%hhd|%*d]", 42, "ab", 2.25, 255LL, 257, 3, 7); }),
+  EXPECT_EQ(printedBy(
+                stdout, [] { gbprint("[%5d|%-5s|%05.1f|%llx|%hhd|%*d]", 42, "ab", 2.25, 255LL, 257, 3, 7); }),
             "[   42|ab   |002.2|ff|1|  7]");
 }
 
@@ -47,7 +52,9 @@ TEST(GBPrint, NullObjectPrintsNull) {
 }
 
 TEST(GBPrint, TextEndsAtAZeroByteAsFputsHasIt) {
-  EXPECT_EQ(printedBy(stdout, [] { gbprint("a%cb", 0); }), "a");
+  EXPECT_EQ(printedBy(
+                stdout, [] { gbprint("a%cb", 0); }),
+            "a");
 }
 
 TEST(GBPrint, TypedCallsTakeValuesAndStringsAsTheyAre) {

@@ -35,10 +35,8 @@ class StreamCapture {
     std::string text;
     char buffer[4096];
     off_t position = 0;
-    for (ssize_t count = 0; (count = ::pread(::fileno(file_), buffer, sizeof buffer, position)) > 0;
-         position += count) {
+    for (ssize_t count = 0; (count = ::pread(::fileno(file_), buffer, sizeof buffer, position)) > 0; position += count)
       text.append(buffer, static_cast<std::size_t>(count));
-    }
     return text;
   }
 

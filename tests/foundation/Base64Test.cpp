@@ -32,9 +32,8 @@ TEST(Base64Test, WhiteSpaceMayStandAnywhere) { EXPECT_EQ(base64Decoded("\n\tZ m\
 
 TEST(Base64Test, RefusesWhatIsNotBase64) {
   for (const std::string_view text : {"Z", "Zg", "Zg=", "Zg===", "=", "====", "Z===", "Zg==Zg==", "Zm8=x",
-                                      "Zm8==", "Zm9v=", "Zm-v", "Zm9v\xc3\xa9", "Zh==", "Zm9=", "Z=g="}) {
+                                      "Zm8==", "Zm9v=", "Zm-v", "Zm9v\xc3\xa9", "Zh==", "Zm9=", "Z=g="})
     EXPECT_EQ(base64Decoded(text), std::nullopt) << text;
-  }
 }
 
 }  // namespace

@@ -45,9 +45,8 @@ TEST(CalendarDateTest, RefusesOtherForms) {
                                       "2001-01-01T00:00:60Z",
                                       "-001-01-01T00:00:00Z",
                                       "2001-01-01T00:00:0xZ",
-                                      "2001-01-01T00:00:00.5Z"}) {
+                                      "2001-01-01T00:00:00.5Z"})
     EXPECT_EQ(dateFromPropertyListText(text), std::nullopt) << text;
-  }
 }
 
 TEST(CalendarDateTest, OutsideTheFourDigitYearsThereIsNoText) {

@@ -33,9 +33,8 @@ class StandardErrorPackets {
     restore();
     std::vector<std::string> packets;
     std::array<char, 4096> buffer;
-    for (ssize_t size; (size = ::recv(reader_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0;) {
+    for (ssize_t size; (size = ::recv(reader_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0;)
       packets.emplace_back(buffer.data(), static_cast<std::size_t>(size));
-    }
     return packets;
   }
 

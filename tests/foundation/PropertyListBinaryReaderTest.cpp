@@ -272,9 +272,8 @@ TEST(PropertyListBinaryReaderTest, EveryBeginningOfAFileIsAnErrorAndNothingWorse
                                              raw("\xa2\x03\x04"), raw("\x10\x01"), raw("\x61\0\xe9")}}
                                 .bytes();
   ASSERT_TRUE(propertyListFromData(bytes, "x"));
-  for (std::size_t length = 8; length < bytes.size(); ++length) {
+  for (std::size_t length = 8; length < bytes.size(); ++length)
     EXPECT_FALSE(propertyListFromData(bytes.substr(0, length), "x")) << length;
-  }
   EXPECT_FALSE(propertyListFromData(bytes + "x", "x"));
 }
 

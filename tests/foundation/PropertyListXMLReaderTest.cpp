@@ -191,18 +191,16 @@ TEST(PropertyListXMLReaderTest, DeclarationsOfItsOwnAreRefused) {
       "<!DOCTYPE plist [<!ENTITY a \"aaaaaaaaaa\"><!ENTITY b \"&a;&a;&a;&a;\">]><plist><string>&b;</string></plist>",
       "<!DOCTYPE plist [<!ENTITY a SYSTEM \"file:///etc/passwd\">]><plist><string>&a;</string></plist>",
       "<!DOCTYPE plist []><plist><true/></plist>"};
-  for (const std::string &document : documents) {
+  for (const std::string &document : documents)
     EXPECT_EQ(errorOf(readDocument(document)), "x: line 1: a DOCTYPE with declarations is not accepted") << document;
-  }
 }
 
 TEST(PropertyListXMLReaderTest, EveryBeginningOfADocumentIsAnErrorAndNothingWorse) {
   const std::string document = *xmlPropertyList(
       Value::Dictionary{{"a", Value::Array{1, 1.5, "\xc3\xa9", Value::Data{1}, Value::Date{0}, true}}});
   // Without the last line feed the document is whole.
-  for (std::size_t length = 0; length + 1 < document.size(); ++length) {
+  for (std::size_t length = 0; length + 1 < document.size(); ++length)
     EXPECT_FALSE(readDocument(document.substr(0, length))) << length;
-  }
 }
 
 TEST(PropertyListXMLReaderTest, AnErrorQuotesNoMoreThanItNeeds) {

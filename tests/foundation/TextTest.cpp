@@ -28,9 +28,8 @@ constexpr std::string_view kInvalid[] = {"\x80",
 
 TEST(TextTest, KnowsWellFormedUTF8) {
   for (const std::string_view text : {"", "plain", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\xf4\x8f\xbf\xbf",
-                                      "\xed\x9f\xbf", "\xee\x80\x80", "\xef\xbf\xbf"}) {
+                                      "\xed\x9f\xbf", "\xee\x80\x80", "\xef\xbf\xbf"})
     EXPECT_TRUE(isValidUTF8(text)) << text;
-  }
   EXPECT_TRUE(isValidUTF8(std::string_view("\0", 1)));
   for (const std::string_view text : kInvalid) EXPECT_FALSE(isValidUTF8(text)) << text;
 }

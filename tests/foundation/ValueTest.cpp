@@ -91,13 +91,11 @@ TEST(ValueTest, ContainersCompareByTheirElements) {
 
 TEST(ValueTest, TextAsBoolean) {
   for (const char *text :
-       {"Y", "y", "yes", "T", "true", "tomato", " Y", "\t\n t", "1", "9", "-1", "+2", "007", "-0001x", " 5abc", "10"}) {
+       {"Y", "y", "yes", "T", "true", "tomato", " Y", "\t\n t", "1", "9", "-1", "+2", "007", "-0001x", " 5abc", "10"})
     EXPECT_TRUE(Value(text).boolValue()) << text;
-  }
   for (const char *text :
-       {"", " ", "N", "no", "false", "0", "000", "0x1", "-", "+", "--1", "+-1", "- 1", "0 1", "x1", "-Y", ".5", "on"}) {
+       {"", " ", "N", "no", "false", "0", "000", "0x1", "-", "+", "--1", "+-1", "- 1", "0 1", "x1", "-Y", ".5", "on"})
     EXPECT_FALSE(Value(text).boolValue()) << text;
-  }
 }
 
 TEST(ValueTest, OtherThingsAsBoolean) {

@@ -114,9 +114,8 @@ TEST(WorkQueueTest, SignalsAreBlockedOnItsThreadAndNotOnTheCallers) {
     mask.set_value(current);
   });
   const sigset_t current = mask.get_future().get();
-  for (const int signal : {SIGUSR1, SIGUSR2, SIGINT, SIGTERM, SIGHUP, SIGCHLD, SIGPIPE, SIGALRM}) {
+  for (const int signal : {SIGUSR1, SIGUSR2, SIGINT, SIGTERM, SIGHUP, SIGCHLD, SIGPIPE, SIGALRM})
     EXPECT_EQ(sigismember(&current, signal), 1) << signal;
-  }
   sigset_t after;
   pthread_sigmask(SIG_BLOCK, nullptr, &after);
   for (int signal = 1; signal < 32; ++signal)

@@ -60,9 +60,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         if (event == GB::GBParseEventOption) FOUNDATION_ASSERT(!value.isNull());
         if (event == GB::GBParseEventOptionNotInGroup || event == GB::GBParseEventUnknownOption) seen.bad = true;
         if (event == GB::GBParseEventOption && parser.isOptionGroupName(*option) &&
-            !parser.registeredOptionsByLongNames().contains(*option)) {
+            !parser.registeredOptionsByLongNames().contains(*option))
           return;  // a group is not stored
-        }
         if (!value.isNull()) seen.options.insert_or_assign(*option, value);
       });
   FOUNDATION_ASSERT(result == !seen.bad);

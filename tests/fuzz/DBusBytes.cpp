@@ -50,11 +50,10 @@ void field(Marshaller &fields, Field code, std::string_view value) {
   fields.align(8);
   fields.integer(code, 1);
   fields.signature(code == pathField ? "o" : code == signatureField ? "g" : "s");
-  if (code == signatureField) {
+  if (code == signatureField)
     fields.signature(value);
-  } else {
+  else
     fields.text(value);
-  }
 }
 
 }  // namespace

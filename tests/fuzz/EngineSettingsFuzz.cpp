@@ -14,7 +14,8 @@ void require(bool holds) {
 }
 
 bool isPlain(const std::string &text) {
-  return std::ranges::all_of(text, [](char character) { return character >= ' ' && character <= '~'; });
+  return std::ranges::all_of(
+      text, [](char character) { return character >= ' ' && character <= '~'; });
 }
 
 }  // namespace

@@ -124,17 +124,16 @@ class Arguments {
     const auto &services = RecordedHelper::services();
     const std::uint8_t choice = input_.byte();
     std::string chosen;
-    if (choice < 0x60) {
+    if (choice < 0x60)
       chosen = services[choice % services.size()];
-    } else if (choice < 0x80) {
+    else if (choice < 0x80)
       chosen = memory_.item;
-    } else if (choice < 0x90) {
+    else if (choice < 0x90)
       chosen = choice % 2 == 0 ? "/usr/sbin/pppd" : "0123ABCD-4567-4EF0-89AB-0123456789AB";
-    } else if (choice < 0xf8) {
+    else if (choice < 0xf8)
       chosen = input_.bytes(choice % 32);
-    } else {
+    else
       chosen.assign(choice < 0xfc ? 129 : large(kLargeText), 'A');
-    }
     if (call_.service.empty()) call_.service = chosen;
     bytes_.text(chosen);
   }
@@ -245,11 +244,10 @@ Call nextCall(Input &input, std::uint32_t serial, const Memory &memory) {
     case 7: {  // other types
       const std::uint8_t other = input.byte();
       header.signature = other < 0xf0 ? kOtherSignatures[other % kOtherSignatures.size()] : input.bytes(other % 16);
-      if (other >= 0xf0) {
+      if (other >= 0xf0)
         call.promise = Call::Promise::any;  // no signature, perhaps, and then no message
-      } else if (header.signature != right && call.promise == Call::Promise::result) {
+      else if (header.signature != right && call.promise == Call::Promise::result)
         call.promise = Call::Promise::error;
-      }
       body = arguments.all(header.signature);
       break;
     }

@@ -58,9 +58,8 @@ class Questions {
   }
 
   void expectAllAnswered() const {
-    for (const auto &[serial, question] : calls_) {
+    for (const auto &[serial, question] : calls_)
       FOUNDATION_ASSERT(!question.wantsAnswer || question.answer || question.promise == Call::Promise::any);
-    }
   }
 
   // Compares what was done with what it was asked for. Whoever has ENDED takes his link down unasked.
@@ -97,13 +96,11 @@ class Questions {
   // How far the calls of METHODS may have gone.
   Deeds::Extent extent(std::initializer_list<Method> methods) const {
     Deeds::Extent most = Deeds::Extent::none;
-    for (const auto &[serial, question] : calls_) {
+    for (const auto &[serial, question] : calls_)
       if (std::ranges::find(methods, question.method) != methods.end()) most = std::max(most, extentOf(question));
-    }
-    for (const auto &known : fuzz::methods()) {
+    for (const auto &known : fuzz::methods())
       if (std::ranges::find(methods, known.method) != methods.end() && anything_.find(known.name) != std::string::npos)
         most = Deeds::Extent::replaced;
-    }
     return most;
   }
 

@@ -71,13 +71,12 @@ void prepareFolder() {
 
 void RecordingFileSystem::record(const std::string &path) {
   const auto atLeastBeside = [](Deeds::Extent &extent) { extent = std::max(extent, Deeds::Extent::beside); };
-  if (path.starts_with(preferences_)) {
+  if (path.starts_with(preferences_))
     atLeastBeside(deeds_.preferences);
-  } else if (path.starts_with(keychain_ + "/")) {
+  else if (path.starts_with(keychain_ + "/"))
     atLeastBeside(deeds_.keychain);
-  } else {
+  else
     deeds_.elsewhere = true;
-  }
 }
 
 Result<FileDescriptor> RecordingFileSystem::open(const std::string &path, int flags, mode_t mode) {

@@ -21,9 +21,8 @@ namespace {
 std::vector<std::filesystem::path> filesOf(const std::filesystem::path &path) {
   if (!std::filesystem::is_directory(path)) return {path};
   std::vector<std::filesystem::path> files;
-  for (const auto &entry : std::filesystem::directory_iterator(path)) {
+  for (const auto &entry : std::filesystem::directory_iterator(path))
     if (entry.is_regular_file()) files.push_back(entry.path());
-  }
   std::ranges::sort(files);
   return files;
 }

@@ -18,9 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const auto item = helper::KeychainItem::fromValue(identifier, value);
     if (!item) continue;
     const auto again = helper::KeychainItem::fromValue(identifier, item->value());
-    if (!again || again->associatedData() != item->associatedData() || again->sealedSecret != item->sealedSecret) {
+    if (!again || again->associatedData() != item->associatedData() || again->sealedSecret != item->sealedSecret)
       std::abort();
-    }
   }
   return 0;
 }

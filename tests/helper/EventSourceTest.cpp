@@ -21,24 +21,30 @@ TEST_F(EventSourceTest, ADescriptorMayBeReplacedInItsHandler) {
   bool heard = false;
   EventSource firstSource;
   EventSource secondSource;
-  firstSource = EventSource::io(event_, first.get(), EPOLLIN, [&](std::uint32_t) {
-    const int number = first.get();
-    firstSource.reset();
-    first.reset();
-    second.reset(::eventfd(1, EFD_CLOEXEC));
-    ASSERT_EQ(second.get(), number);
-    secondSource = EventSource::io(event_, second.get(), EPOLLIN, [&](std::uint32_t) { heard = true; });
-  });
+  firstSource = EventSource::io(
+      event_, first.get(), EPOLLIN,
+      [&](std::uint32_t) {
+        const int number = first.get();
+        firstSource.reset();
+        first.reset();
+        second.reset(::eventfd(1, EFD_CLOEXEC));
+        ASSERT_EQ(second.get(), number);
+        secondSource = EventSource::io(
+            event_, second.get(), EPOLLIN, [&](std::uint32_t) { heard = true; });
+      });
   EXPECT_TRUE(runUntil([&] { return heard; }, std::chrono::seconds(5)));
 }
 
 TEST_F(EventSourceTest, AHandlerMayReplaceItsOwnSource) {
   int count = 0;
   EventSource source;
-  source = EventSource::soon(event_, [&] {
-    ++count;
-    source = EventSource::soon(event_, [&] { ++count; });
-  });
+  source = EventSource::soon(
+      event_,
+      [&] {
+        ++count;
+        source = EventSource::soon(
+            event_, [&] { ++count; });
+      });
   EXPECT_TRUE(runUntil([&] { return count == 2; }));
 }
 

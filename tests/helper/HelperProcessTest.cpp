@@ -95,9 +95,7 @@ TEST_F(HelperProcessTest, KeepsNothingOfItsStarter) {
     const std::string target = std::filesystem::read_symlink(entry.path()).string();
     EXPECT_NE(target, "/dev/zero");
     if (target.starts_with("socket:")) ++sockets;
-    if (std::stoi(entry.path().filename().string()) <= 2) {
-      EXPECT_EQ(target, "/dev/null");
-    }
+    if (std::stoi(entry.path().filename().string()) <= 2) EXPECT_EQ(target, "/dev/null");
   }
   EXPECT_EQ(sockets, 1);
   EXPECT_EQ(::getsid(process), process);
@@ -220,9 +218,8 @@ TEST(HelperProgram, RefusesWhoIsNotRoot) {
   ::close(output[1]);
   std::string text;
   char buffer[512];
-  for (ssize_t count = 0; (count = ::read(output[0], buffer, sizeof(buffer))) > 0;) {
+  for (ssize_t count = 0; (count = ::read(output[0], buffer, sizeof(buffer))) > 0;)
     text.append(buffer, static_cast<std::size_t>(count));
-  }
   ::close(output[0]);
   int status = 0;
   ASSERT_EQ(::waitpid(child, &status, 0), child);

@@ -79,9 +79,7 @@ class HelperServiceTest : public ::testing::Test {
   std::int32_t codeOf(const Message &reply) {
     std::int32_t code = -1;
     EXPECT_TRUE(reply);
-    if (reply) {
-      EXPECT_GT(sd_bus_message_read_basic(reply.get(), 'i', &code), 0);
-    }
+    if (reply) EXPECT_GT(sd_bus_message_read_basic(reply.get(), 'i', &code), 0);
     return code;
   }
 
@@ -158,9 +156,8 @@ TEST_F(HelperServiceTest, AFreshSystemHasNoBytesButASignature) {
 TEST_F(HelperServiceTest, ACommitOfAnythingButPreferencesIsRefused) {
   for (const char *bytes :
        {"", "garbage", "<plist version=\"1.0\"><array/></plist>",
-        "<plist version=\"1.0\"><dict><key>CurrentSet</key><string>/Sets/none</string></dict></plist>"}) {
+        "<plist version=\"1.0\"><dict><key>CurrentSet</key><string>/Sets/none</string></dict></plist>"})
     EXPECT_EQ(commit(bytes), kSCStatusInvalidArgument) << bytes;
-  }
   EXPECT_FALSE(testing::contentsOf(folder.path("preferences.plist")).has_value());
 }
 

@@ -157,9 +157,7 @@ TEST_F(HelperUnderLoadTest, TenThousandCallsDoNotMakeItGrow) {
   RecordProperty("KiBBefore", std::to_string(before));
   RecordProperty("KiBAfter", std::to_string(after));
   EXPECT_GT(before, 0);
-  if (kFreesMemory) {
-    EXPECT_LT(after, before + kGrowth);
-  }
+  if (kFreesMemory) EXPECT_LT(after, before + kGrowth);
   helper.leave();
   EXPECT_TRUE(helper.wait().value_or(StartedHelper::End()).isInOrder());
 }
@@ -196,9 +194,7 @@ TEST_F(HelperUnderLoadTest, APeerThatNeverReadsIsLeftBeforeItCostsMuch) {
   EXPECT_TRUE(end->isInOrder()) << end->code;
   EXPECT_NE(log().find("does not read the answers"), std::string::npos);
   RecordProperty("PeakKiB", std::to_string(end->peak));
-  if (kFreesMemory) {
-    EXPECT_LT(end->peak, kMost);
-  }
+  if (kFreesMemory) EXPECT_LT(end->peak, kMost);
 }
 
 }  // namespace

@@ -55,9 +55,8 @@ bool makeFolders() {
     fs::copy(fs::path("/etc") / name, fs::path("/mnt") / name, fs::copy_options::none, error);
   std::ofstream("/mnt/resolv.conf") << "nameserver " << kServer << "\n";
   if (!mounted("/mnt", "/etc", nullptr, MS_BIND) || ::umount("/mnt") != 0) return false;
-  for (const char *folder : {"/run", "/var/log", "/var/lib"}) {
+  for (const char *folder : {"/run", "/var/log", "/var/lib"})
     if (!mounted("none", folder, "tmpfs", 0)) return false;
-  }
   return mounted(WAITING_PPPD, kPPPD, nullptr, MS_BIND);
 }
 
@@ -114,10 +113,9 @@ class Listener : public platform::LinkObserver {
 
   // Until the link has that phase, or is over, or its helper is.
   ::testing::AssertionResult waitForPhase(int phase) {
-    while (!over_ && ppp_["Status"] != Value(phase)) {
+    while (!over_ && ppp_["Status"] != Value(phase))
       if (sd_event_run(event_, kDeadline) <= 0)
         return ::testing::AssertionFailure() << "phase " << ppp_["Status"].intValue();
-    }
     return ::testing::AssertionSuccess();
   }
   ::testing::AssertionResult waitForEnd() { return waitForPhase(-1); }

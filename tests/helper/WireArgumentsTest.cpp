@@ -101,9 +101,8 @@ TEST_F(WireArgumentsTest, AThousandAttributesAreTooMany) {
 TEST_F(WireArgumentsTest, OptionsAreADictionaryOrNothing) {
   const std::string dictionary = "<plist version=\"1.0\"><dict><key>PPP</key><dict/></dict></plist>";
   const std::string array = "<plist version=\"1.0\"><array/></plist>";
-  for (const auto &bytes : {std::string(), dictionary, array, std::string("garbage"), std::string(100000, ' ')}) {
+  for (const auto &bytes : {std::string(), dictionary, array, std::string("garbage"), std::string(100000, ' ')})
     ASSERT_GE(sd_bus_message_append_array(message, 'y', bytes.data(), bytes.size()), 0);
-  }
   foundation::Value value = 1;
   EXPECT_GE(readOptionalDictionary(sealed(), &value), 0);
   EXPECT_TRUE(value.isNull());

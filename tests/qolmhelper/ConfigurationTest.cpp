@@ -102,9 +102,8 @@ class MissingKey : public testing::TestWithParam<std::string> {};
 // In the order of the look-ups.
 std::string echoWithout(const std::string &missing) {
   std::string echo;
-  for (const std::string key : {"protocol", "ip", "username", "password", "shared_secret"}) {
+  for (const std::string key : {"protocol", "ip", "username", "password", "shared_secret"})
     if (key != missing) echo += key + ": " + kKeys.at(key);
-  }
   return echo;
 }
 

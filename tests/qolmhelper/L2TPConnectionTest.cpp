@@ -66,9 +66,8 @@ TEST(L2TPConnection, WithoutPreferencesItSaysNothingOfItsOwn) {
   EXPECT_EQ(outcome.error, std::string(kBanner) + "Error: No session with the preferences, code: 3001\n");
   EXPECT_EQ(outcome.status, 0);
   for (const char *const call : {"SCNetworkServiceCopyAll", "SecKeychainCopyDomainDefault", "SecKeychainItemDelete",
-                                 "SecKeychainItemCreateFromContent", "SCNetworkConnectionCreateWithServiceID"}) {
+                                 "SecKeychainItemCreateFromContent", "SCNetworkConnectionCreateWithServiceID"})
     EXPECT_EQ(outcome.count(call), 0) << call;
-  }
 }
 
 TEST(L2TPConnection, WithoutAServiceListThereIsNoConnection) {
@@ -119,9 +118,8 @@ TEST(L2TPConnection, ReplacesTheFirstServiceOfItsName) {
 TEST(L2TPConnection, TheSharedSecretIsInTheKeychainOnly) {
   const Outcome outcome = runL2TP("up status 0 ppp=0");
   std::vector<std::string> holders;
-  for (const std::string &call : outcome.calls) {
+  for (const std::string &call : outcome.calls)
     if (call.find("\"ss\"") != std::string::npos) holders.push_back(call);
-  }
   ASSERT_EQ(holders.size(), 1u);
   EXPECT_TRUE(holders.front().starts_with("SecKeychainItemCreateFromContent(")) << holders.front();
   EXPECT_NE(holders.front().find(std::string("svce=\"") + kFirstID + ".SS\""), std::string::npos) << holders.front();

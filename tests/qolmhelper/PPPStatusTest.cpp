@@ -26,16 +26,14 @@ TEST(NSStringFromPPPStatus, HasATextForEachPhase) {
                                        "PPP Holding link off",
                                        "PPP connection suspended",
                                        "PPP waiting for redial"};
-  for (std::size_t i = 0; i < texts.size(); ++i) {
+  for (std::size_t i = 0; i < texts.size(); ++i)
     EXPECT_EQ(NSStringFromPPPStatus(static_cast<std::int32_t>(i)), texts[i]);
-  }
 }
 
 TEST(NSStringFromPPPStatus, KnowsNoOtherStatus) {
   using Limits = std::numeric_limits<std::int32_t>;
-  for (const std::int32_t status : {14, 15, 255, -1, -2, Limits::min(), Limits::max()}) {
+  for (const std::int32_t status : {14, 15, 255, -1, -2, Limits::min(), Limits::max()})
     EXPECT_STREQ(NSStringFromPPPStatus(status), "Unknown status") << status;
-  }
 }
 
 std::int32_t minorStatusOf(const Value &extendedStatus) {

@@ -151,11 +151,10 @@ class UnsavedService : public ServiceOfAProtocol, public testing::WithParamInter
 // Nothing is said, the items are written all the same, and there is no connection.
 TEST_P(UnsavedService, LeavesNoConnectionButTheItems) {
   const auto &[failing, notReached] = std::get<SavingStep>(GetParam());
-  if (failing == "SCNetworkSetCopyCurrent") {
+  if (failing == "SCNetworkSetCopyCurrent")
     platform_.hasCurrentSet = false;
-  } else {
+  else
     platform_.fail(failing, 3005);
-  }
   EXPECT_EQ(create(), 0);
   EXPECT_EQ(error_, "");
   for (const std::string &call : notReached) EXPECT_EQ(count(call), 0u) << call;
@@ -229,9 +228,8 @@ TEST_P(TNConnectorPPPServiceTest, TwoRunsLeaveOneServiceAndTwoItems) {
 }
 
 TEST_P(TNConnectorPPPServiceTest, ANullTextInTheConfigurationIsAnUncaughtException) {
-  for (const auto &connector : {GetParam().make(std::nullopt, "ann"), GetParam().make("192.0.2.1", std::nullopt)}) {
+  for (const auto &connector : {GetParam().make(std::nullopt, "ann"), GetParam().make("192.0.2.1", std::nullopt)})
     EXPECT_THROW(connector->createConnection(), std::invalid_argument);
-  }
 }
 
 // Its identifier is then a null text of the configuration.

@@ -41,11 +41,10 @@ struct Pipe {
 void readOnce(foundation::FileDescriptor &pipe, std::string &text) {
   std::array<char, 4096> block;
   const ssize_t size = read(pipe.get(), block.data(), block.size());
-  if (size > 0) {
+  if (size > 0)
     text.append(block.data(), static_cast<std::size_t>(size));
-  } else if (size == 0 || errno != EINTR) {
+  else if (size == 0 || errno != EINTR)
     pipe.reset();
-  }
 }
 
 }  // namespace
@@ -70,9 +69,8 @@ int Outcome::count(const std::string &call) const {
 ToolProcess::ToolProcess(Scene scene) : deadline_(std::chrono::steady_clock::now() + kPatience) {
   if (scene.configuration) writeFile(folder_.path("config.qolm"), *scene.configuration);
   for (const auto &[name, text] : scene.files) writeFile(folder_.path(name), text);
-  for (const auto &[name, mode] : scene.fileModes) {
+  for (const auto &[name, mode] : scene.fileModes)
     std::filesystem::permissions(folder_.path(name), static_cast<std::filesystem::perms>(mode));
-  }
   writeFile(folder_.path("script"), scene.script);
   if (scene.hasPPPLog) writeFile(pppLog(), "an old line\n");
 

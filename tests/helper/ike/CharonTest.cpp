@@ -141,12 +141,14 @@ class CharonTest : public LoopFixture {
   }
   // What list-sas says.
   void show(const Section &association) {
-    server_.answer("list-sas", [association](const Section &) {
-      std::vector<Packet> packets;
-      if (!association.elements().empty()) packets.push_back({PacketType::event, "list-sa", association});
-      packets.push_back({PacketType::response, "", {}});
-      return packets;
-    });
+    server_.answer(
+        "list-sas",
+        [association](const Section &) {
+          std::vector<Packet> packets;
+          if (!association.elements().empty()) packets.push_back({PacketType::event, "list-sa", association});
+          packets.push_back({PacketType::response, "", {}});
+          return packets;
+        });
   }
   Charon &open() {
     charon_ = std::make_unique<Charon>(event_, journal_, places_, settings_, deadlines_,

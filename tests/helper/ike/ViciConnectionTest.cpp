@@ -31,8 +31,9 @@ class ViciConnectionTest : public LoopFixture {
             [this](const std::string &reason) { ended_ = reason; }});
   }
   void ask(const std::string &command, Section message = {}, milliseconds deadline = seconds(10)) {
-    connection_->request(command, std::move(message), deadline,
-                         [this](const foundation::Result<Section> &reply) { replies_.push_back(reply); });
+    connection_->request(
+        command, std::move(message), deadline,
+        [this](const foundation::Result<Section> &reply) { replies_.push_back(reply); });
   }
 
   helper::testing::TemporaryFolder folder_;
@@ -127,11 +128,14 @@ TEST_F(ViciConnectionTest, AnAnswerThatNobodyWaitsForIsTheEnd) {
 TEST_F(ViciConnectionTest, AHandlerMayDestroyIt) {
   server_.answer("version", Section());
   bool replied = false;
-  connection_->request("version", {}, seconds(10), [&](const auto &) {
-    connection_.reset();
-    replied = true;
-  });
-  connection_->request("version", {}, seconds(10), [](const auto &) { FAIL(); });
+  connection_->request(
+      "version", {}, seconds(10),
+      [&](const auto &) {
+        connection_.reset();
+        replied = true;
+      });
+  connection_->request(
+      "version", {}, seconds(10), [](const auto &) { FAIL(); });
   ASSERT_TRUE(runUntil([&] { return replied; }));
 }
 

@@ -42,13 +42,16 @@ void ViciServer::answer(const std::string &command, Answer answer) {
 }
 
 void ViciServer::answer(const std::string &command, Section section) {
-  answer(command, [section = std::move(section)](const Section &) {
-    return std::vector<Packet>{{PacketType::response, "", section}};
-  });
+  answer(
+      command,
+      [section = std::move(section)](const Section &) {
+        return std::vector<Packet>{{PacketType::response, "", section}};
+      });
 }
 
 void ViciServer::stayOpen(const std::string &command) {
-  answer(command, [](const Section &) { return std::vector<Packet>(); });
+  answer(
+      command, [](const Section &) { return std::vector<Packet>(); });
 }
 
 void ViciServer::say(const std::string &event, const Section &section) {

@@ -131,7 +131,8 @@ class L2TPControlConnectionFaultsTest : public LoopFixture {
                                        },
                                    .stopped = [&] { ++stops; }});
     control.start(client.get());
-    const auto listening = EventSource::io(event_, server_.get(), EPOLLIN, [this](std::uint32_t) { listen(); });
+    const auto listening = EventSource::io(
+        event_, server_.get(), EPOLLIN, [this](std::uint32_t) { listen(); });
     EXPECT_TRUE(runUntil(
         [&] { return ends > 0 || (established && saidAll_ && static_cast<std::int16_t>(acknowledged_ - ns_) >= 0); }));
     const Outcome outcome = ends == 0 ? Outcome::up : established ? Outcome::lost : Outcome::failed;
@@ -146,7 +147,8 @@ class L2TPControlConnectionFaultsTest : public LoopFixture {
     return outcome;
   }
   Outcome hearWhole(Said said) {
-    return hear(said, [](const Bytes &datagram) { return Wire{datagram}; });
+    return hear(
+        said, [](const Bytes &datagram) { return Wire{datagram}; });
   }
 
   void expectSentence() const {
@@ -318,10 +320,11 @@ TEST_F(L2TPControlConnectionFaultsTest, IsNotEndedByWhatIsForAnother) {
 
 TEST_F(L2TPControlConnectionFaultsTest, BearsEverythingTwice) {
   for (const Said said : kAll)
-    EXPECT_EQ(hear(said,
-                   [](const Bytes &datagram) {
-                     return Wire{datagram, datagram};
-                   }),
+    EXPECT_EQ(hear(
+                  said,
+                  [](const Bytes &datagram) {
+                    return Wire{datagram, datagram};
+                  }),
               hearWhole(said))
         << nameOf(said);
 }

@@ -70,7 +70,8 @@ class L2TPControlConnectionTest : public LoopFixture {
   }
   void runUntilScriptEnds() {
     bool ended = false;
-    const auto end = EventSource::io(event_, server_.finished(), EPOLLIN, [&](std::uint32_t) { ended = true; });
+    const auto end = EventSource::io(
+        event_, server_.finished(), EPOLLIN, [&](std::uint32_t) { ended = true; });
     ASSERT_TRUE(runUntil([&] { return ended; }));
   }
   void expectStopped() {

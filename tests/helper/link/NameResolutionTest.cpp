@@ -35,29 +35,33 @@ TEST_F(NameResolutionTest, TakesAnAddressAsItIs) {
 }
 
 TEST_F(NameResolutionTest, AsksForAName) {
-  const NameResolution resolution(event_, "vpn.example", handler(), [](const std::string &name, in_addr &address) {
-    EXPECT_EQ(name, "vpn.example");
-    address.s_addr = inet_addr("192.0.2.8");
-    return 0;
-  });
+  const NameResolution resolution(
+      event_, "vpn.example", handler(),
+      [](const std::string &name, in_addr &address) {
+        EXPECT_EQ(name, "vpn.example");
+        address.s_addr = inet_addr("192.0.2.8");
+        return 0;
+      });
   ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
   ASSERT_TRUE(*answer_);
   EXPECT_EQ((*answer_)->s_addr, inet_addr("192.0.2.8"));
 }
 
 TEST_F(NameResolutionTest, SaysWhyANameIsNotFound) {
-  const NameResolution resolution(event_, "vpn.example", handler(),
-                                  [](const std::string &, in_addr &) { return EAI_NONAME; });
+  const NameResolution resolution(
+      event_, "vpn.example", handler(), [](const std::string &, in_addr &) { return EAI_NONAME; });
   ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
   ASSERT_FALSE(*answer_);
   EXPECT_NE(answer_->error().message.find("vpn.example"), std::string::npos);
 }
 
 TEST_F(NameResolutionTest, RefusesANameForNoServer) {
-  const NameResolution resolution(event_, "vpn.example", handler(), [](const std::string &, in_addr &address) {
-    address.s_addr = INADDR_ANY;
-    return 0;
-  });
+  const NameResolution resolution(
+      event_, "vpn.example", handler(),
+      [](const std::string &, in_addr &address) {
+        address.s_addr = INADDR_ANY;
+        return 0;
+      });
   ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
   EXPECT_FALSE(*answer_);
 }
@@ -73,7 +77,8 @@ TEST_F(NameResolutionTest, DoesNotWaitForEver) {
       event_, "slow.example", handler(),
       [gate](const std::string &, in_addr &) {
         std::unique_lock lock(gate->mutex);
-        gate->open.wait(lock, [&] { return gate->isOpen; });
+        gate->open.wait(
+            lock, [&] { return gate->isOpen; });
         return 0;
       },
       std::chrono::milliseconds(20));

@@ -120,8 +120,8 @@ class PPTPControlConnectionFaultsTest : public LoopFixture {
     const Bytes said = joined({stream, asks ? questions() : Bytes{}});
     EXPECT_EQ(::send(server.get(), said.data(), said.size(), MSG_NOSIGNAL), static_cast<ssize_t>(said.size()));
     pptp::MessageReader reader;
-    auto listening =
-        EventSource::io(event_, server.get(), EPOLLIN, [&](std::uint32_t) { listen(server.get(), reader); });
+    auto listening = EventSource::io(
+        event_, server.get(), EPOLLIN, [&](std::uint32_t) { listen(server.get(), reader); });
     EXPECT_TRUE(runUntil([&] { return ends > 0 || answered_; }));
     const Outcome outcome =
         ends > 0 ? (established_ ? Outcome::lost : Outcome::failed) : (established_ ? Outcome::up : Outcome::waits);
@@ -182,9 +182,7 @@ TEST_F(PPTPControlConnectionFaultsTest, EndsAtAMessageThatIsCutAnywhere) {
       const Outcome outcome = hear(joined({before, cut, after}));
       const bool inStepAgain = after.size() <= message.bytes.size() - size &&
                                (message.bytes.size() - size - after.size()) % kQuestionSize == 0;
-      if (!inStepAgain) {
-        EXPECT_TRUE(outcome == Outcome::failed || outcome == Outcome::lost);
-      }
+      if (!inStepAgain) EXPECT_TRUE(outcome == Outcome::failed || outcome == Outcome::lost);
     }
   });
 }
@@ -197,9 +195,8 @@ TEST_F(PPTPControlConnectionFaultsTest, SurvivesOrEndsWhicheverByteIsWrong) {
         Bytes wrong = message.bytes;
         wrong[at] = static_cast<std::uint8_t>(wrong[at] ^ change);
         const Outcome outcome = hear(joined({before, wrong, after}));
-        if ((at < 2 && !isOther(message)) || (at >= 2 && at < 8)) {
+        if ((at < 2 && !isOther(message)) || (at >= 2 && at < 8))
           EXPECT_TRUE(says("does not speak PPTP")) << sentence_.value_or("nothing");
-        }
         if (at == 10 || at == 11) {  // reserved
           const Bytes whole = joined({before, message.bytes, after});
           EXPECT_EQ(outcome, hear(whole));

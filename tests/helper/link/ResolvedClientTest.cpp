@@ -98,7 +98,8 @@ TEST_F(ResolvedClientTest, AnExceptionOfItsHandlerEndsTheLoop) {
 TEST_F(ResolvedClientTest, MayBeDestroyedByItsHandlerOrBeforeTheAnswer) {
   FakeResolved resolved(event_, folder_ + "/bus", Mood::refusing);
   auto client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_ + "/bus");
-  client->tell(7, {}, true, [&](const foundation::Status &) { client.reset(); });
+  client->tell(
+      7, {}, true, [&](const foundation::Status &) { client.reset(); });
   EXPECT_TRUE(runUntil([&] { return client == nullptr; }));
   client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_ + "/nobody");
   client->tell(7, {}, true, [](const foundation::Status &) { FAIL(); });

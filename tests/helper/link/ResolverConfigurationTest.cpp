@@ -55,7 +55,8 @@ class ResolverConfigurationTest : public LoopFixture {
   std::string apply(bool primary = true) {
     ResolverConfiguration resolver(event_, *journal_, paths_);
     std::optional<std::string> told;
-    resolver.apply("lo", servers_, primary, [&](const std::string &sentence) { told = sentence; });
+    resolver.apply(
+        "lo", servers_, primary, [&](const std::string &sentence) { told = sentence; });
     EXPECT_TRUE(runUntil([&] { return told.has_value(); }));
     return told.value_or("nothing");
   }
@@ -71,7 +72,9 @@ class ResolverConfigurationTest : public LoopFixture {
     fs::create_symlink(target, paths_.file);
   }
   void undo() {
-    Undo(routes_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal_);
+    Undo(
+        routes_, [this](const std::string &sentence) { complaints_.push_back(sentence); })
+        .finish(*journal_);
   }
 
   std::string folder_;
@@ -243,7 +246,8 @@ TEST_F(ResolverConfigurationTest, SaysNothingMoreOnceItIsDestroyed) {
   makeResolvconf("exec sleep 1000\n");
   {
     ResolverConfiguration resolver(event_, *journal_, paths_);
-    resolver.apply("lo", servers_, true, [](const std::string &) { FAIL(); });
+    resolver.apply(
+        "lo", servers_, true, [](const std::string &) { FAIL(); });
     ASSERT_TRUE(runUntil([&] { return !journal_->entries().empty(); }));
   }
   while (sd_event_run(event_, 0) > 0) continue;

@@ -62,7 +62,9 @@ class RoutesTest : public testing::Test {
   static constexpr std::uint32_t kMetric = 4711;
   Routes routes() { return Routes(table_, *journal_, kMetric); }
   void undo() {
-    Undo(table_, [](const std::string &sentence) { FAIL() << sentence; }).finish(*journal_);
+    Undo(
+        table_, [](const std::string &sentence) { FAIL() << sentence; })
+        .finish(*journal_);
   }
 
   std::string base_;

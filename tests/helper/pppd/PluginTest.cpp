@@ -65,9 +65,7 @@ class PluginTest : public LoopFixture {
       if (refuse_) return channel_.hangUp();
       EXPECT_TRUE(channel_.giveChannel(FileDescriptor(::open("/dev/zero", O_RDONLY | O_CLOEXEC))));
     }
-    if (std::holds_alternative<PluginNeedsPassword>(message)) {
-      EXPECT_TRUE(channel_.givePassword(password_));
-    }
+    if (std::holds_alternative<PluginNeedsPassword>(message)) EXPECT_TRUE(channel_.givePassword(password_));
   }
   // pppd's side blocks, so it runs on a thread of its own while the loop answers.
   void asPPPD(const std::function<void()> &part) {

@@ -134,9 +134,8 @@ TEST_F(PreferencesStoreTest, WhatIsSentIsChecked) {
   for (const std::string &bad :
        {std::string(), std::string("x"), std::string("<plist version=\"1.0\"><array/></plist>"),
         std::string("<plist version=\"1.0\"><dict><key>Sets</key><string/></dict></plist>"),
-        std::string(PreferencesStore::kMaximumSize + 1, ' ')}) {
+        std::string(PreferencesStore::kMaximumSize + 1, ' ')})
     EXPECT_EQ(commit(bad, ""), kSCStatusInvalidArgument);
-  }
   EXPECT_FALSE(std::filesystem::exists(folder.path("vpnctl")));
 }
 

@@ -56,9 +56,8 @@ TEST_F(SystemKeyTest, EveryChangedBitIsNoticed) {
     ASSERT_FALSE(opened) << bit;
     EXPECT_EQ(opened.error().code, EBADMSG);
   }
-  for (std::size_t size = 0; size < sealed->size(); ++size) {
+  for (std::size_t size = 0; size < sealed->size(); ++size)
     EXPECT_FALSE(key->unseal(std::string_view(*sealed).substr(0, size), "about")) << size;
-  }
   EXPECT_FALSE(key->unseal(*sealed, "About"));
   EXPECT_FALSE(key->unseal(*sealed, ""));
 }

@@ -46,9 +46,7 @@ class FaultsFixture : public ::testing::Test {
       check(*run);
       if (HasFailure()) return;
       // What is only put off must not fail.
-      if (errnum == EINTR || kind == CallFault::Kind::shorten) {
-        ASSERT_EQ(run->exitCode, 0);
-      }
+      if (errnum == EINTR || kind == CallFault::Kind::shorten) ASSERT_EQ(run->exitCode, 0);
     }
   }
 

@@ -23,9 +23,7 @@ int main() {
     helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
     helper::HelperService service(event, preferences, keychain, helper::testing::scriptedLinks(event), *log);
     std::function<void()> end = [&service] { service.end(); };
-    if (helper::endOnSignals(event, end) && service.serve(std::move(*socket))) {
-      exitCode = helper::runLoop(event, *log);
-    }
+    if (helper::endOnSignals(event, end) && service.serve(std::move(*socket))) exitCode = helper::runLoop(event, *log);
   }
   sd_event_unref(event);
   return exitCode;

@@ -108,11 +108,9 @@ LinkFactory scriptedLinks(sd_event *event) {
   return [event](const Value &preferences, const std::string &serviceID,
                  Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<RunningLink>> {
     const std::string &script = preferences["NetworkServices"][serviceID]["PPP"]["CommRemoteAddress"].string();
-    for (const char *known : {"up", "at-once", "refused", "dies", "stuck", "throws", "throws-later"}) {
-      if (script == known) {
+    for (const char *known : {"up", "at-once", "refused", "dies", "stuck", "throws", "throws-later"})
+      if (script == known)
         return std::unique_ptr<RunningLink>(std::make_unique<ScriptedLink>(event, script, std::move(handler)));
-      }
-    }
     return foundation::Error{"Test", 1, "there is no service " + serviceID};
   };
 }

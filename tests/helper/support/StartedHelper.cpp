@@ -20,9 +20,8 @@ pid_t pidOf(int descriptor) {
   std::ifstream info("/proc/self/fdinfo/" + std::to_string(descriptor));
   std::string key;
   pid_t pid = -1;
-  while (info >> key) {
+  while (info >> key)
     if (key == "Pid:" && info >> pid) break;
-  }
   return pid;
 }
 
@@ -54,9 +53,8 @@ long StartedHelper::memory(const std::string &key) const {
   std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
   std::string word;
   long value = -1;
-  while (status >> word) {
+  while (status >> word)
     if (word == key + ":" && status >> value) return value;
-  }
   return -1;
 }
 

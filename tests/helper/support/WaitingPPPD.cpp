@@ -14,10 +14,9 @@
 int main(int argc, char **argv) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  for (int i = 1; i + 1 < argc; ++i) {
+  for (int i = 1; i + 1 < argc; ++i)
     if (std::string_view(argv[i]) == "vpnctl-socket")
       std::strncpy(address.sun_path, argv[i + 1], sizeof address.sun_path - 1);
-  }
   const int helper = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
   if (::connect(helper, reinterpret_cast<sockaddr *>(&address), sizeof address) < 0) return 1;
   const vpnctl_plugin_header channel = {VPNCTL_PLUGIN_VERSION, VPNCTL_PLUGIN_NEED_CHANNEL};

@@ -55,11 +55,13 @@ TEST(DispatchQueue, ACreatedQueueRunsItsBlocksInOrderOnOneOtherThread) {
   const dispatch_queue_t queue = dispatch_queue_create("test");
   const auto seen = std::make_shared<Seen>();
   for (int i = 0; i < 100; ++i) {
-    dispatch_async(queue, [seen, i] {
-      seen->order.push_back(i);
-      seen->threads.insert(std::this_thread::get_id());
-      if (i == 99) seen->done.add();
-    });
+    dispatch_async(
+        queue,
+        [seen, i] {
+          seen->order.push_back(i);
+          seen->threads.insert(std::this_thread::get_id());
+          if (i == 99) seen->done.add();
+        });
   }
   ASSERT_TRUE(seen->done.waitFor(1));
   for (int i = 0; i < 100; ++i) EXPECT_EQ(seen->order[static_cast<std::size_t>(i)], i);
@@ -80,10 +82,12 @@ TEST(DispatchQueue, BlocksOfTheGlobalQueueRunSideBySide) {
     Counter first, second, done;
   };
   const auto meeting = std::make_shared<Meeting>();
-  dispatch_async(globalQueue(), [meeting] {
-    meeting->first.add();
-    if (meeting->second.waitFor(1)) meeting->done.add();
-  });
+  dispatch_async(
+      globalQueue(),
+      [meeting] {
+        meeting->first.add();
+        if (meeting->second.waitFor(1)) meeting->done.add();
+      });
   dispatch_async(globalQueue(), [meeting] {
     if (meeting->first.waitFor(1)) meeting->second.add();
   });

@@ -50,9 +50,8 @@ using FakeScriptDeathTest = FakeScriptTest;
 TEST_F(FakeScriptDeathTest, AScriptThatIsNotUnderstoodEndsTheProcess) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   for (const char *const text :
-       {"nonsense", "fail X", "fail X 1 often", "up nonsense", "up status", "up status 1 color=red", "raise X Y"}) {
+       {"nonsense", "fail X", "fail X 1 often", "up nonsense", "up status", "up status 1 color=red", "raise X Y"})
     EXPECT_EXIT(read(text), testing::ExitedWithCode(97), "script:1: not an instruction") << text;
-  }
   EXPECT_EXIT(readScript(folder_.path("missing"), platform_), testing::ExitedWithCode(97), "missing:0: ");
 }
 

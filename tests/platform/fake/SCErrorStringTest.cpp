@@ -25,9 +25,8 @@ TEST(SCErrorString, GivesTheErrnoTextFrom1To106) {
 }
 
 TEST(SCErrorString, KnowsNothingElse) {
-  for (const std::int32_t status : {-1, 107, 110, 1000, 1008, 2000, 5003}) {
+  for (const std::int32_t status : {-1, 107, 110, 1000, 1008, 2000, 5003})
     EXPECT_EQ(SCErrorString(status), "Unknown error: " + std::to_string(status));
-  }
 }
 
 TEST(SCErrorState, IsEachThreadsOwn) {

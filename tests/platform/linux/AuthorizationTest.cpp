@@ -112,11 +112,10 @@ TEST_F(AuthorizationTest, TheHelperInheritsNothing) {
   for (const auto &entry : std::filesystem::directory_iterator(process + "/fd")) {
     const std::string target = std::filesystem::read_symlink(entry.path()).string();
     const int number = std::stoi(entry.path().filename().string());
-    if (number <= 2) {
+    if (number <= 2)
       EXPECT_EQ(target, "/dev/null") << number;
-    } else {
+    else
       EXPECT_TRUE(target.starts_with("socket:") || target.starts_with("anon_inode:") || target == logPath()) << target;
-    }
   }
   const auto status = helper::testing::contentsOf(process + "/status").value_or("");
   // The helper blocks and ignores what it wants for itself; SIGUSR1 (bit 9) and SIGUSR2 (bit 11) are not among it.

@@ -47,9 +47,8 @@ TEST_F(NetworkServiceTest, ANewServiceHasItsDefaults) {
   EXPECT_EQ(expected["LCPEchoFailure"], Value(15));
   EXPECT_TRUE(defaultPPP("L2TP")["CCPEnabled"].isNull());
   const Value protocols = defaultProtocols();
-  for (const auto &[type, configuration] : protocols.dictionary()) {
+  for (const auto &[type, configuration] : protocols.dictionary())
     EXPECT_EQ(SCNetworkProtocolGetConfiguration(SCNetworkServiceCopyProtocol(service, type)), configuration) << type;
-  }
   EXPECT_FALSE(SCNetworkServiceCopyProtocol(service, "AppleTalk"));
   EXPECT_EQ(SCError(), kSCStatusNoKey);
 }
@@ -100,9 +99,8 @@ TEST_F(NetworkServiceTest, ServicesComeInTheOrderOfTheirIdentifiers) {
   const auto services = SCNetworkServiceCopyAll(preferences);
   ASSERT_TRUE(services.has_value());
   ASSERT_EQ(services->size(), 4U);
-  for (std::size_t i = 1; i < 4; ++i) {
+  for (std::size_t i = 1; i < 4; ++i)
     EXPECT_LT(SCNetworkServiceGetServiceID((*services)[i - 1]), SCNetworkServiceGetServiceID((*services)[i]));
-  }
 }
 
 TEST_F(NetworkServiceTest, NamesAreUniqueAmongTheSiblingsOfASet) {
