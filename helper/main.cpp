@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <functional>
 
+#include "foundation/StandardStreams.h"
 #include "helper/EventSource.h"
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
@@ -23,6 +24,7 @@ int fail(const foundation::Error &error) {
 }  // namespace
 
 int main() {
+  foundation::openMissingStandardStreams();
   if (::geteuid() != 0) {
     std::fprintf(stderr, "vpnctl-helper: must be run by root; vpnctl starts it\n");
     return 1;

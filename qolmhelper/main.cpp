@@ -16,6 +16,7 @@
 
 #include "foundation/ProcessMemory.h"
 #include "foundation/Secret.h"
+#include "foundation/StandardStreams.h"
 #include "foundation/Text.h"
 #include "platform/Dispatch.h"
 #include "qolmhelper/TNConnectorL2TP.h"
@@ -141,6 +142,7 @@ platform::dispatch_source_t armTeardown(const std::shared_ptr<TN::TNConnectorPPP
 }  // namespace
 
 int main(int argc, char *argv[]) {
+  foundation::openMissingStandardStreams();
   foundation::protectProcessMemory();
   std::setvbuf(stdout, output_buffer.data(), _IOFBF, output_buffer.size());
   parse_options(argc, argv);

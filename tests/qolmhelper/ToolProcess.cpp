@@ -92,6 +92,7 @@ ToolProcess::ToolProcess(Scene scene) : deadline_(std::chrono::steady_clock::now
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, output.writeEnd.get(), 1);
   posix_spawn_file_actions_adddup2(&actions, error.writeEnd.get(), 2);
+  for (const int fd : scene.closed) posix_spawn_file_actions_addclose(&actions, fd);
   const int result = posix_spawnp(&pid_, command.front().c_str(), &actions, nullptr, pointers(command).data(),
                                   pointers(environment).data());
   posix_spawn_file_actions_destroy(&actions);

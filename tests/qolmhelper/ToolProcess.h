@@ -11,6 +11,7 @@
 #include <chrono>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,7 @@ struct Scene {
   std::map<std::string, std::string> files;  // further ones, by name
   std::map<std::string, int> fileModes;      // of those
   std::vector<std::string> launcher;         // a command that starts the program, given it as arguments
+  std::set<int> closed;                      // of the descriptors 0 to 2, from the start
 };
 
 struct Outcome {
@@ -65,7 +67,9 @@ class ToolProcess {
   Outcome finish();
 
   pid_t pid() const { return pid_; }
-  std::string pppLog() const { return folder_.path("ppp.log"); }
+  std::string pppLog() const { return path("ppp.log"); }
+  // A file of its working directory.
+  std::string path(const std::string &name) const { return folder_.path(name); }
 
  private:
   // Reads what there is; false when both pipes have ended.
