@@ -78,11 +78,10 @@ std::int64_t signedInteger(ScannedInteger scanned) {
 
 bool scanBoolean(std::string_view text) {
   text = withoutLeadingBlanks(text);
-  if (text.empty()) return false;
-  if (std::string_view("YyTt").find(text.front()) != std::string_view::npos) return true;
-  if (text.front() == '-' || text.front() == '+') text.remove_prefix(1);
-  const std::size_t digit = text.find_first_not_of('0');
-  return digit != std::string_view::npos && isDigit(text[digit]);
+  if (!text.empty() && (text.front() == '-' || text.front() == '+')) text.remove_prefix(1);
+  const std::size_t first = text.find_first_not_of('0');
+  return first != std::string_view::npos &&
+         std::string_view("YyTt123456789").find(text[first]) != std::string_view::npos;
 }
 
 bool equal(std::int64_t left, std::int64_t right) { return left == right; }

@@ -72,8 +72,8 @@ class Value {
   void append(Value element);
 
   // Conversions as Foundation's: numbers convert with truncation; text is scanned (leading blanks, sign, digits;
-  // booleans by Y, y, T, t or a digit 1-9 behind zeros); everything else is false or 0. Integers saturate at the ends
-  // of the range.
+  // for a boolean blanks, sign, zeros, and then Y, y, T, t or a digit 1-9 for true); everything else is false or 0.
+  // Integers saturate at the ends of the range.
   bool boolValue() const;
   std::int64_t integerValue() const;
   std::int32_t intValue() const;  // an integer is cut to its low 32 bits, text and reals saturate

@@ -71,6 +71,16 @@ TEST_F(GBCommandLineParserParsing, ValueAfterEqualsOrAsNextArgument) {
   }
 }
 
+TEST_F(GBCommandLineParserParsing, AnArrayKeyOfTheSettingsCollectsWhatIsGivenMoreThanOnce) {
+  settings->registerArrayForKey("output");
+  settings->registerArrayForKey("verbose");
+  ASSERT_TRUE(parse({"--output=a", "-o", "b", "-v", "--verbose=no"}));
+  EXPECT_EQ(settings->objectForKey("output"), Value(Value::Array{"a", "b"}));
+  EXPECT_EQ(settings->objectForKey("verbose"), Value(Value::Array{true, false}));
+  // The parser itself keeps the last.
+  EXPECT_EQ(parser.parsedOptions(), (Options{{"output", "b"}, {"verbose", false}}));
+}
+
 TEST_F(GBCommandLineParserParsing, MissingValueAsTheLastArgumentIsReportedAndTheResultIsStillYes) {
   EXPECT_TRUE(parse({"--output"}));
   EXPECT_TRUE(parser.parsedOptions().empty());
@@ -141,7 +151,7 @@ TEST_F(GBCommandLineParserParsing, SwitchesAndTheirNegatedForm) {
 }
 
 TEST_F(GBCommandLineParserParsing, TheBooleanValueOfATextIsThePlatforms) {
-  for (const char *yes : {"y", "Yes", "t", "TRUE", " +001x", "9"}) {
+  for (const char *yes : {"y", "Yes", "t", "TRUE", " +001x", "9", "-Y", "0yes", "00t"}) {
     ASSERT_TRUE(parse({std::string("--verbose=") + yes}));
     EXPECT_EQ(parser.valueForOption("verbose"), Value(true)) << yes;
   }

@@ -59,6 +59,22 @@ TEST(ValueTest, NumbersCompareByValue) {
   EXPECT_EQ(Value(std::nan("")), Value(std::nan("")));
 }
 
+TEST(ValueTest, OneAndTrueAreEqualAndStayWhatTheyAre) {
+  Value array(Value::Array{1, true});
+  array.append(1);
+  array.append(true);
+  Value dictionary;
+  dictionary.set("k", 1);
+  dictionary.set("k", true);
+  EXPECT_EQ(dictionary["k"].type(), Type::boolean);
+  dictionary.set("k", 1);
+  EXPECT_EQ(dictionary["k"].type(), Type::signedInteger);
+  std::vector<Type> types;
+  for (const Value &element : array.array()) types.push_back(element.type());
+  EXPECT_EQ(types, (std::vector<Type>{Type::signedInteger, Type::boolean, Type::signedInteger, Type::boolean}));
+  EXPECT_EQ(Value(Value::Array{1}), Value(Value::Array{true}));
+}
+
 TEST(ValueTest, AnIntegerThatADoubleCannotHoldEqualsNone) {
   EXPECT_NE(Value(kMax64), Value(9223372036854775808.0));
   EXPECT_NE(Value(kMaxUnsigned64), Value(18446744073709551616.0));
@@ -90,11 +106,11 @@ TEST(ValueTest, ContainersCompareByTheirElements) {
 }
 
 TEST(ValueTest, TextAsBoolean) {
-  for (const char *text :
-       {"Y", "y", "yes", "T", "true", "tomato", " Y", "\t\n t", "1", "9", "-1", "+2", "007", "-0001x", " 5abc", "10"})
+  for (const char *text : {"Y",  "y",   "yes",    "T",     "true", "tomato", " Y", "\t\n\v\f\r t", "1",   "9",     "-1",
+                           "+2", "007", "-0001x", " 5abc", "10",   "-Y",     "+t", "0yes",         "00t", " -00Tx"})
     EXPECT_TRUE(Value(text).boolValue()) << text;
-  for (const char *text :
-       {"", " ", "N", "no", "false", "0", "000", "0x1", "-", "+", "--1", "+-1", "- 1", "0 1", "x1", "-Y", ".5", "on"})
+  for (const char *text : {"",    " ",   "N",   "no",  "false", "0",   "000", "0x1", "-",  "+",  "--1",
+                           "+-1", "--Y", "- 1", "- y", "0 1",   "0-1", "0-Y", "x1",  ".5", "on", "0n"})
     EXPECT_FALSE(Value(text).boolValue()) << text;
 }
 
