@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <limits>
 #include <string_view>
+#include <utility>
 
 #include "cli/GBOptionsHelper.h"
 #include "cli/OptionsTable.h"
@@ -16,7 +17,11 @@ namespace {
 using foundation::utf16Length;
 using foundation::Value;
 
-void print(const std::string &text) { std::fputs(text.c_str(), stdout); }
+// The whole line, its end too, even where a value holds a zero byte.
+void printLine(std::string line) {
+  line += '\n';
+  std::fwrite(line.data(), 1, line.size(), stdout);
+}
 
 std::string replaced(std::string text, std::string_view placeholder, std::string_view replacement) {
   for (std::size_t at = 0; (at = text.find(placeholder, at)) != std::string::npos; at += replacement.size())
@@ -69,14 +74,14 @@ void GBOptionsHelper::replacePlaceholdersAndPrintStringFromBlock(const TextBlock
     if (const Text version = applicationVersionFromBlockOrNil()) text = replaced(text, "%APPVERSION", *version);
     if (const Text build = applicationBuildFromBlockOrNil()) text = replaced(text, "%APPBUILD", *build);
   }
-  print(text + "\n");
+  printLine(std::move(text));
 }
 
 void GBOptionsHelper::printVersion() const {
   std::string line = applicationNameFromBlockOrDefault();
   if (const Text version = applicationVersionFromBlockOrNil()) line += ": version " + *version;
   if (const Text build = applicationBuildFromBlockOrNil()) line += " (build " + *build + ")";
-  print(line + "\n");
+  printLine(std::move(line));
 }
 
 OptionsTable GBOptionsHelper::helpTable() const {
@@ -103,7 +108,7 @@ void GBOptionsHelper::printHelp() const {
       line += row[column] + " ";
       if (column == 1) line.append(table.width(column) - utf16Length(row[column]), ' ');
     }
-    print(line + "\n");
+    printLine(std::move(line));
   }
   replacePlaceholdersAndPrintStringFromBlock(printHelpFooter_);
 }
@@ -140,9 +145,9 @@ void GBOptionsHelper::printArguments(const GBSettings &settings, bool withLevels
       const GBSettings *level = settings.settingsForArrayValue(argument, GBSettingsArgumentsKey);
       line += " (" + (level != nullptr ? level->name() : "(null)") + ")";
     }
-    print(line + "\n");
+    printLine(std::move(line));
   }
-  print("\n");
+  printLine("");
 }
 
 void GBOptionsHelper::printValuesFromSettings(const GBSettings &settings) const {
@@ -159,7 +164,7 @@ void GBOptionsHelper::printValuesFromSettings(const GBSettings &settings) const 
       line += row[column];
       line.append(std::max(table.width(column), length) - length + 1, ' ');
     }
-    print(line + "\n");
+    printLine(std::move(line));
   }
   replacePlaceholdersAndPrintStringFromBlock(printValuesFooter_);
 }
