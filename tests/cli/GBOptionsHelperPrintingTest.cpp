@@ -188,6 +188,44 @@ TEST(GBOptionsHelperPrinting, Requirement3HasNoValueBehindItsName) {
   EXPECT_EQ(help(helper), "\n-x --odd text \n\n");
 }
 
+TEST(GBOptionsHelperPrinting, BitsWithoutAMeaningChangeNothing) {
+  GBOptionsHelper helper;
+  helper.registerOption('x', "odd", "text", GBOptionValueOptional | std::uint64_t{0x304});
+  EXPECT_EQ(help(helper), "\n-x --odd [<value>] text \n\n");
+  EXPECT_EQ(values(helper, GBSettings("l")), "\n\nOption l \nodd      \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, WhatOpensAndEndsAGroupAtOnceHasNoHeading) {
+  GBOptionsHelper helper;
+  helper.registerOption(0, "g", "text", GBOptionFlagGroup | std::uint64_t{GBOptionFlagGroupEnd});
+  EXPECT_EQ(help(helper), "\n\n");
+  EXPECT_EQ(values(helper, GBSettings("l")), "\n\nOption l \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, ALineEndsEvenWhereItsTextHoldsAZeroByte) {
+  const std::string zero("a\0b", 3);
+  GBOptionsHelper helper;
+  helper.setApplicationName([&] { return zero; });
+  helper.setPrintValuesHeader([&] { return zero; });
+  helper.registerOption(0, "k", zero, GBOptionRequiresValue);
+  const auto bottom = std::make_shared<GBSettings>("n");
+  GBSettings settings("m", bottom);
+  settings.setObjectForKey(zero, "k");
+  settings.addArgument(zero);
+  EXPECT_EQ(version(helper), zero + "\n");
+  EXPECT_EQ(help(helper), "\n   --k <value> " + zero + " \n\n");
+  EXPECT_EQ(values(helper, settings), zero + "\n\n- " + zero + " (m)\n\n\nOption m   n \nk      " + zero + "   \n\n");
+}
+
+TEST(GBOptionsHelperPrinting, AnEmptyItemCountsAsAnItemAlsoAsTheFirst) {
+  GBOptionsHelper helper;
+  helper.registerOption(0, "k", "", 0);
+  GBSettings settings("l");
+  settings.registerArrayForKey("k");
+  settings.setObjectForKey(Value::Array{"", "x", ""}, "k");
+  EXPECT_EQ(values(helper, settings), "\n\nOption l     \nk      , x,  \n\n");
+}
+
 TEST(GBOptionsHelperPrinting, TheWidestLongCellHasNoPadding) {
   GBOptionsHelper helper;
   helper.registerOption('a', "aa", "x", GBOptionValueOptional);
@@ -215,6 +253,15 @@ TEST(GBOptionsHelperPrinting, WhatAPlaceholderBecameMayHoldTheNext) {
   helper.setApplicationBuild([] { return "77-%APPVERSION"; });
   helper.setPrintHelpHeader([] { return "%APPNAME"; });
   EXPECT_EQ(help(helper), "tool-1.2-77-%APPVERSION-%APPNAME\n\n");
+}
+
+TEST(GBOptionsHelperPrinting, APlaceholderMayStandInItsOwnReplacement) {
+  GBOptionsHelper helper;
+  helper.setApplicationName([] { return "[%APPNAME]"; });
+  helper.setApplicationVersion([] { return "%APPVERSION%APPVERSION"; });
+  helper.setApplicationBuild([] { return "<%APPBUILD>"; });
+  helper.setPrintHelpHeader([] { return "%APPNAME %APPVERSION %APPBUILD %APPNAME"; });
+  EXPECT_EQ(help(helper), "[%APPNAME] %APPVERSION%APPVERSION <%APPBUILD> [%APPNAME]\n\n");
 }
 
 TEST(GBOptionsHelperPrinting, VersionLine) {

@@ -104,6 +104,29 @@ TEST(GBOptionsHelper, Requirement3IsStoredAndPassedThrough) {
   EXPECT_FALSE(parser.registeredOptionsByLongNames().contains("no-three"));
 }
 
+TEST(GBOptionsHelper, BitsWithoutAMeaningAreStoredAndIgnored) {
+  GBOptionsHelper helper;
+  for (const std::uint64_t bit : {0x4u, 0x100u, 0x200u, 0x800u}) {
+    helper.registerOption(0, "switch", "text", GBOptionNoValue | bit);
+    const OptionDefinition &definition = helper.registeredOptions().back();
+    EXPECT_EQ(definition.flags(), GBOptionNoValue | bit);
+    EXPECT_EQ(GBOptionsHelper::requirements(definition), GBOptionNoValue) << bit;
+    GBCommandLineParser parser;
+    parser.registerOptions(helper);
+    EXPECT_TRUE(parser.registeredOptionsByLongNames().contains("no-switch")) << bit;
+  }
+}
+
+TEST(GBOptionsHelper, WhatOpensAndEndsAGroupAtOnceOpensIt) {
+  GBOptionsHelper helper;
+  helper.registerOption(0, "g", "text", GBOptionFlagGroup | std::uint64_t{GBOptionFlagGroupEnd});
+  helper.registerOption(0, "member", "text", 0);
+  GBCommandLineParser parser;
+  parser.registerOptions(helper);
+  ASSERT_TRUE(parser.isOptionGroupName("g"));
+  EXPECT_TRUE(parser.registeredOptionGroupsByNames().at("g")->contains("member"));
+}
+
 TEST(GBOptionsHelper, OptionsAndGroupsReachTheParserInOrder) {
   GBOptionsHelper helper;
   helper.registerOption('v', "verbose", "text", GBOptionNoValue | GBOptionFlagNoHelp | GBOptionFlagNoPrint);

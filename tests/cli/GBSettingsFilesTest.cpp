@@ -57,6 +57,27 @@ TEST_F(GBSettingsFiles, LoadedArrayKeysAppendToAFreshArray) {
   EXPECT_TRUE(settings.isKeyArray("inputs"));
 }
 
+TEST_F(GBSettingsFiles, AKeyOfDashesOnlyBecomesTheEmptyKey) {
+  for (const char *key : {"-", "--", "---"}) {
+    const std::string path = folder.write("a.plist", std::string("{ \"") + key + "\" = x; }");
+    ASSERT_TRUE(settings.loadSettingsFromPlist(path, &error)) << error.message;
+    EXPECT_EQ(settings.storage(), (Value::Dictionary{{"", "x"}})) << key;
+  }
+}
+
+TEST_F(GBSettingsFiles, OneAndTrueStayWhatTheyAreInAFile) {
+  settings.setObjectForKey(1, "number");
+  settings.setObjectForKey(true, "truth");
+  const std::string path = folder.path("a.plist");
+  ASSERT_TRUE(settings.saveSettingsToPlist(path, &error)) << error.message;
+  const std::string text = folder.read("a.plist");
+  EXPECT_NE(text.find("<key>number</key>\n\t<integer>1</integer>"), std::string::npos) << text;
+  EXPECT_NE(text.find("<key>truth</key>\n\t<true/>"), std::string::npos) << text;
+  ASSERT_TRUE(settings.loadSettingsFromPlist(path, &error)) << error.message;
+  EXPECT_EQ(settings.objectForKey("number").type(), Value::Type::signedInteger);
+  EXPECT_EQ(settings.objectForKey("truth").type(), Value::Type::boolean);
+}
+
 TEST_F(GBSettingsFiles, AMissingFileLeavesTheValuesAndTheErrorAlone) {
   EXPECT_FALSE(settings.loadSettingsFromPlist(folder.path("none.plist"), &error));
   EXPECT_FALSE(settings.loadSettingsFromPlist(folder.path("none/none.plist"), &error));

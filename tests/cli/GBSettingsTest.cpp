@@ -23,6 +23,15 @@ class TwoLayers : public ::testing::Test {
 
 using GBSettingsLayers = TwoLayers;
 
+// Two empty layers between where a value is and where it is asked for.
+class FourLayers : public TwoLayers {
+ protected:
+  std::shared_ptr<GBSettings> above = GBSettings::settingsWithName("above", top);
+  std::shared_ptr<GBSettings> highest = GBSettings::settingsWithName("highest", above);
+};
+
+using GBSettingsDeepLayers = FourLayers;
+
 }  // namespace
 
 TEST_F(GBSettingsLayers, TheNearestLayerWins) {
@@ -30,6 +39,48 @@ TEST_F(GBSettingsLayers, TheNearestLayerWins) {
   top->setObjectForKey(2, "a");
   EXPECT_EQ(top->objectForKey("a"), Value(2));
   EXPECT_EQ(bottom->objectForKey("a"), Value(1));
+}
+
+TEST_F(GBSettingsDeepLayers, AReadFallsThroughHoweverManyLayers) {
+  bottom->setObjectForKey("deep", "a");
+  EXPECT_EQ(highest->objectForKey("a"), Value("deep"));
+  EXPECT_EQ(highest->settingsForKey("a"), bottom.get());
+  EXPECT_TRUE(highest->objectForLocalKey("a").isNull());
+  top->setObjectForKey("nearer", "a");
+  EXPECT_EQ(highest->objectForKey("a"), Value("nearer"));
+  EXPECT_EQ(highest->settingsForKey("a"), top.get());
+}
+
+TEST_F(GBSettingsDeepLayers, ArrayKeysAndArgumentsGatherFromHoweverManyLayers) {
+  highest->registerArrayForKey("k");
+  bottom->setObjectForKey(list({"deep"}), "k");
+  top->setObjectForKey(list({"middle"}), "k");
+  highest->setObjectForKey("own", "k");
+  EXPECT_EQ(highest->objectForKey("k"), list({"own", "middle", "deep"}));
+  EXPECT_EQ(highest->settingsForArrayValue("deep", "k"), bottom.get());
+  bottom->addArgument("argument");
+  EXPECT_EQ(highest->arguments(), list({"argument"}));
+  EXPECT_EQ(highest->settingsForArgument("argument"), bottom.get());
+  std::string names;
+  highest->enumerateSettings([&](GBSettings &layer, bool *) { names += layer.name() + " "; });
+  EXPECT_EQ(names, "highest above top bottom ");
+}
+
+TEST_F(GBSettingsLayers, AValueMayBePartOfWhatItChanges) {
+  top->registerArrayForKey("k");
+  top->setObjectForLocalKey("z", "k");
+  top->setObjectForKey(top->storage().at("k"), "k");
+  EXPECT_EQ(top->objectForLocalKey("k"), list({"z", "z"}));
+  top->setObjectForKey(top->storage().at("k"), "k");
+  EXPECT_EQ(top->objectForLocalKey("k"), list({"z", "z", "z", "z"}));
+  top->setObjectForKey(top->storage().at("k").array().front(), "k");
+  EXPECT_EQ(top->objectForLocalKey("k"), list({"z", "z", "z", "z", "z"}));
+
+  top->setObjectForKey("whole", "ordinary");
+  top->setObjectForKey(top->storage().at("ordinary"), "ordinary");
+  EXPECT_EQ(top->objectForKey("ordinary"), Value("whole"));
+  top->setObjectForKey(top->storage().at("k"), "ordinary");
+  EXPECT_EQ(top->objectForKey("ordinary"), top->objectForLocalKey("k"));
 }
 
 TEST_F(GBSettingsLayers, ArrayKeyOfTheTopGathersWhatIsAnOrdinaryValueBelow) {
@@ -165,6 +216,20 @@ TEST_F(GBSettingsLayers, TypedAccessors) {
   EXPECT_EQ(top->floatForKey("none"), 0.0);
   top->setObjectForKey(" 12abc", "text");
   EXPECT_EQ(top->integerForKey("text"), 12);
+}
+
+TEST_F(GBSettingsLayers, TypedSettersAppendToAnArrayKeyToo) {
+  top->registerArrayForKey("k");
+  top->setBool(true, "k");
+  top->setInteger(-5, "k");
+  top->setUnsignedInteger(7, "k");
+  top->setFloat(2.5, "k");
+  const Value gathered = top->objectForKey("k");
+  ASSERT_EQ(gathered, list({true, -5, 7, 2.5}));
+  std::vector<Value::Type> types;
+  for (const Value &element : gathered.array()) types.push_back(element.type());
+  EXPECT_EQ(types, (std::vector<Value::Type>{Value::Type::boolean, Value::Type::signedInteger,
+                                             Value::Type::unsignedInteger, Value::Type::real}));
 }
 
 TEST_F(GBSettingsLayers, TheUnsignedGetterGoesThroughTheSignedConversion) {
