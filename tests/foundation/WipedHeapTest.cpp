@@ -1,9 +1,12 @@
 // A child process frees what it knows, and its memory is searched for that.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -119,6 +122,41 @@ TEST_F(WipedHeapTest, WhatGrowsLeavesNothingWhereItWas) {
   EXPECT_TRUE(result.findings.empty()) << told(result);
 }
 
+// Large enough to be given room to grow in place.
+TEST_F(WipedHeapTest, WhatGrowsInItsRoomLeavesNothingEither) {
+  const auto result = memoryAfter([](const std::string &text) {
+    constexpr std::size_t kEnd = 100000;
+    std::vector<char *> blocks;
+    for (const std::size_t givenBack : {std::size_t{0}, std::size_t{100}, std::size_t{40000}}) {
+      std::size_t size = 24;
+      auto *block = static_cast<char *>(std::malloc(size));
+      for (; size < kEnd; size += 64) {
+        block = static_cast<char *>(std::realloc(block, size));
+        if (size > kSize) unmask(block + size - kSize, text, kSize);
+      }
+      wipeMemory(block, givenBack);
+      blocks.push_back(static_cast<char *>(std::realloc(block, givenBack)));
+    }
+  });
+  EXPECT_TRUE(result.findings.empty()) << told(result);
+}
+
+// Parsers grow a text by a few bytes at a time. Moved each time, this one would take most of a minute.
+TEST_F(WipedHeapTest, GrowingInSmallStepsTakesTimeInProportionToTheSize) {
+  constexpr std::size_t kEnd = std::size_t{16} << 20;
+  const auto start = std::chrono::steady_clock::now();
+  char *block = nullptr;
+  for (std::size_t size = 64; size <= kEnd; size += 64) {
+    block = static_cast<char *>(std::realloc(block, size));
+    ASSERT_NE(block, nullptr);
+    block[size - 64] = static_cast<char>(size / 64);
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
+  for (std::size_t size = 64; size <= kEnd; size += 64)
+    ASSERT_EQ(block[size - 64], static_cast<char>(size / 64)) << size;
+  std::free(block);
+}
+
 TEST_F(WipedHeapTest, AStreamLeavesNothingInItsBuffer) {
   const auto result = memoryAfter([](const std::string &text) {
     std::FILE *const stream = std::fopen("/dev/null", "w");
@@ -135,6 +173,17 @@ TEST_F(WipedHeapTest, ReallocKeepsItsPromises) {
   block = std::realloc(block, 100000);
   ASSERT_NE(block, nullptr);
   EXPECT_EQ(std::memcmp(block, "0123456789", 10), 0);
+  block = std::realloc(block, 120000);
+  ASSERT_NE(block, nullptr);
+  EXPECT_GE(malloc_usable_size(block), 120000U);
+  std::memset(block, 'x', malloc_usable_size(block));  // who asks how much there is may use it
+  std::memcpy(block, "0123456789", 10);
+  block = std::realloc(block, 400000);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(std::memcmp(block, "0123456789x", 11), 0);
+  EXPECT_EQ(static_cast<char *>(block)[119999], 'x');
+  EXPECT_EQ(std::realloc(block, PTRDIFF_MAX), nullptr);
+  EXPECT_EQ(std::memcmp(block, "0123456789x", 11), 0);
   block = std::realloc(block, 5);
   ASSERT_NE(block, nullptr);
   EXPECT_EQ(std::memcmp(block, "01234", 5), 0);
