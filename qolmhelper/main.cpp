@@ -19,6 +19,7 @@
 #include "foundation/StandardStreams.h"
 #include "foundation/Text.h"
 #include "platform/Dispatch.h"
+#include "qolmhelper/ConfigurationFile.h"
 #include "qolmhelper/TNConnectorL2TP.h"
 #include "qolmhelper/TNConnectorPPTP.h"
 
@@ -150,7 +151,7 @@ int main(int argc, char *argv[]) {
   const char *const path = config_path.bytes;
   config_t config;
   config_init(&config);
-  if (config_read_file(&config, path) != CONFIG_TRUE) {
+  if (!TN::readConfiguration(&config, path)) {
     // A file that cannot be opened has no error file.
     const char *const file = config_error_file(&config);
     std::fprintf(stderr, "error parse config: %s\n", path);

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 
 #include "tests/qolmhelper/ToolProcess.h"
@@ -195,6 +196,37 @@ TEST(Configuration, UserNamesMayHoldBlanksAndBackslashes) {
              call.find("AuthName=\"DOMAIN\\first last\"") != std::string::npos;
   }
   EXPECT_TRUE(found);
+}
+
+// The time it takes is a user's; a sanitizer's heap takes its own.
+TEST(Configuration, ASettingOfMegabytesIsReadInASecond) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer brings a heap of its own";
+#endif
+  constexpr std::size_t kSize = std::size_t{4} << 20;
+  std::string escaped;
+  while (escaped.size() < kSize) escaped += "x\\\\";
+  for (const std::string &value : {std::string(kSize, 'x'), escaped}) {
+    auto values = kKeys;
+    values["password"] = value;
+    const auto start = std::chrono::steady_clock::now();
+    const Outcome outcome = runConfigured(configurationOf(values));
+    // Several times what it takes on a machine that has other work.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
+    EXPECT_EQ(outcome.error, "Cannot get authorization!");
+    EXPECT_GT(outcome.output.size(), kSize / 2);
+  }
+}
+
+TEST(Configuration, WhatIsWrongWithALongFileIsToldAsOfAShortOne) {
+  const std::string longText = configurationOf(kKeys) + "long = \"" + std::string(100000, 'x') + "\";\n";
+  const std::string zero("\0", 1);
+  for (const std::string &end : {std::string("other = ;\n"), "other = " + zero + "5;\n"}) {
+    const Outcome outcome = runConfigured(longText + end);
+    EXPECT_EQ(outcome.error, "error parse config: config.qolm\nconfig.qolm:7 - syntax error\n");
+    EXPECT_EQ(outcome.status, 1);
+  }
+  EXPECT_EQ(runConfigured(longText).output.find("protocol: pptpip: 192.0.2.1"), 0U);
 }
 
 // Text that is not UTF-8 is a null object: a service cannot hold it, while a secret is then simply one of no bytes.
