@@ -120,6 +120,14 @@ l2tp_port_is() { # what a server says takes a moment until it is in its file
   esac
 }
 
+# expect_ms_chap_v2 SERVER: that server's pppd has asked for MS-CHAPv2, for nothing else, and let the user in.
+expect_ms_chap_v2() {
+  local log=/var/log/$1-ppp.log
+  expect_file_has srv "$log" "<auth chap MS-v2>"
+  ! grep "sent \[LCP ConfReq.*<auth" "$(root_of srv)$log" | grep -vF "<auth chap MS-v2>" || fail "$1 asks for something else than MS-CHAPv2"
+  expect_file_has srv "$log" "sent [CHAP Success"
+}
+
 # The network services of cli: lab/guest/preferences.py says what can be asked.
 expect_preferences() {
   /usr/bin/python3 -S -B "$lab/guest/preferences.py" "$(root_of cli)/etc/vpnctl/preferences.plist" "$@" ||

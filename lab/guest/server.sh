@@ -125,7 +125,6 @@ port = 1701
 [lns default]
 ip range = $TUNNEL_CLIENT-${TUNNEL_CLIENT%.*}.9
 local ip = $TUNNEL_SERVER
-require chap = yes
 refuse pap = yes
 require authentication = yes
 name = xl2tpd
