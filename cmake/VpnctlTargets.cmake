@@ -1,28 +1,41 @@
-# What every target of this project shares: language, warnings as errors, sanitizers. Rooms declare their targets with
-# vpnctl_library() and vpnctl_executable(); nothing else sets compiler flags.
+# What every target of this project shares: language, warnings, hardening, sanitizers. Rooms declare their targets with
+# vpnctl_library() and vpnctl_executable(); nothing else sets compiler flags. That warnings are errors is the presets' business:
+# who builds a release has another compiler than we.
 
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Debug, Release, RelWithDebInfo, None ..." FORCE)
+endif()
+include(CheckCXXSourceCompiles)
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 
+# Hardening is for everything, pppd's plugin too, which does not use vpnctl_options.
+add_library(vpnctl_hardening INTERFACE)
+target_compile_options(vpnctl_hardening INTERFACE -fstack-protector-strong)
+# All symbols are bound at the start: binding one at its first call saves the vector registers on the stack, and with them
+# what was last copied, secrets too.
+target_link_options(vpnctl_hardening INTERFACE -Wl,-z,relro,-z,now)
+if(CMAKE_BUILD_TYPE STREQUAL "Release" OR CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+  # A distribution's flags, or its compiler, may have chosen already.
+  set(CMAKE_REQUIRED_FLAGS -O2)
+  check_cxx_source_compiles("#ifdef _FORTIFY_SOURCE\n#error chosen\n#endif\nint main() {}" VPNCTL_FORTIFY)
+  unset(CMAKE_REQUIRED_FLAGS)
+  if(VPNCTL_FORTIFY AND NOT VPNCTL_SANITIZE)
+    target_compile_definitions(vpnctl_hardening INTERFACE _FORTIFY_SOURCE=2)
+  endif()
+endif()
+
 add_library(vpnctl_options INTERFACE)
+target_link_libraries(vpnctl_options INTERFACE vpnctl_hardening)
 target_compile_features(vpnctl_options INTERFACE cxx_std_20 c_std_11)
 target_compile_options(vpnctl_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Wvla -Werror
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Wvla $<$<BOOL:${VPNCTL_WERROR}>:-Werror>
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
   $<$<CXX_COMPILER_ID:GNU>:$<$<COMPILE_LANGUAGE:CXX>:-Wsuggest-override>>
   # At -O3 g++ 12 sees overlapping copies inside of std::string's operator+ (GCC bug 105651).
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
-  -fstack-protector-strong)
-# All symbols are bound at the start: binding one at its first call saves the vector registers on the stack, and with them
-# what was last copied, secrets too.
-target_link_options(vpnctl_options INTERFACE -Wl,-z,relro,-z,now)
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>)
 target_include_directories(vpnctl_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
-if(CMAKE_BUILD_TYPE STREQUAL "Release" OR CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
-  if(NOT VPNCTL_SANITIZE)
-    target_compile_definitions(vpnctl_options INTERFACE _FORTIFY_SOURCE=2)
-  endif()
-endif()
 if(VPNCTL_SANITIZE)
   # The check of virtual tables opens a pipe to look at an object. With no descriptor left, which is what some tests are
   # about, it takes every object for none.
