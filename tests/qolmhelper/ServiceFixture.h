@@ -5,29 +5,41 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/fake/FakePlatform.h"
-#include "qolmhelper/TNConnectorPPPService.h"
+#include "qolmhelper/TNConnectorPPP.h"
 
 namespace TN {
 
 inline constexpr const char *kFirstID = "00000000-0000-4000-8000-000000000001";
 
 class ServiceFixture : public testing::Test {
- protected:
-  ServiceFixture() { platform_.reset(); }
+ public:
+  // A protocol's connector, and what their common base does not know.
+  struct Made {
+    std::shared_ptr<TNConnectorPPP> connector;
+    std::function<std::int32_t()> createConnection;
+  };
 
   template <class Connector>
-  static std::shared_ptr<TNConnectorPPPService> make(std::optional<std::string> server = "192.0.2.1",
-                                                     std::optional<std::string> username = "ann") {
+  static Made make(std::optional<std::string> server = "192.0.2.1", std::optional<std::string> username = "ann") {
     auto connector = std::make_shared<Connector>(std::move(server), std::move(username), foundation::Secret("pw"),
                                                  foundation::Secret("ss"));
     connector->authorize();
-    return connector;
+    return {connector, [connector] { return connector->createConnection(); }};
+  }
+
+ protected:
+  ServiceFixture() { platform_.reset(); }
+
+  void use(Made made) {
+    connector_ = std::move(made.connector);
+    createConnection_ = std::move(made.createConnection);
   }
 
   void addService(std::optional<std::string> name) {
@@ -39,7 +51,7 @@ class ServiceFixture : public testing::Test {
   // Runs createConnection with standard error caught.
   std::int32_t create() {
     testing::internal::CaptureStderr();
-    const std::int32_t result = connector_->createConnection();
+    const std::int32_t result = createConnection_();
     error_ = testing::internal::GetCapturedStderr();
     return result;
   }
@@ -66,7 +78,8 @@ class ServiceFixture : public testing::Test {
   }
 
   platform::fake::FakePlatform &platform_ = platform::fake::FakePlatform::instance();
-  std::shared_ptr<TNConnectorPPPService> connector_;  // a deriving fixture makes it
+  std::shared_ptr<TNConnectorPPP> connector_;  // a deriving fixture makes it
+  std::function<std::int32_t()> createConnection_;
   std::string error_;
 };
 

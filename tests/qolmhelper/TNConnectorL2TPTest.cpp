@@ -9,7 +9,7 @@ using foundation::Value;
 
 class TNConnectorL2TPTest : public ServiceFixture {
  protected:
-  TNConnectorL2TPTest() { connector_ = make<TNConnectorL2TP>(); }
+  TNConnectorL2TPTest() { use(make<TNConnectorL2TP>()); }
 };
 
 TEST_F(TNConnectorL2TPTest, MakesTheServiceStepByStep) {
@@ -86,14 +86,14 @@ TEST_F(TNConnectorL2TPTest, ReplacesAPPTPServiceAndIsReplacedByOne) {
     return layers;
   };
   using Layers = std::vector<std::vector<std::string>>;
-  connector_ = make<TNConnectorPPTP>();
+  use(make<TNConnectorPPTP>());
   create();
   EXPECT_EQ(storedLayers(), (Layers{{"PPP", "PPTP", "IPv4"}}));
-  connector_ = make<TNConnectorL2TP>();
+  use(make<TNConnectorL2TP>());
   create();
   EXPECT_EQ(storedLayers(), (Layers{{"PPP", "L2TP", "IPv4"}}));
   EXPECT_EQ(platform_.items.size(), 2u);
-  connector_ = make<TNConnectorPPTP>();
+  use(make<TNConnectorPPTP>());
   create();
   EXPECT_EQ(storedLayers(), (Layers{{"PPP", "PPTP", "IPv4"}}));
   EXPECT_TRUE(platform_.services.front().extendedConfigurations.empty());

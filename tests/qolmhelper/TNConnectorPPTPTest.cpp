@@ -6,7 +6,7 @@ namespace {
 
 class TNConnectorPPTPTest : public ServiceFixture {
  protected:
-  TNConnectorPPTPTest() { connector_ = make<TNConnectorPPTP>(); }
+  TNConnectorPPTPTest() { use(make<TNConnectorPPTP>()); }
 };
 
 TEST_F(TNConnectorPPTPTest, MakesTheServiceStepByStep) {

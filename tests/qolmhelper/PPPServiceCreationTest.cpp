@@ -1,4 +1,4 @@
-// What holds for every protocol: each test runs for all of them.
+// What holds for every protocol's connector: each test runs for all of them.
 
 #include <unistd.h>
 
@@ -23,18 +23,11 @@ using platform::fake::StatusChange;
 struct Protocol {
   std::string name;   // as the banner says it
   std::string layer;  // below PPP
-  std::shared_ptr<TNConnectorPPPService> (*make)(std::optional<std::string> server,
-                                                 std::optional<std::string> username);
+  ServiceFixture::Made (*make)(std::optional<std::string> server, std::optional<std::string> username);
 };
 
-class ServiceOfAProtocol : public ServiceFixture {
- protected:
-  static Protocol l2tp() { return {"l2tp", "L2TP", make<TNConnectorL2TP>}; }
-  static Protocol pptp() { return {"pptp", "PPTP", make<TNConnectorPPTP>}; }
-  friend std::vector<Protocol> protocols();
-};
-
-std::vector<Protocol> protocols() { return {ServiceOfAProtocol::l2tp(), ServiceOfAProtocol::pptp()}; }
+const std::vector<Protocol> kProtocols{{"l2tp", "L2TP", ServiceFixture::make<TNConnectorL2TP>},
+                                       {"pptp", "PPTP", ServiceFixture::make<TNConnectorPPTP>}};
 
 // Whether that thread of ours comes to wait for something.
 bool sleeps(pid_t thread) {
@@ -48,14 +41,14 @@ bool sleeps(pid_t thread) {
   return false;
 }
 
-class TNConnectorPPPServiceTest : public ServiceOfAProtocol, public testing::WithParamInterface<Protocol> {
+class PPPServiceCreationTest : public ServiceFixture, public testing::WithParamInterface<Protocol> {
  protected:
-  TNConnectorPPPServiceTest() { connector_ = GetParam().make("192.0.2.1", "ann"); }
+  PPPServiceCreationTest() { use(GetParam().make("192.0.2.1", "ann")); }
 };
-INSTANTIATE_TEST_SUITE_P(Protocols, TNConnectorPPPServiceTest, testing::ValuesIn(protocols()),
+INSTANTIATE_TEST_SUITE_P(Protocols, PPPServiceCreationTest, testing::ValuesIn(kProtocols),
                          [](const auto &parameter) { return parameter.param.layer; });
 
-TEST_P(TNConnectorPPPServiceTest, StoresTheServiceWithItsEntriesOnTopOfTheDefaults) {
+TEST_P(PPPServiceCreationTest, StoresTheServiceWithItsEntriesOnTopOfTheDefaults) {
   create();
   ASSERT_EQ(platform_.services.size(), 1u);
   const Service &service = platform_.services.front();
@@ -74,7 +67,7 @@ TEST_P(TNConnectorPPPServiceTest, StoresTheServiceWithItsEntriesOnTopOfTheDefaul
   EXPECT_FALSE(service.protocols.at("IPv6").find("OverridePrimary"));
 }
 
-TEST_P(TNConnectorPPPServiceTest, StoresBothSecretsUnderTheServicesName) {
+TEST_P(PPPServiceCreationTest, StoresBothSecretsUnderTheServicesName) {
   create();
   ASSERT_EQ(platform_.items.size(), 2u);
   EXPECT_EQ(platform_.items[0].service, std::string(kFirstID) + ".SS");
@@ -84,7 +77,7 @@ TEST_P(TNConnectorPPPServiceTest, StoresBothSecretsUnderTheServicesName) {
   EXPECT_EQ(platform_.items[1].secret, "pw");
 }
 
-TEST_P(TNConnectorPPPServiceTest, ThePasswordIsInTheKeychainOnly) {
+TEST_P(PPPServiceCreationTest, ThePasswordIsInTheKeychainOnly) {
   create();
   for (const std::string &call : platform_.calls("SC")) {
     EXPECT_EQ(call.find("\"pw\""), std::string::npos) << call;
@@ -92,7 +85,7 @@ TEST_P(TNConnectorPPPServiceTest, ThePasswordIsInTheKeychainOnly) {
   }
 }
 
-TEST_P(TNConnectorPPPServiceTest, RemovesTheFirstServiceOfItsNameOnly) {
+TEST_P(PPPServiceCreationTest, RemovesTheFirstServiceOfItsNameOnly) {
   for (const char *const name : {"Other", "Corvanelle", "Corvanelle"}) addService(name);
   const std::string second = platform_.services[2].serviceID;
   create();
@@ -102,7 +95,7 @@ TEST_P(TNConnectorPPPServiceTest, RemovesTheFirstServiceOfItsNameOnly) {
   EXPECT_EQ(count("SCNetworkServiceRemove"), 1u);
 }
 
-TEST_P(TNConnectorPPPServiceTest, ComparesNamesExactly) {
+TEST_P(PPPServiceCreationTest, ComparesNamesExactly) {
   addService("corvanelle");
   addService("CORVANELLE");
   addService("Corvanelle 2");
@@ -113,7 +106,7 @@ TEST_P(TNConnectorPPPServiceTest, ComparesNamesExactly) {
   EXPECT_EQ(platform_.services.size(), 6u);
 }
 
-TEST_P(TNConnectorPPPServiceTest, WithoutAServiceListItGivesUp) {
+TEST_P(PPPServiceCreationTest, WithoutAServiceListItGivesUp) {
   addService("Corvanelle");
   platform_.fail("SCNetworkServiceCopyAll", 1003);
   EXPECT_EQ(create(), 1003);
@@ -121,7 +114,7 @@ TEST_P(TNConnectorPPPServiceTest, WithoutAServiceListItGivesUp) {
   expectNothingStored({"Corvanelle"});
 }
 
-TEST_P(TNConnectorPPPServiceTest, WithoutTheProtocolsInterfaceItGivesUp) {
+TEST_P(PPPServiceCreationTest, WithoutTheProtocolsInterfaceItGivesUp) {
   addService("Corvanelle");
   platform_.fail("SCNetworkInterfaceCreateWithInterface", 1001);
   EXPECT_EQ(create(), 1001);
@@ -130,7 +123,7 @@ TEST_P(TNConnectorPPPServiceTest, WithoutTheProtocolsInterfaceItGivesUp) {
   expectNothingStored({"Corvanelle"});
 }
 
-TEST_P(TNConnectorPPPServiceTest, WithoutAPPPInterfaceItGivesUp) {
+TEST_P(PPPServiceCreationTest, WithoutAPPPInterfaceItGivesUp) {
   addService("Corvanelle");
   platform_.fail("SCNetworkInterfaceCreateWithInterface", 1002, 1, 1);
   EXPECT_EQ(create(), 1002);
@@ -143,9 +136,9 @@ struct SavingStep {
   std::vector<std::string> notReached;
 };
 
-class UnsavedService : public ServiceOfAProtocol, public testing::WithParamInterface<std::tuple<Protocol, SavingStep>> {
+class UnsavedService : public ServiceFixture, public testing::WithParamInterface<std::tuple<Protocol, SavingStep>> {
  protected:
-  UnsavedService() { connector_ = std::get<Protocol>(GetParam()).make("192.0.2.1", "ann"); }
+  UnsavedService() { use(std::get<Protocol>(GetParam()).make("192.0.2.1", "ann")); }
 };
 
 // Nothing is said, the items are written all the same, and there is no connection.
@@ -167,7 +160,7 @@ TEST_P(UnsavedService, LeavesNoConnectionButTheItems) {
 }
 INSTANTIATE_TEST_SUITE_P(
     Steps, UnsavedService,
-    testing::Combine(testing::ValuesIn(protocols()),
+    testing::Combine(testing::ValuesIn(kProtocols),
                      testing::Values(SavingStep{"SCNetworkSetCopyCurrent",
                                                 {"SCNetworkSetAddService", "SCPreferencesCommitChanges",
                                                  "SCPreferencesApplyChanges", "SCPreferencesSynchronize"}},
@@ -181,7 +174,7 @@ INSTANTIATE_TEST_SUITE_P(
       return std::get<Protocol>(parameter.param).layer + std::get<SavingStep>(parameter.param).failing;
     });
 
-TEST_P(TNConnectorPPPServiceTest, UntestedResultsDoNotStopIt) {
+TEST_P(PPPServiceCreationTest, UntestedResultsDoNotStopIt) {
   platform_.fail("SCNetworkServiceSetName", 1005);
   platform_.fail("SCNetworkServiceEstablishDefaultConfiguration", 1001);
   platform_.fail("SCNetworkProtocolSetConfiguration", 1001);
@@ -194,20 +187,20 @@ TEST_P(TNConnectorPPPServiceTest, UntestedResultsDoNotStopIt) {
   EXPECT_NE(connector_->connection(), nullptr);
 }
 
-TEST_P(TNConnectorPPPServiceTest, AConnectionThatCannotBeMadeIsNone) {
+TEST_P(PPPServiceCreationTest, AConnectionThatCannotBeMadeIsNone) {
   platform_.fail("SCNetworkConnectionCreateWithServiceID", 1001);
   EXPECT_EQ(create(), 0);
   EXPECT_EQ(connector_->connection(), nullptr);
 }
 
-TEST_P(TNConnectorPPPServiceTest, ASecondAskGivesTheSameConnection) {
+TEST_P(PPPServiceCreationTest, ASecondAskGivesTheSameConnection) {
   const auto first = connector_->connection();
   EXPECT_NE(first, nullptr);
   EXPECT_EQ(connector_->connection(), first);
   EXPECT_EQ(count("SCNetworkServiceCreate"), 1u);
 }
 
-TEST_P(TNConnectorPPPServiceTest, WithoutAConnectionEachAskTriesAgain) {
+TEST_P(PPPServiceCreationTest, WithoutAConnectionEachAskTriesAgain) {
   platform_.fail("SCPreferencesCommitChanges", 3005, 2);
   EXPECT_EQ(connector_->connection(), nullptr);
   EXPECT_EQ(connector_->connection(), nullptr);
@@ -219,28 +212,28 @@ TEST_P(TNConnectorPPPServiceTest, WithoutAConnectionEachAskTriesAgain) {
   EXPECT_EQ(count("SCNetworkServiceCreate"), 3u);
 }
 
-TEST_P(TNConnectorPPPServiceTest, TwoRunsLeaveOneServiceAndTwoItems) {
+TEST_P(PPPServiceCreationTest, TwoRunsLeaveOneServiceAndTwoItems) {
   create();
-  connector_ = GetParam().make("192.0.2.1", "ann");
+  use(GetParam().make("192.0.2.1", "ann"));
   create();
   EXPECT_EQ(storedNames(), std::vector<std::string>{"Corvanelle"});
   EXPECT_EQ(platform_.items.size(), 2u);
 }
 
-TEST_P(TNConnectorPPPServiceTest, ANullTextInTheConfigurationIsAnUncaughtException) {
-  for (const auto &connector : {GetParam().make(std::nullopt, "ann"), GetParam().make("192.0.2.1", std::nullopt)})
-    EXPECT_THROW(connector->createConnection(), std::invalid_argument);
+TEST_P(PPPServiceCreationTest, ANullTextInTheConfigurationIsAnUncaughtException) {
+  for (const Made &made : {GetParam().make(std::nullopt, "ann"), GetParam().make("192.0.2.1", std::nullopt)})
+    EXPECT_THROW(made.createConnection(), std::invalid_argument);
 }
 
 // Its identifier is then a null text of the configuration.
-TEST_P(TNConnectorPPPServiceTest, AServiceThatCannotBeMadeIsAnUncaughtException) {
+TEST_P(PPPServiceCreationTest, AServiceThatCannotBeMadeIsAnUncaughtException) {
   addService("Other");
   platform_.fail("SCNetworkServiceCreate", 1001);
-  EXPECT_THROW(connector_->createConnection(), std::invalid_argument);
+  EXPECT_THROW(createConnection_(), std::invalid_argument);
   expectNothingStored({"Other"});
 }
 
-TEST_P(TNConnectorPPPServiceTest, ConnectSaysItsBannerFirst) {
+TEST_P(PPPServiceCreationTest, ConnectSaysItsBannerFirst) {
   platform_.up = {StatusChange{0, extendedStatus(0), 0, {}}};
   testing::internal::CaptureStderr();
   connector_->connect();
@@ -249,7 +242,7 @@ TEST_P(TNConnectorPPPServiceTest, ConnectSaysItsBannerFirst) {
   EXPECT_TRUE(error.ends_with("PPP Network connection disconnected\nExit.\n")) << error;
 }
 
-TEST_P(TNConnectorPPPServiceTest, AnotherThreadsStopWaitsForTheConnectionAndMakesNone) {
+TEST_P(PPPServiceCreationTest, AnotherThreadsStopWaitsForTheConnectionAndMakesNone) {
   std::promise<pid_t> number;
   std::thread stopper([&] {
     number.set_value(::gettid());
@@ -264,10 +257,30 @@ TEST_P(TNConnectorPPPServiceTest, AnotherThreadsStopWaitsForTheConnectionAndMake
             std::vector<std::string>{"SCNetworkConnectionStop(connection, true)"});
 }
 
-TEST_P(TNConnectorPPPServiceTest, AnotherThreadsStopAfterAFailedAttemptMakesNone) {
+TEST_P(PPPServiceCreationTest, AnotherThreadsStopAfterAFailedAttemptMakesNone) {
   platform_.fail("SCPreferencesCommitChanges", 3005, 1);
   EXPECT_EQ(connector_->connection(), nullptr);
   std::thread([&] { connector_->disconnect(); }).join();
+  EXPECT_EQ(count("SCNetworkServiceCreate"), 1u);
+  EXPECT_EQ(platform_.calls("SCNetworkConnectionStop"),
+            std::vector<std::string>{"SCNetworkConnectionStop(null, true)"});
+}
+
+TEST_P(PPPServiceCreationTest, TheThreadThatConnectsMakesTheConnectionWhoeverMadeTheConnector) {
+  platform_.up = {StatusChange{0, extendedStatus(0), 0, {}}};
+  testing::internal::CaptureStderr();
+  std::thread([&] { connector_->connect(); }).join();
+  EXPECT_TRUE(testing::internal::GetCapturedStderr().ends_with("Exit.\n"));
+  EXPECT_EQ(count("SCNetworkServiceCreate"), 1u);
+  EXPECT_EQ(count("SCNetworkConnectionStart"), 1u);
+}
+
+TEST_P(PPPServiceCreationTest, OnceAnotherThreadHasConnectedAStopMakesNone) {
+  platform_.fail("SCPreferencesCommitChanges", 3005, 1);
+  testing::internal::CaptureStderr();
+  std::thread([&] { connector_->connect(); }).join();
+  connector_->disconnect();
+  testing::internal::GetCapturedStderr();
   EXPECT_EQ(count("SCNetworkServiceCreate"), 1u);
   EXPECT_EQ(platform_.calls("SCNetworkConnectionStop"),
             std::vector<std::string>{"SCNetworkConnectionStop(null, true)"});

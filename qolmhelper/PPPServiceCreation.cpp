@@ -1,10 +1,8 @@
-#include "qolmhelper/TNConnectorPPPService.h"
+#include "qolmhelper/PPPServiceCreation.h"
 
 #include <cstdio>
-#include <utility>
 #include <vector>
 
-#include "TNUtils/TNKeyChain.h"
 #include "foundation/Text.h"
 
 namespace TN {
@@ -12,6 +10,7 @@ namespace {
 
 using foundation::element;
 using foundation::Value;
+using Text = TNConnectorPPP::Text;
 
 constexpr const char *kServiceName = "Corvanelle";
 
@@ -46,90 +45,59 @@ std::optional<std::string> save(const platform::SCPreferencesRef &preferences,
   return platform::SCNetworkServiceGetServiceID(service);
 }
 
-std::int32_t fail(const char *message) {
-  const std::int32_t error = platform::SCError();
-  std::fputs(message, stderr);
-  return error;
-}
-
-}  // namespace
-
 // Whom to call, as whom, and under which name the keychain has the password.
-void TNConnectorPPPService::configurePPP(const platform::SCNetworkInterfaceRef &interface,
-                                         const Text &serviceID) const {
+void configurePPP(const platform::SCNetworkInterfaceRef &interface, const TNConnectorPPP &connector,
+                  const Text &serviceID) {
   Value configuration = platform::SCNetworkInterfaceGetConfiguration(interface);
-  configuration.set(platform::kSCPropNetPPPAuthName, element(username()));
+  configuration.set(platform::kSCPropNetPPPAuthName, element(connector.username()));
   configuration.set(platform::kSCPropNetPPPAuthPasswordEncryption,
                     platform::kSCValNetPPPAuthPasswordEncryptionKeychain);
   configuration.set(platform::kSCPropNetPPPAuthPassword, element(serviceID));
-  configuration.set(platform::kSCPropNetPPPCommRemoteAddress, element(server()));
+  configuration.set(platform::kSCPropNetPPPCommRemoteAddress, element(connector.server()));
   configuration.set("AlertEnable", 0);
   platform::SCNetworkInterfaceSetConfiguration(interface, configuration);
 }
 
-void TNConnectorPPPService::configureInterface(const platform::SCNetworkInterfaceRef &, const Text &) const {}
+}  // namespace
 
-std::int32_t TNConnectorPPPService::createConnection() {
+std::optional<PPPService> createPPPService(const TNConnectorPPP &connector, const PPPServiceProtocol &protocol,
+                                           std::int32_t *error) {
+  const auto giveUp = [error](const char *message) {
+    *error = platform::SCError();
+    std::fputs(message, stderr);
+    return std::nullopt;
+  };
   const platform::SCPreferencesRef preferences =
-      platform::SCPreferencesCreateWithAuthorization(kServiceName, std::nullopt, auth());
-  if (!preferences && protocol().needsPreferences) return platform::SCError();
+      platform::SCPreferencesCreateWithAuthorization(kServiceName, std::nullopt, connector.auth());
+  if (!preferences && protocol.needsPreferences) return giveUp("");
   const auto services = platform::SCNetworkServiceCopyAll(preferences);
-  if (!services) return fail("No network services\n");
+  if (!services) return giveUp("No network services\n");
   removeFirstServiceOfOurName(*services);
 
   const platform::SCNetworkInterfaceRef lower =
-      platform::SCNetworkInterfaceCreateWithInterface(platform::kSCNetworkInterfaceIPv4, protocol().interfaceType);
-  if (!lower) return fail(protocol().noInterface);
+      platform::SCNetworkInterfaceCreateWithInterface(platform::kSCNetworkInterfaceIPv4, protocol.interfaceType);
+  if (!lower) return giveUp(protocol.noInterface);
   const platform::SCNetworkInterfaceRef ppp =
       platform::SCNetworkInterfaceCreateWithInterface(lower, platform::kSCNetworkInterfaceTypePPP);
-  if (!ppp) return fail("Error creating PPP interface!\n");
+  if (!ppp) return giveUp("Error creating PPP interface!\n");
 
   const platform::SCNetworkServiceRef service = platform::SCNetworkServiceCreate(preferences, ppp);
   platform::SCNetworkServiceSetName(service, kServiceName);
   platform::SCNetworkServiceEstablishDefaultConfiguration(service);
-  const std::optional<std::string> serviceID = platform::SCNetworkServiceGetServiceID(service);
+  PPPService created{.serviceID = platform::SCNetworkServiceGetServiceID(service), .savedID = std::nullopt};
   const platform::SCNetworkInterfaceRef interface = platform::SCNetworkServiceGetInterface(service);
 
-  configureInterface(interface, serviceID);
+  if (protocol.configureInterface != nullptr) protocol.configureInterface(interface, created.serviceID);
   configureIPv4(service);
-  configurePPP(interface, serviceID);
+  configurePPP(interface, connector, created.serviceID);
+  created.savedID = save(preferences, service);
+  return created;
+}
 
-  const std::optional<std::string> savedID = save(preferences, service);
-  storePasswordForServiceUID(serviceID);  // whether or not it was saved
-
+platform::SCNetworkConnectionRef createPPPConnection(const PPPService &service, TNConnectorPPP *connector) {
   platform::SCNetworkConnectionContext context;
-  context.info = static_cast<TNConnectorPPP *>(this);  // what the callback expects
-  setOwnConnection(platform::SCNetworkConnectionCreateWithServiceID(savedID, PPPNetworkConnectionCallBack, context));
-  return platform::kSCStatusOK;
-}
-
-platform::SCNetworkConnectionRef TNConnectorPPPService::connection() {
-  std::unique_lock lock(mutex_);
-  if (connection_) return connection_;
-  if (std::this_thread::get_id() != owner_) {
-    changed_.wait(lock, [this] { return tried_; });
-    return connection_;
-  }
-  lock.unlock();
-  createConnection();
-  lock.lock();
-  tried_ = true;
-  changed_.notify_all();
-  return connection_;
-}
-
-void TNConnectorPPPService::setOwnConnection(platform::SCNetworkConnectionRef connection) {
-  const std::lock_guard lock(mutex_);
-  connection_.swap(connection);  // the old one goes outside the lock
-}
-
-void TNConnectorPPPService::connect() {
-  std::fputs(protocol().banner, stderr);
-  TNConnectorPPP::connect();
-}
-
-void TNConnectorPPPService::storePasswordForServiceUID(const Text &serviceID) {
-  TNKeyChain::storePasswordsForService(serviceID, sharedSecret(), username(), password());
+  context.info = connector;  // what the callback expects
+  return platform::SCNetworkConnectionCreateWithServiceID(service.savedID, PPPNetworkConnectionCallBack, context);
 }
 
 }  // namespace TN
