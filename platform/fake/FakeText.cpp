@@ -24,6 +24,7 @@ std::string quoted(const std::optional<std::string> &text) { return text ? quote
 std::string oneLine(const foundation::Value &value) {
   if (value.isNull()) return "null";
   if (value.isString()) return quoted(std::string_view(value.string()));
+  if (value.type() == foundation::Value::Type::boolean) return value.boolValue() ? "true" : "false";
   std::string result;
   const auto separate = [&result] { result += result.empty() ? "" : ", "; };
   if (value.isDictionary()) {

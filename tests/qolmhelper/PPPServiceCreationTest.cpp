@@ -67,6 +67,16 @@ TEST_P(PPPServiceCreationTest, StoresTheServiceWithItsEntriesOnTopOfTheDefaults)
   EXPECT_FALSE(service.protocols.at("IPv6").find("OverridePrimary"));
 }
 
+// A boolean compares equal to its number, but a property list keeps them apart.
+TEST_P(PPPServiceCreationTest, OverridePrimaryAndAlertEnableAreNumbers) {
+  create();
+  const Service &service = platform_.services.front();
+  EXPECT_EQ(service.configuration["AlertEnable"].type(), Value(0).type());
+  EXPECT_EQ(service.protocols.at("IPv4")["OverridePrimary"].type(), Value(1).type());
+  EXPECT_NE(platform_.calls("SCNetworkInterfaceSetConfiguration").front().find("AlertEnable=0,"), std::string::npos);
+  EXPECT_NE(platform_.calls("SCNetworkProtocolSetConfiguration").front().find("OverridePrimary=1}"), std::string::npos);
+}
+
 TEST_P(PPPServiceCreationTest, StoresBothSecretsUnderTheServicesName) {
   create();
   ASSERT_EQ(platform_.items.size(), 2u);

@@ -213,7 +213,10 @@ TEST_F(TNConnectorPPPTest, APPPEntryThatIsNoDictionaryHasNoCause) {
   EXPECT_EQ(change(0, 0, 0), "PPP Network connection disconnected\n");
 }
 
+// Whatever the last call has left behind.
 TEST_F(TNConnectorPPPTest, TheShortFormHasNoError) {
+  connector_->connection();
+  platform::setSCError(2002);
   testing::internal::CaptureStderr();
   connector_->connectionStatusChanged(0, 0);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "PPP Network connection disconnected\n");

@@ -81,9 +81,9 @@ TEST(FakeText, WritesArgumentsOnOneLine) {
   EXPECT_EQ(quoted(std::string_view("a\n\xff")), "\"a\\x0a\\xff\"");
   EXPECT_EQ(quoted(std::optional<std::string>()), "null");
   foundation::Value value;
-  value.set("B", foundation::Value::Array{1, "x"});
+  value.set("B", foundation::Value::Array{1, "x", true, false});
   value.set("A", foundation::Value::Dictionary{});
-  EXPECT_EQ(oneLine(value), "{A={}, B=[1, \"x\"]}");
+  EXPECT_EQ(oneLine(value), "{A={}, B=[1, \"x\", true, false]}");
   EXPECT_EQ(oneLine(foundation::Value()), "null");
 }
 
