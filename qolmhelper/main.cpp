@@ -8,14 +8,15 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string>
 
 #include "foundation/ProcessMemory.h"
-#include "foundation/Secret.h"
 #include "foundation/StandardStreams.h"
 #include "foundation/Text.h"
 #include "platform/Dispatch.h"
@@ -38,8 +39,10 @@ struct {
   const char zero = '\0';
 } config_path;
 
-// The echo goes through a buffer of our own, which is wiped when it is out.
-std::array<char, BUFSIZ> output_buffer;
+constexpr std::array kKeys{"protocol", "ip", "username", "password", "shared_secret"};
+
+// Never destroyed once it has been read: what it holds stays until the process ends.
+config_t settings;
 
 void print_usage() { std::printf("Usage: %s -c config\n\n", "vpnctl"); }
 
@@ -66,15 +69,36 @@ void parse_options(int argc, char *argv[]) {
   }
 }
 
-// The value of KEY, told on standard output; null, told on standard error, when it is missing. The value lives as long
-// as the configuration.
-const char *lookup(const config_t &config, const char *key) {
+// Null when the settings have no such text. The value lives as long as they do.
+const char *find(const char *key) {
   const char *value = nullptr;
-  if (config_lookup_string(&config, key, &value) == CONFIG_TRUE)
-    std::printf("%s: %s", key, value);
-  else
-    std::fprintf(stderr, "Invalid config! Missing %s!", key);
+  return config_lookup_string(&settings, key, &value) == CONFIG_TRUE ? value : nullptr;
+}
+
+// The same; what is missing is told.
+const char *lookup(const char *key) {
+  const char *const value = find(key);
+  if (value == nullptr) std::fprintf(stderr, "Invalid config! Missing %s!", key);
   return value;
+}
+
+// Tells the settings that were found on standard output. Only at the end, when C flushes a stream that is no terminal:
+// a buffer that held them through the whole run would be one more copy of the secrets, and flushing it earlier would
+// end the tool before it has tried to connect where nobody reads any more. A reader that is gone does not change the
+// exit status either.
+void echoSettings() {
+  std::signal(SIGPIPE, SIG_IGN);
+  for (const char *const key : kKeys)
+    if (const char *const value = find(key); value != nullptr) std::printf("%s: %s", key, value);
+}
+
+// An abnormal end flushes no stream by itself.
+std::terminate_handler usualTerminate = nullptr;
+[[noreturn]] void echoAndTerminate() {
+  echoSettings();
+  std::fflush(stdout);
+  usualTerminate();
+  std::abort();
 }
 
 using Text = TN::TNConnectorPPP::Text;
@@ -93,15 +117,11 @@ struct Protocol {
 constexpr std::array kProtocols{Protocol{"l2tp", make<TN::TNConnectorL2TP>},
                                 Protocol{"pptp", make<TN::TNConnectorPPTP>}};
 
-std::shared_ptr<TN::TNConnectorPPP> makeConnector(const config_t &config) {
-  const char *const protocol = lookup(config, "protocol");
-  const char *const ip = lookup(config, "ip");
-  const char *const username = lookup(config, "username");
-  const char *const password = lookup(config, "password");
-  const char *const sharedSecret = lookup(config, "shared_secret");
+std::shared_ptr<TN::TNConnectorPPP> makeConnector() {
+  std::array<const char *, kKeys.size()> values{};
+  std::ranges::transform(kKeys, values.begin(), lookup);
+  const auto [protocol, ip, username, password, sharedSecret] = values;
 
-  // An abnormal end leaves behind what standard output holds back: the settings that were found are told before it.
-  if (std::fflush(stdout) == 0) foundation::wipeMemory(output_buffer.data(), output_buffer.size());
   // A missing value throws here, and nobody catches: without its settings the tool ends abnormally.
   const Text name = foundation::stringWithUTF8String(protocol);
   const auto *const known = std::ranges::find_if(kProtocols, [&](const Protocol &p) { return name == p.name; });
@@ -145,26 +165,23 @@ platform::dispatch_source_t armTeardown(const std::shared_ptr<TN::TNConnectorPPP
 int main(int argc, char *argv[]) {
   foundation::openMissingStandardStreams();
   foundation::protectProcessMemory();
-  std::setvbuf(stdout, output_buffer.data(), _IOFBF, output_buffer.size());
   parse_options(argc, argv);
 
   const char *const path = config_path.bytes;
-  config_t config;
-  config_init(&config);
-  if (!TN::readConfiguration(&config, path)) {
+  config_init(&settings);
+  if (!TN::readConfiguration(&settings, path)) {
     // A file that cannot be opened has no error file.
-    const char *const file = config_error_file(&config);
+    const char *const file = config_error_file(&settings);
     std::fprintf(stderr, "error parse config: %s\n", path);
-    std::fprintf(stderr, "%s:%d - %s\n", file != nullptr ? file : "(null)", config_error_line(&config),
-                 config_error_text(&config));
-    config_destroy(&config);
+    std::fprintf(stderr, "%s:%d - %s\n", file != nullptr ? file : "(null)", config_error_line(&settings),
+                 config_error_text(&settings));
+    config_destroy(&settings);
     return 1;
   }
-  // Never destroyed: what it holds stays until the process ends, and is not lost with this frame either.
-  [[maybe_unused]] static config_t kept;
-  kept = config;
+  std::atexit(echoSettings);
+  usualTerminate = std::set_terminate(echoAndTerminate);
 
-  const std::shared_ptr<TN::TNConnectorPPP> connector = makeConnector(config);
+  const std::shared_ptr<TN::TNConnectorPPP> connector = makeConnector();
   if (!connector || !connector->authorize()) {
     std::fputs("Cannot get authorization!", stderr);
     return 1;

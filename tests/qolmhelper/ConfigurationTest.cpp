@@ -98,6 +98,33 @@ TEST(Configuration, BytesThatAreNoTextAreAnError) {
   EXPECT_EQ(outcome.status, 1);
 }
 
+// As C flushes what does not go to a terminal.
+TEST(Configuration, IsEchoedWhenTheToolEnds) {
+  Scene scene;
+  scene.script = "up status 2 ppp=8";
+  ToolProcess tool(scene);
+  ASSERT_TRUE(tool.waitForError("PPP Connected\n"));
+  EXPECT_EQ(tool.output(), "");
+  tool.send(SIGUSR1);
+  EXPECT_EQ(tool.finish().output, kEcho);
+}
+
+// Neither before it has tried nor at its end, however long the echo is.
+TEST(Configuration, AnEchoThatNobodyReadsDoesNotEndTheTool) {
+  for (const std::size_t length : {1, 100000}) {
+    auto values = kKeys;
+    values["username"] = std::string(length, 'u');
+    Scene scene;
+    scene.configuration = configurationOf(values);
+    scene.script = "up status 2 ppp=8\nup status 0 ppp=0";
+    scene.hasReader = false;
+    const Outcome outcome = run(scene);
+    EXPECT_TRUE(outcome.error.ends_with("PPP Connected\nPPP Network connection disconnected\nExit.\n")) << length;
+    EXPECT_EQ(outcome.signal, 0) << length;
+    EXPECT_EQ(outcome.status, 0) << length;
+  }
+}
+
 class MissingKey : public testing::TestWithParam<std::string> {};
 
 // In the order of the look-ups.

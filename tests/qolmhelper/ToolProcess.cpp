@@ -86,6 +86,7 @@ ToolProcess::ToolProcess(Scene scene) : deadline_(std::chrono::steady_clock::now
 
   Pipe output;
   Pipe error;
+  if (!scene.hasReader) output.readEnd.reset();
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addchdir_np(&actions, folder_.path().c_str());

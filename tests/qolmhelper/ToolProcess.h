@@ -39,6 +39,7 @@ struct Scene {
   std::map<std::string, int> fileModes;      // of those
   std::vector<std::string> launcher;         // a command that starts the program, given it as arguments
   std::set<int> closed;                      // of the descriptors 0 to 2, from the start
+  bool hasReader = true;                     // of standard output; false: what is written there has nowhere to go
 };
 
 struct Outcome {
@@ -67,6 +68,8 @@ class ToolProcess {
   Outcome finish();
 
   pid_t pid() const { return pid_; }
+  // Standard output so far.
+  const std::string &output() const { return output_; }
   std::string pppLog() const { return path("ppp.log"); }
   // A file of its working directory.
   std::string path(const std::string &name) const { return folder_.path(name); }
