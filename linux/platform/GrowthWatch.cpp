@@ -18,19 +18,19 @@ GrowthWatch::GrowthWatch(std::FILE *stream) {
   // Through the descriptor, not the path: a log that is replaced under its name is not followed.
   const std::string path = "/proc/self/fd/" + std::to_string(fd);
   if (inotify_add_watch(inotify.get(), path.c_str(), IN_MODIFY) < 0) return;
-  inotify_ = std::move(inotify);
+  changes_ = std::move(inotify);
 }
 
 void GrowthWatch::sleep(std::chrono::milliseconds limit) {
-  if (!inotify_) {
+  if (!changes_) {
     sleepForTimeInterval(std::chrono::duration<double>(limit).count());
     return;
   }
-  pollfd changed{inotify_.get(), POLLIN, 0};
+  pollfd changed{changes_.get(), POLLIN, 0};
   poll(&changed, 1, static_cast<int>(limit.count()));
   // Only that something changed matters.
   alignas(inotify_event) char events[4096];
-  while (read(inotify_.get(), events, sizeof events) > 0) {
+  while (read(changes_.get(), events, sizeof events) > 0) {
   }
 }
 
