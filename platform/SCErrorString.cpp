@@ -1,6 +1,6 @@
 #include <array>
-#include <cstring>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include "platform/SCErrorState.h"
@@ -50,10 +50,7 @@ void setSCErrorForNullArgument() {
 std::string SCErrorString(std::int32_t status) {
   for (const auto &[code, phrase] : kPhrases)
     if (code == status) return phrase;
-  if (status >= 1 && status <= kLastErrno) {
-    char buffer[128];
-    return strerror_r(status, buffer, sizeof buffer);
-  }
+  if (status >= 1 && status <= kLastErrno) return std::generic_category().message(status);
   return "Unknown error: " + std::to_string(status);
 }
 

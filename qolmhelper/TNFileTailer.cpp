@@ -3,7 +3,8 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <cstring>
+#include <string>
+#include <system_error>
 #include <utility>
 
 #include "foundation/ConsoleLog.h"
@@ -20,7 +21,6 @@ constexpr std::size_t kBlockSize = 4096;
 // One for the process: a partial line survives a tailer's stop and restart.
 char lineBuffer[1024];
 std::int32_t lineLength = 0;
-char errorBuffer[1024];
 
 }  // namespace
 
@@ -38,8 +38,8 @@ std::shared_ptr<TNFileTailer> TNFileTailer::initWithStream(std::FILE *stream) {
   std::shared_ptr<TNFileTailer> tailer(new TNFileTailer(stream));
   // The result itself is the code that is told, not errno: it is -1 whatever the reason.
   if (const int result = std::fseek(stream, 0, SEEK_END); result != 0) {
-    const char *const text = strerror_r(result, errorBuffer, sizeof errorBuffer);
-    foundation::NSLog("Could not seek to the end of the file! err_code: %d, err: %s", result, text);
+    const std::string text = std::generic_category().message(result);
+    foundation::NSLog("Could not seek to the end of the file! err_code: %d, err: %s", result, text.c_str());
     return nullptr;
   }
   tailer->pos_ = std::ftell(stream);
