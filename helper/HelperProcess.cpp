@@ -13,7 +13,7 @@
 
 #include "foundation/ProcessMemory.h"
 #include "foundation/Secret.h"
-#include "helper/EventSource.h"
+#include "linux/EventSource.h"
 
 namespace helper {
 
@@ -79,7 +79,7 @@ Status endOnSignals(sd_event *event, std::function<void()> &end) {
     const int result = sd_event_add_signal(
         event, nullptr, number,
         [](sd_event_source *source, const signalfd_siginfo *, void *handler) {
-          endLoopOnException(sd_event_source_get_event(source), *static_cast<std::function<void()> *>(handler));
+          linux::endLoopOnException(sd_event_source_get_event(source), *static_cast<std::function<void()> *>(handler));
           return 0;
         },
         &end);

@@ -9,7 +9,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
-#include "helper/PPPLog.h"
+#include "helper/common/PPPLog.h"
 
 namespace helper {
 

@@ -6,10 +6,10 @@
 
 #include "foundation/PropertyList.h"
 #include "foundation/UUID.h"
-#include "helper/EventSource.h"
-#include "helper/StatusCodes.h"
 #include "helper/WireArguments.h"
+#include "linux/EventSource.h"
 #include "wire/HelperInterface.h"
+#include "wire/StatusCodes.h"
 
 namespace helper {
 
@@ -85,7 +85,7 @@ template <int (HelperService::*method)(sd_bus_message *)>
 int HelperService::handle(sd_bus_message *message, void *service, sd_bus_error *) {
   auto &self = *static_cast<HelperService *>(service);
   int result = -ENOTRECOVERABLE;  // what the caller gets when it ends in an exception
-  endLoopOnException(self.event_, [&] { result = (self.*method)(message); });
+  linux::endLoopOnException(self.event_, [&] { result = (self.*method)(message); });
   return result;
 }
 

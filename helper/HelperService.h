@@ -15,8 +15,8 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
-#include "helper/LinkFactory.h"
-#include "helper/PPPLog.h"
+#include "helper/common/PPPLog.h"
+#include "helper/link/LinkFactory.h"
 #include "helper/store/Keychain.h"
 #include "helper/store/PreferencesStore.h"
 

@@ -10,9 +10,9 @@
 #include <functional>
 
 #include "foundation/StandardStreams.h"
-#include "helper/EventSource.h"
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
+#include "linux/EventSource.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ int main() {
   if (sd_event_default(&event) < 0) return 1;
   int exitCode = 1;
   {
-    helper::PosixFileSystem fileSystem;
+    linux::PosixFileSystem fileSystem;
     helper::PreferencesStore preferences(helper::PreferencesStore::kPath, fileSystem, *log);
     helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log);
     bool serverRemembers = false;
@@ -47,7 +47,7 @@ int main() {
     std::function<void()> end = [&service] { service.end(); };
     foundation::Status status = helper::endOnSignals(event, end);
     // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
-    helper::endLoopOnException(event, [&] { serverRemembers = helper::Link::repair(*log); });
+    linux::endLoopOnException(event, [&] { serverRemembers = helper::Link::repair(*log); });
     if (status) status = service.serve(std::move(*socket));
     if (status)
       exitCode = helper::runLoop(event, *log);

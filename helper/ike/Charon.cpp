@@ -7,7 +7,8 @@
 #include <array>
 #include <cerrno>
 
-#include "helper/EngineSettings.h"
+#include "helper/common/EngineSettings.h"
+#include "helper/common/IPv4Address.h"
 #include "helper/ike/ViciExchange.h"
 
 namespace helper {
@@ -16,12 +17,6 @@ using foundation::Status;
 using vici::Section;
 
 namespace {
-
-std::string textOf(in_addr address) {
-  std::array<char, INET_ADDRSTRLEN> text{};
-  inet_ntop(AF_INET, &address, text.data(), text.size());
-  return text.data();
-}
 
 std::string seconds(std::chrono::seconds duration) { return std::to_string(duration.count()) + "s"; }
 
@@ -85,7 +80,7 @@ void Charon::connect(const std::string &controlSocket) {
     if (error.code != EAGAIN || std::chrono::steady_clock::now() >= until_)
       return unusable("The IKE daemon cannot be spoken to: " + error.message + ".");
     // One that is just starting lets nobody in yet, and has room for few to wait.
-    soon_ = EventSource::timer(event_, deadlines_.retry, [this] { connect(controlSocket_); });
+    soon_ = linux::EventSource::timer(event_, deadlines_.retry, [this] { connect(controlSocket_); });
     return;
   }
   const auto ended = [this](const std::string &reason) { daemonEnded(reason); };
@@ -217,7 +212,7 @@ void Charon::initiate() {
                    if (attempt == attempt_) initiated(outcome);
                  });
   reach(IKEStage::firstAnswer);
-  look_ = EventSource::timer(event_, deadlines_.look, [this] { look(); });
+  look_ = linux::EventSource::timer(event_, deadlines_.look, [this] { look(); });
 }
 
 void Charon::initiated(const Outcome &outcome) {
@@ -237,7 +232,7 @@ void Charon::look() {
       "list-sas", Section().add("ike", plan_.name).add("noblock", "yes"), deadlines_.request,
       [this, attempt = attempt_](const Outcome &) {
         if (state_ == State::negotiating && attempt == attempt_)
-          look_ = EventSource::timer(
+          look_ = linux::EventSource::timer(
               event_, deadlines_.look, [this] { look(); });
       });
 }
@@ -281,8 +276,8 @@ void Charon::reach(IKEStage stage) {
   // What comes last also waits for our own kernel, which may have to load its ciphers first: the whole deadline is for
   // it.
   if (stage == IKEStage::association) return;
-  silence_ = EventSource::timer(event_, stage == IKEStage::firstAnswer ? deadlines_.firstAnswer : deadlines_.stage,
-                                [this] { refuse(true); });
+  silence_ = linux::EventSource::timer(
+      event_, stage == IKEStage::firstAnswer ? deadlines_.firstAnswer : deadlines_.stage, [this] { refuse(true); });
 }
 
 void Charon::refuse(bool silent) {
@@ -320,7 +315,7 @@ void Charon::close() {
                     if (!busy()) return unload();
                     // An association that was just being made when we said so is ended when the daemon tells of it; a
                     // secret or a connection that it was just taking would come after its own unloading.
-                    look_ = EventSource::timer(event_, deadlines_.terminate, [this] { unload(); });
+                    look_ = linux::EventSource::timer(event_, deadlines_.terminate, [this] { unload(); });
                   });
 }
 

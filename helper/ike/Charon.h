@@ -106,9 +106,9 @@ class Charon : public IKEDaemon {
   bool lookAgain_ = false;  // something more has ended meanwhile
   std::optional<ViciConnection> load_;
   std::optional<ViciConnection> watch_;
-  EventSource look_;
-  EventSource silence_;
-  EventSource soon_;
+  linux::EventSource look_;
+  linux::EventSource silence_;
+  linux::EventSource soon_;
 };
 
 }  // namespace helper

@@ -9,10 +9,10 @@
 #include <set>
 #include <vector>
 
-#include "helper/FolderPaths.h"
-#include "helper/UDPPortHolder.h"
+#include "helper/common/UDPPortHolder.h"
 #include "helper/ike/RoutingRule.h"
 #include "helper/ike/ViciConnection.h"
+#include "linux/FolderPaths.h"
 
 namespace helper {
 
@@ -26,7 +26,7 @@ std::vector<std::filesystem::path> charonsFiles(const std::vector<std::string> &
   std::vector<fs::path> files;
   std::error_code ignored;
   for (const auto &folder : folders)
-    for (const fs::path path : pathsIn(folder, ignored))
+    for (const fs::path path : linux::pathsIn(folder, ignored))
       if (path.filename().string().starts_with("charon.")) files.push_back(path);
   return files;
 }

@@ -18,11 +18,11 @@
 #include <set>
 #include <sstream>
 
-#include "helper/ProcessStart.h"
-#include "helper/UDPPortHolder.h"
+#include "helper/common/UDPPortHolder.h"
 #include "helper/ike/CharonLeftovers.h"
 #include "helper/ike/RoutingRule.h"
 #include "helper/ike/ViciConnection.h"
+#include "linux/ProcessStart.h"
 
 namespace helper {
 
@@ -72,7 +72,7 @@ void signal(const FileDescriptor &process, int number) {
 
 // The pidfd of DAEMON if it is at the other end of SOCKET; none if it surely is not.
 Result<FileDescriptor> processThatAnswers(const StartedDaemon &daemon, int socket) {
-  auto process = openProcess(daemon.pid, daemon.startTime);
+  auto process = linux::openProcess(daemon.pid, daemon.startTime);
   if (!process || !*process) return process;
   ucred peer{};
   socklen_t size = sizeof peer;
@@ -101,7 +101,7 @@ CharonProcess::~CharonProcess() {
 }
 
 void CharonProcess::start() {
-  deadline_ = EventSource::timer(
+  deadline_ = linux::EventSource::timer(
       event_, deadlines_.start,
       [this] {
         fail(child_ ? "The IKE daemon " + std::string(places_.programs.front()) +
@@ -110,7 +110,7 @@ void CharonProcess::start() {
                           kPackages + ")."
                     : "Another vpnctl is starting or ending the IKE daemon and does not come to an end with it.");
       });
-  soon_ = EventSource::soon(event_, [this] { attempt(); });
+  soon_ = linux::EventSource::soon(event_, [this] { attempt(); });
 }
 
 void CharonProcess::attempt() {
@@ -119,7 +119,7 @@ void CharonProcess::attempt() {
 
 void CharonProcess::tryAgain() {
   useLock_.reset();
-  retry_ = EventSource::timer(event_, deadlines_.retry, [this] { attempt(); });
+  retry_ = linux::EventSource::timer(event_, deadlines_.retry, [this] { attempt(); });
 }
 
 // A charon that answers. True also when there is one that we have to wait for, or that is of no use.
@@ -244,15 +244,15 @@ void CharonProcess::launch() {
 
 Status CharonProcess::prepare() {
   const bool ruleWasThere = hasCharonsRule();
-  auto child = ChildProcess::prepare({places_.programs.front()},
-                                     {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"});
+  auto child = linux::ChildProcess::prepare({places_.programs.front()},
+                                            {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"});
   if (!child) return child.error();
   child_.emplace(std::move(*child));
-  child_->watch(event_, [this](const ChildProcess::End &end) { childEnded(end); });
+  child_->watch(event_, [this](const linux::ChildProcess::End &end) { childEnded(end); });
   // What tells it from a later process of the same number, while it is our child and there for sure.
-  const auto startTime = startTimeOf(child_->pid());
+  const auto startTime = linux::startTimeOf(child_->pid());
   if (!startTime) return foundation::Error{"Process", 0, "its start cannot be read"};
-  auto process = openProcess(child_->pid(), *startTime);
+  auto process = linux::openProcess(child_->pid(), *startTime);
   if (!process) return process.error();
   StartedDaemon daemon{child_->pid(), *startTime, places_.useFile, ruleWasThere};
   if (Status noted = journal_.noteDaemon(daemon); !noted) return noted;
@@ -281,7 +281,7 @@ void CharonProcess::watchSockets() {
   for (const std::string &folder : folders)
     if (::inotify_add_watch(inotify_.get(), folder.c_str(), IN_CREATE | IN_MOVED_TO | IN_ATTRIB) < 0) inotify_.reset();
   if (inotify_)
-    created_ = EventSource::io(event_, inotify_.get(), EPOLLIN, [this](std::uint32_t) {
+    created_ = linux::EventSource::io(event_, inotify_.get(), EPOLLIN, [this](std::uint32_t) {
       std::array<char, 4096> events;  // of no interest but that they came
       while (::read(inotify_.get(), events.data(), events.size()) > 0) {
       }
@@ -300,11 +300,11 @@ void CharonProcess::lookForSocket() {
     // It has its name but nobody listens yet, or lets us in: that is a matter of moments. Where nobody tells us of a
     // new name, we look.
     if (socket.error().code == ECONNREFUSED || socket.error().code == EAGAIN || !inotify_)
-      retry_ = EventSource::timer(event_, deadlines_.retry, [this] { lookForSocket(); });
+      retry_ = linux::EventSource::timer(event_, deadlines_.retry, [this] { lookForSocket(); });
   }
 }
 
-void CharonProcess::childEnded(const ChildProcess::End &end) {
+void CharonProcess::childEnded(const linux::ChildProcess::End &end) {
   if (ending_ || !deadline_) return;  // we asked for it, or it is the stream's end that tells
   fail("The IKE daemon " + places_.programs.front() + " ended while it started (" +
        (end.exited ? "status " : "signal ") + std::to_string(end.code) + "); the system's log says why.");
@@ -333,24 +333,24 @@ void CharonProcess::stop() {
   last_ = daemon_ && lockUseFile(useLock_, LOCK_EX);
   if (!last_) {
     settled_ = !daemon_ || isOthers(errno);
-    soon_ = EventSource::soon(event_, [this] { finishStopping(); });
+    soon_ = linux::EventSource::soon(event_, [this] { finishStopping(); });
     return;
   }
   ending_ = true;
   settled_ = false;
   signal(process_, SIGTERM);
-  created_ = EventSource::io(
+  created_ = linux::EventSource::io(
       event_, process_.get(), EPOLLIN,
       [this](std::uint32_t) {
         settled_ = true;
         finishStopping();
       });
-  deadline_ = EventSource::timer(event_, deadlines_.stop, [this] { insist(); });
+  deadline_ = linux::EventSource::timer(event_, deadlines_.stop, [this] { insist(); });
 }
 
 void CharonProcess::insist() {
   signal(process_, SIGKILL);
-  deadline_ = EventSource::timer(event_, deadlines_.stop, [this] { finishStopping(); });
+  deadline_ = linux::EventSource::timer(event_, deadlines_.stop, [this] { finishStopping(); });
 }
 
 void CharonProcess::finishStopping() {
@@ -381,7 +381,7 @@ Status CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::millis
     return isOthers(errno) ? Status() : foundation::errnoError(errno, "lock " + daemon.useFile);
   const auto written = readUseFile(useFile, daemon.useFile);
   if (written && *written != daemon) return {};
-  const auto process = openProcess(daemon.pid, daemon.startTime);
+  const auto process = linux::openProcess(daemon.pid, daemon.startTime);
   if (!process) return process.error();
   pollfd end{process->get(), POLLIN, 0};
   bool ended = !*process;

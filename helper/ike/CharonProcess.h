@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "foundation/FileDescriptor.h"
-#include "helper/ChildProcess.h"
-#include "helper/EventSource.h"
-#include "helper/ike/IPSecJournal.h"
+#include "helper/journal/IPSecJournal.h"
+#include "linux/ChildProcess.h"
+#include "linux/EventSource.h"
 
 namespace helper {
 
@@ -78,7 +78,7 @@ class CharonProcess {
   std::optional<std::string> obstacle() const;
   void watchSockets();
   void lookForSocket();
-  void childEnded(const ChildProcess::End &end);
+  void childEnded(const linux::ChildProcess::End &end);
   void use(const std::string &controlSocket);
   void fail(std::string sentence);
   void insist();
@@ -96,12 +96,12 @@ class CharonProcess {
   bool last_ = false;    // of its users, at our end
   bool ending_ = false;  // by us
   bool settled_ = true;  // it has ended, or is somebody else's to end
-  std::optional<ChildProcess> child_;
+  std::optional<linux::ChildProcess> child_;
   foundation::FileDescriptor inotify_;
-  EventSource created_;
-  EventSource retry_;
-  EventSource deadline_;
-  EventSource soon_;
+  linux::EventSource created_;
+  linux::EventSource retry_;
+  linux::EventSource deadline_;
+  linux::EventSource soon_;
 };
 
 }  // namespace helper

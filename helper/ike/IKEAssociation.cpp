@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdio>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/ike/Charon.h"
 #include "helper/ike/SocketPolicy.h"
 
@@ -27,12 +28,6 @@ std::uint32_t randomNumber() {
   while (::getrandom(&number, sizeof number, 0) != sizeof number) {
   }
   return number;
-}
-
-std::string textOf(in_addr address) {
-  std::array<char, INET_ADDRSTRLEN> text{};
-  inet_ntop(AF_INET, &address, text.data(), text.size());
-  return text.data();
 }
 
 Status flowOf(int socket, UDPFlow &flow) {
@@ -70,7 +65,7 @@ void IKEAssociation::start(int socket) {
   until_ = std::chrono::steady_clock::now() + with_.settings.ike.deadline;
   // The guard has to stand before anybody can send anything.
   if (Status prepared = prepare(socket); !prepared) {
-    soon_ = EventSource::soon(with_.event, [this, reason = prepared.error().message] {
+    soon_ = linux::EventSource::soon(with_.event, [this, reason = prepared.error().message] {
       fail(DeviceCause::protocolError, "No IPSec association is possible: " + reason + ".");
     });
     return;
@@ -224,7 +219,7 @@ void IKEAssociation::stop() {
   stopping_ = true;
   secret_.reset();
   if (daemon_) return daemon_->close();
-  soon_ = EventSource::soon(with_.event, [this] { handlers_.stopped(); });
+  soon_ = linux::EventSource::soon(with_.event, [this] { handlers_.stopped(); });
 }
 
 // What the daemon could not take out of the kernel goes now, because it died, or because a packet met the guard and the

@@ -15,15 +15,15 @@
 #include <vector>
 
 #include "foundation/Value.h"
-#include "helper/EngineSettings.h"
-#include "helper/EventSource.h"
-#include "helper/PPPLog.h"
-#include "helper/SecretSource.h"
+#include "helper/common/EngineSettings.h"
+#include "helper/common/PPPLog.h"
+#include "helper/common/SecretSource.h"
 #include "helper/ike/IKEDaemon.h"
 #include "helper/ike/IKEProposals.h"
 #include "helper/ike/IPSecAssociation.h"
-#include "helper/ike/IPSecJournal.h"
 #include "helper/ike/XfrmTable.h"
+#include "helper/journal/IPSecJournal.h"
+#include "linux/EventSource.h"
 
 namespace helper {
 
@@ -79,7 +79,7 @@ class IKEAssociation : public IPSecAssociation {
   std::optional<foundation::Secret> secret_;  // while it may be needed for a second try
   std::unique_ptr<XfrmTable> table_;
   std::unique_ptr<IKEDaemon> daemon_;
-  EventSource soon_;
+  linux::EventSource soon_;
 };
 
 // IPSEC is the service's IPSec dictionary: its SharedSecret names the keychain's item. Not started.

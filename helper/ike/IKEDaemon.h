@@ -19,7 +19,7 @@
 
 #include "foundation/Result.h"
 #include "foundation/Secret.h"
-#include "helper/Peer.h"
+#include "helper/common/Peer.h"
 
 namespace helper {
 

@@ -12,7 +12,7 @@
 #include <functional>
 #include <string>
 
-#include "helper/TunnelFailure.h"
+#include "helper/common/TunnelFailure.h"
 
 namespace helper {
 

@@ -51,7 +51,7 @@ bool viciRefused(const foundation::Error &error) { return error.domain == kRefus
 
 ViciConnection::ViciConnection(sd_event *event, foundation::FileDescriptor socket, Handlers handlers)
     : event_(event), socket_(std::move(socket)), handlers_(std::move(handlers)) {
-  io_ = EventSource::io(
+  io_ = linux::EventSource::io(
       event_, socket_.get(), EPOLLIN,
       [this](std::uint32_t events) {
         const std::weak_ptr<bool> alive = alive_;
@@ -74,7 +74,7 @@ void ViciConnection::enqueue(const Packet &packet, std::chrono::milliseconds dea
   auto bytes = encode(packet);
   // An answer out of turn does no harm: nothing has been asked yet.
   if (!bytes) {
-    soon_ = EventSource::soon(event_, [reply = std::move(reply), error = bytes.error()] { reply(error); });
+    soon_ = linux::EventSource::soon(event_, [reply = std::move(reply), error = bytes.error()] { reply(error); });
     return;
   }
   queue_.push_back({std::move(*bytes), packet.name, deadline, std::move(reply)});
@@ -85,8 +85,8 @@ void ViciConnection::sendNext() {
   if (queue_.empty()) return;
   underWay_ = true;
   sent_ = 0;
-  deadline_ = EventSource::timer(event_, queue_.front().deadline,
-                                 [this] { end("does not answer (" + queue_.front().name + ")"); });
+  deadline_ = linux::EventSource::timer(event_, queue_.front().deadline,
+                                        [this] { end("does not answer (" + queue_.front().name + ")"); });
   flush();
 }
 

@@ -16,8 +16,8 @@
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
-#include "helper/EventSource.h"
 #include "helper/ike/ViciMessage.h"
+#include "linux/EventSource.h"
 
 namespace helper {
 
@@ -70,9 +70,9 @@ class ViciConnection {
   std::size_t sent_ = 0;       // bytes of the first
   bool underWay_ = false;
   vici::PacketReader reader_;
-  EventSource io_;
-  EventSource deadline_;
-  EventSource soon_;
+  linux::EventSource io_;
+  linux::EventSource deadline_;
+  linux::EventSource soon_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // held over handlers that may destroy us
 };
 

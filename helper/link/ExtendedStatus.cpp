@@ -1,20 +1,11 @@
 #include "helper/link/ExtendedStatus.h"
 
-#include <arpa/inet.h>
-
-#include <array>
-
+#include "helper/common/IPv4Address.h"
 #include "helper/link/LinkPhases.h"
 
 namespace helper {
 
 using foundation::Value;
-
-std::string textOf(in_addr address) {
-  std::array<char, INET_ADDRSTRLEN> text{};
-  inet_ntop(AF_INET, &address, text.data(), text.size());
-  return text.data();
-}
 
 Value extendedStatus(const LinkFacts &facts) {
   Value status{Value::Dictionary{}};

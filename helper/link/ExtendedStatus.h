@@ -31,7 +31,4 @@ struct LinkFacts {
 
 foundation::Value extendedStatus(const LinkFacts &facts);
 
-// Dotted numbers.
-std::string textOf(in_addr address);
-
 }  // namespace helper

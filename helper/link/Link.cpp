@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "helper/link/LinkImplementation.h"
-#include "helper/link/Undo.h"
+#include "helper/repair/Undo.h"
 
 namespace helper {
 

@@ -16,8 +16,8 @@
 #include <memory>
 
 #include "foundation/Value.h"
-#include "helper/PPPLog.h"
-#include "helper/SecretSource.h"
+#include "helper/common/PPPLog.h"
+#include "helper/common/SecretSource.h"
 #include "helper/link/LinkConfiguration.h"
 
 struct sd_event;

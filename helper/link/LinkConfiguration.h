@@ -7,7 +7,7 @@
 
 #include "foundation/Result.h"
 #include "foundation/Value.h"
-#include "helper/EngineSettings.h"
+#include "helper/common/EngineSettings.h"
 
 namespace helper {
 

@@ -5,11 +5,11 @@
 
 #include <algorithm>
 
-#include "helper/link/PPPEnding.h"
-#include "helper/link/PPPOptions.h"
-#include "helper/link/PluginPath.h"
 #include "helper/link/TunnelFactory.h"
-#include "helper/link/Undo.h"
+#include "helper/ppp/PPPEnding.h"
+#include "helper/ppp/PPPOptions.h"
+#include "helper/ppp/PluginPath.h"
+#include "helper/repair/Undo.h"
 
 namespace helper {
 
@@ -52,7 +52,7 @@ Link::Implementation::~Implementation() {
 void Link::Implementation::start() {
   if (state_ != State::idle) return;
   state_ = State::connecting;
-  next_ = EventSource::soon(event_, [this] { begin(); });
+  next_ = linux::EventSource::soon(event_, [this] { begin(); });
 }
 
 void Link::Implementation::begin() {
@@ -71,7 +71,7 @@ void Link::Implementation::begin() {
       event_, facts_.server, [this](const foundation::Result<in_addr> &server) { resolved(server); });
   // Every stage has a deadline of its own; this is for what none thought of, and never the first.
   const auto comingUp = tunnelDeadline(configuration_) + configuration_.settings.ppp.deadline;
-  deadline_ = EventSource::timer(event_, comingUp, [this] {
+  deadline_ = linux::EventSource::timer(event_, comingUp, [this] {
     fail(kCauseNegotiationFailed, 0,
          "The connection did not come up in time; the server is very slow or does not answer.");
   });
@@ -101,7 +101,7 @@ Status Link::Implementation::prepare() {
     return foundation::Error{started.error().domain, started.error().code,
                              started.error().message + " (is the package ppp installed?)"};
   // Noted with a wrong one it would be nobody's, and outlive us.
-  const auto startTime = startTimeOf(daemon_->pid());
+  const auto startTime = linux::startTimeOf(daemon_->pid());
   if (!startTime) return foundation::Error{"Process", 0, "when pppd started cannot be read"};
   return journal_->note(StartedProcess{daemon_->pid(), *startTime});
 }
@@ -214,7 +214,7 @@ void Link::Implementation::tunnelLost(const Tunnel::Loss &loss) {
   if (phases_.ending()) {
     // pppd is on its way out for a reason of its own, a refused password perhaps, which its exit tells better; the
     // server has only heard of it first.
-    deadline_ = EventSource::timer(event_, kPPPGrace, [this] { daemon_->terminate(kPPPGrace); });
+    deadline_ = linux::EventSource::timer(event_, kPPPGrace, [this] { daemon_->terminate(kPPPGrace); });
     return;
   }
   log_.write(loss.sentence);
@@ -254,7 +254,7 @@ void Link::Implementation::endTunnel() {
   if (tunnel_)
     tunnel_->stop();
   else
-    next_ = EventSource::soon(event_, [this] { cleanUp(); });
+    next_ = linux::EventSource::soon(event_, [this] { cleanUp(); });
 }
 
 void Link::Implementation::cleanUp() {
@@ -269,7 +269,8 @@ void Link::Implementation::cleanUp() {
   if (log_.lastWrite() != std::chrono::steady_clock::time_point{})
     wait = kReadingTime -
            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - log_.lastWrite());
-  next_ = EventSource::timer(event_, std::max(wait, std::chrono::milliseconds(0)), [this] { sayDisconnected(); });
+  next_ =
+      linux::EventSource::timer(event_, std::max(wait, std::chrono::milliseconds(0)), [this] { sayDisconnected(); });
 }
 
 void Link::Implementation::sayDisconnected() {

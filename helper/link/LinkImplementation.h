@@ -7,16 +7,16 @@
 #include <optional>
 #include <string>
 
+#include "helper/common/Tunnel.h"
+#include "helper/journal/Journal.h"
 #include "helper/link/ExtendedStatus.h"
-#include "helper/link/Journal.h"
 #include "helper/link/Link.h"
 #include "helper/link/LinkPhases.h"
-#include "helper/link/NameResolution.h"
-#include "helper/link/PPPDaemon.h"
-#include "helper/link/ResolverConfiguration.h"
-#include "helper/link/RouteTable.h"
-#include "helper/link/Routes.h"
-#include "helper/link/Tunnel.h"
+#include "helper/network/NameResolution.h"
+#include "helper/network/ResolverConfiguration.h"
+#include "helper/network/RouteTable.h"
+#include "helper/network/Routes.h"
+#include "helper/ppp/PPPDaemon.h"
 
 namespace helper {
 
@@ -84,8 +84,8 @@ class Link::Implementation {
   std::unique_ptr<PPPDaemon> daemon_;
   std::unique_ptr<Tunnel> tunnel_;
   std::unique_ptr<NameResolution> resolution_;
-  EventSource next_;
-  EventSource deadline_;
+  linux::EventSource next_;
+  linux::EventSource deadline_;
 };
 
 }  // namespace helper

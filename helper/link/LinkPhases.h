@@ -1,30 +1,13 @@
 // From pppd's phases to what a user is told. pppd jumps (down by signal it says 9, 7, 9, 4, 4, 10, 0); nobody wants to
 // read that. While connecting phases only go forward, while ending only towards 9, 10, 0, and none is told twice.
-//
-// The numbers are those of pppd and of SCNetworkConnectionPPPStatus alike.
 
 #pragma once
 
 #include <cstdint>
 
-namespace helper {
+#include "helper/ppp/PPPPhase.h"
 
-enum Phase : int {
-  kPhaseDisconnected = 0,
-  kPhaseInitializing = 1,
-  kPhaseConnectingLink = 2,
-  kPhaseDialOnTraffic = 3,
-  kPhaseNegotiatingLink = 4,
-  kPhaseAuthenticating = 5,
-  kPhaseWaitingForCallBack = 6,
-  kPhaseNegotiatingNetwork = 7,
-  kPhaseConnected = 8,
-  kPhaseTerminating = 9,
-  kPhaseDisconnectingLink = 10,
-  kPhaseHoldingLinkOff = 11,
-  kPhaseSuspended = 12,
-  kPhaseWaitingForRedial = 13,
-};
+namespace helper {
 
 // SCNetworkConnectionStatus of a phase: 0 disconnected, 1 connecting, 2 connected, 3 disconnecting.
 std::int32_t connectionStatus(int phase);

@@ -5,8 +5,8 @@
 
 #include "foundation/Assertion.h"
 #include "helper/ike/IKEAssociation.h"
-#include "helper/link/L2TPTunnel.h"
-#include "helper/link/PPTPTunnel.h"
+#include "helper/l2tp/L2TPTunnel.h"
+#include "helper/pptp/PPTPTunnel.h"
 
 namespace helper {
 

@@ -9,11 +9,11 @@
 #include <memory>
 #include <string>
 
-#include "helper/PPPLog.h"
-#include "helper/SecretSource.h"
-#include "helper/ike/IPSecJournal.h"
+#include "helper/common/PPPLog.h"
+#include "helper/common/SecretSource.h"
+#include "helper/common/Tunnel.h"
+#include "helper/journal/IPSecJournal.h"
 #include "helper/link/LinkConfiguration.h"
-#include "helper/link/Tunnel.h"
 
 namespace helper {
 

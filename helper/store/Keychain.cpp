@@ -6,7 +6,7 @@
 
 #include "foundation/PropertyList.h"
 #include "foundation/UUID.h"
-#include "helper/StatusCodes.h"
+#include "wire/StatusCodes.h"
 
 namespace helper {
 
@@ -69,7 +69,7 @@ Keychain::Roles Keychain::defaultRoles() {
             "/usr/libexec/strongswan/charon-systemd"}}};
 }
 
-Keychain::Keychain(const std::string &folder, FileSystem &fileSystem, PPPLog &log, Roles roles,
+Keychain::Keychain(const std::string &folder, linux::FileSystem &fileSystem, PPPLog &log, Roles roles,
                    std::chrono::milliseconds lockPatience)
     : file_(folder + "/System.keychain", fileSystem),
       keyPath_(folder + "/SystemKey"),
@@ -114,7 +114,7 @@ Status Keychain::store(const Items &items) {
   return {};
 }
 
-Result<AtomicFile::Lock> Keychain::lock() const {
+Result<linux::AtomicFile::Lock> Keychain::lock() const {
   if (auto status = file_.createFolder(kFolderMode); !status) return report(codeOf(status.error()), status.error());
   auto lock = file_.lock(lockPatience_);
   if (!lock) return report(codeOf(lock.error()), lock.error());

@@ -14,12 +14,12 @@
 
 #include "foundation/Result.h"
 #include "foundation/Secret.h"
-#include "helper/PPPLog.h"
-#include "helper/Peer.h"
-#include "helper/SecretSource.h"
-#include "helper/store/AtomicFile.h"
+#include "helper/common/PPPLog.h"
+#include "helper/common/Peer.h"
+#include "helper/common/SecretSource.h"
 #include "helper/store/KeychainItem.h"
 #include "helper/store/SystemKey.h"
+#include "linux/AtomicFile.h"
 
 namespace helper {
 
@@ -40,7 +40,7 @@ class Keychain : public SecretSource {
 
   // FOLDER (no trailing slash) holds "System.keychain" and "SystemKey"; it is made (0700) when something is first
   // written. FILE_SYSTEM and LOG outlive this.
-  Keychain(const std::string &folder, FileSystem &fileSystem, PPPLog &log, Roles roles = defaultRoles(),
+  Keychain(const std::string &folder, linux::FileSystem &fileSystem, PPPLog &log, Roles roles = defaultRoles(),
            std::chrono::milliseconds lockPatience = kLockPatience);
 
   // A new item; its identifier. Missing account and service are empty, a missing label is the service.
@@ -63,14 +63,14 @@ class Keychain : public SecretSource {
 
   foundation::Result<Items> load() const;
   foundation::Status store(const Items &items);
-  foundation::Result<AtomicFile::Lock> lock() const;
+  foundation::Result<linux::AtomicFile::Lock> lock() const;
   foundation::Result<SystemKey> keyFor(const Items &items);
   bool trusts(const KeychainItem &item, const Peer &peer) const;
   foundation::Error report(std::int32_t code, const foundation::Error &error) const;
 
-  AtomicFile file_;
+  linux::AtomicFile file_;
   std::string keyPath_;
-  FileSystem &fileSystem_;
+  linux::FileSystem &fileSystem_;
   PPPLog &log_;
   Roles roles_;
   const std::chrono::milliseconds lockPatience_;

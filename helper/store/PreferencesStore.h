@@ -13,8 +13,8 @@
 
 #include "foundation/Result.h"
 #include "foundation/Value.h"
-#include "helper/PPPLog.h"
-#include "helper/store/AtomicFile.h"
+#include "helper/common/PPPLog.h"
+#include "linux/AtomicFile.h"
 
 namespace helper {
 
@@ -32,7 +32,7 @@ class PreferencesStore {
   static constexpr std::chrono::milliseconds kLockPatience{2000};
 
   // FILE_SYSTEM and LOG outlive this.
-  PreferencesStore(std::string path, FileSystem &fileSystem, PPPLog &log,
+  PreferencesStore(std::string path, linux::FileSystem &fileSystem, PPPLog &log,
                    std::chrono::milliseconds lockPatience = kLockPatience);
 
   // The file, if it can be read in full. kSCStatusAccessError when it may not be read or trusted, kSCStatusFailed when
@@ -59,7 +59,7 @@ class PreferencesStore {
   foundation::Result<Parsed> readParsed() const;
   foundation::Error report(std::int32_t code, const foundation::Error &error) const;
 
-  AtomicFile file_;
+  linux::AtomicFile file_;
   PPPLog &log_;
   const std::chrono::milliseconds lockPatience_;
   foundation::Value committed_;  // the last

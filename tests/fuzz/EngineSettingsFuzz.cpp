@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "helper/EngineSettings.h"
+#include "helper/common/EngineSettings.h"
 
 namespace {
 

@@ -15,11 +15,11 @@
 #include <vector>
 
 #include "foundation/Assertion.h"
-#include "helper/StatusCodes.h"
 #include "tests/fuzz/HelperCalls.h"
 #include "tests/fuzz/RecordedHelper.h"
 #include "tests/fuzz/SplitInput.h"
 #include "wire/HelperInterface.h"
+#include "wire/StatusCodes.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <span>
 
-#include "helper/link/L2TPMessages.h"
+#include "helper/l2tp/L2TPMessages.h"
 
 using namespace helper::l2tp;
 

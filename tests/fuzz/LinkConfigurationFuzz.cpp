@@ -9,7 +9,7 @@
 
 #include "foundation/PropertyList.h"
 #include "helper/link/LinkConfiguration.h"
-#include "helper/link/PPPOptions.h"
+#include "helper/ppp/PPPOptions.h"
 
 namespace {
 

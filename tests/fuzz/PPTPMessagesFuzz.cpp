@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <span>
 
-#include "helper/link/PPTPMessages.h"
+#include "helper/pptp/PPTPMessages.h"
 #include "tests/fuzz/SplitInput.h"
 
 using namespace helper::pptp;

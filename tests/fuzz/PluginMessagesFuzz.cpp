@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "helper/link/PluginMessages.h"
+#include "helper/ppp/PluginMessages.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const auto message = helper::decodePluginMessage({data, size});

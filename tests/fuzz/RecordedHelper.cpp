@@ -16,8 +16,8 @@
 
 #include "foundation/Assertion.h"
 #include "foundation/PropertyList.h"
-#include "tests/helper/support/ScriptedLink.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/ScriptedLink.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace fuzz {
 
@@ -35,8 +35,8 @@ constexpr std::uintmax_t kLargestLog = 1 << 20;     // bytes
 constexpr int kSmallBuffer = 1;                     // the kernel makes the least of it that it has
 constexpr std::size_t kMaximumDescriptors = 4;
 
-const helper::testing::TemporaryFolder &folder() {
-  static const helper::testing::TemporaryFolder folder(helper::testing::TemporaryFolder::Place::memory);
+const support::TemporaryFolder &folder() {
+  static const support::TemporaryFolder folder(support::TemporaryFolder::Place::memory);
   return folder;
 }
 
@@ -59,7 +59,7 @@ int lowestFreeDescriptor() {
 void prepareFolder() {
   ::umask(077);
   ::mkdir(folder().path("etc").c_str(), 0755);
-  helper::testing::writeFile(preferencesPath(), RecordedHelper::firstPreferences());
+  support::writeFile(preferencesPath(), RecordedHelper::firstPreferences());
   std::error_code ignored;
   std::filesystem::remove_all(keychainFolder(), ignored);
   if (std::filesystem::file_size(logPath(), ignored) > kLargestLog) std::filesystem::remove(logPath(), ignored);
@@ -81,12 +81,12 @@ void RecordingFileSystem::record(const std::string &path) {
 
 Result<FileDescriptor> RecordingFileSystem::open(const std::string &path, int flags, mode_t mode) {
   if ((flags & (O_ACCMODE | O_CREAT | O_TRUNC)) != O_RDONLY) record(path);
-  return PosixFileSystem::open(path, flags, mode);
+  return linux::PosixFileSystem::open(path, flags, mode);
 }
 
 Status RecordingFileSystem::write(int file, std::string_view bytes, const std::string &path) {
   record(path);
-  return PosixFileSystem::write(file, bytes, path);
+  return linux::PosixFileSystem::write(file, bytes, path);
 }
 
 Status RecordingFileSystem::rename(const std::string &from, const std::string &to) {
@@ -94,13 +94,13 @@ Status RecordingFileSystem::rename(const std::string &from, const std::string &t
   record(to);
   if (to == preferences_) deeds_.preferences = Deeds::Extent::replaced;
   if (to == keychain_ + "/System.keychain") deeds_.keychain = Deeds::Extent::replaced;
-  return PosixFileSystem::rename(from, to);
+  return linux::PosixFileSystem::rename(from, to);
 }
 
 Status RecordingFileSystem::link(const std::string &from, const std::string &to) {
   record(from);
   record(to);
-  return PosixFileSystem::link(from, to);
+  return linux::PosixFileSystem::link(from, to);
 }
 
 Status RecordingFileSystem::remove(const std::string &path) {
@@ -108,7 +108,7 @@ Status RecordingFileSystem::remove(const std::string &path) {
   if (path == preferences_) deeds_.preferences = Deeds::Extent::replaced;
   if (path == keychain_ + "/System.keychain" || path == keychain_ + "/SystemKey")
     deeds_.keychain = Deeds::Extent::replaced;
-  return PosixFileSystem::remove(path);
+  return linux::PosixFileSystem::remove(path);
 }
 
 // ---- The links

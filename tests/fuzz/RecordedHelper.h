@@ -16,7 +16,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "helper/HelperService.h"
-#include "helper/store/FileSystem.h"
+#include "linux/FileSystem.h"
 #include "tests/fuzz/DBusBytes.h"
 
 namespace fuzz {
@@ -35,7 +35,7 @@ struct Deeds {
   bool operator==(const Deeds &) const = default;
 };
 
-class RecordingFileSystem : public helper::PosixFileSystem {
+class RecordingFileSystem : public linux::PosixFileSystem {
  public:
   RecordingFileSystem(std::string preferences, std::string keychain, Deeds &deeds)
       : preferences_(std::move(preferences)), keychain_(std::move(keychain)), deeds_(deeds) {}

@@ -17,7 +17,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "helper/HelperProcess.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace helper {
 namespace {
@@ -73,14 +73,14 @@ class HelperProcessTest : public ::testing::Test {
 
   std::string proc(const std::string &name) const { return "/proc/" + std::to_string(process) + "/" + name; }
   std::string statusLine(const std::string &name) const {
-    const auto text = testing::contentsOf(proc("status")).value_or("");
+    const auto text = support::contentsOf(proc("status")).value_or("");
     const auto start = text.find("\n" + name + ":");
     if (start == std::string::npos) return {};
     const auto value = text.find_first_not_of(" \t", start + name.size() + 2);
     return text.substr(value, text.find('\n', value) - value);
   }
 
-  testing::TemporaryFolder folder;
+  support::TemporaryFolder folder;
   const std::string program = folder.path("vpnctl-helper");
   FileDescriptor socket;
   pid_t process = -1;
@@ -101,7 +101,7 @@ TEST_F(HelperProcessTest, KeepsNothingOfItsStarter) {
   EXPECT_EQ(::getsid(process), process);
   EXPECT_EQ(std::filesystem::read_symlink(proc("cwd")), "/");
   EXPECT_EQ(statusLine("Umask"), "0077");
-  const auto limits = testing::contentsOf(proc("limits")).value_or("");
+  const auto limits = support::contentsOf(proc("limits")).value_or("");
   EXPECT_NE(limits.find("Max core file size        0                    0 "), std::string::npos) << limits;
 }
 
@@ -150,7 +150,7 @@ TEST_F(HelperProcessTest, EveryDescriptorItOpensIsCloseOnExec) {
   startWithSocket();
   for (const auto &entry : std::filesystem::directory_iterator(proc("fdinfo"))) {
     if (std::stoi(entry.path().filename().string()) <= 2) continue;  // /dev/null, for whatever it starts
-    const auto text = testing::contentsOf(entry.path().string()).value_or("");
+    const auto text = support::contentsOf(entry.path().string()).value_or("");
     const auto flags = std::stoul(text.substr(text.find("flags:") + 6), nullptr, 8);
     EXPECT_NE(flags & O_CLOEXEC, 0U) << entry.path() << "\n" << text;
   }
@@ -196,7 +196,7 @@ TEST_F(HelperProcessTest, RefusesWithoutASocket) {
   const int status = wait();
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_NE(WEXITSTATUS(status), 0);
-  EXPECT_FALSE(testing::contentsOf(folder.path("ppp.log")).has_value());
+  EXPECT_FALSE(support::contentsOf(folder.path("ppp.log")).has_value());
 }
 
 // The real program: it says so in plain words, and leaves no trace.

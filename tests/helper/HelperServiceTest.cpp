@@ -8,10 +8,10 @@
 
 #include "foundation/PropertyList.h"
 #include "helper/HelperService.h"
-#include "helper/StatusCodes.h"
-#include "tests/helper/support/ScriptedLink.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/ScriptedLink.h"
+#include "tests/support/TemporaryFolder.h"
 #include "wire/HelperInterface.h"
+#include "wire/StatusCodes.h"
 
 namespace helper {
 namespace {
@@ -46,7 +46,7 @@ class HelperServiceTest : public ::testing::Test {
     ASSERT_TRUE(log);
     ASSERT_GE(sd_event_new(&event), 0);
     {
-      PosixFileSystem fileSystem;
+      linux::PosixFileSystem fileSystem;
       PreferencesStore preferences(folder.path("preferences.plist"), fileSystem, *log);
       Keychain keychain(folder.path("keychain"), fileSystem, *log);
       HelperService service(event, preferences, keychain, testing::scriptedLinks(event), *log,
@@ -135,7 +135,7 @@ class HelperServiceTest : public ::testing::Test {
     }
   }
 
-  testing::TemporaryFolder folder;
+  support::TemporaryFolder folder;
   std::thread server;
   int loopResult = -1;  // once the server has been joined
   sd_bus *bus = nullptr;
@@ -158,7 +158,7 @@ TEST_F(HelperServiceTest, ACommitOfAnythingButPreferencesIsRefused) {
        {"", "garbage", "<plist version=\"1.0\"><array/></plist>",
         "<plist version=\"1.0\"><dict><key>CurrentSet</key><string>/Sets/none</string></dict></plist>"})
     EXPECT_EQ(commit(bytes), kSCStatusInvalidArgument) << bytes;
-  EXPECT_FALSE(testing::contentsOf(folder.path("preferences.plist")).has_value());
+  EXPECT_FALSE(support::contentsOf(folder.path("preferences.plist")).has_value());
 }
 
 TEST_F(HelperServiceTest, AMalformedCallIsADBusError) {
@@ -226,7 +226,7 @@ TEST_F(HelperServiceTest, ALinkIsStartedToldAndStopped) {
 
 TEST_F(HelperServiceTest, AServiceThatIsNoneIsSaidToBe) {
   EXPECT_EQ(codeOf(call(startCall("no such service"))), kSCStatusConnectionNoService);
-  EXPECT_NE(testing::contentsOf(folder.path("ppp.log")).value_or("").find("no such service"), std::string::npos);
+  EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or("").find("no such service"), std::string::npos);
 }
 
 TEST_F(HelperServiceTest, EndsWithItsClientAfterTheLinkIsDown) {
@@ -270,7 +270,7 @@ TEST_F(HelperServiceTest, APeerThatNeverReadsIsLeft) {
   }
   server.join();
   EXPECT_EQ(loopResult, 0);
-  EXPECT_NE(testing::contentsOf(folder.path("ppp.log")).value_or("").find("does not read the answers"),
+  EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or("").find("does not read the answers"),
             std::string::npos);
 }
 

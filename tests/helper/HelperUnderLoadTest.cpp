@@ -13,10 +13,10 @@
 
 #include "foundation/PropertyList.h"
 #include "helper/HelperService.h"
-#include "helper/StatusCodes.h"
-#include "tests/helper/support/StartedHelper.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/StartedHelper.h"
+#include "tests/support/TemporaryFolder.h"
 #include "wire/HelperInterface.h"
+#include "wire/StatusCodes.h"
 
 namespace helper {
 namespace {
@@ -38,9 +38,9 @@ class HelperUnderLoadTest : public ::testing::Test {
  protected:
   HelperUnderLoadTest() { std::filesystem::copy_file(SCRIPTED_HELPER, program); }
 
-  std::string log() const { return testing::contentsOf(folder.path("ppp.log")).value_or(""); }
+  std::string log() const { return support::contentsOf(folder.path("ppp.log")).value_or(""); }
 
-  testing::TemporaryFolder folder;
+  support::TemporaryFolder folder;
   const std::string program = folder.path("vpnctl-helper");
 };
 

@@ -23,11 +23,11 @@
 #include <string>
 
 #include "foundation/PropertyList.h"
-#include "helper/StatusCodes.h"
-#include "helper/link/Journal.h"
+#include "helper/journal/Journal.h"
 #include "helper/store/KeychainItem.h"
-#include "tests/helper/support/StartedHelper.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/StartedHelper.h"
+#include "tests/support/TemporaryFolder.h"
+#include "wire/StatusCodes.h"
 
 namespace helper {
 namespace {
@@ -66,7 +66,7 @@ bool makeNetwork() {
              "ip address add 10.77.0.1/24 dev vpn0 && ip link set vpn0 up && ip link set vpn1 up") == 0;
 }
 
-std::string routes() { return testing::contentsOf("/proc/thread-self/net/route").value_or("none"); }
+std::string routes() { return support::contentsOf("/proc/thread-self/net/route").value_or("none"); }
 
 bool areSame(const fs::path &one, const fs::path &other) {
   struct stat first = {};
@@ -163,7 +163,7 @@ class StarvedHelperTest : public ::testing::Test {
   // HELPER_PROGRAM with at most COUNT descriptors from its first moment on.
   std::string programWith(unsigned count) {
     const std::string path = folder_.path("helper-" + std::to_string(count));
-    testing::writeFile(path, "#!/bin/sh\nulimit -n " + std::to_string(count) + "\nexec " HELPER_PROGRAM "\n");
+    support::writeFile(path, "#!/bin/sh\nulimit -n " + std::to_string(count) + "\nexec " HELPER_PROGRAM "\n");
     fs::permissions(path, fs::perms::owner_all);
     return path;
   }
@@ -219,7 +219,7 @@ class StarvedHelperTest : public ::testing::Test {
 
   // The last link had all that it needed, so those before have missed it at every step.
   void expectNothingMissing() const {
-    const std::string log = testing::contentsOf("/var/log/ppp.log").value_or("");
+    const std::string log = support::contentsOf("/var/log/ppp.log").value_or("");
     const std::string last = log.substr(log.rfind('\n', log.size() - 2) + 1);
     EXPECT_FALSE(last.empty());
     EXPECT_EQ(last.find("Too many open files"), std::string::npos) << last;
@@ -234,7 +234,7 @@ class StarvedHelperTest : public ::testing::Test {
 
  private:
   static bool ready_;
-  testing::TemporaryFolder folder_;
+  support::TemporaryFolder folder_;
 };
 
 bool StarvedHelperTest::ready_ = false;

@@ -13,14 +13,14 @@
 #include <thread>
 #include <utility>
 
-#include "helper/ProcessStart.h"
 #include "helper/ike/CharonProcess.h"
 #include "helper/ike/RoutingRule.h"
+#include "linux/ProcessStart.h"
 #include "tests/helper/ike/RecordingJournal.h"
 #include "tests/helper/ike/ViciServer.h"
-#include "tests/helper/support/FewDescriptors.h"
-#include "tests/helper/support/LoopFixture.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/FewDescriptors.h"
+#include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 using helper::testing::RecordingJournal;
@@ -83,9 +83,9 @@ class CharonProcessTest : public LoopFixture {
       EXPECT_FALSE(entry.path().filename().string().starts_with("charon.") || entry.path().filename() == "use")
           << entry.path();
   }
-  static bool lives(const StartedDaemon &daemon) { return startTimeOf(daemon.pid) == daemon.startTime; }
+  static bool lives(const StartedDaemon &daemon) { return linux::startTimeOf(daemon.pid) == daemon.startTime; }
 
-  helper::testing::TemporaryFolder folder_;
+  support::TemporaryFolder folder_;
   CharonProcess::Places places_;
   CharonProcess::Deadlines deadlines_;
   User one_;
@@ -107,13 +107,13 @@ TEST_F(CharonProcessTest, UsesTheSystemsOwnAlsoWhenTheFileNamesAnother) {
   // Nobody; a process that has ended; a later process of the number of the one that answers; one that does not answer.
   for (const std::string &named :
        {std::string(), std::string("1073741823 1 0\n"), own + " 1 0\n",
-        std::to_string(::getppid()) + " " + std::to_string(startTimeOf(::getppid()).value()) + " 0\n"}) {
-    helper::testing::writeFile(folder_.path("use"), named);
+        std::to_string(::getppid()) + " " + std::to_string(linux::startTimeOf(::getppid()).value()) + " 0\n"}) {
+    support::writeFile(folder_.path("use"), named);
     User user;
     getReady(user);
     EXPECT_TRUE(user.journal.daemons.empty()) << named;
     stop(user);
-    EXPECT_EQ(helper::testing::contentsOf(folder_.path("use")), named);
+    EXPECT_EQ(support::contentsOf(folder_.path("use")), named);
   }
 }
 
@@ -142,7 +142,7 @@ TEST_F(CharonProcessTest, StartsOneAndEndsIt) {
   const StartedDaemon daemon = one_.journal.daemons[0];
   EXPECT_TRUE(lives(daemon));
   EXPECT_EQ(daemon.useFile, folder_.path("use"));
-  EXPECT_EQ(helper::testing::contentsOf(folder_.path("use")),
+  EXPECT_EQ(support::contentsOf(folder_.path("use")),
             std::to_string(daemon.pid) + " " + std::to_string(daemon.startTime) + (hasCharonsRule() ? " 1\n" : " 0\n"));
   stop(one_);
   EXPECT_FALSE(lives(daemon));
@@ -151,7 +151,7 @@ TEST_F(CharonProcessTest, StartsOneAndEndsIt) {
 }
 
 TEST_F(CharonProcessTest, KillsOneThatDoesNotEnd) {
-  helper::testing::writeFile(folder_.path("stubborn"), "");
+  support::writeFile(folder_.path("stubborn"), "");
   deadlines_.stop = milliseconds(50);
   getReady(one_);
   const StartedDaemon daemon = one_.journal.daemons.at(0);
@@ -162,7 +162,7 @@ TEST_F(CharonProcessTest, KillsOneThatDoesNotEnd) {
 
 TEST_F(CharonProcessTest, ASocketThatNobodyListensOnAnyMoreIsNoDaemon) {
   { ViciServer(folder_.path("charon.vici")).say("", {}); }
-  helper::testing::writeFile(folder_.path("charon.vici"), "");
+  support::writeFile(folder_.path("charon.vici"), "");
   getReady(one_);
   EXPECT_EQ(one_.journal.daemons.size(), 1U);
   stop(one_);
@@ -222,7 +222,7 @@ TEST_F(CharonProcessTest, WhoIsJustJoiningKeepsNobodyFromEndingIt) {
 }
 
 TEST_F(CharonProcessTest, WaitsForOneThatIsJustEnding) {
-  helper::testing::writeFile(folder_.path("stubborn"), "");
+  support::writeFile(folder_.path("stubborn"), "");
   deadlines_.stop = milliseconds(100);
   getReady(one_);
   const StartedDaemon first = one_.journal.daemons.at(0);
@@ -243,7 +243,7 @@ TEST_F(CharonProcessTest, DestroyedItEndsTheDaemon) {
 }
 
 TEST_F(CharonProcessTest, StoppedWhileItStarts) {
-  helper::testing::writeFile(folder_.path("mute"), "");
+  support::writeFile(folder_.path("mute"), "");
   start(one_);
   ASSERT_TRUE(runUntil([&] { return !one_.journal.daemons.empty(); }));
   const StartedDaemon daemon = one_.journal.daemons[0];
@@ -266,13 +266,13 @@ TEST_F(CharonProcessTest, NoDaemonInstalled) {
 }
 
 TEST_F(CharonProcessTest, NoControlSocket) {
-  helper::testing::writeFile(folder_.path("mute"), "");
+  support::writeFile(folder_.path("mute"), "");
   deadlines_.start = milliseconds(100);
   expectFailure(one_, "its control socket does not appear within 0 seconds; it needs the vici plugin");
 }
 
 TEST_F(CharonProcessTest, OneThatEndsAtOnce) {
-  helper::testing::writeFile(folder_.path("dying"), "");
+  support::writeFile(folder_.path("dying"), "");
   expectFailure(one_, "ended while it started (status 3)");
 }
 
@@ -356,7 +356,7 @@ TEST_F(CharonProcessTest, AJournalsDaemonIsEndedUnlessSomebodyUsesIt) {
   EXPECT_TRUE(lives(daemon));
   // When its helper dies, the lock goes and the file stays: as if another file had taken its place.
   std::filesystem::rename(folder_.path("use"), folder_.path("held"));
-  helper::testing::writeFile(folder_.path("use"), *helper::testing::contentsOf(folder_.path("held")));
+  support::writeFile(folder_.path("use"), *support::contentsOf(folder_.path("held")));
   EXPECT_TRUE(CharonProcess::endDaemon(daemon, seconds(5), places_));
   expectNothingLeft();
 }
@@ -365,7 +365,7 @@ TEST_F(CharonProcessTest, AJournalsDaemonThatCannotBeSeenMayStillRun) {
   getReady(one_);
   const StartedDaemon daemon = one_.journal.daemons.at(0);
   std::filesystem::rename(folder_.path("use"), folder_.path("held"));
-  helper::testing::writeFile(folder_.path("use"), *helper::testing::contentsOf(folder_.path("held")));
+  support::writeFile(folder_.path("use"), *support::contentsOf(folder_.path("held")));
   // Not even the file of its users; that, but not the process; both, but not when it started.
   for (const unsigned more : {0U, 1U, 2U}) {
     const FewDescriptors few(more);
@@ -414,12 +414,12 @@ class CharonProcessRuleTest : public CharonProcessTest {
     if (!possible) GTEST_SKIP() << "no network namespace or no rules for routes here";
   }
   static bool rule(const char *what) {
-    auto ip = ChildProcess::spawn({"/bin/ip", "rule", what, "priority", "220", "table", "220"}, {}, {});
+    auto ip = linux::ChildProcess::spawn({"/bin/ip", "rule", what, "priority", "220", "table", "220"}, {}, {});
     return ip && ip->waitFor(seconds(10)) && ip->end().exited && ip->end().code == 0;
   }
   // What is left of a daemon that was killed, by whoever repairs.
   void repair(bool ruleWasThere = false) {
-    helper::testing::writeFile(folder_.path("use"), "");
+    support::writeFile(folder_.path("use"), "");
     EXPECT_TRUE(CharonProcess::endDaemon({kNobody, 1, folder_.path("use"), ruleWasThere}, seconds(5), places_));
   }
   static constexpr pid_t kNobody = 0x3fffffff;
@@ -443,7 +443,7 @@ TEST_F(CharonProcessRuleTest, StaysWhenItWasThereBefore) {
 TEST_F(CharonProcessRuleTest, StaysWhenAnotherDaemonAnswers) {
   inNetwork([this] {
     const ViciServer administrators(folder_.path("charon.vici"));
-    helper::testing::writeFile(folder_.path("charon.pid"), std::to_string(kNobody) + "\n");
+    support::writeFile(folder_.path("charon.pid"), std::to_string(kNobody) + "\n");
     repair();
     EXPECT_TRUE(hasCharonsRule());
   });
@@ -451,11 +451,11 @@ TEST_F(CharonProcessRuleTest, StaysWhenAnotherDaemonAnswers) {
 
 TEST_F(CharonProcessRuleTest, StaysWhenAnotherDaemonStarts) {
   inNetwork([this] {
-    helper::testing::writeFile(folder_.path("charon.pid"), std::to_string(::getpid()) + "\n");
+    support::writeFile(folder_.path("charon.pid"), std::to_string(::getpid()) + "\n");
     repair();
     EXPECT_TRUE(hasCharonsRule());
     EXPECT_TRUE(std::filesystem::exists(folder_.path("charon.pid")));
-    helper::testing::writeFile(folder_.path("charon.pid"), std::to_string(kNobody) + "\n");
+    support::writeFile(folder_.path("charon.pid"), std::to_string(kNobody) + "\n");
     repair();
     EXPECT_FALSE(hasCharonsRule());
     EXPECT_FALSE(std::filesystem::exists(folder_.path("charon.pid")));
@@ -472,7 +472,7 @@ TEST_F(CharonProcessRuleTest, CountsAsThereWhenItCannotBeSeen) {
 }
 
 TEST_F(CharonProcessTest, AnotherProcessOfThatNumberIsLeftAlone) {
-  helper::testing::writeFile(folder_.path("use"), "");
+  support::writeFile(folder_.path("use"), "");
   // Were it ended, this would be the end of the test.
   EXPECT_TRUE(CharonProcess::endDaemon({::getpid(), 1, folder_.path("use"), true}, seconds(5), places_));
   EXPECT_FALSE(std::filesystem::exists(folder_.path("use")));

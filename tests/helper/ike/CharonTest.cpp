@@ -16,9 +16,9 @@
 #include "tests/helper/ike/CrowdedListener.h"
 #include "tests/helper/ike/RecordingJournal.h"
 #include "tests/helper/ike/ViciServer.h"
-#include "tests/helper/support/FewDescriptors.h"
-#include "tests/helper/support/LoopFixture.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/FewDescriptors.h"
+#include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 using foundation::Secret;
@@ -111,7 +111,7 @@ class CharonTest : public LoopFixture {
     places_.useFile = folder_.path("charon");
     places_.programs.clear();
     deadlines_.look = milliseconds(5);
-    heard_ = EventSource::io(event_, server_.heard(), EPOLLIN, [this](std::uint32_t) {
+    heard_ = linux::EventSource::io(event_, server_.heard(), EPOLLIN, [this](std::uint32_t) {
       eventfd_t count = 0;
       ::eventfd_read(server_.heard(), &count);
     });
@@ -218,14 +218,14 @@ class CharonTest : public LoopFixture {
     return {std::find(all.begin(), all.end(), first), all.end()};
   }
 
-  helper::testing::TemporaryFolder folder_;
+  support::TemporaryFolder folder_;
   ViciServer server_{folder_.path("vici")};
   RecordingJournal journal_;
   CharonProcess::Places places_;
   Charon::Settings settings_;
   Charon::Deadlines deadlines_;
   Secret secret_{std::string_view("p\0s'k\xff", 6)};
-  EventSource heard_;
+  linux::EventSource heard_;
   std::atomic<bool> finishLater_ = false;
   int ready_ = 0;
   int established_ = 0;

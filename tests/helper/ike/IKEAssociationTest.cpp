@@ -4,8 +4,8 @@
 
 #include "helper/ike/IKEAssociation.h"
 #include "tests/helper/ike/RecordingJournal.h"
-#include "tests/helper/support/LoopFixture.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 using foundation::Error;
@@ -153,7 +153,7 @@ class IKEAssociationTest : public LoopFixture {
     EXPECT_EQ(up_, 0);
   }
 
-  helper::testing::TemporaryFolder folder_;
+  support::TemporaryFolder folder_;
   PPPLog log_;
   EngineSettings settings_;
   FakeSecrets secrets_;
@@ -276,7 +276,7 @@ TEST_F(IKEAssociationTest, DropsWhatTheDaemonLacksAndSaysSo) {
     EXPECT_EQ(proposal.find("ecp384"), std::string::npos);
   }
   EXPECT_EQ(daemon_.plans.at(0).proposals.size(), IKEProposals::broad().ike.size() - 3);
-  const std::string log = *helper::testing::contentsOf(folder_.path("ppp.log"));
+  const std::string log = *support::contentsOf(folder_.path("ppp.log"));
   EXPECT_NE(log.find("The IKE daemon (charon 5.9.8) lacks ecp384, 3des;"), std::string::npos) << log;
 }
 

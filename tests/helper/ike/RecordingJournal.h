@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "helper/ike/IPSecJournal.h"
+#include "helper/journal/IPSecJournal.h"
 
 namespace helper::testing {
 

@@ -6,8 +6,8 @@
 #include "helper/ike/ViciExchange.h"
 #include "tests/helper/ike/CrowdedListener.h"
 #include "tests/helper/ike/ViciServer.h"
-#include "tests/helper/support/LoopFixture.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 using helper::testing::ViciServer;
@@ -36,7 +36,7 @@ class ViciConnectionTest : public LoopFixture {
         [this](const foundation::Result<Section> &reply) { replies_.push_back(reply); });
   }
 
-  helper::testing::TemporaryFolder folder_;
+  support::TemporaryFolder folder_;
   ViciServer server_{folder_.path("vici")};
   std::unique_ptr<ViciConnection> connection_;
   std::vector<foundation::Result<Section>> replies_;

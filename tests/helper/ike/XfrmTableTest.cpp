@@ -9,9 +9,9 @@
 #include <thread>
 
 #include "foundation/FileDescriptor.h"
-#include "helper/ChildProcess.h"
 #include "helper/ike/SocketPolicy.h"
 #include "helper/ike/XfrmTable.h"
+#include "linux/ChildProcess.h"
 
 using foundation::FileDescriptor;
 using namespace helper;
@@ -31,7 +31,7 @@ bool ip(const std::string &arguments) {
   std::vector<std::string> words{"/usr/sbin/ip"};
   std::istringstream stream(arguments);
   for (std::string word; stream >> word;) words.push_back(word);
-  auto program = ChildProcess::spawn(words, {}, {});
+  auto program = linux::ChildProcess::spawn(words, {}, {});
   return program && program->waitFor(std::chrono::seconds(10)) && program->end().exited && program->end().code == 0;
 }
 

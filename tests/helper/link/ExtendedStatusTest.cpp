@@ -1,7 +1,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include "helper/TunnelFailure.h"
+#include "helper/common/TunnelFailure.h"
 #include "helper/link/ExtendedStatus.h"
 
 using foundation::Value;

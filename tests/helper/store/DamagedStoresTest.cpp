@@ -14,10 +14,10 @@
 #include <functional>
 
 #include "foundation/PropertyList.h"
-#include "helper/StatusCodes.h"
 #include "helper/store/Keychain.h"
 #include "helper/store/PreferencesStore.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
+#include "wire/StatusCodes.h"
 
 namespace helper {
 namespace {
@@ -25,8 +25,8 @@ namespace {
 using foundation::FileDescriptor;
 using foundation::Secret;
 using foundation::Value;
-using testing::contentsOf;
-using testing::writeFile;
+using support::contentsOf;
+using support::writeFile;
 
 constexpr std::chrono::milliseconds kPatience{20};
 constexpr std::size_t kDeep = 100'000;  // levels
@@ -143,8 +143,8 @@ class DamagedStoresTest : public ::testing::TestWithParam<const char *> {
     return contentsOf(subject.path).value_or("");
   }
 
-  testing::TemporaryFolder folder;
-  PosixFileSystem fileSystem;
+  support::TemporaryFolder folder;
+  linux::PosixFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
   std::size_t logged = 0;
   PreferencesStore preferences{folder.path("store/preferences.plist"), fileSystem, log, kPatience};
@@ -325,8 +325,8 @@ class DamagedKeyTest : public ::testing::Test {
     ASSERT_EQ(::chmod(key.c_str(), 0400), 0);
   }
 
-  testing::TemporaryFolder folder;
-  PosixFileSystem fileSystem;
+  support::TemporaryFolder folder;
+  linux::PosixFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
   Keychain keychain{folder.path("keychain"), fileSystem, log};
   const std::string key = folder.path("keychain/SystemKey");

@@ -8,10 +8,10 @@
 #include <iterator>
 
 #include "foundation/PropertyList.h"
-#include "helper/StatusCodes.h"
 #include "helper/store/Keychain.h"
-#include "tests/helper/support/FaultyFileSystem.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/FaultyFileSystem.h"
+#include "tests/support/TemporaryFolder.h"
+#include "wire/StatusCodes.h"
 
 namespace helper {
 namespace {
@@ -19,9 +19,9 @@ namespace {
 using foundation::FileDescriptor;
 using foundation::Secret;
 using foundation::Value;
-using testing::contentsOf;
-using testing::FaultyFileSystem;
-using testing::writeFile;
+using support::contentsOf;
+using support::FaultyFileSystem;
+using support::writeFile;
 using Call = FaultyFileSystem::Call;
 
 KeychainItem::Attributes attributes(const std::string &label, const std::string &account, const std::string &service) {
@@ -62,7 +62,7 @@ class KeychainTest : public ::testing::Test {
     writeFile(file, *foundation::xmlPropertyList(changed));
   }
 
-  testing::TemporaryFolder folder;
+  support::TemporaryFolder folder;
   FileDescriptor first;
   FileDescriptor second;
   FaultyFileSystem fileSystem;

@@ -6,17 +6,17 @@
 #include <cerrno>
 #include <filesystem>
 
-#include "helper/StatusCodes.h"
 #include "helper/store/PreferencesStore.h"
-#include "tests/helper/support/FaultyFileSystem.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/FaultyFileSystem.h"
+#include "tests/support/TemporaryFolder.h"
+#include "wire/StatusCodes.h"
 
 namespace helper {
 namespace {
 
-using testing::contentsOf;
-using testing::FaultyFileSystem;
-using testing::writeFile;
+using support::contentsOf;
+using support::FaultyFileSystem;
+using support::writeFile;
 using Call = FaultyFileSystem::Call;
 
 const std::string kEmpty = "<plist version=\"1.0\"><dict/></plist>";
@@ -31,7 +31,7 @@ class PreferencesStoreTest : public ::testing::Test {
   }
   std::string signature() const { return store.read()->signature; }
 
-  testing::TemporaryFolder folder;
+  support::TemporaryFolder folder;
   FaultyFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
   const std::string path = folder.path("vpnctl/preferences.plist");

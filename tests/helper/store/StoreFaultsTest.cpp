@@ -11,19 +11,19 @@
 #include <set>
 #include <utility>
 
-#include "helper/StatusCodes.h"
 #include "helper/store/Keychain.h"
 #include "helper/store/PreferencesStore.h"
-#include "tests/helper/support/FaultsFixture.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/FaultsFixture.h"
+#include "tests/support/TemporaryFolder.h"
+#include "wire/StatusCodes.h"
 
 namespace helper {
 namespace {
 
 using foundation::FileDescriptor;
 using foundation::Secret;
-using testing::contentsOf;
-using testing::TracedProcess;
+using support::contentsOf;
+using support::TracedProcess;
 
 std::set<std::string> namesIn(const std::string &folder) {
   std::set<std::string> names;
@@ -31,11 +31,11 @@ std::set<std::string> namesIn(const std::string &folder) {
   return names;
 }
 
-class StoreFaultsTest : public testing::FaultsFixture {
+class StoreFaultsTest : public support::FaultsFixture {
  protected:
   void withEveryFault(const std::function<void()> &prepare, const std::function<int()> &work,
                       const std::function<void(const TracedProcess &)> &check) {
-    using Kind = testing::CallFault::Kind;
+    using Kind = support::CallFault::Kind;
     withFaults({{Kind::kill, 0},
                 {Kind::fail, ENOSPC},
                 {Kind::fail, EIO},
@@ -46,8 +46,8 @@ class StoreFaultsTest : public testing::FaultsFixture {
                prepare, work, check);
   }
 
-  testing::TemporaryFolder folder{testing::TemporaryFolder::Place::memory};  // a disk would take its time for thousands
-  PosixFileSystem fileSystem;
+  support::TemporaryFolder folder{support::TemporaryFolder::Place::memory};  // a disk would take its time for thousands
+  linux::PosixFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
 };
 

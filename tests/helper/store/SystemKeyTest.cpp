@@ -5,20 +5,20 @@
 #include <filesystem>
 
 #include "helper/store/SystemKey.h"
-#include "tests/helper/support/FaultyFileSystem.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/FaultyFileSystem.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace helper {
 namespace {
 
 using foundation::Secret;
-using testing::contentsOf;
-using testing::FaultyFileSystem;
+using support::contentsOf;
+using support::FaultyFileSystem;
 using Call = FaultyFileSystem::Call;
 
 class SystemKeyTest : public ::testing::Test {
  protected:
-  testing::TemporaryFolder folder;
+  support::TemporaryFolder folder;
   FaultyFileSystem fileSystem;
   const std::string path = folder.path("SystemKey");
 };
@@ -96,10 +96,10 @@ TEST_F(SystemKeyTest, AFailureLeavesNoKey) {
 
 TEST_F(SystemKeyTest, WhatIsNoKeyIsRefused) {
   EXPECT_EQ(SystemKey::load(path, fileSystem).error().code, ENOENT);
-  testing::writeFile(path, "too short");
+  support::writeFile(path, "too short");
   ASSERT_EQ(::chmod(path.c_str(), 0400), 0);
   EXPECT_EQ(SystemKey::load(path, fileSystem).error().code, EINVAL);
-  testing::writeFile(folder.path("readable"), std::string(32, 'k'));
+  support::writeFile(folder.path("readable"), std::string(32, 'k'));
   ASSERT_EQ(::chmod(folder.path("readable").c_str(), 0440), 0);
   EXPECT_EQ(SystemKey::load(folder.path("readable"), fileSystem).error().code, EPERM);
   std::filesystem::create_symlink(folder.path("readable"), folder.path("link"));

@@ -23,7 +23,7 @@ AuthorizationRef created() {
 
 TEST_F(AuthorizationTest, StartsTheHelperAndIsReadyWhenTheLogIsThere) {
   const auto authorization = authorize();
-  EXPECT_TRUE(helper::testing::contentsOf(logPath()).has_value());
+  EXPECT_TRUE(support::contentsOf(logPath()).has_value());
   EXPECT_EQ(helperProcesses().size(), 1U);
 }
 
@@ -117,7 +117,7 @@ TEST_F(AuthorizationTest, TheHelperInheritsNothing) {
     else
       EXPECT_TRUE(target.starts_with("socket:") || target.starts_with("anon_inode:") || target == logPath()) << target;
   }
-  const auto status = helper::testing::contentsOf(process + "/status").value_or("");
+  const auto status = support::contentsOf(process + "/status").value_or("");
   // The helper blocks and ignores what it wants for itself; SIGUSR1 (bit 9) and SIGUSR2 (bit 11) are not among it.
   const auto mask = [&](const std::string &name) {
     return std::stoull(status.substr(status.find(name + ":") + name.size() + 1), nullptr, 16);

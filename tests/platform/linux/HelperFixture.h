@@ -9,7 +9,7 @@
 
 #include "platform/Security.h"
 #include "platform/SystemConfiguration.h"
-#include "tests/helper/support/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform::testing {
 
@@ -32,7 +32,7 @@ class HelperFixture : public ::testing::Test {
 
   std::string preferencesPath() const { return folder_.path("etc/preferences.plist"); }
   std::string logPath() const { return folder_.path("ppp.log"); }
-  const helper::testing::TemporaryFolder &folder() const { return folder_; }
+  const support::TemporaryFolder &folder() const { return folder_; }
 
   // What the calls of one connection's callback saw, in order.
   struct Moment {
@@ -54,7 +54,7 @@ class HelperFixture : public ::testing::Test {
   static SCNetworkConnectionRef connect(const std::string &serviceID, Recorder &recorder);
 
  private:
-  helper::testing::TemporaryFolder folder_;
+  support::TemporaryFolder folder_;
 };
 
 // The program that AuthorizationCopyRights starts from now on.

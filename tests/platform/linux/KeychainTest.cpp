@@ -116,7 +116,7 @@ TEST_F(KeychainTest, NoSecretStandsInTheFiles) {
   const std::string secret = "tremendously secret words";
   ASSERT_EQ(add("mine", "user", "S", secret), errSecSuccess);
   const std::string file = folder().path("keychain/System.keychain");
-  EXPECT_EQ(helper::testing::contentsOf(file).value_or(secret).find(secret), std::string::npos);
+  EXPECT_EQ(support::contentsOf(file).value_or(secret).find(secret), std::string::npos);
   struct stat attributes = {};
   ASSERT_EQ(::stat(file.c_str(), &attributes), 0);
   EXPECT_EQ(attributes.st_mode & 07777, 0600U);
@@ -136,7 +136,7 @@ TEST_F(KeychainTest, ASecretOfAwkwardBytesIsKeptAsItIs) {
   const foundation::FileDescriptor first(pair[0]);
   const foundation::FileDescriptor second(pair[1]);
   auto log = helper::PPPLog::open(folder().path("reader.log"));
-  helper::PosixFileSystem fileSystem;
+  linux::PosixFileSystem fileSystem;
   helper::Keychain reader(folder().path("keychain"), fileSystem, *log);
   const auto kept = reader.secretForService("S", helper::Peer::ofSocket(first.get()).value());
   ASSERT_TRUE(kept) << kept.error().message;

@@ -14,8 +14,8 @@ namespace platform {
 namespace {
 
 using foundation::Value;
-using helper::testing::contentsOf;
-using helper::testing::writeFile;
+using support::contentsOf;
+using support::writeFile;
 
 class PreferencesTest : public testing::HelperFixture {
  protected:

@@ -1,0 +1,41 @@
+// A tunnel: what stands between the network and PPP. It sets itself up and yields a connected PPPoX socket, which
+// becomes pppd's channel; everything above does not know which protocol it is.
+//
+// Usual sequence: start(), then exactly one of up or failed; after up perhaps lost, once. stop() at any time, also
+// twice or before start(), ends with stopped, once. No handler is called from within start() or stop(), nor after
+// destruction. Destroying a tunnel that is up ends it without waiting for the server's answers.
+//
+// Thread rule: the thread of the event loop. Nothing blocks.
+
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "foundation/FileDescriptor.h"
+#include "helper/common/TunnelFailure.h"
+
+namespace helper {
+
+class Tunnel {
+ public:
+  using DeviceCause = helper::DeviceCause;
+  using Failure = TunnelFailure;
+  using Loss = TunnelLoss;
+
+  struct Handlers {
+    // The connected socket, for pppd. What the server is called is of no interest any more.
+    std::function<void(foundation::FileDescriptor channel)> up;
+    std::function<void(const Failure &)> failed;
+    // The server ended the call, or is gone.
+    std::function<void(const Loss &)> lost;
+    std::function<void()> stopped;
+  };
+
+  virtual ~Tunnel() = default;
+  virtual void start() = 0;
+  // Tells the server, waits for its answers within a deadline of its own.
+  virtual void stop() = 0;
+};
+
+}  // namespace helper

@@ -1,0 +1,218 @@
+#include "helper/journal/Journal.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+
+#include "foundation/PropertyList.h"
+#include "linux/FolderPaths.h"
+
+namespace helper {
+
+using foundation::errnoError;
+using foundation::FileDescriptor;
+using foundation::Status;
+
+namespace {
+
+constexpr char kFileName[] = "/journal.plist";
+constexpr char kFolderPrefix[] = "link.";
+constexpr char kBrokenPrefix[] = "broken.";
+
+// One link's folder: its helper holds it locked for life, so nobody waits for it.
+foundation::Result<FileDescriptor> openLocked(const std::string &folder) {
+  FileDescriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!lock || ::flock(lock.get(), LOCK_EX | LOCK_NB) < 0) return errnoError(errno, "lock " + folder);
+  return lock;
+}
+
+// Held while a folder is made or looked for, so that nobody takes a new folder, not locked yet, for an abandoned one.
+foundation::Result<linux::FolderLock> lockBase(const std::string &base, std::chrono::milliseconds patience) {
+  for (int attempt = 0;; ++attempt) {
+    if (::mkdir(base.c_str(), 0700) < 0 && errno != EEXIST) return errnoError(errno, "make the folder " + base);
+    auto lock = linux::FolderLock::take(base, patience);
+    // Whoever finished the last journal may have removed the folder between the two.
+    if (!lock && lock.error().code == ENOENT && attempt < 9) continue;
+    if (!lock) return lock;
+    struct stat attributes {};
+    if (::fstat(lock->folder(), &attributes) < 0) return errnoError(errno, "look at " + base);
+    // Whoever made it: what lies in it is believed later, so nobody else may put anything there.
+    if (attributes.st_uid != ::geteuid()) return errnoError(EPERM, "trust the folder " + base);
+    if (::fchmod(lock->folder(), 0700) < 0) return errnoError(errno, "protect the folder " + base);
+    return lock;
+  }
+}
+
+std::string baseOf(const std::string &folder) { return std::filesystem::path(folder).parent_path(); }
+
+// 0 for a folder of another kind.
+std::uint32_t numberOf(const std::filesystem::path &folder) {
+  const std::string name = folder.filename();
+  std::uint32_t number = 0;
+  const char *end = name.data() + name.size();
+  const auto read = std::from_chars(name.data() + std::min(name.find('.') + 1, name.size()), end, number);
+  return read.ec == std::errc() && read.ptr == end ? number : 0;
+}
+
+bool isLinks(const std::filesystem::path &folder) { return folder.filename().string().starts_with(kFolderPrefix); }
+
+// One more than any there is, also among those put aside.
+std::uint32_t nextNumber(const std::string &base) {
+  std::uint32_t highest = 0;
+  std::error_code ignored;
+  for (const std::string &path : linux::pathsIn(base, ignored)) highest = std::max(highest, numberOf(path));
+  return highest + 1;
+}
+
+// Says nothing about what is in the journal.
+bool isShortage(const foundation::Error &error) {
+  return error.domain == foundation::kPOSIXErrorDomain &&
+         (error.code == EMFILE || error.code == ENFILE || error.code == ENOMEM || error.code == EINTR);
+}
+
+// What was read as ERROR stays, but is not looked at again.
+foundation::Error putAside(const std::string &folder, foundation::Error error) {
+  const std::filesystem::path path(folder);
+  const std::string aside = path.parent_path() / (kBrokenPrefix + path.extension().string().substr(1));
+  if (::rename(folder.c_str(), aside.c_str()) == 0) error.message += "; it is kept in " + aside;
+  return error;
+}
+
+}  // namespace
+
+foundation::Result<Journal> Journal::create(const std::string &base, std::chrono::milliseconds lockPatience) {
+  for (int attempt = 0;; ++attempt) {
+    // Held until the new folder is locked.
+    const auto baseLock = lockBase(base, lockPatience);
+    if (!baseLock) {
+      ::rmdir(base.c_str());  // it was made for nothing, when it is empty
+      return baseLock.error();
+    }
+    std::string folder = base + "/" + kFolderPrefix + std::to_string(nextNumber(base));
+    if (::mkdir(folder.c_str(), 0700) == 0) {
+      auto lock = openLocked(folder);
+      if (lock) return Journal(std::move(folder), std::move(*lock), lockPatience);
+      ::rmdir(folder.c_str());
+      ::rmdir(base.c_str());
+      return lock.error();
+    }
+    // Whoever finished the last journal may have removed the base in between.
+    if (errno != ENOENT || attempt == 9) return errnoError(errno, "make a folder in " + base);
+  }
+}
+
+std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<foundation::Error> &errors,
+                                        std::chrono::milliseconds lockPatience) {
+  std::vector<Journal> found;
+  std::error_code error;
+  if (!std::filesystem::is_directory(base, error)) return found;
+  const auto baseLock = lockBase(base, lockPatience);
+  if (!baseLock) {
+    errors.push_back(baseLock.error());
+    return found;
+  }
+  for (const std::string &folder : linux::pathsIn(base, error)) {
+    if (!isLinks(folder)) continue;
+    auto lock = openLocked(folder);
+    if (!lock) {
+      if (isShortage(lock.error())) errors.push_back(lock.error());
+      continue;  // its helper lives
+    }
+    Journal journal(folder, std::move(*lock), lockPatience);
+    if (const Status status = journal.read(); status)
+      found.push_back(std::move(journal));
+    else
+      errors.push_back(isShortage(status.error()) ? status.error() : putAside(folder, status.error()));
+  }
+  if (error) errors.push_back(errnoError(error.value(), "look into " + base));
+  ::rmdir(base.c_str());  // of one who died before he had made anything in it
+  return found;
+}
+
+std::uint32_t Journal::number() const { return numberOf(folder_); }
+
+foundation::Result<linux::FolderLock> Journal::lockOthersOut() const {
+  return lockBase(baseOf(folder_), lockPatience_);
+}
+
+std::vector<Journal::Other> Journal::others() const {
+  std::vector<Other> found;
+  std::error_code ignored;
+  for (const std::string &folder : linux::pathsIn(baseOf(folder_), ignored)) {
+    if (folder == folder_ || !isLinks(folder)) continue;
+    auto lock = openLocked(folder);
+    const bool alive = !lock;
+    Journal journal(folder, lock ? std::move(*lock) : FileDescriptor(), lockPatience_);
+    if (journal.read()) found.push_back({journal.number(), alive, std::move(journal.entries_)});
+  }
+  return found;
+}
+
+Status Journal::note(JournalEntry entry) {
+  entries_.push_back(std::move(entry));
+  Status status = write();
+  if (!status) entries_.pop_back();
+  return status;
+}
+
+Status Journal::forgetLast() {
+  if (!entries_.empty()) entries_.pop_back();
+  return write();
+}
+
+Status Journal::forget(std::size_t index) {
+  if (index < entries_.size()) entries_.erase(entries_.begin() + static_cast<std::ptrdiff_t>(index));
+  return write();
+}
+
+void Journal::forgetEntry(const JournalEntry &entry) {
+  const auto found = std::find(entries_.rbegin(), entries_.rend(), entry);
+  if (found == entries_.rend()) return;
+  entries_.erase(std::next(found).base());
+  // When this cannot be written, the next helper undoes it once more, which does no harm.
+  static_cast<void>(write());
+}
+
+void Journal::finish() {
+  std::error_code ignored;
+  std::filesystem::remove_all(folder_, ignored);
+  lock_.reset();
+  // The last one out takes the base along; while another link lives, it is not empty.
+  const std::string base = baseOf(folder_);
+  const auto baseLock = linux::FolderLock::take(base, lockPatience_);
+  if (baseLock) ::rmdir(base.c_str());
+}
+
+Status Journal::write() const {
+  const auto text = foundation::xmlPropertyList(journalValue(entries_));
+  if (!text) return text.error();
+  const std::string path = folder_ + kFileName;
+  const std::string fresh = path + "-new";
+  FileDescriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!file) return errnoError(errno, "open " + fresh);
+  if (Status written = foundation::writeAll(file.get(), *text, fresh); !written) return written;
+  if (::rename(fresh.c_str(), path.c_str()) < 0) return errnoError(errno, "write " + path);
+  return {};
+}
+
+Status Journal::read() {
+  const std::string path = folder_ + kFileName;
+  const auto value = foundation::propertyListFromFile(path);
+  if (!value) {
+    // A helper that died before its first change leaves a folder without a journal.
+    if (value.error().domain == foundation::kPOSIXErrorDomain && value.error().code == ENOENT) return {};
+    return value.error();
+  }
+  auto entries = journalEntries(*value);
+  if (!entries) return foundation::Error{entries.error().domain, 0, path + ": " + entries.error().message};
+  entries_ = std::move(*entries);
+  return {};
+}
+
+}  // namespace helper

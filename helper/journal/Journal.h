@@ -1,0 +1,132 @@
+// What one link has done to the machine, written down before it is done, in a folder of the link's own under
+// /run/vpnctl. The folder is locked while its helper lives; what a dead helper left can be found, locked and undone by
+// the next.
+//
+// Usual sequence: create(); note(entry) before each change; undo in reverse order, forget(index) after each; finish().
+// Or: abandoned() gives the journals of the dead. Thread rule: one thread. Blocks only for the file system (memory),
+// and a moment for others who do the same.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+#include "foundation/Value.h"
+#include "helper/journal/IPSecJournal.h"
+#include "helper/journal/Route.h"
+#include "linux/FolderLock.h"
+#include "linux/ProcessStart.h"
+
+namespace helper {
+
+// A process that we started, told from a later one of the same number by its start time (field 22 of /proc/PID/stat).
+struct StartedProcess {
+  pid_t pid = -1;
+  std::uint64_t startTime = 0;
+  bool operator==(const StartedProcess &) const = default;
+};
+
+// A route that we added.
+struct AddedRoute {
+  Route route;
+  bool operator==(const AddedRoute &) const = default;
+};
+
+// Name servers given to the resolvconf program under a key.
+struct ResolvconfRecord {
+  std::string program;
+  std::string key;
+  bool operator==(const ResolvconfRecord &) const = default;
+};
+
+// A file that we replaced. What was there: nothing, a symbolic link, or bytes.
+struct ReplacedFile {
+  std::string path;
+  std::optional<std::string> linkTarget;
+  std::optional<std::string> bytes;
+  mode_t mode = 0644;
+  uid_t owner = 0;
+  gid_t group = 0;
+  std::string replacement;  // what we put there: if it is no longer that, somebody else has taken over
+  bool operator==(const ReplacedFile &) const = default;
+};
+
+using JournalEntry =
+    std::variant<StartedProcess, AddedRoute, ResolvconfRecord, ReplacedFile, LoadedConnection, StartedDaemon>;
+
+class Journal : public IPSecJournal {
+ public:
+  static constexpr char kBase[] = "/run/vpnctl";
+
+  // What another link has noted.
+  struct Other {
+    std::uint32_t number = 0;
+    bool alive = false;  // so is its helper
+    std::vector<JournalEntry> entries;
+  };
+
+  // Others hold the lock of all journals for one change of a file; who still has it by then has been stopped, or his
+  // disk has.
+  static constexpr std::chrono::milliseconds kLockPatience{2000};
+
+  // A new folder (0700) below BASE, locked. EWOULDBLOCK, as from all that need the lock of all journals, when another
+  // does not let that go.
+  static foundation::Result<Journal> create(const std::string &base = kBase,
+                                            std::chrono::milliseconds lockPatience = kLockPatience);
+  // The journals below BASE whose helpers are dead, each locked now. One that makes no sense, of a newer version
+  // perhaps, is put aside as BASE/broken.XXXXXX for people to look at; one that we have no means to read now is left to
+  // the next helper. ERRORS tells of both.
+  static std::vector<Journal> abandoned(const std::string &base, std::vector<foundation::Error> &errors,
+                                        std::chrono::milliseconds lockPatience = kLockPatience);
+
+  Journal(Journal &&) = default;
+  Journal &operator=(Journal &&) = default;
+
+  const std::string &folder() const { return folder_; }
+  // Of the links that are there at the same time, the newest has the highest.
+  std::uint32_t number() const;
+  // Held while the caller looks at what others() have noted, and acts on it: meanwhile they wait. Blocks while another
+  // does that, as long as there is patience.
+  foundation::Result<linux::FolderLock> lockOthersOut() const;
+  // Those that cannot be read are left out.
+  std::vector<Other> others() const;
+  const std::vector<JournalEntry> &entries() const { return entries_; }
+  // Writes the entry down; when that fails, the change must not be made.
+  foundation::Status note(JournalEntry entry);
+  // The newest entry's change has been undone (or was never made).
+  foundation::Status forgetLast();
+  // So has that of the entry at INDEX.
+  foundation::Status forget(std::size_t index);
+  foundation::Status noteConnection(const LoadedConnection &entry) override { return note(entry); }
+  foundation::Status noteDaemon(const StartedDaemon &entry) override { return note(entry); }
+  void forgetConnection(const LoadedConnection &entry) override { forgetEntry(entry); }
+  void forgetDaemon(const StartedDaemon &entry) override { forgetEntry(entry); }
+  // Removes the folder and everything in it.
+  void finish();
+
+ private:
+  Journal(std::string folder, foundation::FileDescriptor lock, std::chrono::milliseconds lockPatience)
+      : folder_(std::move(folder)), lock_(std::move(lock)), lockPatience_(lockPatience) {}
+  void forgetEntry(const JournalEntry &entry);
+  foundation::Status write() const;
+  foundation::Status read();
+
+  std::string folder_;
+  foundation::FileDescriptor lock_;
+  std::chrono::milliseconds lockPatience_;
+  std::vector<JournalEntry> entries_;
+};
+
+// The form in the file, and back.
+foundation::Value journalValue(const std::vector<JournalEntry> &entries);
+foundation::Result<std::vector<JournalEntry>> journalEntries(const foundation::Value &value);
+
+}  // namespace helper

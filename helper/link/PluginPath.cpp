@@ -1,7 +1,0 @@
-#include "helper/link/PluginPath.h"
-
-namespace helper {
-
-const char *pluginPath() { return VPNCTL_PLUGIN_PATH; }
-
-}  // namespace helper

@@ -1,0 +1,141 @@
+#include "helper/network/NameResolution.h"
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <signal.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <string_view>
+#include <system_error>
+#include <thread>
+
+#include "foundation/FileDescriptor.h"
+
+namespace helper {
+
+struct NameResolution::Question {
+  std::string name;
+  Resolver resolver;
+  foundation::FileDescriptor done;  // an eventfd
+  int error = 0;
+  in_addr address{};
+  std::atomic<bool> answered{false};  // publishes error and address
+};
+
+namespace {
+
+constexpr std::size_t kLongestName = 253;  // RFC 1035 section 2.3.4, as text
+
+foundation::Error sentence(std::string text) { return {"NameResolution", 0, std::move(text)}; }
+
+bool isHostName(std::string_view text) {
+  const auto allowed = [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '.' || c == '_';
+  };
+  // Without a letter it is a number that went wrong, and the system's resolver would guess at it ("1.2" is 1.0.0.2).
+  const auto letter = [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; };
+  return text.size() <= kLongestName && std::all_of(text.begin(), text.end(), allowed) &&
+         std::any_of(text.begin(), text.end(), letter) && text.front() != '-' && text.front() != '.' &&
+         text.find("..") == std::string_view::npos && text.substr(0, 2) != "0x";
+}
+
+bool canBeServer(in_addr address) {
+  const std::uint32_t number = ntohl(address.s_addr);
+  return number >> 24 != 0 && number >> 28 < 0xe;  // neither "this network" nor multicast and beyond
+}
+
+}  // namespace
+
+foundation::Result<in_addr> NameResolution::parse(const std::string &text) {
+  in_addr address{};
+  in6_addr other{};
+  if (text.empty()) return sentence("The configuration names no server; set its address or its name.");
+  if (inet_pton(AF_INET, text.c_str(), &address) == 1 && text.find('\0') == std::string::npos) {
+    if (canBeServer(address)) return address;
+    return sentence("No server can have the address " + text + "; set the address or the name of the VPN server.");
+  }
+  if (inet_pton(AF_INET6, text.c_str(), &other) == 1)
+    return sentence(
+        "The server address " + text +
+        " is an IPv6 address, and these tunnels run over IPv4 only; set the server's IPv4 address or name.");
+  if (!isHostName(text))
+    return sentence("The server address \"" + text.substr(0, kLongestName) +
+                    "\" is neither an IPv4 address nor the name of a host.");
+  address.s_addr = INADDR_ANY;
+  return address;
+}
+
+NameResolution::Resolver NameResolution::systemResolver() {
+  return [](const std::string &name, in_addr &address) {
+    addrinfo hints{};
+    hints.ai_family = AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    const int error = getaddrinfo(name.c_str(), nullptr, &hints, &found);
+    if (error != 0) return error;
+    address = reinterpret_cast<const sockaddr_in *>(found->ai_addr)->sin_addr;
+    freeaddrinfo(found);
+    return 0;
+  };
+}
+
+NameResolution::NameResolution(sd_event *event, const std::string &text, Handler handler, Resolver resolver,
+                               std::chrono::milliseconds deadline)
+    : handler_(std::move(handler)), name_(text) {
+  const auto parsed = parse(text);
+  if (!parsed || parsed->s_addr != INADDR_ANY) {
+    answer_ = linux::EventSource::soon(event, [this, parsed] { answer(parsed); });
+    return;
+  }
+  question_ = std::make_shared<Question>();
+  question_->name = text;
+  question_->resolver = std::move(resolver);
+  question_->done.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!question_->done) throw std::system_error(errno, std::generic_category(), "eventfd");
+  answer_ = linux::EventSource::io(event, question_->done.get(), EPOLLIN, [this](std::uint32_t) { answered(); });
+  deadline_ = linux::EventSource::timer(event, deadline, [this] {
+    answer_.reset();
+    answer(sentence("The name of the server, " + name_ +
+                    ", could not be looked up in time; check this machine's name service or set the address."));
+  });
+  // Signals belong to the loop's thread: the new one inherits a mask without holes.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  std::thread([question = question_] {
+    question->error = question->resolver(question->name, question->address);
+    question->answered = true;
+    const std::uint64_t one = 1;
+    static_cast<void>(!::write(question->done.get(), &one, sizeof one));
+  }).detach();
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+NameResolution::~NameResolution() = default;
+
+void NameResolution::answered() {
+  if (!question_->answered) return;
+  answer_.reset();
+  deadline_.reset();
+  if (question_->error != 0)
+    return answer(sentence("The name of the server, " + name_ + ", could not be looked up (" +
+                           gai_strerror(question_->error) + "); check its spelling and this machine's name service."));
+  if (!canBeServer(question_->address))
+    return answer(sentence("The name of the server, " + name_ + ", stands for an address that no server can have."));
+  answer(question_->address);
+}
+
+void NameResolution::answer(const foundation::Result<in_addr> &address) {
+  // A copy, because whoever hears the answer destroys us.
+  const Handler handler = handler_;
+  handler(address);
+}
+
+}  // namespace helper

@@ -1,0 +1,53 @@
+// From the text of a server's address to its IPv4 address: dotted numbers at once, a name by the system's resolver on a
+// thread of its own, since that may block for long.
+//
+// Thread rule: the thread of the event loop; the handler is called there, never from within the constructor.
+// Destroying it forgets the question (the thread ends by itself).
+
+#pragma once
+
+#include <netinet/in.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "foundation/Result.h"
+#include "linux/EventSource.h"
+
+namespace helper {
+
+class NameResolution {
+ public:
+  // The error's message is a sentence for the PPP log, with the remedy.
+  using Handler = std::function<void(const foundation::Result<in_addr> &)>;
+  // What asks the system, replaceable for tests: an error code of getaddrinfo, 0 when ADDRESS is filled.
+  using Resolver = std::function<int(const std::string &name, in_addr &address)>;
+
+  static constexpr std::chrono::milliseconds kDeadline{8000};
+
+  NameResolution(sd_event *event, const std::string &text, Handler handler, Resolver resolver = systemResolver(),
+                 std::chrono::milliseconds deadline = kDeadline);
+  NameResolution(const NameResolution &) = delete;
+  NameResolution &operator=(const NameResolution &) = delete;
+  ~NameResolution();
+
+  // The address if TEXT is one. An error if TEXT is neither an IPv4 address that a server can have nor a host name;
+  // INADDR_ANY for a name that has to be asked for.
+  static foundation::Result<in_addr> parse(const std::string &text);
+  static Resolver systemResolver();
+
+ private:
+  struct Question;
+  void answered();
+  void answer(const foundation::Result<in_addr> &address);
+
+  Handler handler_;
+  std::string name_;
+  std::shared_ptr<Question> question_;  // shared with the thread
+  linux::EventSource answer_;
+  linux::EventSource deadline_;
+};
+
+}  // namespace helper

@@ -1,0 +1,167 @@
+#include "helper/network/ResolverConfiguration.h"
+
+#include <net/if.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <utility>
+
+#include "helper/common/IPv4Address.h"
+#include "helper/network/FileReplacement.h"
+
+namespace helper {
+
+using foundation::errnoError;
+using foundation::Status;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::milliseconds kProgramDeadline{20000};  // a dozen shell scripts, on a slow machine
+
+std::string nameserverLines(const std::vector<in_addr> &servers) {
+  std::string lines;
+  for (const in_addr server : servers) lines += "nameserver " + textOf(server) + "\n";
+  return lines;
+}
+
+// A line of a resolv.conf, cut into its first two words.
+struct Words {
+  explicit Words(const std::string &line) { std::istringstream(line) >> keyword >> value; }
+  std::string keyword;
+  std::string value;
+};
+
+enum class Owner {
+  nobody,
+  resolvedStub,     // every name goes through systemd-resolved
+  resolvedUplinks,  // it only keeps the list, of all interfaces' servers in an order of its own
+  resolvconf
+};
+
+Owner ownerOf(const ResolverConfiguration::Paths &paths) {
+  // Not canonical(): a link that leads nowhere yet leads to its owner all the same.
+  std::error_code ignored;
+  fs::path place = fs::path(paths.file).lexically_normal();
+  for (int links = 0; links < 40 && fs::is_symlink(place, ignored); ++links)
+    place = (place.parent_path() / fs::read_symlink(place, ignored)).lexically_normal();
+  const std::string folder = place.parent_path().filename();
+  if (place == fs::path(paths.resolvedStub)) return Owner::resolvedStub;
+  if (place.parent_path() == fs::path(paths.resolved))
+    return place.filename() == "stub-resolv.conf" ? Owner::resolvedStub : Owner::resolvedUplinks;
+  if (folder == "resolvconf") return Owner::resolvconf;
+  std::ifstream text(place);
+  for (std::string line; std::getline(text, line);) {
+    const Words words(line);
+    if (words.keyword == "nameserver") return words.value == "127.0.0.53" ? Owner::resolvedStub : Owner::nobody;
+    // The word that every program of that name writes above its work.
+    if (line.starts_with('#') && line.find("resolvconf") != std::string::npos) return Owner::resolvconf;
+  }
+  return Owner::nobody;
+}
+
+// The first of the programs that is there. systemd-resolved brings one too, which does nothing but tell the daemon.
+std::string resolvconfProgram(const std::vector<std::string> &programs) {
+  std::error_code ignored;
+  for (const std::string &program : programs)
+    if (::access(program.c_str(), X_OK) == 0 && fs::canonical(program, ignored).filename() != "resolvectl")
+      return program;
+  return {};
+}
+
+// What the program sorts by. It takes names that begin with "vpn" before those of wires, and among them in the order of
+// the alphabet: the newest link's comes first.
+std::string recordKey(std::uint32_t linkNumber, const std::string &interface) {
+  std::array<char, 16> prefix{};
+  std::snprintf(prefix.data(), prefix.size(), "vpn%06u.", 999999U - linkNumber % 1000000U);
+  return prefix.data() + interface;
+}
+
+}  // namespace
+
+std::string resolverFile(const std::string &before, const std::vector<in_addr> &servers) {
+  std::string text = nameserverLines(servers);
+  std::istringstream lines(before);
+  for (std::string line; std::getline(lines, line);)
+    if (Words(line).keyword != "nameserver") text += line + "\n";
+  return text;
+}
+
+ResolverConfiguration::ResolverConfiguration(sd_event *event, Journal &journal, Paths paths)
+    : event_(event), journal_(journal), paths_(std::move(paths)) {}
+
+void ResolverConfiguration::apply(const std::string &interface, const std::vector<in_addr> &servers, bool primary,
+                                  Done done) {
+  interface_ = interface;
+  servers_ = servers;
+  primary_ = primary;
+  done_ = std::move(done);
+  next_ = linux::EventSource::soon(event_, [this] { begin(); });
+}
+
+void ResolverConfiguration::begin() {
+  if (servers_.empty()) return finish({});
+  const Owner owner = ownerOf(paths_);
+  if (owner == Owner::resolvedStub || owner == Owner::resolvedUplinks) {
+    resolved_ = std::make_unique<ResolvedClient>(event_, paths_.bus);
+    const bool alsoFile = owner == Owner::resolvedUplinks;
+    return resolved_->tell(static_cast<int>(if_nametoindex(interface_.c_str())), servers_, primary_,
+                           [this, alsoFile](const Status &status) { resolvedAnswered(status, alsoFile); });
+  }
+  if (!primary_) return finish({});
+  if (const std::string program = resolvconfProgram(paths_.resolvconf); owner == Owner::resolvconf && !program.empty())
+    return runResolvconf(program);
+  finish(editFile());
+}
+
+void ResolverConfiguration::resolvedAnswered(const Status &status, bool alsoFile) {
+  if (!primary_) return finish(status);
+  if (status) return finish(alsoFile ? editFile() : Status());
+  if (const Status edited = editFile(); !edited) return finish(edited);
+  say(status.error().message + ": the server's name servers stand in " + paths_.file + " itself for now.");
+}
+
+void ResolverConfiguration::runResolvconf(const std::string &program) {
+  const std::string lines = nameserverLines(servers_);
+  const foundation::FileDescriptor input(::memfd_create("name servers", MFD_CLOEXEC));
+  if (!input || !foundation::writeAll(input.get(), lines, program) || ::lseek(input.get(), 0, SEEK_SET) < 0)
+    return finish(errnoError(errno, "write the name servers for " + program));
+  const std::string key = recordKey(journal_.number(), interface_);
+  if (Status noted = journal_.note(ResolvconfRecord{program, key}); !noted) return finish(noted);
+  auto process =
+      linux::ChildProcess::spawn({program, "-a", key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {.input = input.get()});
+  if (!process) return finish(process.error());
+  resolvconf_.emplace(std::move(*process));
+  resolvconf_->watch(event_, [this, program](const linux::ChildProcess::End &end) { resolvconfEnded(program, end); });
+  resolvconf_->killAfter(kProgramDeadline);
+}
+
+void ResolverConfiguration::resolvconfEnded(const std::string &program, const linux::ChildProcess::End &end) {
+  if (end.exited && end.code == 0) return finish({});
+  finish(foundation::Error{"resolvconf", end.code,
+                           program + (end.exited ? " -a ends with status " + std::to_string(end.code)
+                                                 : " -a was ended by signal " + std::to_string(end.code))});
+}
+
+Status ResolverConfiguration::editFile() {
+  return replaceFile(
+      journal_, paths_.file, [this](const std::string &before) { return resolverFile(before, servers_); });
+}
+
+void ResolverConfiguration::finish(const Status &failure) {
+  say(failure ? "" : "The server's name servers are not used: " + failure.error().message + ".");
+}
+
+void ResolverConfiguration::say(const std::string &sentence) {
+  const Done done = std::exchange(done_, nullptr);
+  done(sentence);
+}
+
+}  // namespace helper

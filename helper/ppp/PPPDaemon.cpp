@@ -1,0 +1,128 @@
+#include "helper/ppp/PPPDaemon.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "helper/ppp/PPPPIDFile.h"
+#include "helper/ppp/PPPPhase.h"
+
+namespace helper {
+
+namespace {
+
+template <class... F>
+struct Overloaded : F... {
+  using F::operator()...;
+};
+template <class... F>
+Overloaded(F...) -> Overloaded<F...>;  // for compilers that do not deduce it by themselves yet
+
+}  // namespace
+
+PPPDaemon::PPPDaemon(sd_event *event, Handlers handlers, std::string program)
+    : event_(event),
+      handlers_(std::move(handlers)),
+      program_(std::move(program)),
+      plugin_(event, PluginChannel::Handlers{.message = [this](const PluginMessage &message) { said(message); },
+                                             // Whatever ended the conversation also ends pppd; its exit tells the rest.
+                                             .closed =
+                                                 [this](const foundation::Status &reason) {
+                                                   if (!reason && process_) process_->signal(SIGTERM);
+                                                 }}) {}
+
+PPPDaemon::~PPPDaemon() = default;
+
+foundation::Status PPPDaemon::start(const std::vector<std::string> &options, const std::string &socketPath,
+                                    const std::string &logPath) {
+  if (auto listening = plugin_.listen(socketPath); !listening) return listening;
+  std::vector<std::string> arguments{program_};
+  arguments.insert(arguments.end(), options.begin(), options.end());
+  // Nothing of the caller's: no locale, no proxy, no preloaded library.
+  const foundation::FileDescriptor log(::open(logPath.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC));
+  auto process =
+      linux::ChildProcess::spawn(arguments, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C"}, {.error = log.get()});
+  if (!process) return process.error();
+  process_.emplace(std::move(*process));
+  plugin_.accepts(process_->pid(), program_);
+  process_->watch(event_, [this](const linux::ChildProcess::End &end) { processEnded(end); });
+  return {};
+}
+
+void PPPDaemon::said(const PluginMessage &message) {
+  end_.reported = true;
+  std::visit(Overloaded{
+                 [this](const PluginNeedsChannel &) {
+                   channelWanted_ = true;
+                   handChannelOver();
+                 },
+                 [this](const PluginPhase &phase) {
+                   end_.packetsReceived = phase.packetsReceived;
+                   if (phase.phase <= kPhaseConnected) end_.furthestPhase = std::max(end_.furthestPhase, phase.phase);
+                   handlers_.phase(phase.phase);
+                 },
+                 [this](const PluginNeedsPassword &) {
+                   const Peer *peer = plugin_.peer();
+                   // A plugin that cannot be answered takes its pppd down by itself.
+                   static_cast<void>(plugin_.givePassword(peer ? handlers_.password(*peer) : std::nullopt));
+                 },
+                 [this](const PluginIPUp &up) { handlers_.ipUp(up); },
+                 [this](const PluginExit &end) {
+                   end_.packetsReceived = end.packetsReceived;
+                   status_ = end.status;
+                 },
+             },
+             message);
+}
+
+void PPPDaemon::giveChannel(foundation::FileDescriptor channel) {
+  channel_ = std::move(channel);
+  handChannelOver();
+}
+
+void PPPDaemon::handChannelOver() {
+  if (!channelWanted_ || !channel_) return;
+  channelWanted_ = false;
+  end_.carried = static_cast<bool>(plugin_.giveChannel(std::move(channel_)));
+  channel_.reset();
+}
+
+void PPPDaemon::terminate(std::chrono::milliseconds grace) {
+  if (running()) process_->terminate(grace);
+}
+
+void PPPDaemon::hangUp(std::chrono::milliseconds grace) {
+  plugin_.hangUp();
+  end_.hungUp = true;
+  if (running()) process_->killAfter(grace);
+}
+
+void PPPDaemon::endNow(std::chrono::milliseconds deadline) {
+  if (!running()) return;
+  if (end_.carried)
+    plugin_.hangUp();
+  else
+    process_->signal(SIGTERM);
+  waitForEnd(deadline);
+}
+
+void PPPDaemon::waitForEnd(std::chrono::milliseconds deadline) {
+  if (running() && !process_->waitFor(deadline)) {
+    process_->signal(SIGKILL);
+    process_->waitFor(deadline);
+    removePPPsPIDFile(process_->pid());
+  }
+}
+
+void PPPDaemon::processEnded(const linux::ChildProcess::End &end) {
+  // What it said at last still lies in the socket; exit and end-of-file come in any order.
+  plugin_.drain();
+  if (!end.exited) removePPPsPIDFile(process_->pid());
+  end_.exited = end.exited;
+  end_.code = end.exited ? status_.value_or(end.code) : end.code;
+  handlers_.ended(end_);
+}
+
+}  // namespace helper

@@ -1,0 +1,64 @@
+#include "helper/pptp/PPTPSocket.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+
+// After netinet/in.h: the kernel's header brings the same structures unless it sees that they are there.
+#include <linux/if_pppox.h>
+
+namespace helper {
+
+namespace {
+
+// The kernel declares its address packed; as a member it gets the alignment that a socket call's argument needs.
+union PPPoXAddress {
+  PPPoXAddress(in_addr address, std::uint16_t callID) : pppox{} {
+    pppox.sa_family = AF_PPPOX;
+    pppox.sa_protocol = PX_PROTO_PPTP;
+    pppox.sa_addr.pptp.call_id = callID;  // in the machine's order
+    pppox.sa_addr.pptp.sin_addr = address;
+  }
+  sockaddr any;
+  sockaddr_pppox pppox;
+};
+
+foundation::Result<foundation::FileDescriptor> openSocket() {
+  foundation::FileDescriptor socket(::socket(AF_PPPOX, SOCK_STREAM | SOCK_CLOEXEC, PX_PROTO_PPTP));
+  if (socket) return socket;
+  const int cause = errno;
+  if (cause == EAFNOSUPPORT || cause == EPROTONOSUPPORT || cause == ESOCKTNOSUPPORT)
+    return foundation::Error{std::string(foundation::kPOSIXErrorDomain), cause,
+                             "this kernel has no PPTP; load the modules ppp_generic, pppox, gre and pptp "
+                             "(modprobe pptp), or run a kernel that has them"};
+  return foundation::errnoError(cause, "open a PPTP socket");
+}
+
+}  // namespace
+
+foundation::Status PPTPSocket::probe() {
+  const auto socket = openSocket();
+  return socket ? foundation::Status() : socket.error();
+}
+
+foundation::Result<PPTPSocket> PPTPSocket::bind(in_addr local) {
+  auto opened = openSocket();
+  if (!opened) return opened.error();
+  foundation::FileDescriptor socket = std::move(*opened);
+  PPPoXAddress address(local, 0);
+  if (::bind(socket.get(), &address.any, sizeof address.pppox) < 0)
+    return foundation::errnoError(errno, "bind a PPTP socket");
+  socklen_t size = sizeof address.pppox;
+  if (::getsockname(socket.get(), &address.any, &size) < 0)
+    return foundation::errnoError(errno, "read the PPTP socket's call id");
+  return PPTPSocket(std::move(socket), address.pppox.sa_addr.pptp.call_id);
+}
+
+foundation::Result<foundation::FileDescriptor> PPTPSocket::connect(in_addr peer, std::uint16_t peerCallID) {
+  const PPPoXAddress address(peer, peerCallID);
+  if (::connect(socket_.get(), &address.any, sizeof address.pppox) < 0)
+    return foundation::errnoError(errno, "connect the PPTP socket");
+  return std::move(socket_);
+}
+
+}  // namespace helper

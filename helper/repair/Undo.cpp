@@ -1,0 +1,140 @@
+#include "helper/repair/Undo.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "helper/ike/CharonProcess.h"
+#include "helper/ike/IKEAssociation.h"
+#include "helper/network/FileReplacement.h"
+#include "helper/ppp/PPPPIDFile.h"
+#include "linux/ChildProcess.h"
+
+namespace helper {
+
+namespace {
+
+constexpr std::chrono::milliseconds kProcessGrace{2500};
+constexpr std::chrono::milliseconds kKillGrace{200};  // however late it is: the kernel ends it at once
+// resolvconf removes its record first and then runs its scripts: stopped in between, it would not do so any more.
+constexpr std::chrono::milliseconds kProgramDeadline{30000};
+
+bool ends(int process, std::chrono::milliseconds deadline) {
+  pollfd wait{process, POLLIN, 0};
+  return poll(&wait, 1, static_cast<int>(deadline.count())) > 0;
+}
+
+void signal(int process, int number) { syscall(SYS_pidfd_send_signal, process, number, nullptr, 0); }
+
+}  // namespace
+
+Undo::Undo(RouteTable &routes, std::function<void(const std::string &)> complain, Clock::time_point deadline)
+    : routes_(routes), complain_(std::move(complain)), deadline_(deadline) {}
+
+bool Undo::isLate() {
+  if (late_ || Clock::now() < deadline_) return late_;
+  complain_(
+      "Not everything that a connection did to this machine could be taken back in time; the next one "
+      "goes on with it.");
+  return late_ = true;
+}
+
+std::chrono::milliseconds Undo::within(std::chrono::milliseconds patience) const {
+  const auto left = std::chrono::floor<std::chrono::milliseconds>(deadline_ - Clock::now());
+  return std::clamp(left, std::chrono::milliseconds(0), patience);
+}
+
+void Undo::finish(Journal &journal) {
+  for (std::size_t index = journal.entries().size(); index-- > 0 && !isLate();) {
+    const bool undone = std::visit(
+        [&](const auto &entry) {
+          if constexpr (std::is_same_v<decltype(entry), const ReplacedFile &>) {
+            putFileBack(journal, index);  // forgets its entry itself: other links look there
+            return false;
+          } else {
+            return undo(entry);
+          }
+        },
+        journal.entries()[index]);
+    // When even this cannot be written, the worst that follows is that something is undone twice, which does no harm.
+    if (undone) static_cast<void>(journal.forget(index));
+  }
+  if (journal.entries().empty()) journal.finish();
+}
+
+bool Undo::undo(const StartedProcess &entry) {
+  const auto process = linux::openProcess(entry.pid, entry.startTime);
+  if (!process) {
+    complain_("Whether the process " + std::to_string(entry.pid) +
+              " of a connection still runs cannot be seen: " + process.error().message + "; end it if it does.");
+    return false;
+  }
+  if (*process && !ends(process->get(), {})) {
+    signal(process->get(), SIGTERM);
+    if (ends(process->get(), within(kProcessGrace))) return true;
+    signal(process->get(), SIGKILL);
+    if (!ends(process->get(), std::max(within(kProcessGrace), kKillGrace))) {
+      complain_("The process " + std::to_string(entry.pid) + " of a connection cannot be ended.");
+      return false;
+    }
+  }
+  // Unless the number is somebody else's by now, the file is a killed pppd's.
+  if (::kill(entry.pid, 0) < 0 && errno == ESRCH) removePPPsPIDFile(entry.pid);
+  return true;
+}
+
+bool Undo::undo(const AddedRoute &entry) {
+  const auto removed = routes_.remove(entry.route);
+  if (!removed) complain_("A route could not be taken back: " + removed.error().message + ".");
+  return static_cast<bool>(removed);
+}
+
+bool Undo::undo(const ResolvconfRecord &entry) {
+  // Without the program nobody reads its records.
+  if (::access(entry.program.c_str(), X_OK) < 0) return true;
+  auto program =
+      linux::ChildProcess::spawn({entry.program, "-d", entry.key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {});
+  std::string how;
+  if (!program) {
+    how = "cannot be started: " + program.error().message;
+  } else if (!program->waitFor(within(kProgramDeadline))) {
+    how = "does not end";
+    // One that has not had its time may end well yet.
+    if (Clock::now() >= deadline_) program->leaveRunning();
+  } else if (const linux::ChildProcess::End &end = program->end(); !end.exited) {
+    how = "was ended by signal " + std::to_string(end.code);
+  } else if (end.code != 0) {
+    how = "ends with status " + std::to_string(end.code);
+  }
+  if (how.empty()) return true;
+  complain_("The name servers of the connection could not be taken back: " + entry.program + " -d " + entry.key + " " +
+            how + ".");
+  return false;
+}
+
+void Undo::putFileBack(Journal &journal, std::size_t index) {
+  const std::string path = std::get<ReplacedFile>(journal.entries()[index]).path;
+  const auto restored = putBack(journal, index);
+  if (!restored)
+    complain_("The file " + path + " could not be put back: " + restored.error().message + ".");
+  else if (!*restored)
+    complain_("The file " + path + " was changed by somebody else during the connection and stays as it is.");
+}
+
+bool Undo::undo(const LoadedConnection &entry) {
+  const auto taken = takeBack(entry);
+  if (!taken) complain_("An IPSec association of a connection could not be taken back: " + taken.error().message + ".");
+  return static_cast<bool>(taken);
+}
+
+bool Undo::undo(const StartedDaemon &entry) {
+  const auto ended = CharonProcess::endDaemon(entry, kProcessGrace, {});
+  if (!ended) complain_("The IKE daemon of a connection could not be ended: " + ended.error().message + ".");
+  return static_cast<bool>(ended);
+}
+
+}  // namespace helper

@@ -1,0 +1,50 @@
+// Takes back what a journal holds, newest first. Used at the end of each link, and by the next helper for what a dead
+// one left.
+//
+// Blocks, with a deadline for each: for a process of a dead helper that does not end, for the resolvconf program, for
+// the IKE daemon; and with one for everything, for who has others waiting.
+
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include "helper/journal/Journal.h"
+#include "helper/network/RouteTable.h"
+
+namespace helper {
+
+class Undo {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  // COMPLAIN gets a sentence for each change that could not be taken back. ROUTES outlives it. Nothing is begun after
+  // DEADLINE.
+  Undo(RouteTable &routes, std::function<void(const std::string &sentence)> complain,
+       Clock::time_point deadline = Clock::time_point::max());
+
+  // Everything, then the journal's folder. What cannot be taken back now, or in time, keeps its entry, and the journal
+  // its folder: the next helper tries again.
+  void finish(Journal &journal);
+
+ private:
+  // False: its entry is to be kept.
+  bool undo(const StartedProcess &entry);
+  bool undo(const AddedRoute &entry);
+  bool undo(const ResolvconfRecord &entry);
+  void putFileBack(Journal &journal, std::size_t index);
+  bool undo(const LoadedConnection &entry);
+  bool undo(const StartedDaemon &entry);
+
+  bool isLate();
+  // Of PATIENCE, what the deadline leaves.
+  std::chrono::milliseconds within(std::chrono::milliseconds patience) const;
+
+  RouteTable &routes_;
+  std::function<void(const std::string &)> complain_;
+  const Clock::time_point deadline_;
+  bool late_ = false;  // and that has been said
+};
+
+}  // namespace helper

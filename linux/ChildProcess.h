@@ -1,0 +1,84 @@
+// One child process: spawned with an argument list and an explicit environment, never through a shell; followed by a
+// pidfd, so that a signal can never hit another process.
+//
+// Usual sequence: spawn, watch(handler); terminate(deadline) asks for the end. Destroying one whose process still runs
+// kills it and waits for its end. Or, for whoever has to write its number down first: prepare, watch, release.
+//
+// Thread rule: the thread of the event loop. Nothing but the destructor and waitFor blocks.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+#include "linux/EventSource.h"
+
+namespace linux {
+
+class ChildProcess {
+ public:
+  // How it ended.
+  struct End {
+    bool exited = true;  // false: a signal
+    int code = 0;        // exit status, or the signal's number
+  };
+  struct Streams {
+    int input = -1;
+    int error = -1;
+  };
+  using Handler = std::function<void(const End &)>;
+
+  // ARGUMENTS[0] is the program's absolute path. The child has the default action for every signal, none blocked, a
+  // session of its own, no descriptor but the three standard ones, and /dev/null for those that STREAMS does not name.
+  static foundation::Result<ChildProcess> spawn(const std::vector<std::string> &arguments,
+                                                const std::vector<std::string> &environment, const Streams &streams);
+  // As spawn(), but the program does not run before release(): until then the process only waits, and ends when we do.
+  static foundation::Result<ChildProcess> prepare(const std::vector<std::string> &arguments,
+                                                  const std::vector<std::string> &environment);
+  // An error when the program cannot be run; the process has ended then.
+  foundation::Status release();
+  ChildProcess(ChildProcess &&) = default;
+  ChildProcess &operator=(ChildProcess &&) = delete;
+  ~ChildProcess();
+
+  pid_t pid() const { return pid_; }
+  bool running() const { return running_; }
+  // How it ended; meaningless while it runs.
+  const End &end() const { return end_; }
+  // Tells HANDLER, once, from the loop. After this the object must not move.
+  void watch(sd_event *event, Handler handler);
+  void signal(int number);
+  // SIGTERM, and SIGKILL when the process still runs after GRACE. Needs watch().
+  void terminate(std::chrono::milliseconds grace);
+  // SIGKILL when the process still runs after GRACE; at once when the loop has finished and no time comes any more.
+  // Needs watch().
+  void killAfter(std::chrono::milliseconds grace);
+  // Lets go of it: it runs on without us. Nothing is told any more.
+  void leaveRunning();
+  // Waits for the end. False when it still runs after DEADLINE.
+  bool waitFor(std::chrono::milliseconds deadline);
+
+ private:
+  ChildProcess(pid_t pid, foundation::FileDescriptor process) : pid_(pid), process_(std::move(process)) {}
+  static foundation::Result<ChildProcess> follow(pid_t pid, const std::string &program);
+  bool reap();
+
+  pid_t pid_;
+  foundation::FileDescriptor process_;
+  foundation::FileDescriptor gate_;  // of a prepared one, until its release
+  std::string program_;
+  bool running_ = true;
+  End end_;
+  sd_event *event_ = nullptr;
+  Handler handler_;
+  EventSource watch_;
+  EventSource kill_;
+};
+
+}  // namespace linux

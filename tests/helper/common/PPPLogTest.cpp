@@ -1,0 +1,88 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <regex>
+
+#include "helper/common/PPPLog.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace helper {
+namespace {
+
+class PPPLogTest : public ::testing::Test {
+ protected:
+  support::TemporaryFolder folder;
+  const std::string path = folder.path("ppp.log");
+};
+
+TEST_F(PPPLogTest, IsMadeReadableForEverybodyWhateverTheUmask) {
+  const mode_t old = ::umask(077);
+  const auto log = PPPLog::open(path);
+  ::umask(old);
+  ASSERT_TRUE(log);
+  struct stat attributes = {};
+  ASSERT_EQ(::stat(path.c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_mode & 07777, 0644U);
+  EXPECT_EQ(log->lastWrite(), std::chrono::steady_clock::time_point());
+}
+
+TEST_F(PPPLogTest, AppendsOneDatedLinePerSentence) {
+  support::writeFile(path, "what was there\n");
+  auto log = PPPLog::open(path);
+  ASSERT_TRUE(log);
+  const auto before = std::chrono::steady_clock::now();
+  log->write("One.");
+  log->write("Two.");
+  EXPECT_GE(log->lastWrite(), before);
+  const std::string date = "[A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]\\d \\d\\d:\\d\\d:\\d\\d \\d{4}";
+  const auto text = support::contentsOf(path).value_or("");
+  EXPECT_TRUE(std::regex_match(text, std::regex("what was there\n" + date + " : One\\.\n" + date + " : Two\\.\n")))
+      << text;
+}
+
+TEST_F(PPPLogTest, IsPlainASCIIOfAtMostAThousandBytesALine) {
+  auto log = PPPLog::open(path);
+  ASSERT_TRUE(log);
+  log->write("a\nb\tc\xC3\xA4 \x1B[0m");
+  log->write(std::string(5000, 'x'));
+  const auto text = support::contentsOf(path).value_or("");
+  EXPECT_NE(text.find("a?b?c?? ?[0m\n"), std::string::npos) << text;
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);
+  EXPECT_EQ(text.size() - text.find('\n') - 1, 1000U);
+}
+
+TEST_F(PPPLogTest, RefusesWhatIsNoRegularFile) {
+  support::writeFile(folder.path("target"), "");
+  std::filesystem::create_symlink(folder.path("target"), path);
+  EXPECT_FALSE(PPPLog::open(path));
+  ASSERT_EQ(::mkfifo(folder.path("fifo").c_str(), 0600), 0);
+  EXPECT_FALSE(PPPLog::open(folder.path("fifo")));
+  EXPECT_FALSE(PPPLog::open(folder.path()));
+  EXPECT_FALSE(PPPLog::open(folder.path("no/such/folder")));
+}
+
+TEST_F(PPPLogTest, RefusesAFileThatIsNotOursAlone) {
+  support::writeFile(path, "");
+  ASSERT_EQ(::link(path.c_str(), folder.path("second").c_str()), 0);
+  EXPECT_FALSE(PPPLog::open(path));
+  ASSERT_EQ(::unlink(folder.path("second").c_str()), 0);
+  EXPECT_TRUE(PPPLog::open(path));
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
+  ASSERT_EQ(::chown(path.c_str(), 1, 1), 0);
+  EXPECT_FALSE(PPPLog::open(path));
+}
+
+TEST_F(PPPLogTest, AnOlderLogKeepsItsMode) {
+  support::writeFile(path, "old\n");
+  ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+  ASSERT_TRUE(PPPLog::open(path));
+  struct stat attributes = {};
+  ASSERT_EQ(::stat(path.c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_mode & 07777, 0640U);
+}
+
+}  // namespace
+}  // namespace helper

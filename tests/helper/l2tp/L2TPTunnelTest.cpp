@@ -1,0 +1,279 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <memory>
+#include <optional>
+
+#include "helper/l2tp/L2TPTunnel.h"
+#include "tests/helper/l2tp/L2TPServer.h"
+#include "tests/support/LoopFixture.h"
+
+using namespace helper;
+using helper::testing::L2TPServer;
+
+namespace {
+
+// An association that does what a test says, and writes down when it was told what.
+class FakeAssociation : public IPSecAssociation {
+ public:
+  struct Book {
+    std::vector<std::string> events;
+    IPSecAssociation::Handlers handlers;
+    std::function<void()> onStart;
+    linux::EventSource soon;
+  };
+  FakeAssociation(sd_event *event, Book &book, Handlers handlers) : event_(event), book_(book) {
+    book_.handlers = std::move(handlers);
+  }
+  ~FakeAssociation() override { book_.events.emplace_back("destroyed"); }
+  void start(int socket) override {
+    sockaddr_in peer{};
+    socklen_t size = sizeof peer;
+    EXPECT_EQ(::getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &size), 0) << "not connected";
+    book_.events.emplace_back("start");
+    if (book_.onStart) book_.soon = linux::EventSource::soon(event_, book_.onStart);
+  }
+  void stop() override {
+    book_.events.emplace_back("stop");
+    book_.soon = linux::EventSource::soon(event_, book_.handlers.stopped);
+  }
+
+ private:
+  sd_event *event_;
+  Book &book_;
+};
+
+// One end of a pipe stands for the kernel's channel.
+class FakeDataPath : public L2TPDataPath {
+ public:
+  struct Book {
+    bool missing = false;
+    bool broken = false;
+    std::optional<L2TPCall> call;
+  };
+  explicit FakeDataPath(Book &book) : book_(book) {}
+  foundation::Status probe() override {
+    if (book_.missing) return foundation::Error{"Test", 0, "this kernel has none"};
+    return {};
+  }
+  foundation::Result<foundation::FileDescriptor> connect(int, const L2TPCall &call) override {
+    book_.call = call;
+    if (book_.broken) return foundation::Error{"Test", 0, "no tunnel in this kernel"};
+    return foundation::FileDescriptor(::dup(STDIN_FILENO));
+  }
+
+ private:
+  Book &book_;
+};
+
+class L2TPTunnelTest : public LoopFixture {
+ protected:
+  L2TPTunnelTest() {
+    ipsec_.set("SharedSecret", "ID.SS");
+    association_.onStart = [this] { association_.handlers.up(); };
+    settings_.sourcePort = EngineSettings::SourcePort::any;
+  }
+  ~L2TPTunnelTest() override { ::unlink(logPath_.c_str()); }
+
+  L2TPTunnel &make() {
+    tunnel_.emplace(
+        event_, server_.address(), ipsec_, settings_, log_,
+        L2TPTunnel::Parts{[this](IPSecAssociation::Handlers handlers) {
+                            return std::make_unique<FakeAssociation>(event_, association_, std::move(handlers));
+                          },
+                          std::make_unique<FakeDataPath>(path_)},
+        Tunnel::Handlers{.up = [this](foundation::FileDescriptor channel) { up_ = static_cast<bool>(channel); },
+                         .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
+                         .lost = [this](const TunnelLoss &loss) { lost_ = loss; },
+                         .stopped =
+                             [this] {
+                               ++stopped_;
+                               association_.events.emplace_back("stopped");
+                             }});
+    return *tunnel_;
+  }
+  void comeUp() {
+    make().start();
+    ASSERT_TRUE(runUntil([this] { return up_.has_value(); }));
+    EXPECT_TRUE(*up_);
+  }
+  void expectFailure(DeviceCause cause, const std::string &part) {
+    ASSERT_TRUE(runUntil([this] { return failure_.has_value(); }));
+    EXPECT_EQ(failure_->cause, cause);
+    EXPECT_NE(failure_->sentence.find(part), std::string::npos) << failure_->sentence;
+    EXPECT_FALSE(up_);
+  }
+  void stop() {
+    tunnel_->stop();
+    tunnel_->stop();
+    EXPECT_EQ(stopped_, 0);
+    ASSERT_TRUE(runUntil([this] { return stopped_ > 0; }));
+    EXPECT_EQ(stopped_, 1);
+  }
+  // What was asked of the association, in order; "stopped" is the tunnel's own last word.
+  using Events = std::vector<std::string>;
+
+  const std::string logPath_ = ::testing::TempDir() + "l2tp-tunnel-" + std::to_string(::getpid()) + ".log";
+  PPPLog log_ = std::move(*PPPLog::open(logPath_));
+  foundation::Value ipsec_;
+  EngineSettings::L2TP settings_;
+  FakeAssociation::Book association_;
+  FakeDataPath::Book path_;
+  std::optional<bool> up_;
+  std::optional<TunnelFailure> failure_;
+  std::optional<TunnelLoss> lost_;
+  int stopped_ = 0;
+  L2TPServer server_;
+  std::optional<L2TPTunnel> tunnel_;
+};
+
+TEST_F(L2TPTunnelTest, ComesUpAndGoesDownInOrder) {
+  server_.play([](L2TPServer &server) {
+    server.answerCall();
+    server.hearGoodbye();
+  });
+  comeUp();
+  EXPECT_EQ(path_.call->peerSessionID, L2TPServer::kSession);
+  stop();
+  EXPECT_EQ(association_.events, (Events{"start", "stop", "stopped"}));
+  tunnel_.reset();
+  EXPECT_EQ(stopped_, 1);
+}
+
+TEST_F(L2TPTunnelTest, SendsNothingBeforeTheAssociationStands) {
+  association_.onStart = nullptr;
+  make().start();
+  ASSERT_GE(sd_event_run(event_, 50000), 0);
+  EXPECT_FALSE(server_.heardAnything());
+  EXPECT_EQ(association_.events, (Events{"start"}));
+  stop();
+  tunnel_.reset();
+  EXPECT_FALSE(server_.heardAnything());
+}
+
+TEST_F(L2TPTunnelTest, IsNeverMadeWithoutASecret) {
+  for (const auto &ipsec : {foundation::Value(), foundation::Value(foundation::Value::Dictionary{})}) {
+    ipsec_ = ipsec;
+    failure_.reset();
+    stopped_ = 0;
+    make().start();
+    expectFailure(DeviceCause::noSharedSecret, "names no shared secret");
+    stop();
+  }
+  EXPECT_EQ(association_.events, (Events{"stopped", "stopped"}));
+  EXPECT_FALSE(server_.heardAnything());
+}
+
+TEST_F(L2TPTunnelTest, SaysWhatTheKernelLacks) {
+  path_.missing = true;
+  make().start();
+  expectFailure(DeviceCause::protocolError, "No L2TP connection is possible: this kernel has none.");
+  stop();
+  EXPECT_EQ(association_.events, (Events{"stopped"}));
+}
+
+TEST_F(L2TPTunnelTest, FailsWithItsAssociation) {
+  association_.onStart = [this] { association_.handlers.failed(TunnelFailure{DeviceCause::noAnswer, "No IKE."}); };
+  make().start();
+  expectFailure(DeviceCause::noAnswer, "No IKE.");
+  stop();
+  EXPECT_EQ(association_.events, (Events{"start", "stop", "stopped"}));
+  EXPECT_FALSE(server_.heardAnything());
+}
+
+TEST_F(L2TPTunnelTest, EndsTheAssociationAlsoWhenL2TPFails) {
+  settings_.deadline = std::chrono::milliseconds(20);
+  make().start();
+  expectFailure(DeviceCause::noAnswer, "does not answer on UDP port");
+  stop();
+  EXPECT_EQ(association_.events, (Events{"start", "stop", "stopped"}));
+}
+
+TEST_F(L2TPTunnelTest, FailsWithoutTheKernelsSockets) {
+  path_.broken = true;
+  server_.play([](L2TPServer &server) {
+    server.answerStart();
+    server.send(l2tp::ICRP{L2TPServer::kSession}, server.clientSession());
+    server.hearGoodbye();
+  });
+  make().start();
+  expectFailure(DeviceCause::protocolError, "no tunnel in this kernel");
+  stop();
+  EXPECT_EQ(association_.events, (Events{"start", "stop", "stopped"}));
+}
+
+TEST_F(L2TPTunnelTest, IsLostWhenTheServerEndsIt) {
+  server_.play([](L2TPServer &server) {
+    server.answerCall();
+    server.send(l2tp::StopCCN{L2TPServer::kTunnel, {6, 0, ""}});
+  });
+  comeUp();
+  ASSERT_TRUE(runUntil([this] { return lost_.has_value(); }));
+  EXPECT_NE(lost_->sentence.find("has ended the tunnel"), std::string::npos);
+  EXPECT_TRUE(lost_->endedByServer);
+  stop();
+  EXPECT_EQ(association_.events, (Events{"start", "stop", "stopped"}));
+}
+
+TEST_F(L2TPTunnelTest, SendsNothingAfterTheAssociationIsLost) {
+  server_.play([](L2TPServer &server) { server.answerCall(); });
+  comeUp();
+  server_.join();
+  server_.forget();
+  association_.handlers.lost("IPSec is gone.");
+  ASSERT_TRUE(lost_);
+  EXPECT_EQ(lost_->sentence, "IPSec is gone.");
+  EXPECT_FALSE(lost_->endedByServer) << "whatever ended it, it says nothing of the account";
+  stop();
+  tunnel_.reset();
+  EXPECT_FALSE(server_.heardAnything());
+}
+
+TEST_F(L2TPTunnelTest, FailsWhenTheAssociationIsLostBeforeTheCall) {
+  server_.play([](L2TPServer &server) { server.expectStart(); });
+  bool asked = false;
+  association_.onStart = [&] {
+    association_.handlers.up();
+    asked = true;
+  };
+  make().start();
+  ASSERT_TRUE(runUntil([&] { return asked; }));
+  server_.join();
+  server_.forget();
+  association_.handlers.lost("IPSec is gone.");
+  expectFailure(DeviceCause::networkChanged, "IPSec is gone.");
+  EXPECT_FALSE(lost_);
+  stop();
+  EXPECT_FALSE(server_.heardAnything());
+}
+
+TEST_F(L2TPTunnelTest, StopsBeforeItsStart) {
+  make();
+  stop();
+  EXPECT_TRUE(association_.events == Events{"stopped"});
+}
+
+TEST_F(L2TPTunnelTest, DoesNotStartAfterAStopInTheSameTurn) {
+  association_.onStart = nullptr;
+  make().start();
+  tunnel_->stop();
+  association_.handlers.up();  // has been on its way
+  ASSERT_TRUE(runUntil([this] { return stopped_ > 0; }));
+  EXPECT_FALSE(server_.heardAnything());
+}
+
+TEST_F(L2TPTunnelTest, SaysGoodbyeBeforeItsAssociationIsDestroyed) {
+  bool goodbye = false;
+  server_.play([&](L2TPServer &server) {
+    server.answerCall();
+    server.hearGoodbye();
+    goodbye = true;
+  });
+  comeUp();
+  tunnel_.reset();
+  server_.join();
+  EXPECT_TRUE(goodbye);
+  EXPECT_EQ(association_.events, (Events{"start", "destroyed"}));
+}
+
+}  // namespace

@@ -1,0 +1,138 @@
+#include <arpa/inet.h>
+#include <netdb.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+
+#include "helper/network/NameResolution.h"
+#include "tests/support/LoopFixture.h"
+
+using namespace helper;
+
+namespace {
+
+class NameResolutionTest : public LoopFixture {
+ protected:
+  NameResolution::Handler handler() {
+    return [this](const foundation::Result<in_addr> &result) { answer_ = result; };
+  }
+  static NameResolution::Resolver never() {
+    return [](const std::string &, in_addr &) {
+      ADD_FAILURE() << "nobody was to be asked";
+      return EAI_FAIL;
+    };
+  }
+  std::optional<foundation::Result<in_addr>> answer_;
+};
+
+TEST_F(NameResolutionTest, TakesAnAddressAsItIs) {
+  const NameResolution resolution(event_, "192.0.2.7", handler(), never());
+  EXPECT_FALSE(answer_) << "not from within the constructor";
+  ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
+  ASSERT_TRUE(*answer_);
+  EXPECT_EQ((*answer_)->s_addr, inet_addr("192.0.2.7"));
+}
+
+TEST_F(NameResolutionTest, AsksForAName) {
+  const NameResolution resolution(
+      event_, "vpn.example", handler(),
+      [](const std::string &name, in_addr &address) {
+        EXPECT_EQ(name, "vpn.example");
+        address.s_addr = inet_addr("192.0.2.8");
+        return 0;
+      });
+  ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
+  ASSERT_TRUE(*answer_);
+  EXPECT_EQ((*answer_)->s_addr, inet_addr("192.0.2.8"));
+}
+
+TEST_F(NameResolutionTest, SaysWhyANameIsNotFound) {
+  const NameResolution resolution(
+      event_, "vpn.example", handler(), [](const std::string &, in_addr &) { return EAI_NONAME; });
+  ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
+  ASSERT_FALSE(*answer_);
+  EXPECT_NE(answer_->error().message.find("vpn.example"), std::string::npos);
+}
+
+TEST_F(NameResolutionTest, RefusesANameForNoServer) {
+  const NameResolution resolution(
+      event_, "vpn.example", handler(),
+      [](const std::string &, in_addr &address) {
+        address.s_addr = INADDR_ANY;
+        return 0;
+      });
+  ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
+  EXPECT_FALSE(*answer_);
+}
+
+TEST_F(NameResolutionTest, DoesNotWaitForEver) {
+  struct Gate {
+    std::mutex mutex;
+    std::condition_variable open;
+    bool isOpen = false;
+  };
+  const auto gate = std::make_shared<Gate>();
+  const NameResolution resolution(
+      event_, "slow.example", handler(),
+      [gate](const std::string &, in_addr &) {
+        std::unique_lock lock(gate->mutex);
+        gate->open.wait(
+            lock, [&] { return gate->isOpen; });
+        return 0;
+      },
+      std::chrono::milliseconds(20));
+  ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
+  ASSERT_FALSE(*answer_);
+  EXPECT_NE(answer_->error().message.find("in time"), std::string::npos);
+  const std::lock_guard lock(gate->mutex);
+  gate->isOpen = true;
+  gate->open.notify_all();
+}
+
+TEST_F(NameResolutionTest, CanBeForgottenWhileItAsks) {
+  NameResolution(event_, "vpn.example", handler(), [](const std::string &, in_addr &) { return 0; });
+  EXPECT_FALSE(answer_);
+}
+
+TEST(NameResolutionParse, TellsAddressesNamesAndTheRest) {
+  for (const char *address : {"192.0.2.7", "127.0.0.1", "223.255.255.255"}) {
+    const auto parsed = NameResolution::parse(address);
+    ASSERT_TRUE(parsed) << address;
+    EXPECT_EQ(parsed->s_addr, inet_addr(address));
+  }
+  for (const char *name : {"localhost", "vpn.example.", "a-b.c_d", "1and1.example", "xn--bcher-kva.example"}) {
+    const auto parsed = NameResolution::parse(name);
+    ASSERT_TRUE(parsed) << name;
+    EXPECT_EQ(parsed->s_addr, INADDR_ANY);
+  }
+  const std::string longName(254, 'a');
+  for (const std::string &bad : {std::string(),
+                                 std::string("0.0.0.0"),
+                                 std::string("224.0.0.1"),
+                                 std::string("255.255.255.255"),
+                                 std::string("fe80::1"),
+                                 std::string("::"),
+                                 std::string("1.2.3"),
+                                 std::string("1.2.3.4.5"),
+                                 std::string("300.1.1.1"),
+                                 std::string("0x7f.1"),
+                                 std::string("a b"),
+                                 std::string("a..b"),
+                                 std::string(".a"),
+                                 std::string("-a"),
+                                 std::string("a/b"),
+                                 std::string("a;b"),
+                                 std::string("b\xc3\xbc"
+                                             "cher.example"),
+                                 longName,
+                                 std::string("1.2.3.4\0x", 9),
+                                 std::string("vpn\n.example")})
+    EXPECT_FALSE(NameResolution::parse(bad)) << bad;
+}
+
+TEST(NameResolutionParse, NamesTheRemedyForIPv6) {
+  EXPECT_NE(NameResolution::parse("2001:db8::1").error().message.find("IPv4"), std::string::npos);
+}
+
+}  // namespace

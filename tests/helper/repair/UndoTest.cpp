@@ -1,0 +1,238 @@
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "helper/repair/Undo.h"
+#include "linux/ChildProcess.h"
+#include "tests/support/FewDescriptors.h"
+
+using namespace helper;
+
+namespace {
+
+class RecordingTable : public RouteTable {
+ public:
+  foundation::Result<Route> lookUp(in_addr) override { return foundation::Error{}; }
+  foundation::Status add(const Route &) override { return foundation::Error{}; }
+  foundation::Status detach(in_addr, const std::string &) override { return {}; }
+  foundation::Status remove(const Route &route) override {
+    removed.push_back(route.interface);
+    if (route.interface == "stuck") return foundation::Error{"Netlink", 0, "it sticks"};
+    return {};
+  }
+  std::vector<std::string> removed;
+};
+
+class UndoTest : public testing::Test {
+ protected:
+  UndoTest() {
+    std::string name = testing::TempDir() + "undo.XXXXXX";
+    EXPECT_NE(::mkdtemp(name.data()), nullptr);
+    base_ = name;
+  }
+  ~UndoTest() override { std::filesystem::remove_all(base_); }
+
+  // What is left of ENTRIES in the journal.
+  std::vector<JournalEntry> undo(const std::vector<JournalEntry> &entries) {
+    auto journal = Journal::create(base_ + "/vpnctl");
+    EXPECT_TRUE(journal);
+    for (const auto &entry : entries) EXPECT_TRUE(journal->note(entry));
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+    EXPECT_EQ(std::filesystem::exists(base_ + "/vpnctl"), !journal->entries().empty());
+    return journal->entries();
+  }
+
+  std::string base_;
+  RecordingTable table_;
+  std::vector<std::string> complaints_;
+};
+
+TEST_F(UndoTest, GoesBackwardsAndPastWhatFailsAndKeepsThat) {
+  const AddedRoute stuck{Route{{}, 1, {}, {}, "stuck"}};
+  const auto left = undo({AddedRoute{Route{{}, 1, {}, {}, "first"}}, stuck, AddedRoute{Route{{}, 1, {}, {}, "last"}}});
+  EXPECT_EQ(table_.removed, (std::vector<std::string>{"last", "stuck", "first"}));
+  ASSERT_EQ(complaints_.size(), 1U);
+  EXPECT_NE(complaints_[0].find("it sticks"), std::string::npos);
+  EXPECT_EQ(left, std::vector<JournalEntry>{stuck});
+}
+
+TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
+  ReplacedFile file;
+  file.path = base_ + "/resolv.conf";
+  file.bytes = "before\n";
+  file.replacement = "ours\n";
+  std::ofstream(file.path) << "somebody else's\n";
+  {
+    auto journal = Journal::create(base_ + "/vpnctl");
+    ASSERT_TRUE(journal);
+    ASSERT_TRUE(journal->note(file));
+    ASSERT_TRUE(journal->note(AddedRoute{Route{{}, 1, {}, {}, "last"}}));
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+    EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{file});
+  }
+  EXPECT_EQ(complaints_.size(), 1U);
+  // Whoever changed it has put back what was there: ours.
+  std::ofstream(file.path) << file.replacement;
+  std::vector<foundation::Error> errors;
+  auto left = Journal::abandoned(base_ + "/vpnctl", errors);
+  ASSERT_EQ(left.size(), 1U);
+  Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(left[0]);
+  std::string line;
+  std::getline(std::ifstream(file.path), line);
+  EXPECT_EQ(line, "before");
+  EXPECT_EQ(complaints_.size(), 1U);
+  EXPECT_FALSE(std::filesystem::exists(base_ + "/vpnctl"));
+}
+
+TEST_F(UndoTest, EndsAProcessThatIsStillThere) {
+  auto process = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(process);
+  EXPECT_TRUE(undo({StartedProcess{process->pid(), linux::startTimeOf(process->pid()).value()}}).empty());
+  EXPECT_TRUE(process->waitFor(std::chrono::milliseconds(0)));
+  EXPECT_TRUE(complaints_.empty());
+}
+
+TEST_F(UndoTest, BeginsNothingAfterItsDeadline) {
+  const std::vector<JournalEntry> entries{AddedRoute{Route{{}, 1, {}, {}, "first"}},
+                                          AddedRoute{Route{{}, 1, {}, {}, "last"}}};
+  std::vector<Journal> journals;
+  for (const char *base : {"/one", "/two"}) {
+    journals.push_back(std::move(Journal::create(base_ + base).value()));
+    for (const JournalEntry &entry : entries) ASSERT_TRUE(journals.back().note(entry));
+  }
+  Undo undo(
+      table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }, Undo::Clock::now());
+  for (Journal &journal : journals) undo.finish(journal);
+  EXPECT_TRUE(table_.removed.empty());
+  EXPECT_EQ(complaints_.size(), 1U) << "said once";
+  journals.clear();
+  // The next one goes on with it.
+  std::vector<foundation::Error> errors;
+  for (const char *base : {"/one", "/two"}) {
+    auto left = Journal::abandoned(base_ + base, errors);
+    ASSERT_EQ(left.size(), 1U);
+    EXPECT_EQ(left[0].entries(), entries);
+  }
+}
+
+TEST_F(UndoTest, LeavesAProgramThatTakesLongerThanItsDeadline) {
+  const std::string program = base_ + "/resolvconf";
+  std::ofstream(program) << "#!/bin/sh\necho $$ >" << base_ << "/pid\nexec sleep 1000\n";
+  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  auto journal = Journal::create(base_ + "/vpnctl");
+  ASSERT_TRUE(journal);
+  const ResolvconfRecord record{program, "ppp0"};
+  ASSERT_TRUE(journal->note(record));
+  const auto begin = Undo::Clock::now();
+  Undo(
+      table_, [this](const std::string &sentence) { complaints_.push_back(sentence); },
+      begin + std::chrono::milliseconds(300))
+      .finish(*journal);
+  EXPECT_LT(Undo::Clock::now() - begin, std::chrono::seconds(10));
+  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{record});
+  ASSERT_EQ(complaints_.size(), 1U);
+  EXPECT_NE(complaints_[0].find("does not end"), std::string::npos);
+  pid_t left = -1;
+  ASSERT_TRUE(std::ifstream(base_ + "/pid") >> left);
+  EXPECT_EQ(::kill(left, SIGKILL), 0) << "it still runs";
+  EXPECT_EQ(::waitpid(left, nullptr, 0), left);
+}
+
+// Without descriptors nobody can see whose process it is.
+TEST_F(UndoTest, KeepsAProcessThatCannotBeLookedAt) {
+  auto process = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(process);
+  const StartedProcess entry{process->pid(), linux::startTimeOf(process->pid()).value()};
+  auto journal = Journal::create(base_ + "/vpnctl");
+  ASSERT_TRUE(journal);
+  ASSERT_TRUE(journal->note(entry));
+  Undo undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); });
+  for (unsigned left = 0; left < 2; ++left) {
+    const FewDescriptors few(left);
+    undo.finish(*journal);
+  }
+  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
+  EXPECT_EQ(complaints_.size(), 2U);
+  EXPECT_FALSE(process->waitFor(std::chrono::milliseconds(0)));
+  undo.finish(*journal);
+  EXPECT_TRUE(journal->entries().empty());
+  EXPECT_TRUE(process->waitFor(std::chrono::milliseconds(0)));
+}
+
+TEST_F(UndoTest, LeavesAnotherProcessOfTheSameNumberAlone) {
+  auto process = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(process);
+  const std::uint64_t startTime = linux::startTimeOf(process->pid()).value();
+  EXPECT_TRUE(undo({StartedProcess{process->pid(), startTime + 1}, StartedProcess{0x3fffffff, 1}}).empty());
+  EXPECT_FALSE(process->waitFor(std::chrono::milliseconds(50)));
+}
+
+TEST_F(UndoTest, ADaemonThatIsGoneHasNothingToGiveBack) {
+  EXPECT_TRUE(undo({LoadedConnection{base_ + "/charon.vici", "vpnctl-1", 4711}}).empty());
+  EXPECT_TRUE(complaints_.empty());
+}
+
+TEST_F(UndoTest, KeepsWhatADaemonMayStillHold) {
+  const LoadedConnection entry{base_ + "/charon.vici", "vpnctl-1", 4711};
+  auto journal = Journal::create(base_ + "/vpnctl");
+  ASSERT_TRUE(journal);
+  ASSERT_TRUE(journal->note(entry));
+  {
+    const FewDescriptors none(0);
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+  }
+  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
+  ASSERT_EQ(complaints_.size(), 1U);
+  EXPECT_NE(complaints_[0].find("could not be taken back: connect to " + entry.controlSocket), std::string::npos);
+}
+
+TEST_F(UndoTest, LeavesADaemonThatSomebodyStillUses) {
+  const std::string useFile = base_ + "/use";
+  const foundation::FileDescriptor user(::open(useFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  ASSERT_EQ(::flock(user.get(), LOCK_SH), 0);
+  auto program = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(program);
+  EXPECT_TRUE(
+      undo({StartedDaemon{program->pid(), linux::startTimeOf(program->pid()).value_or(0), useFile, true}}).empty());
+  EXPECT_FALSE(program->waitFor(std::chrono::milliseconds(0)));
+  EXPECT_TRUE(std::filesystem::exists(useFile));
+}
+
+TEST_F(UndoTest, KeepsADaemonThatCannotBeSeen) {
+  const std::string useFile = base_ + "/use";
+  auto program = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(program);
+  const StartedDaemon daemon{program->pid(), linux::startTimeOf(program->pid()).value_or(0), useFile, true};
+  std::ofstream(useFile) << daemon.pid << " " << daemon.startTime << " 1\n";
+  auto journal = Journal::create(base_ + "/vpnctl");
+  ASSERT_TRUE(journal);
+  ASSERT_TRUE(journal->note(daemon));
+  {
+    const FewDescriptors one(1);
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+  }
+  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{daemon});
+  ASSERT_EQ(complaints_.size(), 1U);
+  EXPECT_NE(complaints_[0].find("could not be ended: look at process"), std::string::npos);
+  EXPECT_FALSE(program->waitFor(std::chrono::milliseconds(0)));
+}
+
+TEST_F(UndoTest, EndsADaemonThatNobodyUses) {
+  const std::string useFile = base_ + "/use";
+  auto program = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
+  ASSERT_TRUE(program);
+  const StartedDaemon daemon{program->pid(), linux::startTimeOf(program->pid()).value_or(0), useFile, true};
+  std::ofstream(useFile) << daemon.pid << " " << daemon.startTime << " 1\n";
+  EXPECT_TRUE(undo({daemon}).empty());
+  EXPECT_TRUE(program->waitFor(std::chrono::milliseconds(0)));
+  EXPECT_FALSE(std::filesystem::exists(useFile));
+}
+
+}  // namespace

@@ -1,0 +1,34 @@
+// The real file system, one call of which fails.
+
+#pragma once
+
+#include <string>
+
+#include "linux/FileSystem.h"
+
+namespace support {
+
+class FaultyFileSystem : public linux::PosixFileSystem {
+ public:
+  enum class Call { none, open, write, synchronize, rename, link, remove, lock };
+
+  // The next CALL on a path that ends with SUFFIX fails with ERRNUM; a write has written half of its bytes by then.
+  void failNext(Call call, std::string suffix, int errnum);
+
+  foundation::Result<foundation::FileDescriptor> open(const std::string &path, int flags, mode_t mode) override;
+  foundation::Status write(int file, std::string_view bytes, const std::string &path) override;
+  foundation::Status synchronize(int file, const std::string &path) override;
+  foundation::Status rename(const std::string &from, const std::string &to) override;
+  foundation::Status link(const std::string &from, const std::string &to) override;
+  foundation::Status remove(const std::string &path) override;
+  foundation::Status lock(int file, const std::string &path) override;
+
+ private:
+  foundation::Status fault(Call call, const std::string &path);
+
+  Call call_ = Call::none;
+  std::string suffix_;
+  int errnum_ = 0;
+};
+
+}  // namespace support

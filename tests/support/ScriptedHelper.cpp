@@ -1,0 +1,30 @@
+// vpnctl-helper as tests start it: the real process setup, stores and service, with scripted links, and with the stores
+// in the folder that the program lies in (a test copies it to a folder of its own).
+
+#include <systemd/sd-event.h>
+
+#include <filesystem>
+
+#include "helper/HelperProcess.h"
+#include "helper/HelperService.h"
+#include "tests/support/ScriptedLink.h"
+
+int main() {
+  auto socket = helper::prepareHelperProcess();
+  if (!socket) return 1;
+  const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+  auto log = helper::PPPLog::open(folder + "/ppp.log");
+  sd_event *event = nullptr;
+  if (!log || sd_event_default(&event) < 0) return 1;
+  int exitCode = 1;
+  {
+    linux::PosixFileSystem fileSystem;
+    helper::PreferencesStore preferences(folder + "/etc/preferences.plist", fileSystem, *log);
+    helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
+    helper::HelperService service(event, preferences, keychain, helper::testing::scriptedLinks(event), *log);
+    std::function<void()> end = [&service] { service.end(); };
+    if (helper::endOnSignals(event, end) && service.serve(std::move(*socket))) exitCode = helper::runLoop(event, *log);
+  }
+  sd_event_unref(event);
+  return exitCode;
+}

@@ -1,0 +1,62 @@
+// What the helper does with secrets once a link wants them, without the link: secret-user FOLDER SERVICE
+//
+// Takes the service's secret out of the keychain below FOLDER, as the helper does, gives it to a plugin and to an IKE
+// daemon, which are nobody, and lets go of everything. Then it says so on standard output, and ends with its standard
+// input.
+
+#include <sys/socket.h>
+#include <systemd/sd-event.h>
+#include <unistd.h>
+
+#include <string>
+#include <utility>
+
+#include "foundation/ProcessMemory.h"
+#include "foundation/Secret.h"
+#include "helper/ike/ViciConnection.h"
+#include "helper/ppp/PluginChannel.h"
+#include "helper/store/Keychain.h"
+
+namespace {
+
+using foundation::FileDescriptor;
+
+std::pair<FileDescriptor, FileDescriptor> socketPair(int type) {
+  int pair[2] = {-1, -1};
+  if (::socketpair(AF_UNIX, type | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, pair) < 0) return {};
+  return {FileDescriptor(pair[0]), FileDescriptor(pair[1])};
+}
+
+bool use(sd_event *event, const std::string &folder, const std::string &service) {
+  auto log = helper::PPPLog::open(folder + "/secret-user.log");
+  if (!log) return false;
+  linux::PosixFileSystem fileSystem;
+  helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
+  auto [plugin, pppd] = socketPair(SOCK_SEQPACKET);
+  auto [vici, daemon] = socketPair(SOCK_STREAM);
+  const auto peer = helper::Peer::ofSocket(plugin.get());
+  if (!peer) return false;
+  const auto secret = keychain.secretForService(service, *peer);
+  if (!secret) return false;
+
+  helper::PluginChannel channel(event, {[](const auto &) {}, [](const auto &) {}});
+  channel.adopt(std::move(plugin));
+  if (!channel.givePassword(*secret)) return false;
+
+  helper::ViciConnection connection(event, std::move(vici), {[](const auto &, const auto &) {}, [](const auto &) {}});
+  connection.request("load-shared", helper::vici::Section().add("type", "IKE").add("data", *secret),
+                     std::chrono::seconds(1), [copy = *secret](const auto &) {});
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  foundation::protectProcessMemory();
+  sd_event *event = nullptr;
+  if (argc != 3 || sd_event_new(&event) < 0 || !use(event, argv[1], argv[2])) return 1;
+  foundation::wipeDeadStack();  // as after each turn of the helper's loop
+  sd_event_unref(event);
+  char byte = 0;
+  return ::write(STDOUT_FILENO, &byte, 1) == 1 && ::read(STDIN_FILENO, &byte, 1) == 0 ? 0 : 1;
+}
