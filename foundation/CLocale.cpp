@@ -1,19 +1,16 @@
 #include "foundation/CLocale.h"
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
+#include <limits>
+#include <locale>
+#include <sstream>
 
 namespace foundation {
 
 namespace {
-
-// Made once and never freed: threads may print while the process ends.
-locale_t cLocale() {
-  static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
-  return locale;
-}
 
 std::size_t digitsAt(std::string_view text, std::size_t start) {
   std::size_t end = start;
@@ -27,16 +24,20 @@ bool isSign(std::string_view text, std::size_t index) {
 
 }  // namespace
 
-CLocaleScope::CLocaleScope() : previous_(uselocale(cLocale())) {}
-
-CLocaleScope::~CLocaleScope() { uselocale(previous_); }
-
 std::string shortestReal(double number, int precision) {
   if (std::isnan(number)) return "nan";
   std::array<char, 64> buffer{};
-  const CLocaleScope scope;
-  const int length = std::snprintf(buffer.data(), buffer.size(), "%.*g", precision, number);
-  return {buffer.data(), static_cast<std::size_t>(length)};
+  const auto [end, error] =
+      std::to_chars(buffer.data(), buffer.data() + buffer.size(), number, std::chars_format::general, precision);
+  return {buffer.data(), end};
+}
+
+std::string withDecimalPoint(std::string_view printed) {
+  constexpr std::string_view kOthers = "0123456789abcdefpxABCDEFPX+- ";
+  const std::size_t start = printed.find_first_not_of(kOthers);
+  if (start == std::string_view::npos) return std::string(printed);
+  const std::size_t end = std::min(printed.find_first_of(kOthers, start), printed.size());
+  return std::string(printed.substr(0, start)) + "." + std::string(printed.substr(end));
 }
 
 double scanReal(std::string_view text, std::size_t *length) {
@@ -55,7 +56,13 @@ double scanReal(std::string_view text, std::size_t *length) {
     if (const std::size_t count = digitsAt(text, exponent); count > 0) end = exponent + count;
   }
   *length = end;
-  return strtod_l(std::string(text.substr(0, end)).c_str(), nullptr, cLocale());
+  std::istringstream stream{std::string(text.substr(0, end))};
+  stream.imbue(std::locale::classic());
+  double number = 0;
+  stream >> number;
+  // What is stored of too large a number, infinity or the largest one, is the library's choice.
+  if (stream.fail() && std::abs(number) > 1) return std::copysign(std::numeric_limits<double>::infinity(), number);
+  return number;
 }
 
 }  // namespace foundation

@@ -1,6 +1,7 @@
 #include "foundation/Format.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
@@ -51,7 +52,6 @@ std::string printed(const Layout &layout, std::string_view length, char conversi
   if (layout.precision) format += "." + std::to_string(*layout.precision);
   format += length;
   format += conversion;
-  const CLocaleScope scope;
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
   const int size = std::snprintf(nullptr, 0, format.c_str(), argument);
@@ -76,6 +76,24 @@ std::string cString(const Layout &layout, const char *text) {
   const std::size_t length =
       layout.precision ? strnlen(text, static_cast<std::size_t>(*layout.precision)) : std::strlen(text);
   return padded(layout, std::string(text, length));
+}
+
+// Padded here, not by the C library: a locale's decimal sign may be longer than the point that takes its place.
+template <class Real>
+std::string real(const Layout &layout, std::string_view length, char conversion, Real number) {
+  Layout bare = layout;
+  bare.width.reset();
+  std::string text = printed(bare, length, conversion, number);
+  if (!std::isfinite(number)) return padded(layout, std::move(text));
+  text = withDecimalPoint(text);
+  const bool zeros = layout.flags.find('0') != std::string::npos && layout.flags.find('-') == std::string::npos;
+  const std::size_t width = layout.width ? static_cast<std::size_t>(*layout.width) : 0;
+  if (zeros && text.size() < width) {
+    std::size_t start = text.find_first_of("0123456789");
+    if (conversion == 'a' || conversion == 'A') start += 2;  // behind "0x"
+    text.insert(start, width - text.size(), '0');
+  }
+  return padded(layout, std::move(text));
 }
 
 // Zero-terminated UTF-16; the precision counts units.
@@ -166,8 +184,8 @@ std::string rendered(const FormatPiece &piece, const std::vector<FormatArgument>
     default:
       break;
   }
-  if (piece.length == "L") return printed(layout, "L", piece.conversion, std::get<long double>(argument));
-  return printed(layout, "", piece.conversion, std::get<double>(argument));
+  if (piece.length == "L") return real(layout, "L", piece.conversion, std::get<long double>(argument));
+  return real(layout, "", piece.conversion, std::get<double>(argument));
 }
 
 }  // namespace

@@ -1,11 +1,8 @@
 #include "foundation/UUID.h"
 
-#include <sys/random.h>
-
 #include <array>
 #include <cstdint>
-
-#include "foundation/Assertion.h"
+#include <random>
 
 namespace foundation {
 namespace {
@@ -19,9 +16,10 @@ constexpr bool isDash(std::size_t position) {
 
 }  // namespace
 
-std::string newUUID() {
+std::string newUUID() noexcept {
+  std::random_device device;
   std::array<std::uint8_t, 16> random{};
-  FOUNDATION_ASSERT(getrandom(random.data(), random.size(), 0) == static_cast<ssize_t>(random.size()));
+  for (std::uint8_t &byte : random) byte = static_cast<std::uint8_t>(device());
   random[6] = static_cast<std::uint8_t>((random[6] & 0x0f) | 0x40);  // version 4, random
   random[8] = static_cast<std::uint8_t>((random[8] & 0x3f) | 0x80);  // variant 1
   std::string text;

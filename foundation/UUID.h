@@ -7,8 +7,9 @@
 
 namespace foundation {
 
-// A new one. Aborts where the kernel has no random numbers to give, which is no place to make keys and names in.
-std::string newUUID();
+// A new one. The process ends where the system has no random numbers to give, which is no place to make keys and names
+// in.
+std::string newUUID() noexcept;
 // True for exactly the form that newUUID() gives.
 bool isUUID(std::string_view text);
 

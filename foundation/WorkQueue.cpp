@@ -1,6 +1,5 @@
 #include "foundation/WorkQueue.h"
 
-#include <pthread.h>
 #include <signal.h>
 
 #include <condition_variable>
@@ -10,6 +9,7 @@
 #include <utility>
 
 #include "foundation/Assertion.h"
+#include "foundation/ThreadName.h"
 
 namespace foundation {
 
@@ -75,7 +75,7 @@ void WorkQueue::async(std::function<void()> block) {
 
   const AllSignalsBlocked blocked;
   std::thread([state = state_] {
-    pthread_setname_np(pthread_self(), state->label.substr(0, 15).c_str());
+    setThreadName(state->label);
     // A block, and whatever it holds, is gone before the next one is taken.
     while (const std::function<void()> next = state->next()) next();
   }).detach();

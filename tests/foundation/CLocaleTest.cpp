@@ -2,8 +2,13 @@
 
 #include <clocale>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <limits>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "foundation/CLocale.h"
 #include "foundation/Format.h"
@@ -48,13 +53,62 @@ TEST(CLocaleTest, ADecimalCommaOfTheProcessChangesNothing) {
   EXPECT_EQ(number, 2.5);
 }
 
-TEST(CLocaleTest, TheScopePutsTheThreadsLocaleBack) {
-  const locale_t before = uselocale(nullptr);
-  {
-    const CLocaleScope scope;
-    EXPECT_NE(uselocale(nullptr), before);
+TEST(CLocaleTest, TheLargestNumberIsNotYetInfinite) {
+  std::size_t length = 0;
+  EXPECT_EQ(scanReal("1.7976931348623157e308", &length), std::numeric_limits<double>::max());
+  EXPECT_EQ(scanReal("-1.7976931348623157e308", &length), std::numeric_limits<double>::lowest());
+  EXPECT_EQ(scanReal("1.8e308", &length), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(scanReal("5e-324", &length), std::numeric_limits<double>::denorm_min());
+}
+
+TEST(CLocaleTest, ShortestRealPrintsAsTheCLibraryDoes) {
+  for (const double number : {0.0, -0.0, 1.0, 0.1, -2.5, 1e15, 1e16, 1e17, 123456789012345678.0, 1e-4, 1e-5, 1e300,
+                              5e-324, 1.0 / 3, std::numeric_limits<double>::infinity()}) {
+    for (const int precision : {16, 17}) {
+      char expected[64];
+      std::snprintf(expected, sizeof expected, "%.*g", precision, number);
+      EXPECT_EQ(shortestReal(number, precision), expected);
+    }
   }
-  EXPECT_EQ(uselocale(nullptr), before);
+}
+
+const std::vector<std::string> kRealFormats = [] {
+  std::vector<std::string> formats;
+  for (const char *flags : {"", "-", "+", " ", "0", "#", "+0", "-0", "#0", " 0"})
+    for (const char *size : {"", "12", "12.3", ".0", "40.12"})
+      for (const char *conversion : {"f", "e", "g", "a", "G", "A"})
+        formats.push_back(std::string("%") + flags + size + conversion);
+  return formats;
+}();
+
+// What every format makes of some numbers, one after the other.
+std::string printedReals(const std::function<std::string(const char *format, double number)> &print) {
+  std::string text;
+  for (const std::string &real : kRealFormats)
+    for (const double number : {1.5, -1234.5678, 0.0, 1e-7, -std::numeric_limits<double>::infinity()})
+      text += real + " " + print(real.c_str(), number) + "\n";
+  return text;
+}
+
+// One whose decimal sign takes two bytes, too.
+TEST(CLocaleTest, EveryFlagOfARealPrintsAsInTheCLocaleWhereverTheProcessIs) {
+  const std::string expected = printedReals([](const char *real, double number) {
+    char buffer[128];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    std::snprintf(buffer, sizeof buffer, real, number);
+#pragma GCC diagnostic pop
+    return std::string(buffer);
+  });
+  ASSERT_EQ(setenv("LOCPATH", VPNCTL_TEST_LOCALES, 1), 0);
+  for (const auto &[locale, sign] :
+       {std::pair("C", "."), std::pair("de_DE.UTF-8", ","), std::pair("ps_AF.UTF-8", "\xd9\xab")}) {
+    ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
+    ASSERT_STREQ(std::localeconv()->decimal_point, sign);
+    const std::string text = printedReals([](const char *real, double number) { return format(real, number); });
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(text, expected) << locale;
+  }
 }
 
 }  // namespace

@@ -1,0 +1,10 @@
+#include "foundation/ThreadName.h"
+
+#include <pthread.h>
+
+namespace foundation {
+
+// A longer one would be refused.
+void setThreadName(const std::string &name) { pthread_setname_np(pthread_self(), name.substr(0, 15).c_str()); }
+
+}  // namespace foundation
