@@ -29,7 +29,7 @@ fail() {
 
 # Waits a moment without starting a process: nobody ever writes to this pipe.
 mkdir -p "$work"
-mkfifo "$work/never"
+[ -p "$work/never" ] || mkfifo "$work/never"
 exec {never_fd}<>"$work/never"
 moment() { read -r -t 0.05 -u "$never_fd" || true; }
 
