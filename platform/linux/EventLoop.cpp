@@ -28,23 +28,14 @@ bool takeWake(const foundation::FileDescriptor &wake) {
 }
 
 CFRunLoop::CFRunLoop() : wake_(newWakeDescriptor()) {
-  FOUNDATION_ASSERT(sd_event_new(&event) >= 0);
-  const int result = sd_event_add_io(
-      event, nullptr, wake_.get(), EPOLLIN,
-      [](sd_event_source *, int, std::uint32_t, void *loop) {
-        takeWake(static_cast<CFRunLoop *>(loop)->wake_);
-        return 0;
-      },
-      this);
-  FOUNDATION_ASSERT(result >= 0);
+  FOUNDATION_ASSERT(sd_event_new(linux::Out(event_)) >= 0);
+  woken_ = linux::EventSource::io(event(), wake_.get(), EPOLLIN, [this](std::uint32_t) { takeWake(wake_); });
 }
-
-CFRunLoop::~CFRunLoop() { sd_event_unref(event); }
 
 void CFRunLoop::run() {
   // Not sd_event_exit: that ends a loop for good, and this one may be run again.
   while (!stopped_.exchange(false))
-    if (sd_event_run(event, UINT64_MAX) < 0) return;
+    if (sd_event_run(event(), UINT64_MAX) < 0) return;
 }
 
 void CFRunLoop::stop() {

@@ -2,11 +2,11 @@
 
 #pragma once
 
-#include <systemd/sd-event.h>
-
 #include <atomic>
 
 #include "foundation/FileDescriptor.h"
+#include "linux/EventSource.h"
+#include "linux/SystemdOwners.h"
 #include "platform/RunLoop.h"
 
 namespace platform {
@@ -15,16 +15,18 @@ struct CFRunLoop {
   CFRunLoop();
   CFRunLoop(const CFRunLoop &) = delete;
   CFRunLoop &operator=(const CFRunLoop &) = delete;
-  ~CFRunLoop();
 
   // Blocks until stop(), which may come from any thread, and before this.
   void run();
   void stop();
 
-  sd_event *event = nullptr;  // for the sources of this backend; only the loop's own thread touches it
+  // For the sources of this backend; only the loop's own thread touches it.
+  sd_event *event() const { return event_.get(); }
 
  private:
   foundation::FileDescriptor wake_;
+  linux::EventLoop event_;
+  linux::EventSource woken_;
   std::atomic<bool> stopped_ = false;
 };
 

@@ -1,12 +1,10 @@
 #include "platform/linux/HelperConnection.h"
 
-#include <sys/epoll.h>
-#include <sys/wait.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 #include "foundation/PropertyList.h"
@@ -100,13 +98,13 @@ Result<std::shared_ptr<HelperConnection>> HelperConnection::connect(LaunchedHelp
 }
 
 int HelperConnection::start(FileDescriptor socket) {
-  int result = sd_bus_new(&bus_);
+  int result = sd_bus_new(linux::Out(bus_));
   if (result < 0) return result;
   const int descriptor = socket.release();  // the bus closes it from here on
-  result = sd_bus_set_fd(bus_, descriptor, descriptor);
+  result = sd_bus_set_fd(bus_.get(), descriptor, descriptor);
   if (result >= 0) {
     result = sd_bus_match_signal(
-        bus_, nullptr, nullptr, wire::kObjectPath, wire::kInterface, wire::kLinkStatusChanged,
+        bus_.get(), nullptr, nullptr, wire::kObjectPath, wire::kInterface, wire::kLinkStatusChanged,
         [](sd_bus_message *signal, void *connection, sd_bus_error *) {
           static_cast<HelperConnection *>(connection)->changed(signal);
           return 0;
@@ -115,20 +113,20 @@ int HelperConnection::start(FileDescriptor socket) {
   }
   if (result >= 0) {
     result = sd_bus_match_signal(
-        bus_, nullptr, nullptr, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local", "Disconnected",
+        bus_.get(), nullptr, nullptr, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local", "Disconnected",
         [](sd_bus_message *, void *connection, sd_bus_error *) {
           static_cast<HelperConnection *>(connection)->lost();
           return 0;
         },
         this);
   }
-  return result < 0 ? result : sd_bus_start(bus_);
+  return result < 0 ? result : sd_bus_start(bus_.get());
 }
 
 HelperConnection::~HelperConnection() {
-  ended_ = sd_event_source_disable_unref(ended_);
-  sd_bus_close_unref(bus_);
-  reap();
+  bus_.reset();
+  // It takes the link down and ends by itself, which may take longer than we live.
+  if (process_ && !process_->waitFor(std::chrono::milliseconds(0))) process_->leaveRunning();
 }
 
 std::shared_ptr<HelperConnection> HelperConnection::current() {
@@ -143,30 +141,28 @@ void HelperConnection::makeCurrent() {
   current.connection = weak_from_this();
 }
 
-bool HelperConnection::isOpen() const { return sd_bus_is_open(bus_) > 0; }
+bool HelperConnection::isOpen() const { return sd_bus_is_open(bus_.get()) > 0; }
 
 // ---- Calls
 
 HelperConnection::Message HelperConnection::newCall(const char *member) {
-  sd_bus_message *message = nullptr;
+  Message message;
   // Fails without memory, or when the connection has ended; a null message makes every step after it fail.
-  sd_bus_message_new_method_call(bus_, &message, nullptr, wire::kObjectPath, wire::kInterface, member);
-  return {message, sd_bus_message_unref};
+  sd_bus_message_new_method_call(bus_.get(), linux::Out(message), nullptr, wire::kObjectPath, wire::kInterface, member);
+  return message;
 }
 
 HelperConnection::Message HelperConnection::call(const Message &message) {
-  sd_bus_message *reply = nullptr;
-  if (sd_bus_call(bus_, message.get(), count(kCallDeadline), nullptr, &reply) < 0) reply = nullptr;
-  return {reply, sd_bus_message_unref};
+  Message reply;
+  sd_bus_call(bus_.get(), message.get(), count(kCallDeadline), nullptr, linux::Out(reply));
+  return reply;
 }
 
 bool HelperConnection::ping() {
-  sd_bus_message *message = nullptr;
-  sd_bus_message_new_method_call(bus_, &message, nullptr, wire::kObjectPath, "org.freedesktop.DBus.Peer", "Ping");
-  const int result =
-      message == nullptr ? -ENOTCONN : sd_bus_call(bus_, message, count(kReadyDeadline), nullptr, nullptr);
-  sd_bus_message_unref(message);
-  return result >= 0;
+  Message message;
+  sd_bus_message_new_method_call(bus_.get(), linux::Out(message), nullptr, wire::kObjectPath,
+                                 "org.freedesktop.DBus.Peer", "Ping");
+  return message && sd_bus_call(bus_.get(), message.get(), count(kReadyDeadline), nullptr, nullptr) >= 0;
 }
 
 std::optional<HelperConnection::Preferences> HelperConnection::readPreferences() {
@@ -253,7 +249,7 @@ void HelperConnection::stopLink(const std::string &serviceID, bool force) {
   const auto message = newCall(wire::kStopLink);
   if (!message || sd_bus_message_append(message.get(), "sb", serviceID.c_str(), force) < 0) return;
   // What comes of it is told by signals; a connection that has ended tells that of itself.
-  if (sd_bus_message_set_expect_reply(message.get(), 0) >= 0) sd_bus_send(bus_, message.get(), nullptr);
+  if (sd_bus_message_set_expect_reply(message.get(), 0) >= 0) sd_bus_send(bus_.get(), message.get(), nullptr);
 }
 
 std::optional<LinkSnapshot> HelperConnection::linkStatus(const std::string &serviceID) {
@@ -268,27 +264,17 @@ std::optional<LinkSnapshot> HelperConnection::linkStatus(const std::string &serv
 // ---- Signals
 
 bool HelperConnection::attach(sd_event *event) {
-  if (sd_bus_get_event(bus_) != nullptr) return sd_bus_get_event(bus_) == event;
-  if (sd_bus_attach_event(bus_, event, SD_EVENT_PRIORITY_NORMAL) < 0) return false;
-  if (!process_) return true;
+  if (sd_bus_get_event(bus_.get()) != nullptr) return sd_bus_get_event(bus_.get()) == event;
+  if (sd_bus_attach_event(bus_.get(), event, SD_EVENT_PRIORITY_NORMAL) < 0) return false;
   // A helper that ends while the tool lives on must not stay behind as a zombie.
-  return sd_event_add_io(
-             event, &ended_, process_.get(), EPOLLIN,
-             [](sd_event_source *, int, std::uint32_t, void *connection) {
-               static_cast<HelperConnection *>(connection)->reap();
-               return 0;
-             },
-             this) >= 0;
-}
-
-void HelperConnection::reap() {
-  if (!process_) return;
-  siginfo_t ended = {};
-  // Not ours to wait for in a process that has forked since; then its starter does.
-  const int result = ::waitid(P_PIDFD, static_cast<id_t>(process_.get()), &ended, WEXITED | WNOHANG);
-  if (result == 0 && ended.si_pid == 0) return;
-  ended_ = sd_event_source_disable_unref(ended_);
-  process_.reset();
+  try {
+    if (process_)
+      process_->watch(
+          event, [](const linux::ChildProcess::End &) {});
+  } catch (const std::system_error &) {
+    return false;
+  }
+  return true;
 }
 
 void HelperConnection::addObserver(LinkObserver *observer) { observers_.push_back(observer); }

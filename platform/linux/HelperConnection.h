@@ -6,9 +6,6 @@
 
 #pragma once
 
-#include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
-
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -21,6 +18,8 @@
 #include "foundation/Result.h"
 #include "foundation/Secret.h"
 #include "foundation/Value.h"
+#include "linux/ChildProcess.h"
+#include "linux/SystemdOwners.h"
 #include "platform/linux/HelperLauncher.h"
 
 namespace platform {
@@ -102,20 +101,18 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   void removeObserver(LinkObserver *observer);
 
  private:
-  explicit HelperConnection(foundation::FileDescriptor process) : process_(std::move(process)) {}
+  explicit HelperConnection(std::optional<linux::ChildProcess> process) : process_(std::move(process)) {}
 
-  using Message = std::unique_ptr<sd_bus_message, sd_bus_message *(*)(sd_bus_message *)>;
+  using Message = linux::BusMessage;
   Message newCall(const char *member);
   Message call(const Message &message);
   int start(foundation::FileDescriptor socket);
   void changed(sd_bus_message *signal);
   void lost();
-  void reap();
   std::vector<LinkObserver *> observersOf(const std::string *serviceID) const;
 
-  foundation::FileDescriptor process_;
-  sd_bus *bus_ = nullptr;
-  sd_event_source *ended_ = nullptr;
+  std::optional<linux::ChildProcess> process_;
+  linux::Bus bus_;
   std::vector<LinkObserver *> observers_;
 };
 

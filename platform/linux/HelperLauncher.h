@@ -2,18 +2,18 @@
 
 #pragma once
 
-#include <sys/types.h>
-
+#include <optional>
 #include <string>
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
+#include "linux/ChildProcess.h"
 
 namespace platform {
 
 struct LaunchedHelper {
-  foundation::FileDescriptor socket;   // our end
-  foundation::FileDescriptor process;  // a pidfd; readable when the helper has ended
+  foundation::FileDescriptor socket;  // our end
+  std::optional<linux::ChildProcess> process;
 };
 
 // Starts the program at PATH with one end of a socket pair as its standard input, nothing on the other two, in a

@@ -2,9 +2,11 @@
 
 #include <sys/epoll.h>
 
+#include <system_error>
 #include <utility>
 
 #include "foundation/PropertyList.h"
+#include "linux/EventSource.h"
 #include "platform/SCErrorState.h"
 #include "platform/SystemConfiguration.h"
 #include "platform/linux/EventLoop.h"
@@ -28,7 +30,6 @@ struct SCNetworkConnection : LinkObserver, std::enable_shared_from_this<SCNetwor
   SCNetworkConnection(const SCNetworkConnection &) = delete;
   SCNetworkConnection &operator=(const SCNetworkConnection &) = delete;
   ~SCNetworkConnection() override {
-    sd_event_source_disable_unref(stopSource_);
     if (helper_) helper_->removeObserver(this);
     if (context_.release != nullptr) context_.release(context_.info);
   }
@@ -51,7 +52,7 @@ struct SCNetworkConnection : LinkObserver, std::enable_shared_from_this<SCNetwor
   const SCNetworkConnectionContext context_;
   const foundation::FileDescriptor stopRequest_;
   CFRunLoopRef runLoop_;
-  sd_event_source *stopSource_ = nullptr;
+  linux::EventSource stopSource_;
   bool started_ = false;        // and not told to be disconnected since
   bool stopRequested_ = false;  // taken from stopRequest_, not acted upon yet
   LinkSnapshot snapshot_;       // of the last change that was told
@@ -63,18 +64,14 @@ bool SCNetworkConnection::schedule(const CFRunLoopRef &runLoop) {
     return runLoop_ == runLoop;
   }
   // A helper that is gone is told by the start.
-  if (helper_ && !helper_->attach(runLoop->event)) {
+  if (helper_ && !helper_->attach(runLoop->event())) {
     setSCError(kSCStatusFailed);
     return false;
   }
-  const int result = sd_event_add_io(
-      runLoop->event, &stopSource_, stopRequest_.get(), EPOLLIN,
-      [](sd_event_source *, int, std::uint32_t, void *connection) {
-        static_cast<SCNetworkConnection *>(connection)->stopIfRequested();
-        return 0;
-      },
-      this);
-  if (result < 0) {
+  try {
+    stopSource_ = linux::EventSource::io(
+        runLoop->event(), stopRequest_.get(), EPOLLIN, [this](std::uint32_t) { stopIfRequested(); });
+  } catch (const std::system_error &) {
     setSCError(kSCStatusFailed);
     return false;
   }

@@ -13,26 +13,15 @@
 
 namespace helper::testing {
 
-namespace {
-
-// The number of the process that DESCRIPTOR, a pidfd, stands for.
-pid_t pidOf(int descriptor) {
-  std::ifstream info("/proc/self/fdinfo/" + std::to_string(descriptor));
-  std::string key;
-  pid_t pid = -1;
-  while (info >> key)
-    if (key == "Pid:" && info >> pid) break;
-  return pid;
-}
-
-}  // namespace
-
 StartedHelper::StartedHelper(const std::string &program, Talk talk) {
   auto launched = platform::launchHelper(program);
   EXPECT_TRUE(launched) << program;
   if (!launched) return;
-  process_ = std::move(launched->process);  // the connection would take the end that we ask for
-  pid_ = pidOf(process_.get());
+  pid_ = launched->process->pid();
+  process_.reset(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
+  // The connection would take the end that we ask for.
+  launched->process->leaveRunning();
+  launched->process.reset();
   if (talk == Talk::none) {
     socket_ = std::move(launched->socket);
     return;

@@ -1,11 +1,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -48,12 +47,9 @@ TEST(HelperLauncher, GivesTheProgramASocketAndWatchesIt) {
   ASSERT_TRUE(helper) << helper.error().message;
   // Without output of its own; it ends when its input does.
   helper->socket.reset();
-  pollfd ended = {helper->process.get(), POLLIN, 0};
-  ASSERT_EQ(::poll(&ended, 1, 20000), 1);
-  siginfo_t child = {};
-  ASSERT_EQ(::waitid(static_cast<idtype_t>(P_PIDFD), static_cast<id_t>(helper->process.get()), &child, WEXITED), 0);
-  EXPECT_EQ(child.si_code, CLD_EXITED);
-  EXPECT_EQ(child.si_status, 0);
+  ASSERT_TRUE(helper->process->waitFor(std::chrono::seconds(20)));
+  EXPECT_TRUE(helper->process->end().exited);
+  EXPECT_EQ(helper->process->end().code, 0);
 }
 
 TEST(HelperLauncher, SaysWhatCannotBeStarted) {
@@ -73,7 +69,7 @@ TEST(HelperLauncher, LeavesNoProcessBehindThatItCannotWatch) {
   }();
   ASSERT_FALSE(helper);
   EXPECT_EQ(helper.error().code, EMFILE);
-  EXPECT_EQ(helper.error().message.substr(0, 14), "watch /bin/cat");
+  EXPECT_EQ(helper.error().message.substr(0, 15), "follow /bin/cat");
   EXPECT_EQ(children(), before);
 }
 
