@@ -64,21 +64,6 @@ int appendState(sd_bus_message *message, const LinkStatus &state) {
   return appendBytes(message, propertyListBytes(state.extendedStatus));
 }
 
-// The preferences with OPTIONS ({"PPP": {...}, ...}) laid over the service's own entries, for one start.
-Value withUserOptions(Value root, const std::string &serviceID, const Value &options) {
-  Value service = root["NetworkServices"][serviceID];
-  if (!service.isDictionary()) return root;
-  for (const auto &[entity, entries] : options.dictionary()) {
-    Value merged = service[entity];
-    for (const auto &[key, entry] : entries.dictionary()) merged.set(key, entry);
-    if (!merged.isNull()) service.set(entity, std::move(merged));
-  }
-  Value services = root["NetworkServices"];
-  services.set(serviceID, std::move(service));
-  root.set("NetworkServices", std::move(services));
-  return root;
-}
-
 }  // namespace
 
 template <int (HelperService::*method)(sd_bus_message *)>
@@ -241,8 +226,7 @@ std::int32_t HelperService::start(const std::string &serviceID, const Value &use
   if (ending_ || isLinkUp()) return kSCStatusFailed;
   const auto preferences = preferences_.readValueWith(serviceID);
   if (!preferences) return preferences.error().code;
-  auto link = links_(withUserOptions(*preferences, serviceID, userOptions), serviceID,
-                     [this](const LinkStatus &status) { linkChanged(status); });
+  auto link = links_(*preferences, serviceID, userOptions, [this](const LinkStatus &status) { linkChanged(status); });
   if (!link) {
     log_.write("The connection cannot be started: " + link.error().message);
     return kSCStatusConnectionNoService;

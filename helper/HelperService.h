@@ -78,7 +78,7 @@ class HelperService {
   bool linger_ = false;
   bool ending_ = false;
   // Last, so that it goes first: it still tells its end through what stands above.
-  std::unique_ptr<RunningLink> link_;
+  std::unique_ptr<Link> link_;
 };
 
 }  // namespace helper

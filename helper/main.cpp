@@ -12,6 +12,7 @@
 #include "foundation/StandardStreams.h"
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
+#include "helper/repair/Repair.h"
 #include "linux/EventSource.h"
 
 namespace {
@@ -43,11 +44,12 @@ int main() {
     helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log);
     bool serverRemembers = false;
     helper::HelperService service(event, preferences, keychain,
-                                  helper::realLinks(event, keychain, *log, serverRemembers), *log);
+                                  helper::plannedLinks(*log, serverRemembers, helper::vpnLinks(event, keychain, *log)),
+                                  *log);
     std::function<void()> end = [&service] { service.end(); };
     foundation::Status status = helper::endOnSignals(event, end);
     // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
-    linux::endLoopOnException(event, [&] { serverRemembers = helper::Link::repair(*log); });
+    linux::endLoopOnException(event, [&] { serverRemembers = helper::repairAbandoned(*log); });
     if (status) status = service.serve(std::move(*socket));
     if (status)
       exitCode = helper::runLoop(event, *log);

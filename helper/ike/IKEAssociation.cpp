@@ -45,12 +45,8 @@ Status flowOf(int socket, UDPFlow &flow) {
 
 }  // namespace
 
-IKEAssociation::IKEAssociation(const IKESurroundings &surroundings, std::string secretName, Parts parts,
-                               Handlers handlers)
-    : with_(surroundings),
-      secretName_(std::move(secretName)),
-      parts_(std::move(parts)),
-      handlers_(std::move(handlers)) {}
+IKEAssociation::IKEAssociation(const IKEContext &context, std::string secretName, Parts parts, Handlers handlers)
+    : context_(context), secretName_(std::move(secretName)), parts_(std::move(parts)), handlers_(std::move(handlers)) {}
 
 IKEAssociation::~IKEAssociation() {
   soon_.reset();
@@ -62,10 +58,10 @@ IKEAssociation::~IKEAssociation() {
 void IKEAssociation::start(int socket) {
   if (started_ || stopping_) return;
   started_ = true;
-  until_ = std::chrono::steady_clock::now() + with_.settings.ike.deadline;
+  until_ = std::chrono::steady_clock::now() + context_.settings.deadline;
   // The guard has to stand before anybody can send anything.
   if (Status prepared = prepare(socket); !prepared) {
-    soon_ = linux::EventSource::soon(with_.event, [this, reason = prepared.error().message] {
+    soon_ = linux::EventSource::soon(context_.event, [this, reason = prepared.error().message] {
       fail(DeviceCause::protocolError, "No IPSec association is possible: " + reason + ".");
     });
     return;
@@ -101,12 +97,12 @@ Status IKEAssociation::prepare(int socket) {
   plan_.localPort = flow_.localPort;
   plan_.remote = flow_.remote;
   plan_.remotePort = flow_.remotePort;
-  plan_.remoteIdentity = with_.settings.ike.remoteIdentity;
+  plan_.remoteIdentity = context_.settings.remoteIdentity;
   return {};
 }
 
 void IKEAssociation::daemonIsReady() {
-  const EngineSettings::IKE &settings = with_.settings.ike;
+  const EngineSettings::IKE &settings = context_.settings;
   const IKEProposals broad = IKEProposals::broad();
   std::vector<std::string> lacking;
   plan_.proposals = reduced(
@@ -114,8 +110,8 @@ void IKEAssociation::daemonIsReady() {
       [this](const std::string &algorithm) { return daemon_->knows(algorithm); }, lacking);
   plan_.espProposals = settings.espProposals.empty() ? broad.esp : settings.espProposals;
   if (!lacking.empty())
-    with_.log.write("The IKE daemon (" + daemon_->description() + ") lacks " + listed(lacking) +
-                    "; what needs it is not offered to the server.");
+    context_.log.write("The IKE daemon (" + daemon_->description() + ") lacks " + listed(lacking) +
+                       "; what needs it is not offered to the server.");
   if (plan_.proposals.empty())
     return fail(DeviceCause::protocolError,
                 "The IKE daemon (" + daemon_->description() +
@@ -123,13 +119,13 @@ void IKEAssociation::daemonIsReady() {
                     "libstrongswan-standard-plugins).");
   const auto peer = daemon_->peer();
   if (!peer) return fail(DeviceCause::protocolError, "The IKE daemon is gone: " + peer.error().message + ".");
-  auto secret = with_.secrets.secretForService(secretName_, *peer);
+  auto secret = context_.secrets.secretForService(secretName_, *peer);
   if (!secret)
     return fail(DeviceCause::noSharedSecret,
                 "There is no shared secret for the connection: " + secret.error().message + ".");
   secret_ = std::move(*secret);
   LoadedConnection entry{daemon_->controlSocket(), plan_.name, plan_.reqid};
-  if (const Status written = with_.journal.noteConnection(entry); !written)
+  if (const Status written = context_.journal.noteConnection(entry); !written)
     return fail(DeviceCause::protocolError, "The IPSec association cannot be begun: " + written.error().message + ".");
   noted_ = std::move(entry);
   negotiate();
@@ -152,7 +148,7 @@ void IKEAssociation::negotiated() {
 }
 
 void IKEAssociation::refused(const IKERefusal &refusal) {
-  const EngineSettings::IKE &settings = with_.settings.ike;
+  const EngineSettings::IKE &settings = context_.settings;
   // Some servers choke on many proposals, with a refusal or in silence.
   const bool choked = refusal.stage == IKEStage::firstAnswer || refusal.stage == IKEStage::proposals
                           ? settings.proposals.empty()
@@ -174,7 +170,7 @@ void IKEAssociation::refused(const IKERefusal &refusal) {
 }
 
 std::string IKEAssociation::sentenceFor(const IKERefusal &refusal) const {
-  const EngineSettings::IKE &settings = with_.settings.ike;
+  const EngineSettings::IKE &settings = context_.settings;
   const IKEProposals broad = IKEProposals::broad();
   const std::string file = EngineSettings::kPath;
   const std::string daemon = daemon_->description();
@@ -219,7 +215,7 @@ void IKEAssociation::stop() {
   stopping_ = true;
   secret_.reset();
   if (daemon_) return daemon_->close();
-  soon_ = linux::EventSource::soon(with_.event, [this] { handlers_.stopped(); });
+  soon_ = linux::EventSource::soon(context_.event, [this] { handlers_.stopped(); });
 }
 
 // What the daemon could not take out of the kernel goes now, because it died, or because a packet met the guard and the
@@ -229,21 +225,20 @@ void IKEAssociation::forget(const Status &takenBack) {
   const Status removed = table_ ? table_->remove(plan_.reqid) : Status();
   table_.reset();
   if (!noted_) {
-    if (!removed) with_.log.write("IPSec: " + removed.error().message + ".");
+    if (!removed) context_.log.write("IPSec: " + removed.error().message + ".");
     return;
   }
-  if (takenBack && removed) with_.journal.forgetConnection(*noted_);
+  if (takenBack && removed) context_.journal.forgetConnection(*noted_);
   noted_.reset();
 }
 
-std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKESurroundings &surroundings,
-                                                     const foundation::Value &ipsec,
+std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, const std::string &secretName,
                                                      IPSecAssociation::Handlers handlers) {
-  const auto daemon = [surroundings](IKEDaemon::Handlers daemonHandlers) -> std::unique_ptr<IKEDaemon> {
-    const EngineSettings::IKE &settings = surroundings.settings.ike;
+  const auto daemon = [context](IKEDaemon::Handlers daemonHandlers) -> std::unique_ptr<IKEDaemon> {
+    const EngineSettings::IKE &settings = context.settings;
     CharonProcess::Places places;
     if (!settings.socket.empty()) places.controlSockets = {settings.socket};
-    return std::make_unique<Charon>(surroundings.event, surroundings.journal, places,
+    return std::make_unique<Charon>(context.event, context.journal, places,
                                     Charon::Settings{settings.lifetime, settings.espLifetime, settings.deadPeerDelay},
                                     Charon::Deadlines{}, std::move(daemonHandlers));
   };
@@ -252,8 +247,8 @@ std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKESurroundings &surr
     if (!opened) return opened.error();
     return std::unique_ptr<XfrmTable>(std::move(*opened));
   };
-  return std::make_unique<IKEAssociation>(surroundings, ipsec["SharedSecret"].string(),
-                                          IKEAssociation::Parts{daemon, table, guardSocket}, std::move(handlers));
+  return std::make_unique<IKEAssociation>(context, secretName, IKEAssociation::Parts{daemon, table, guardSocket},
+                                          std::move(handlers));
 }
 
 Status takeBack(const LoadedConnection &entry) {

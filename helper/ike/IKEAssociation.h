@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "foundation/Value.h"
 #include "helper/common/EngineSettings.h"
 #include "helper/common/PPPLog.h"
 #include "helper/common/SecretSource.h"
@@ -28,12 +27,12 @@
 namespace helper {
 
 // All of them outlive the association.
-struct IKESurroundings {
+struct IKEContext {
   sd_event *event;
   SecretSource &secrets;
   PPPLog &log;
   IPSecJournal &journal;
-  const EngineSettings &settings;
+  const EngineSettings::IKE &settings;
 };
 
 class IKEAssociation : public IPSecAssociation {
@@ -46,7 +45,7 @@ class IKEAssociation : public IPSecAssociation {
   };
 
   // SECRETNAME: the keychain's item.
-  IKEAssociation(const IKESurroundings &surroundings, std::string secretName, Parts parts, Handlers handlers);
+  IKEAssociation(const IKEContext &context, std::string secretName, Parts parts, Handlers handlers);
   IKEAssociation(const IKEAssociation &) = delete;
   IKEAssociation &operator=(const IKEAssociation &) = delete;
   ~IKEAssociation() override;
@@ -64,7 +63,7 @@ class IKEAssociation : public IPSecAssociation {
   void fail(DeviceCause cause, std::string sentence);
   void forget(const foundation::Status &takenBack);
 
-  IKESurroundings with_;
+  IKEContext context_;
   std::string secretName_;
   Parts parts_;
   Handlers handlers_;
@@ -82,9 +81,8 @@ class IKEAssociation : public IPSecAssociation {
   linux::EventSource soon_;
 };
 
-// IPSEC is the service's IPSec dictionary: its SharedSecret names the keychain's item. Not started.
-std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKESurroundings &surroundings,
-                                                     const foundation::Value &ipsec,
+// SECRET_NAME: the keychain's item. Not started.
+std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, const std::string &secretName,
                                                      IPSecAssociation::Handlers handlers);
 
 // Takes back what a helper had given to an IKE daemon, and what the kernel got from it. Blocks, for as long as the

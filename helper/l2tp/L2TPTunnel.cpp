@@ -21,11 +21,10 @@ L2TPControlConnection::Deadlines deadlinesOf(const EngineSettings::L2TP &setting
 
 }  // namespace
 
-L2TPTunnel::L2TPTunnel(sd_event *event, const sockaddr_in &server, const foundation::Value &ipsec,
-                       const EngineSettings::L2TP &settings, PPPLog &log, Parts parts, Handlers handlers)
+L2TPTunnel::L2TPTunnel(sd_event *event, const sockaddr_in &server, const EngineSettings::L2TP &settings, PPPLog &log,
+                       Parts parts, Handlers handlers)
     : event_(event),
       server_(server),
-      hasSecret_(!ipsec["SharedSecret"].string().empty()),
       sourcePort_(settings.sourcePort),
       log_(log),
       makeAssociation_(std::move(parts.makeAssociation)),
@@ -44,7 +43,7 @@ L2TPTunnel::L2TPTunnel(sd_event *event, const sockaddr_in &server, const foundat
                                           .stopped = [this] { endAssociation(); }}) {}
 
 void L2TPTunnel::start() {
-  if (!hasSecret_)
+  if (!makeAssociation_)
     return failSoon(DeviceCause::noSharedSecret,
                     "No L2TP connection is possible: the service names no shared secret for IPSec, and without IPSec "
                     "everything would travel in clear.");

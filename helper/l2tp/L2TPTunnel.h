@@ -9,7 +9,6 @@
 #include <memory>
 #include <optional>
 
-#include "foundation/Value.h"
 #include "helper/common/EngineSettings.h"
 #include "helper/common/PPPLog.h"
 #include "helper/common/Tunnel.h"
@@ -26,13 +25,14 @@ class L2TPTunnel : public Tunnel {
   using AssociationFactory = std::function<std::unique_ptr<IPSecAssociation>(IPSecAssociation::Handlers)>;
 
   struct Parts {
+    // None when there is no shared secret for IPSec: the tunnel fails then.
     AssociationFactory makeAssociation;
     std::unique_ptr<L2TPDataPath> dataPath;
   };
 
-  // IPSEC is the service's IPSec dictionary. LOG outlives the tunnel.
-  L2TPTunnel(sd_event *event, const sockaddr_in &server, const foundation::Value &ipsec,
-             const EngineSettings::L2TP &settings, PPPLog &log, Parts parts, Handlers handlers);
+  // LOG outlives the tunnel.
+  L2TPTunnel(sd_event *event, const sockaddr_in &server, const EngineSettings::L2TP &settings, PPPLog &log, Parts parts,
+             Handlers handlers);
 
   void start() override;
   void stop() override;
@@ -47,7 +47,6 @@ class L2TPTunnel : public Tunnel {
 
   sd_event *event_;
   sockaddr_in server_;
-  bool hasSecret_;
   EngineSettings::SourcePort sourcePort_;
   PPPLog &log_;
   AssociationFactory makeAssociation_;

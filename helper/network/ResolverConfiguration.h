@@ -17,13 +17,14 @@
 
 #include "foundation/Result.h"
 #include "helper/journal/Journal.h"
+#include "helper/network/NameServers.h"
 #include "helper/network/ResolvedClient.h"
 #include "linux/ChildProcess.h"
 #include "linux/EventSource.h"
 
 namespace helper {
 
-class ResolverConfiguration {
+class ResolverConfiguration : public NameServers {
  public:
   // Where things are; tests point elsewhere.
   struct Paths {
@@ -33,18 +34,13 @@ class ResolverConfiguration {
     std::string bus = "unix:path=/run/dbus/system_bus_socket";
     std::vector<std::string> resolvconf = {"/usr/sbin/resolvconf", "/sbin/resolvconf"};
   };
-  // SENTENCE tells the user what did not go as it should; empty if nothing is to be told.
-  using Done = std::function<void(const std::string &sentence)>;
 
   ResolverConfiguration(sd_event *event, Journal &journal, Paths paths);
   ResolverConfiguration(const ResolverConfiguration &) = delete;
   ResolverConfiguration &operator=(const ResolverConfiguration &) = delete;
-  ~ResolverConfiguration() = default;
+  ~ResolverConfiguration() override = default;
 
-  // SERVERS answer for everything if PRIMARY; otherwise only systemd-resolved, which can keep them apart by interface,
-  // gets them at all. DONE is called once from the loop, within half a minute whatever others do, and never after
-  // this is destroyed.
-  void apply(const std::string &interface, const std::vector<in_addr> &servers, bool primary, Done done);
+  void apply(const std::string &interface, const std::vector<in_addr> &servers, bool primary, Done done) override;
 
  private:
   void begin();

@@ -23,7 +23,7 @@ std::array<Route, 2> everything(const std::string &interface, in_addr source) {
 
 }  // namespace
 
-Status Routes::pinServer(in_addr server) {
+Status JournalledRoutes::pinServer(in_addr server) {
   const auto route = table_.lookUp(server);
   if (!route) return {};
   // A server on this very machine (or behind the loopback of a test) is reached whatever the other routes say.
@@ -31,15 +31,17 @@ Status Routes::pinServer(in_addr server) {
   return add(*route);
 }
 
-Status Routes::keepServerOff(const std::string &interface, in_addr server) { return table_.detach(server, interface); }
+Status JournalledRoutes::keepServerOff(const std::string &interface, in_addr server) {
+  return table_.detach(server, interface);
+}
 
-Status Routes::carryEverything(const std::string &interface, in_addr source) {
+Status JournalledRoutes::carryEverything(const std::string &interface, in_addr source) {
   for (const Route &route : everything(interface, source))
     if (Status added = add(route); !added) return added;
   return {};
 }
 
-Status Routes::carryEverythingAgain(const std::string &interface, in_addr source) {
+Status JournalledRoutes::carryEverythingAgain(const std::string &interface, in_addr source) {
   for (Route route : everything(interface, source)) {
     route.metric = metric_;
     if (Status added = table_.add(route); !added) return added;
@@ -47,7 +49,7 @@ Status Routes::carryEverythingAgain(const std::string &interface, in_addr source
   return {};
 }
 
-Status Routes::add(Route route) {
+Status JournalledRoutes::add(Route route) {
   route.metric = metric_;
   if (Status noted = journal_.note(AddedRoute{route}); !noted) return noted;
   Status added = table_.add(route);

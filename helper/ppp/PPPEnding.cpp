@@ -15,18 +15,12 @@ int lastCause(const PPPEnd &end) {
   return end.hungUp ? kCauseHungUp : kCauseFatal;
 }
 
-std::string endingSentence(const PPPEnd &end, const std::string &tunnelType, bool mppeWantedButMissing) {
+std::string endingSentence(const PPPEnd &end, const std::string &nothingArrived, bool mppeWantedButMissing) {
   const std::string status = " (status " + std::to_string(end.code) + ")";
   if (!end.exited) return "pppd was ended by signal " + std::to_string(end.code) + ".";
   if (end.code == 4)
     return "This kernel has no PPP; load the module ppp_generic (modprobe ppp_generic) or run a kernel that has it.";
-  if (end.carried && end.packetsReceived == 0 && end.furthestPhase <= kPhaseNegotiatingLink) {
-    if (tunnelType == "L2TP")
-      return "The server took the call, but not one packet of PPP arrived: PPP does not start there, which its own log "
-             "explains, or something on the way drops larger IPSec packets.";
-    return "The server took the call, but not one of its packets arrived: something on the way (a firewall, a router "
-           "without PPTP pass-through) blocks GRE, IP protocol 47; let it through.";
-  }
+  if (end.carried && end.packetsReceived == 0 && end.furthestPhase <= kPhaseNegotiatingLink) return nothingArrived;
   if (mppeWantedButMissing && end.furthestPhase >= kPhaseAuthenticating)
     return "The connection is to be encrypted, but this kernel has no MPPE; load the module ppp_mppe (modprobe "
            "ppp_mppe) "

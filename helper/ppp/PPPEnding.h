@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "helper/ppp/PPPDaemon.h"
+#include "helper/ppp/PPPSession.h"
 
 namespace helper {
 
@@ -20,9 +20,9 @@ inline constexpr int kCauseNotAuthenticated = 19;
 // What LastCause says of an end that nobody asked for.
 int lastCause(const PPPEnd &end);
 
-// TUNNEL_TYPE: "PPTP" or "L2TP", what pppd went through. MPPE_WANTED_BUT_MISSING: the link needs MPPE, and this kernel
-// has no module for it.
-std::string endingSentence(const PPPEnd &end, const std::string &tunnelType, bool mppeWantedButMissing);
+// NOTHING_ARRIVED says why no packet came although the call stood. MPPE_WANTED_BUT_MISSING: the link needs MPPE, and
+// this kernel has no module for it.
+std::string endingSentence(const PPPEnd &end, const std::string &nothingArrived, bool mppeWantedButMissing);
 
 // True when the kernel has the module ppp_mppe, loaded or built in. pppd makes the kernel load it when it negotiates.
 bool kernelHasMPPE();

@@ -1,27 +1,23 @@
-// From a service's PPP dictionary to pppd's options: one table, for every kind of tunnel.
+// From what is wanted of PPP to pppd's options, for every kind of tunnel.
 
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "foundation/Value.h"
+#include "helper/ppp/PPPPlan.h"
 
 namespace helper {
 
-// What pppd needs to know that stands in no dictionary.
-struct PPPSurroundings {
-  std::string tunnelType;  // "PPTP" or "L2TP"
-  std::string pluginPath;  // absolute
-  std::string socketPath;  // where the plugin finds the helper
-  std::string logPath;
-  std::string noScript;  // a path at which nothing is
+// Where things are that pppd has to find.
+struct PPPPaths {
+  std::string plugin;  // absolute
+  std::string socket;  // where the plugin finds the helper
+  std::string log;
+  std::string noScript;  // nothing is there
 };
 
-// The words after the program's name. Numbers out of pppd's range give way to the default.
-std::vector<std::string> pppOptions(const foundation::Value &ppp, const PPPSurroundings &surroundings);
-
-// True when the link must be encrypted by PPP itself, or not come up.
-bool wantsMPPE(const foundation::Value &ppp, const std::string &tunnelType);
+// The words after the program's name.
+std::vector<std::string> pppOptions(const PPPPlan &plan, const PPPPaths &paths);
 
 }  // namespace helper

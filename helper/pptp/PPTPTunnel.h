@@ -4,32 +4,32 @@
 
 #include <netinet/in.h>
 
-#include <optional>
+#include <memory>
 
 #include "helper/common/EngineSettings.h"
 #include "helper/common/Tunnel.h"
 #include "helper/pptp/PPTPControlConnection.h"
-#include "helper/pptp/PPTPSocket.h"
+#include "helper/pptp/PPTPDataPath.h"
 
 namespace helper {
 
 class PPTPTunnel : public Tunnel {
  public:
-  static constexpr std::uint16_t kPort = 1723;
+  static constexpr std::uint16_t kPort = 1723;  // of servers
 
-  PPTPTunnel(sd_event *event, in_addr server, const EngineSettings::PPTP &settings, Handlers handlers);
+  PPTPTunnel(sd_event *event, const sockaddr_in &server, const EngineSettings::PPTP &settings,
+             std::unique_ptr<PPTPDataPath> dataPath, Handlers handlers);
 
   void start() override;
   void stop() override;
 
  private:
-  foundation::Result<std::uint16_t> bindSocket(in_addr local);
   void callIsUp(std::uint16_t peerCallID);
 
   sd_event *event_;
   in_addr server_;
   Handlers handlers_;
-  std::optional<PPTPSocket> socket_;
+  std::unique_ptr<PPTPDataPath> dataPath_;
   linux::EventSource soon_;
   PPTPControlConnection control_;
 };

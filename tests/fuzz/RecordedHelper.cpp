@@ -113,9 +113,9 @@ Status RecordingFileSystem::remove(const std::string &path) {
 
 // ---- The links
 
-class RecordedLink : public helper::RunningLink {
+class RecordedLink : public helper::Link {
  public:
-  RecordedLink(RecordedHelper &owner, std::unique_ptr<RunningLink> link) : owner_(owner), link_(std::move(link)) {
+  RecordedLink(RecordedHelper &owner, std::unique_ptr<helper::Link> link) : owner_(owner), link_(std::move(link)) {
     owner_.link_ = this;
   }
   RecordedLink(const RecordedLink &) = delete;
@@ -139,23 +139,25 @@ class RecordedLink : public helper::RunningLink {
 
  private:
   RecordedHelper &owner_;
-  std::unique_ptr<RunningLink> link_;
+  std::unique_ptr<helper::Link> link_;
   bool started_ = false;
 };
 
 helper::LinkFactory RecordedHelper::recordedLinks() {
   return [this, links = helper::testing::scriptedLinks(event_)](
-             const Value &preferences, const std::string &serviceID,
-             helper::Link::StatusHandler handler) -> Result<std::unique_ptr<helper::RunningLink>> {
+             const Value &preferences, const std::string &serviceID, const Value &startOptions,
+             helper::Link::StatusHandler handler) -> Result<std::unique_ptr<helper::Link>> {
     // One at a time, whatever is asked.
     FOUNDATION_ASSERT(link_ == nullptr || link_->isDown());
     // This one would end the process.
-    if (preferences["NetworkServices"][serviceID]["PPP"]["CommRemoteAddress"] == Value("dies"))
+    const Value &entries = preferences["NetworkServices"][serviceID]["PPP"];
+    const Value *laidOver = startOptions["PPP"].find("CommRemoteAddress");
+    if (entries["CommRemoteAddress"] == Value("dies") || (laidOver != nullptr && *laidOver == Value("dies")))
       return foundation::Error{"Fuzz", 1, "there is no service"};
-    auto link = links(preferences, serviceID, std::move(handler));
+    auto link = links(preferences, serviceID, startOptions, std::move(handler));
     if (!link) return link.error();
     deeds_.linksMade.push_back(serviceID);
-    return std::unique_ptr<helper::RunningLink>(std::make_unique<RecordedLink>(*this, std::move(*link)));
+    return std::unique_ptr<helper::Link>(std::make_unique<RecordedLink>(*this, std::move(*link)));
   };
 }
 

@@ -22,7 +22,7 @@ std::int32_t statusOfPhase(int phase) {
   return phase == 0 ? 0 : 1;
 }
 
-class ScriptedLink : public RunningLink {
+class ScriptedLink : public Link {
  public:
   ScriptedLink(sd_event *event, std::string script, Link::StatusHandler handler)
       : event_(event), script_(std::move(script)), handler_(std::move(handler)) {}
@@ -105,12 +105,15 @@ class ScriptedLink : public RunningLink {
 }  // namespace
 
 LinkFactory scriptedLinks(sd_event *event) {
-  return [event](const Value &preferences, const std::string &serviceID,
-                 Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<RunningLink>> {
-    const std::string &script = preferences["NetworkServices"][serviceID]["PPP"]["CommRemoteAddress"].string();
+  return [event](const Value &preferences, const std::string &serviceID, const Value &startOptions,
+                 Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<Link>> {
+    const Value *laidOver = startOptions["PPP"].find("CommRemoteAddress");
+    const std::string &script =
+        (laidOver != nullptr ? *laidOver : preferences["NetworkServices"][serviceID]["PPP"]["CommRemoteAddress"])
+            .string();
     for (const char *known : {"up", "at-once", "refused", "dies", "stuck", "throws", "throws-later"})
       if (script == known)
-        return std::unique_ptr<RunningLink>(std::make_unique<ScriptedLink>(event, script, std::move(handler)));
+        return std::unique_ptr<Link>(std::make_unique<ScriptedLink>(event, script, std::move(handler)));
     return foundation::Error{"Test", 1, "there is no service " + serviceID};
   };
 }

@@ -116,7 +116,7 @@ class IKEAssociationTest : public LoopFixture {
 
   IKEAssociation &start() {
     association_ = std::make_unique<IKEAssociation>(
-        IKESurroundings{event_, secrets_, log_, journal_, settings_}, "ID.SS",
+        IKEContext{event_, secrets_, log_, journal_, settings_}, "ID.SS",
         IKEAssociation::Parts{[this](IKEDaemon::Handlers handlers) {
                                 daemon_.handlers = std::move(handlers);
                                 return std::make_unique<FakeDaemon>(daemon_);
@@ -155,7 +155,7 @@ class IKEAssociationTest : public LoopFixture {
 
   support::TemporaryFolder folder_;
   PPPLog log_;
-  EngineSettings settings_;
+  EngineSettings::IKE settings_;
   FakeSecrets secrets_;
   RecordingJournal journal_;
   FakeKernel kernel_;
@@ -188,7 +188,7 @@ TEST_F(IKEAssociationTest, NegotiatesForTheVerySocket) {
   EXPECT_EQ(plan.proposals, IKEProposals::broad().ike);
   EXPECT_EQ(plan.espProposals, IKEProposals::broad().esp);
   EXPECT_TRUE(plan.name.starts_with("vpnctl-"));
-  EXPECT_LE(plan.deadline, settings_.ike.deadline);
+  EXPECT_LE(plan.deadline, settings_.deadline);
   EXPECT_EQ(daemon_.secret, Secret(std::string_view(kSharedSecret)));
   EXPECT_EQ(secrets_.asked, (std::vector<std::string>{"ID.SS"}));
   EXPECT_EQ(journal_.connections, (std::vector<LoadedConnection>{{"/run/charon.vici", plan.name, plan.reqid}}));
@@ -257,13 +257,13 @@ TEST_F(IKEAssociationTest, WhatMayBeLeftInTheKernelStaysNoted) {
 }
 
 TEST_F(IKEAssociationTest, UsesTheMachinesSettings) {
-  settings_.ike.proposals = {"aes256-sha512-modp4096"};
-  settings_.ike.espProposals = {"aes128-sha256"};
-  settings_.ike.remoteIdentity = "10.1.1.1";
+  settings_.proposals = {"aes256-sha512-modp4096"};
+  settings_.espProposals = {"aes128-sha256"};
+  settings_.remoteIdentity = "10.1.1.1";
   start();
   daemon_.handlers.ready();
-  EXPECT_EQ(daemon_.plans.at(0).proposals, settings_.ike.proposals);
-  EXPECT_EQ(daemon_.plans.at(0).espProposals, settings_.ike.espProposals);
+  EXPECT_EQ(daemon_.plans.at(0).proposals, settings_.proposals);
+  EXPECT_EQ(daemon_.plans.at(0).espProposals, settings_.espProposals);
   EXPECT_EQ(daemon_.plans.at(0).remoteIdentity, "10.1.1.1");
 }
 
@@ -351,7 +351,7 @@ TEST_F(IKEAssociationTest, TriesOnceMoreWithFew) {
 }
 
 TEST_F(IKEAssociationTest, WhatTheUserSetIsNotChangedForASecondTry) {
-  settings_.ike.proposals = {"aes256-sha512-modp4096"};
+  settings_.proposals = {"aes256-sha512-modp4096"};
   start();
   daemon_.handlers.ready();
   daemon_.handlers.refused({IKEStage::proposals, false});
@@ -406,7 +406,7 @@ TEST_F(IKEAssociationTest, TellsAKernelWithoutESP) {
 }
 
 TEST_F(IKEAssociationTest, NoSecondTryWithoutTime) {
-  settings_.ike.deadline = milliseconds(0);
+  settings_.deadline = milliseconds(0);
   start();
   daemon_.handlers.ready();
   expectFailure(DeviceCause::noAnswer, "did not come up in time");

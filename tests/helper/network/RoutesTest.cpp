@@ -60,7 +60,7 @@ class RoutesTest : public testing::Test {
   ~RoutesTest() override { std::filesystem::remove_all(base_); }
 
   static constexpr std::uint32_t kMetric = 4711;
-  Routes routes() { return Routes(table_, *journal_, kMetric); }
+  JournalledRoutes routes() { return JournalledRoutes(table_, *journal_, kMetric); }
   void undo() {
     Undo(
         table_, [](const std::string &sentence) { FAIL() << sentence; })

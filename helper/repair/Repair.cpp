@@ -1,8 +1,10 @@
-#include "helper/link/Link.h"
+#include "helper/repair/Repair.h"
 
 #include <algorithm>
+#include <vector>
 
-#include "helper/link/LinkImplementation.h"
+#include "helper/journal/Journal.h"
+#include "helper/network/RouteTable.h"
 #include "helper/repair/Undo.h"
 
 namespace helper {
@@ -16,21 +18,7 @@ bool usesIPSec(const Journal &journal) {
 
 }  // namespace
 
-Link::Link(sd_event *event, LinkConfiguration configuration, SecretSource &secrets, PPPLog &log, StatusHandler handler)
-    : implementation_(
-          std::make_unique<Implementation>(event, std::move(configuration), secrets, log, std::move(handler))) {}
-
-Link::~Link() = default;
-
-void Link::start() { implementation_->start(); }
-
-void Link::stop() { implementation_->stop(); }
-
-const LinkStatus &Link::status() const { return implementation_->status(); }
-
-bool Link::isDown() const { return implementation_->isDown(); }
-
-bool Link::repair(PPPLog &log) {
+bool repairAbandoned(PPPLog &log) {
   const auto until = std::chrono::steady_clock::now() + kRepairDeadline;
   std::vector<foundation::Error> errors;
   std::vector<Journal> journals = Journal::abandoned(Journal::kBase, errors);
@@ -43,8 +31,8 @@ bool Link::repair(PPPLog &log) {
     log.write("An earlier connection cannot be undone: " + routes.error().message + ".");
     return wasL2TP;
   }
-  const auto complain = [&log](const std::string &sentence) { log.write(sentence); };
-  Undo undo(**routes, complain, until);
+  Undo undo(
+      **routes, [&log](const std::string &sentence) { log.write(sentence); }, until);
   for (Journal &journal : journals) {
     log.write("An earlier connection ended without tidying up; doing it now.");
     undo.finish(journal);

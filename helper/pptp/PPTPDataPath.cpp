@@ -1,4 +1,4 @@
-#include "helper/pptp/PPTPSocket.h"
+#include "helper/pptp/PPTPDataPath.h"
 
 #include <sys/socket.h>
 
@@ -36,25 +36,25 @@ foundation::Result<foundation::FileDescriptor> openSocket() {
 
 }  // namespace
 
-foundation::Status PPTPSocket::probe() {
+foundation::Status KernelPPTPDataPath::probe() {
   const auto socket = openSocket();
   return socket ? foundation::Status() : socket.error();
 }
 
-foundation::Result<PPTPSocket> PPTPSocket::bind(in_addr local) {
-  auto opened = openSocket();
-  if (!opened) return opened.error();
-  foundation::FileDescriptor socket = std::move(*opened);
+foundation::Result<std::uint16_t> KernelPPTPDataPath::bind(in_addr local) {
+  auto socket = openSocket();
+  if (!socket) return socket.error();
   PPPoXAddress address(local, 0);
-  if (::bind(socket.get(), &address.any, sizeof address.pppox) < 0)
+  if (::bind(socket->get(), &address.any, sizeof address.pppox) < 0)
     return foundation::errnoError(errno, "bind a PPTP socket");
   socklen_t size = sizeof address.pppox;
-  if (::getsockname(socket.get(), &address.any, &size) < 0)
+  if (::getsockname(socket->get(), &address.any, &size) < 0)
     return foundation::errnoError(errno, "read the PPTP socket's call id");
-  return PPTPSocket(std::move(socket), address.pppox.sa_addr.pptp.call_id);
+  socket_ = std::move(*socket);
+  return address.pppox.sa_addr.pptp.call_id;
 }
 
-foundation::Result<foundation::FileDescriptor> PPTPSocket::connect(in_addr peer, std::uint16_t peerCallID) {
+foundation::Result<foundation::FileDescriptor> KernelPPTPDataPath::connect(in_addr peer, std::uint16_t peerCallID) {
   const PPPoXAddress address(peer, peerCallID);
   if (::connect(socket_.get(), &address.any, sizeof address.pppox) < 0)
     return foundation::errnoError(errno, "connect the PPTP socket");

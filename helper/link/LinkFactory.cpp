@@ -1,0 +1,40 @@
+#include "helper/link/LinkFactory.h"
+
+#include <utility>
+
+#include "helper/link/MachineParts.h"
+#include "helper/link/VPNLink.h"
+
+namespace helper {
+
+using foundation::Value;
+
+LinkFactory plannedLinks(PPPLog &log, const bool &serverRemembers, LinkMaker make, const std::string &settingsPath) {
+  return [&log, &serverRemembers, make = std::move(make), settingsPath](
+             const Value &preferences, const std::string &serviceID, const Value &startOptions,
+             Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<Link>> {
+    const auto [settings, complaints] = EngineSettings::read(settingsPath);
+    auto plan = LinkPlan::make(preferences, serviceID, startOptions, settings);
+    if (!plan) return plan.error();
+    for (const std::string &complaint : complaints) log.write(complaint);
+    using SourcePort = EngineSettings::SourcePort;
+    if (serverRemembers && plan->kind == TunnelKind::l2tp && plan->l2tp.sourcePort == SourcePort::automatic) {
+      plan->l2tp.sourcePort = SourcePort::any;
+      log.write(
+          "The server was not told that the earlier connection has ended: L2TP goes out from another port than 1701, "
+          "which a few servers do not accept.");
+    }
+    if (plan->isInClear())
+      log.write("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in " + settingsPath + ".");
+    return make(std::move(*plan), std::move(handler));
+  };
+}
+
+LinkMaker vpnLinks(sd_event *event, SecretSource &secrets, PPPLog &log) {
+  return [event, &secrets, &log](LinkPlan plan, Link::StatusHandler handler) -> std::unique_ptr<Link> {
+    auto parts = std::make_unique<MachineParts>(event, plan, secrets, log);
+    return std::make_unique<VPNLink>(std::move(plan), std::move(parts), std::move(handler));
+  };
+}
+
+}  // namespace helper

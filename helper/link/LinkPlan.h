@@ -1,0 +1,44 @@
+// What is wanted of one link: a plain value, made in one place from the stored service, what its start asked for, and
+// the machine's settings. Behind it nobody looks anything up by a string or compares the name of a protocol. It names
+// the keychain's items; it holds no secret.
+
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "foundation/Result.h"
+#include "foundation/Value.h"
+#include "helper/common/EngineSettings.h"
+#include "helper/ppp/PPPPlan.h"
+
+namespace helper {
+
+// The kinds of tunnel there are; helper/link/TunnelKinds.cpp has what is special about each.
+enum class TunnelKind { pptp, l2tp };
+
+struct LinkPlan {
+  std::string serviceID;
+  TunnelKind kind = TunnelKind::pptp;
+  std::string server;            // a name or an IPv4 address, as the service writes it
+  std::string sharedSecretItem;  // IPSec's shared secret in the keychain, by its service attribute; empty: none
+  PPPPlan ppp;
+  bool carriesEverything = false;  // all IPv4 traffic, and all questions to name servers
+  EngineSettings::PPTP pptp;
+  EngineSettings::L2TP l2tp;
+  EngineSettings::IKE ike;
+  std::chrono::milliseconds pppDeadline{60000};  // for PPP to stand once the tunnel does
+
+  // ROOT is the preferences' dictionary. START_OPTIONS ({"PPP": {...}, ...}, or null) are laid over the service's own
+  // entries, SETTINGS above both. An error (with a sentence part) when the service is missing, is no PPP service, or
+  // goes through a tunnel of a kind that there is not.
+  static foundation::Result<LinkPlan> make(const foundation::Value &root, const std::string &serviceID,
+                                           const foundation::Value &startOptions, const EngineSettings &settings);
+
+  // True when the settings take the encryption away that the tunnel would have.
+  bool isInClear() const;
+  // For people who look for a mistake: one line per entry, "name: value".
+  std::string description() const;
+};
+
+}  // namespace helper

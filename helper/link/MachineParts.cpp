@@ -1,0 +1,86 @@
+#include "helper/link/MachineParts.h"
+
+#include <utility>
+
+#include "helper/link/TunnelKinds.h"
+#include "helper/network/NameResolution.h"
+#include "helper/ppp/PPPDaemon.h"
+#include "helper/ppp/PPPEnding.h"
+#include "helper/ppp/PPPOptions.h"
+#include "helper/ppp/PluginPath.h"
+#include "helper/repair/Undo.h"
+#include "linux/ProcessStart.h"
+
+namespace helper {
+
+using foundation::Error;
+using foundation::Status;
+
+namespace {
+
+constexpr std::uint32_t kOldestMetric = 1000000;
+constexpr std::chrono::milliseconds kUnnotedGrace{1500};
+
+}  // namespace
+
+MachineParts::MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log)
+    : event_(event), plan_(std::move(plan)), secrets_(secrets), log_(log), clock_(event) {}
+
+Status MachineParts::open() {
+  auto table = NetlinkRouteTable::open();
+  if (!table) return table.error();
+  table_ = std::move(*table);
+  auto journal = Journal::create();
+  if (!journal) return journal.error();
+  journal_ = std::move(*journal);
+  // No other link that is there has our number. The kernel prefers the lowest metric: of several links that carry
+  // everything the newest does, as its name servers are the ones that are asked.
+  routes_.emplace(*table_, *journal_, kOldestMetric - journal_->number());
+  nameServers_.emplace(event_, *journal_, ResolverConfiguration::Paths{});
+  return {};
+}
+
+foundation::Result<std::unique_ptr<PPPSession>> MachineParts::startPPP(PPPSession::Handlers handlers) {
+  auto daemon = std::make_unique<PPPDaemon>(event_, std::move(handlers));
+  const PPPPaths paths{.plugin = pluginPath(),
+                       .socket = journal_->folder() + "/plugin",
+                       .log = log_.path(),
+                       .noScript = journal_->folder() + "/none"};
+  if (const Status started = daemon->start(pppOptions(plan_.ppp, paths), paths.socket, paths.log); !started)
+    return Error{started.error().domain, started.error().code,
+                 started.error().message + " (is the package ppp installed?)"};
+  // Noted with a wrong start time it would be nobody's, and outlive us.
+  const auto startTime = linux::startTimeOf(daemon->pid());
+  Status noted = startTime ? journal_->note(StartedProcess{daemon->pid(), *startTime})
+                           : Error{"Process", 0, "when pppd started cannot be read"};
+  if (!noted) {
+    daemon->endNow(kUnnotedGrace);
+    return noted.error();
+  }
+  return std::unique_ptr<PPPSession>(std::move(daemon));
+}
+
+std::shared_ptr<void> MachineParts::findServer(AddressHandler handler) {
+  return std::make_shared<NameResolution>(event_, plan_.server, std::move(handler));
+}
+
+std::unique_ptr<Tunnel> MachineParts::makeTunnel(in_addr server, Tunnel::Handlers handlers) {
+  return tunnelKind(plan_.kind).make({event_, secrets_, log_, *journal_}, plan_, server, std::move(handlers));
+}
+
+foundation::Result<foundation::Secret> MachineParts::password(const Peer &peer) {
+  return secrets_.secretForService(plan_.ppp.passwordItem, peer);
+}
+
+bool MachineParts::kernelHasMPPE() const { return helper::kernelHasMPPE(); }
+
+void MachineParts::takeBack() {
+  if (!journal_) return;
+  // A resolvconf that still runs must not come after its record has been taken back.
+  nameServers_.reset();
+  Undo(*table_, [this](const std::string &sentence) { log_.write(sentence); }).finish(*journal_);
+  routes_.reset();
+  journal_.reset();
+}
+
+}  // namespace helper

@@ -1,0 +1,52 @@
+// The parts of a link on this machine: the kernel's routes, its resolver, pppd, real tunnels, a journal under
+// /run/vpnctl.
+
+#pragma once
+
+#include <systemd/sd-event.h>
+
+#include <memory>
+#include <optional>
+
+#include "helper/common/PPPLog.h"
+#include "helper/common/SecretSource.h"
+#include "helper/journal/Journal.h"
+#include "helper/link/LinkParts.h"
+#include "helper/link/LinkPlan.h"
+#include "helper/network/ResolverConfiguration.h"
+#include "helper/network/RouteTable.h"
+
+namespace helper {
+
+class MachineParts : public LinkParts {
+ public:
+  // EVENT, SECRETS and LOG outlive it.
+  MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log);
+
+  foundation::Status open() override;
+  foundation::Result<std::unique_ptr<PPPSession>> startPPP(PPPSession::Handlers handlers) override;
+  std::shared_ptr<void> findServer(AddressHandler handler) override;
+  std::unique_ptr<Tunnel> makeTunnel(in_addr server, Tunnel::Handlers handlers) override;
+  Routes &routes() override { return *routes_; }
+  NameServers &nameServers() override { return *nameServers_; }
+  foundation::Result<foundation::Secret> password(const Peer &peer) override;
+  bool kernelHasMPPE() const override;
+  void takeBack() override;
+  linux::Clock &clock() override { return clock_; }
+  void log(std::string_view sentence) override { log_.write(sentence); }
+  std::chrono::steady_clock::time_point lastLogged() const override { return log_.lastWrite(); }
+
+ private:
+  sd_event *event_;
+  const LinkPlan plan_;
+  SecretSource &secrets_;
+  PPPLog &log_;
+  linux::EventClock clock_;
+  // In the order of their making: what comes later uses what stands before.
+  std::unique_ptr<RouteTable> table_;
+  std::optional<Journal> journal_;
+  std::optional<JournalledRoutes> routes_;
+  std::optional<ResolverConfiguration> nameServers_;
+};
+
+}  // namespace helper

@@ -1,0 +1,74 @@
+#include "helper/link/TunnelKinds.h"
+
+#include <algorithm>
+#include <array>
+
+#include "helper/ike/IKEAssociation.h"
+#include "helper/l2tp/L2TPTunnel.h"
+#include "helper/pptp/PPTPTunnel.h"
+
+namespace helper {
+
+namespace {
+
+sockaddr_in addressOf(in_addr server, std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr = server;
+  return address;
+}
+
+std::unique_ptr<Tunnel> makePPTP(const TunnelContext &context, const LinkPlan &plan, in_addr server,
+                                 Tunnel::Handlers handlers) {
+  return std::make_unique<PPTPTunnel>(context.event, addressOf(server, PPTPTunnel::kPort), plan.pptp,
+                                      std::make_unique<KernelPPTPDataPath>(), std::move(handlers));
+}
+
+std::unique_ptr<Tunnel> makeL2TP(const TunnelContext &context, const LinkPlan &plan, in_addr server,
+                                 Tunnel::Handlers handlers) {
+  const IKEContext ike{context.event, context.secrets, context.log, context.journal, plan.ike};
+  L2TPTunnel::AssociationFactory makeAssociation;
+  if (!plan.sharedSecretItem.empty())
+    makeAssociation = [ike, item = plan.sharedSecretItem](IPSecAssociation::Handlers associationHandlers) {
+      return makeIKEAssociation(ike, item, std::move(associationHandlers));
+    };
+  return std::make_unique<L2TPTunnel>(
+      context.event, addressOf(server, L2TPSocket::kPort), plan.l2tp, context.log,
+      L2TPTunnel::Parts{std::move(makeAssociation), std::make_unique<KernelL2TPDataPath>()}, std::move(handlers));
+}
+
+constexpr std::array kRows{
+    TunnelKindRow{
+        .kind = TunnelKind::pptp,
+        .name = "PPTP",
+        .mtu = 1448,
+        .needsIPSec = false,
+        .nothingArrived =
+            "The server took the call, but not one of its packets arrived: something on the way (a firewall, a router "
+            "without PPTP pass-through) blocks GRE, IP protocol 47; let it through.",
+        .deadline = [](const LinkPlan &plan) { return plan.pptp.deadline; },
+        .make = makePPTP},
+    TunnelKindRow{
+        .kind = TunnelKind::l2tp,
+        .name = "L2TP",
+        // With all headers, a NAT between and the longest proof of what we offer, the 1492 bytes that PPPoE carries.
+        .mtu = 1400,
+        .needsIPSec = true,
+        .nothingArrived =
+            "The server took the call, but not one packet of PPP arrived: PPP does not start there, which its own log "
+            "explains, or something on the way drops larger IPSec packets.",
+        .deadline = [](const LinkPlan &plan) { return plan.ike.deadline + plan.l2tp.deadline; },
+        .make = makeL2TP},
+};
+
+}  // namespace
+
+const TunnelKindRow &tunnelKind(TunnelKind kind) { return *std::ranges::find(kRows, kind, &TunnelKindRow::kind); }
+
+const TunnelKindRow *tunnelKindCalled(std::string_view name) {
+  const auto *row = std::ranges::find_if(kRows, [name](const TunnelKindRow &other) { return name == other.name; });
+  return row == kRows.end() ? nullptr : row;
+}
+
+}  // namespace helper

@@ -1,0 +1,77 @@
+// A VPN link from its plan: puts name resolution, tunnel, pppd, routes and name servers in order, and decides what is
+// told. Each of them knows only its own job, and is handed in.
+
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "helper/link/ExtendedStatus.h"
+#include "helper/link/Link.h"
+#include "helper/link/LinkParts.h"
+#include "helper/link/LinkPhases.h"
+#include "helper/link/LinkPlan.h"
+
+namespace helper {
+
+class VPNLink : public Link {
+ public:
+  VPNLink(LinkPlan plan, std::unique_ptr<LinkParts> parts, StatusHandler handler);
+  VPNLink(const VPNLink &) = delete;
+  VPNLink &operator=(const VPNLink &) = delete;
+  ~VPNLink() override;
+
+  void start() override;
+  void stop() override;
+  const LinkStatus &status() const override { return status_; }
+  bool isDown() const override { return state_ == State::down; }
+
+ private:
+  enum class State { idle, connecting, up, ending, down };
+  // How pppd is to go, which depends on why.
+  enum class Farewell { orderly, hungUp };
+
+  // Coming up, in this order; pppd starts while the tunnel is still being made.
+  void begin();
+  void serverFound(const foundation::Result<in_addr> &server);
+  void tunnelIsUp(foundation::FileDescriptor channel);
+  void pppReached(int phase);
+  void pppIsUp(const PluginIPUp &up);
+  void pppIsUpAgain(const PluginIPUp &up);
+  void isUp(const PluginIPUp &up);
+  std::optional<foundation::Secret> password(const Peer &peer);
+  bool isAlive() const { return state_ == State::connecting || state_ == State::up; }
+
+  // Going down: one reason, then pppd, then the tunnel, then everything else.
+  void fail(int cause, int deviceCause, const std::string &sentence);
+  void tunnelLost(const Tunnel::Loss &loss);
+  void pppEnded(const PPPEnd &end);
+  void end(Farewell farewell);
+  void endTunnel();
+  void cleanUp();
+  void tellDisconnected();
+
+  void tell(int phase);
+
+  LinkPlan plan_;
+  std::unique_ptr<LinkParts> parts_;
+  StatusHandler handler_;
+
+  State state_ = State::idle;
+  bool stopRequested_ = false;
+  bool channelGiven_ = false;
+  std::optional<int> cause_;  // decided; what pppd's exit says no longer matters
+  LinkPhases phases_;
+  LinkFacts facts_;
+  LinkStatus status_;
+
+  in_addr server_{};
+  std::unique_ptr<PPPSession> ppp_;
+  std::unique_ptr<Tunnel> tunnel_;
+  std::shared_ptr<void> resolution_;
+  linux::Clock::Timer next_;
+  linux::Clock::Timer deadline_;
+};
+
+}  // namespace helper

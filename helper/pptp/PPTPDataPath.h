@@ -1,0 +1,37 @@
+// The way of a PPTP call's packets, GRE between two IPv4 addresses. The seam exists for tests on kernels without PPTP;
+// there is one real way, the kernel's. Call ids are in the machine's order.
+
+#pragma once
+
+#include <netinet/in.h>
+
+#include <cstdint>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+
+namespace helper {
+
+class PPTPDataPath {
+ public:
+  virtual ~PPTPDataPath() = default;
+  // An error, with the remedy, when there cannot be any.
+  virtual foundation::Status probe() = 0;
+  // Our call id, for a call from the address LOCAL.
+  virtual foundation::Result<std::uint16_t> bind(in_addr local) = 0;
+  // The channel to PEER's call, for pppd. Once, after bind().
+  virtual foundation::Result<foundation::FileDescriptor> connect(in_addr peer, std::uint16_t peerCallID) = 0;
+};
+
+// The kernel's PPTP socket, which becomes the channel.
+class KernelPPTPDataPath : public PPTPDataPath {
+ public:
+  foundation::Status probe() override;
+  foundation::Result<std::uint16_t> bind(in_addr local) override;
+  foundation::Result<foundation::FileDescriptor> connect(in_addr peer, std::uint16_t peerCallID) override;
+
+ private:
+  foundation::FileDescriptor socket_;
+};
+
+}  // namespace helper

@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include "helper/link/LinkFactory.h"
+#include "tests/support/TemporaryFolder.h"
+
+using foundation::Value;
+using namespace helper;
+
+namespace {
+
+using SourcePort = EngineSettings::SourcePort;
+
+class LinkFactoryTest : public ::testing::Test {
+ protected:
+  // Makes a link of KIND with SETTINGS as the machine's file; its plan is plan().
+  foundation::Result<std::unique_ptr<Link>> make(const std::string &kind, const std::string &settings = {}) {
+    support::writeFile(settingsPath, settings);
+    const Value service = Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", kind}}}};
+    const Value root = Value::Dictionary{{"NetworkServices", Value::Dictionary{{"ID", service}}}};
+    const LinkMaker maker = [this](LinkPlan made, Link::StatusHandler) {
+      plan = std::move(made);
+      return std::unique_ptr<Link>();
+    };
+    return plannedLinks(*log, serverRemembers, maker, settingsPath)(root, "ID", {}, {});
+  }
+  std::string logged() const { return support::contentsOf(folder.path("ppp.log")).value_or(""); }
+
+  support::TemporaryFolder folder;
+  const std::string settingsPath = folder.path("engine.conf");
+  foundation::Result<PPPLog> log = PPPLog::open(folder.path("ppp.log"));
+  bool serverRemembers = false;
+  std::optional<LinkPlan> plan;
+};
+
+TEST_F(LinkFactoryTest, MakesAPlanWithTheMachinesSettings) {
+  ASSERT_TRUE(make("L2TP", "ppp = { mtu = 1234; };"));
+  EXPECT_EQ(plan->ppp.mtu, 1234);
+  EXPECT_EQ(logged(), "");
+}
+
+TEST_F(LinkFactoryTest, ReadsTheSettingsForEachLinkAnew) {
+  ASSERT_TRUE(make("L2TP", "ppp = { mtu = 1234; };"));
+  ASSERT_TRUE(make("L2TP", "ppp = { mtu = 1235; };"));
+  EXPECT_EQ(plan->ppp.mtu, 1235);
+}
+
+TEST_F(LinkFactoryTest, ComplaintsAboutTheSettingsGoToTheLog) {
+  ASSERT_TRUE(make("L2TP", "ppp = { mut = 1234; };"));
+  EXPECT_NE(logged().find("engine.conf:1: there is no setting ppp.mut"), std::string::npos) << logged();
+}
+
+TEST_F(LinkFactoryTest, AServiceThatIsNoneIsAnError) {
+  EXPECT_FALSE(make("PPPoE"));
+  EXPECT_FALSE(plan);
+}
+
+TEST_F(LinkFactoryTest, L2TPAvoidsItsPortWhileAServerMayRememberIt) {
+  ASSERT_TRUE(make("L2TP"));
+  EXPECT_EQ(plan->l2tp.sourcePort, SourcePort::automatic);
+  serverRemembers = true;
+  ASSERT_TRUE(make("L2TP"));
+  EXPECT_EQ(plan->l2tp.sourcePort, SourcePort::any);
+  EXPECT_NE(logged().find("L2TP goes out from another port than 1701"), std::string::npos) << logged();
+}
+
+TEST_F(LinkFactoryTest, ASourcePortThatIsSetStays) {
+  serverRemembers = true;
+  ASSERT_TRUE(make("L2TP", "l2tp = { source_port = \"1701\"; };"));
+  EXPECT_EQ(plan->l2tp.sourcePort, SourcePort::wellKnown) << logged();
+}
+
+TEST_F(LinkFactoryTest, PPTPHasNoPortToAvoid) {
+  serverRemembers = true;
+  ASSERT_TRUE(make("PPTP"));
+  EXPECT_EQ(logged(), "");
+}
+
+TEST_F(LinkFactoryTest, ALinkInClearIsToldOf) {
+  ASSERT_TRUE(make("PPTP", "pptp = { mppe = \"none\"; };"));
+  EXPECT_NE(logged().find("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in " + settingsPath),
+            std::string::npos)
+      << logged();
+}
+
+}  // namespace

@@ -1,0 +1,205 @@
+#include <gtest/gtest.h>
+
+#include "helper/link/LinkPlan.h"
+
+using foundation::Value;
+using helper::AuthProtocol;
+using helper::EngineSettings;
+using helper::LinkPlan;
+using helper::MPPE;
+using helper::TunnelKind;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+namespace {
+
+using Entries = Value::Dictionary;
+using Protocols = std::set<AuthProtocol>;
+
+Value preferences(const Entries &ppp, const std::string &kind = "PPTP", const std::string &type = "PPP") {
+  const Value service = Entries{{"Interface", Entries{{"Type", type}, {"SubType", kind}}},
+                                {"PPP", ppp},
+                                {"IPv4", Entries{{"OverridePrimary", 1}}},
+                                {"IPSec", Entries{{"SharedSecret", "ID.SS"}}}};
+  return Entries{{"NetworkServices", Entries{{"ID", service}}}};
+}
+
+LinkPlan planOf(const Entries &ppp, const std::string &kind = "PPTP", const EngineSettings &settings = {},
+                const Value &startOptions = {}) {
+  auto plan = LinkPlan::make(preferences(ppp, kind), "ID", startOptions, settings);
+  EXPECT_TRUE(plan) << (plan ? "" : plan.error().message);
+  return plan ? *plan : LinkPlan();
+}
+
+TEST(LinkPlan, ComesFromTheService) {
+  const LinkPlan plan =
+      planOf({{"AuthName", "DOM\\alice"}, {"AuthPassword", "ID"}, {"CommRemoteAddress", "vpn.example.org"}}, "L2TP");
+  EXPECT_EQ(plan.serviceID, "ID");
+  EXPECT_EQ(plan.kind, TunnelKind::l2tp);
+  EXPECT_EQ(plan.server, "vpn.example.org");
+  EXPECT_EQ(plan.ppp.account, "DOM\\alice");
+  EXPECT_EQ(plan.ppp.passwordItem, "ID");
+  EXPECT_EQ(plan.sharedSecretItem, "ID.SS");
+  EXPECT_TRUE(plan.carriesEverything);
+  EXPECT_EQ(plan.pppDeadline, milliseconds(60000));
+}
+
+TEST(LinkPlan, NeedsAServiceOfTheRightKind) {
+  const auto refusal = [](const Value &root, const std::string &serviceID) {
+    const auto plan = LinkPlan::make(root, serviceID, {}, {});
+    return plan ? std::string("none") : plan.error().message;
+  };
+  EXPECT_EQ(refusal(preferences({}), "OTHER"), "there is no network service OTHER");
+  EXPECT_EQ(refusal(Value(), "ID"), "there is no network service ID");
+  EXPECT_EQ(refusal(Value("text"), "ID"), "there is no network service ID");
+  EXPECT_EQ(refusal(preferences({}, "PPTP", "Ethernet"), "ID"), "the network service ID is no PPP service");
+  EXPECT_EQ(refusal(preferences({}, "PPPoE"), "ID"), "tunnels of the kind \"PPPoE\" are not supported");
+  EXPECT_EQ(refusal(preferences({}, "l2tp"), "ID"), "tunnels of the kind \"l2tp\" are not supported");
+}
+
+TEST(LinkPlan, PPTPHasNoSharedSecret) { EXPECT_EQ(planOf({}).sharedSecretItem, ""); }
+
+TEST(LinkPlan, HasTheTunnelsSizes) {
+  EXPECT_EQ(planOf({}).ppp.mtu, 1448);
+  EXPECT_EQ(planOf({}, "L2TP").ppp.mtu, 1400);
+  EXPECT_EQ(planOf({}).ppp.mru, 1500);
+  EXPECT_EQ(planOf({{"LCPMTU", 1300}, {"LCPMRU", 1310}}).ppp.mtu, 1300);
+  EXPECT_EQ(planOf({{"LCPMTU", 1300}, {"LCPMRU", 1310}}).ppp.mru, 1310);
+  for (const Value &unusable : {Value(7), Value(70000), Value("junk"), Value(-1)})
+    EXPECT_EQ(planOf({{"LCPMTU", unusable}}).ppp.mtu, 1448);
+}
+
+TEST(LinkPlan, EncryptsAsTheKeysSay) {
+  EXPECT_EQ(planOf({}).ppp.mppe, MPPE::none);
+  EXPECT_EQ(planOf({{"CCPEnabled", 1}}).ppp.mppe, MPPE::any);
+  EXPECT_EQ(planOf({{"CCPEnabled", 1}, {"CCPMPPE40Enabled", 0}}).ppp.mppe, MPPE::only128);
+  EXPECT_EQ(planOf({{"CCPEnabled", 1}, {"CCPMPPE128Enabled", 0}}).ppp.mppe, MPPE::only40);
+  EXPECT_EQ(planOf({{"CCPEnabled", 1}, {"CCPMPPE128Enabled", 0}, {"CCPMPPE40Enabled", 0}}).ppp.mppe, MPPE::none);
+  EXPECT_EQ(planOf({{"CCPEnabled", 1}}, "L2TP").ppp.mppe, MPPE::none) << "IPSec does it";
+}
+
+TEST(LinkPlan, AllowsTheProtocolsThatServe) {
+  const Protocols all{AuthProtocol::pap, AuthProtocol::chap, AuthProtocol::mschap1, AuthProtocol::mschap2};
+  EXPECT_EQ(planOf({}).ppp.authProtocols, all);
+  EXPECT_EQ(planOf({{"CCPEnabled", 1}}, "L2TP").ppp.authProtocols, all);
+  EXPECT_EQ(planOf({{"CCPEnabled", 1}}).ppp.authProtocols, (Protocols{AuthProtocol::mschap1, AuthProtocol::mschap2}))
+      << "no other makes MPPE's keys";
+  EXPECT_EQ(planOf({{"AuthProtocol", Value::Array{"MSCHAP2", "EAP"}}}).ppp.authProtocols,
+            (Protocols{AuthProtocol::mschap2, AuthProtocol::eap}));
+  EXPECT_EQ(planOf({{"AuthProtocol", Value::Array{"unheard of"}}}).ppp.authProtocols, Protocols{});
+}
+
+TEST(LinkPlan, WatchesTheLineUnlessToldNotTo) {
+  EXPECT_EQ(planOf({}).ppp.echoInterval, seconds(20));
+  EXPECT_EQ(planOf({}).ppp.echoFailures, 15);
+  const LinkPlan set = planOf({{"LCPEchoInterval", 5}, {"LCPEchoFailure", 3}});
+  EXPECT_EQ(set.ppp.echoInterval, seconds(5));
+  EXPECT_EQ(set.ppp.echoFailures, 3);
+  EXPECT_EQ(planOf({{"LCPEchoInterval", 0}}).ppp.echoInterval, seconds(20));
+  const LinkPlan off = planOf({{"LCPEchoEnabled", 0}, {"LCPEchoInterval", 5}, {"LCPEchoFailure", 3}});
+  EXPECT_EQ(off.ppp.echoInterval, seconds(0));
+  EXPECT_EQ(off.ppp.echoFailures, 0);
+}
+
+TEST(LinkPlan, FollowsTheSwitches) {
+  const LinkPlan plain = planOf({});
+  EXPECT_TRUE(plain.ppp.peerDNS);
+  EXPECT_FALSE(plain.ppp.compressTCPHeaders);
+  EXPECT_FALSE(plain.ppp.compressProtocolField);
+  EXPECT_FALSE(plain.ppp.compressAddressAndControlField);
+  EXPECT_FALSE(plain.ppp.verbose);
+  const LinkPlan switched = planOf({{"IPCPUsePeerDNS", 0},
+                                    {"IPCPCompressionVJ", 1},
+                                    {"LCPCompressionPField", 1},
+                                    {"LCPCompressionACField", 1},
+                                    {"VerboseLogging", 1}});
+  EXPECT_FALSE(switched.ppp.peerDNS);
+  EXPECT_TRUE(switched.ppp.compressTCPHeaders);
+  EXPECT_TRUE(switched.ppp.compressProtocolField);
+  EXPECT_TRUE(switched.ppp.compressAddressAndControlField);
+  EXPECT_TRUE(switched.ppp.verbose);
+}
+
+TEST(LinkPlan, EndsWhenIdleOnlyWhereBothKeysSaySo) {
+  EXPECT_EQ(planOf({{"DisconnectOnIdle", 1}, {"DisconnectOnIdleTimer", 600}}).ppp.idleLimit, seconds(600));
+  EXPECT_EQ(planOf({{"DisconnectOnIdleTimer", 600}}).ppp.idleLimit, seconds(0));
+  EXPECT_EQ(planOf({{"DisconnectOnIdle", 1}}).ppp.idleLimit, seconds(0));
+  EXPECT_EQ(planOf({{"DisconnectOnIdle", 1}, {"DisconnectOnIdleTimer", 1000001}}).ppp.idleLimit, seconds(0));
+}
+
+// ---- The start's options
+
+TEST(LinkPlan, StartOptionsAreLaidOverTheService) {
+  const Value options = Entries{{"PPP", Entries{{"AuthName", "bob"}}}, {"IPv4", Entries{{"OverridePrimary", 0}}}};
+  const LinkPlan plan = planOf({{"AuthName", "alice"}, {"LCPMTU", 1300}}, "PPTP", {}, options);
+  EXPECT_EQ(plan.ppp.account, "bob");
+  EXPECT_EQ(plan.ppp.mtu, 1300) << "what they do not name stays";
+  EXPECT_FALSE(plan.carriesEverything);
+}
+
+TEST(LinkPlan, StartOptionsThatAreNoDictionariesChangeNothing) {
+  for (const Value &odd : {Value("text"), Value(Entries{{"PPP", "text"}}), Value(Value::Array{1})})
+    EXPECT_EQ(planOf({{"AuthName", "alice"}}, "PPTP", {}, odd).ppp.account, "alice");
+}
+
+// ---- The machine's settings
+
+TEST(LinkPlan, TheMachinesSettingsGoAboveAllOthers) {
+  EngineSettings settings;
+  settings.ppp.mtu = 1400;
+  settings.ppp.mru = 1410;
+  settings.ppp.echoInterval = 5;
+  settings.ppp.echoFailures = 3;
+  settings.ppp.authProtocols = {"MSCHAP2", "EAP"};
+  settings.ppp.dns = false;
+  settings.ppp.defaultRoute = false;
+  settings.ppp.deadline = milliseconds(7000);
+  const Value options = Entries{{"PPP", Entries{{"LCPMTU", 1350}}}};
+  const LinkPlan plan = planOf({{"LCPMTU", 1300}, {"AuthProtocol", Value::Array{"PAP"}}}, "L2TP", settings, options);
+  EXPECT_EQ(plan.ppp.mtu, 1400);
+  EXPECT_EQ(plan.ppp.mru, 1410);
+  EXPECT_EQ(plan.ppp.echoInterval, seconds(5));
+  EXPECT_EQ(plan.ppp.echoFailures, 3);
+  EXPECT_EQ(plan.ppp.authProtocols, (Protocols{AuthProtocol::mschap2, AuthProtocol::eap}));
+  EXPECT_FALSE(plan.ppp.peerDNS);
+  EXPECT_FALSE(plan.carriesEverything);
+  EXPECT_EQ(plan.pppDeadline, milliseconds(7000));
+  settings.ppp.dns = true;
+  settings.ppp.defaultRoute = true;
+  EXPECT_TRUE(planOf({{"IPCPUsePeerDNS", 0}}, "L2TP", settings).ppp.peerDNS);
+  EXPECT_TRUE(planOf({}, "L2TP", settings).carriesEverything);
+}
+
+TEST(LinkPlan, TheTunnelsSettingsTravelAlong) {
+  EngineSettings settings;
+  settings.ike.remoteIdentity = "10.0.0.1";
+  settings.l2tp.sourcePort = EngineSettings::SourcePort::any;
+  settings.pptp.deadline = milliseconds(1234);
+  const LinkPlan plan = planOf({}, "L2TP", settings);
+  EXPECT_EQ(plan.ike.remoteIdentity, "10.0.0.1");
+  EXPECT_EQ(plan.l2tp.sourcePort, EngineSettings::SourcePort::any);
+  EXPECT_EQ(plan.pptp.deadline, milliseconds(1234));
+}
+
+TEST(LinkPlan, TheMachineDecidesOnPPTPsEncryption) {
+  EngineSettings settings;
+  settings.pptp.mppe = EngineSettings::MPPE::require128;
+  EXPECT_EQ(planOf({}, "PPTP", settings).ppp.mppe, MPPE::only128);
+  EXPECT_FALSE(planOf({}, "PPTP", settings).isInClear());
+  EXPECT_EQ(planOf({}, "L2TP", settings).ppp.mppe, MPPE::none);
+  settings.pptp.mppe = EngineSettings::MPPE::none;
+  EXPECT_EQ(planOf({{"CCPEnabled", 1}}, "PPTP", settings).ppp.mppe, MPPE::none);
+  EXPECT_TRUE(planOf({{"CCPEnabled", 1}}, "PPTP", settings).isInClear());
+  EXPECT_FALSE(planOf({}, "L2TP", settings).isInClear()) << "IPSec encrypts it";
+}
+
+TEST(LinkPlan, DescribesItselfWithoutSecrets) {
+  const std::string text =
+      planOf({{"AuthName", "alice"}, {"AuthPassword", "ITEM"}, {"CommRemoteAddress", "vpn.example.org"}}).description();
+  EXPECT_EQ(text,
+            "service: ID\ntunnel: PPTP\nserver: vpn.example.org\naccount: alice\n"
+            "authentication: PAP CHAP MSCHAP1 MSCHAP2\nMPPE: none\nMTU: 1448\nMRU: 1500\n"
+            "carries everything: yes\nname servers: yes\ndeadline: 70000 ms\n");
+}
+
+}  // namespace

@@ -1,0 +1,142 @@
+// Parts of a link that touch nothing: they write down what is done to them, fail where a test says so, and let the test
+// play the server, pppd and the tunnel.
+
+#pragma once
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "helper/common/IPv4Address.h"
+#include "helper/link/LinkParts.h"
+#include "tests/support/ManualClock.h"
+
+namespace support {
+
+// What the parts share with the test; outlives them all.
+struct LinkMachine {
+  using Address = foundation::Result<in_addr>;
+
+  std::vector<std::string> deeds;      // in their order
+  std::vector<std::string> sentences;  // of the PPP log
+  ManualClock clock;
+  std::chrono::steady_clock::time_point lastLogged{};
+  std::string failing;      // the name of the deed that fails
+  bool hasMPPE = true;      // the kernel
+  bool answersStop = true;  // the tunnel
+  bool pppRuns = false;
+  bool tunnelThere = false;
+
+  // Whom the link listens to.
+  helper::LinkParts::AddressHandler address;
+  helper::PPPSession::Handlers ppp;
+  helper::Tunnel::Handlers tunnel;
+  helper::NameServers::Done nameServersDone;
+
+  void record(const std::string &name, const std::string &with = {}) {
+    deeds.push_back(with.empty() ? name : name + " " + with);
+  }
+  foundation::Status attempt(const std::string &name, const std::string &with = {}) {
+    record(name, with);
+    if (name == failing) return foundation::Error{"Test", 1, "it is broken"};
+    return {};
+  }
+  void say(std::string_view sentence) {
+    sentences.emplace_back(sentence);
+    lastLogged = clock.now();
+  }
+  bool did(const std::string &name) const { return std::ranges::count(deeds, name) > 0; }
+};
+
+class RecordingPPP : public helper::PPPSession {
+ public:
+  explicit RecordingPPP(LinkMachine &machine) : machine_(machine) { machine_.pppRuns = true; }
+  RecordingPPP(const RecordingPPP &) = delete;
+  RecordingPPP &operator=(const RecordingPPP &) = delete;
+  ~RecordingPPP() override { machine_.ppp = {}; }
+  bool running() const override { return machine_.pppRuns; }
+  void giveChannel(foundation::FileDescriptor) override { machine_.record("ppp channel"); }
+  void terminate(std::chrono::milliseconds) override { machine_.record("ppp terminate"); }
+  void hangUp(std::chrono::milliseconds) override { machine_.record("ppp hangUp"); }
+  void endNow(std::chrono::milliseconds) override {
+    if (std::exchange(machine_.pppRuns, false)) machine_.record("ppp endNow");
+  }
+
+ private:
+  LinkMachine &machine_;
+};
+
+class RecordingTunnel : public helper::Tunnel {
+ public:
+  explicit RecordingTunnel(LinkMachine &machine) : machine_(machine) { machine_.tunnelThere = true; }
+  RecordingTunnel(const RecordingTunnel &) = delete;
+  RecordingTunnel &operator=(const RecordingTunnel &) = delete;
+  ~RecordingTunnel() override {
+    machine_.tunnelThere = false;
+    machine_.tunnel = {};
+    machine_.record("tunnel gone");
+  }
+  void start() override { machine_.record("tunnel start"); }
+  void stop() override {
+    machine_.record("tunnel stop");
+    if (machine_.answersStop) stopped_ = machine_.clock.soon([this] { machine_.tunnel.stopped(); });
+  }
+
+ private:
+  LinkMachine &machine_;
+  linux::Clock::Timer stopped_;
+};
+
+class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameServers {
+ public:
+  explicit RecordingParts(LinkMachine &machine) : machine_(machine) {}
+
+  foundation::Status open() override { return machine_.attempt("open"); }
+  foundation::Result<std::unique_ptr<helper::PPPSession>> startPPP(helper::PPPSession::Handlers handlers) override {
+    if (const foundation::Status status = machine_.attempt("ppp start"); !status) return status.error();
+    machine_.ppp = std::move(handlers);
+    return std::unique_ptr<helper::PPPSession>(std::make_unique<RecordingPPP>(machine_));
+  }
+  std::shared_ptr<void> findServer(AddressHandler handler) override {
+    machine_.record("find server");
+    machine_.address = std::move(handler);
+    return {&machine_, [](LinkMachine *machine) { machine->address = nullptr; }};
+  }
+  std::unique_ptr<helper::Tunnel> makeTunnel(in_addr server, helper::Tunnel::Handlers handlers) override {
+    machine_.record("tunnel make", helper::textOf(server));
+    machine_.tunnel = std::move(handlers);
+    return std::make_unique<RecordingTunnel>(machine_);
+  }
+  Routes &routes() override { return *this; }
+  NameServers &nameServers() override { return *this; }
+  foundation::Result<foundation::Secret> password(const helper::Peer &) override {
+    if (const foundation::Status status = machine_.attempt("password"); !status) return status.error();
+    return foundation::Secret(std::string_view("a password"));
+  }
+  bool kernelHasMPPE() const override { return machine_.hasMPPE; }
+  void takeBack() override { machine_.record("take back"); }
+  linux::Clock &clock() override { return machine_.clock; }
+  void log(std::string_view sentence) override { machine_.say(sentence); }
+  std::chrono::steady_clock::time_point lastLogged() const override { return machine_.lastLogged; }
+
+ private:
+  foundation::Status pinServer(in_addr server) override { return machine_.attempt("pin", helper::textOf(server)); }
+  foundation::Status keepServerOff(const std::string &interface, in_addr) override {
+    return machine_.attempt("keep off", interface);
+  }
+  foundation::Status carryEverything(const std::string &interface, in_addr) override {
+    return machine_.attempt("carry", interface);
+  }
+  foundation::Status carryEverythingAgain(const std::string &interface, in_addr) override {
+    return machine_.attempt("carry again", interface);
+  }
+  void apply(const std::string &interface, const std::vector<in_addr> &, bool primary, Done done) override {
+    machine_.record("name servers", interface + (primary ? " for everything" : ""));
+    machine_.nameServersDone = std::move(done);
+  }
+
+  LinkMachine &machine_;
+};
+
+}  // namespace support

@@ -1,0 +1,693 @@
+// The whole life of a link, with parts that record: each stage failing, each way to end, a stop, a hang-up and a
+// destruction in each state, negotiation once more. Nothing waits.
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+#include <array>
+
+#include "helper/common/Peer.h"
+#include "helper/link/TunnelKinds.h"
+#include "helper/link/VPNLink.h"
+#include "helper/ppp/PPPEnding.h"
+#include "tests/helper/link/RecordingParts.h"
+
+using namespace helper;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using support::LinkMachine;
+using support::RecordingParts;
+
+namespace {
+
+using Phases = std::vector<int>;
+
+// How far a link has come. Each is reached from the one before.
+enum class Stage {
+  made,            // nothing asked for
+  started,         // the loop has not turned yet
+  findingServer,   // pppd runs
+  makingTunnel,    // the server's address is known
+  channelGiven,    // pppd has the tunnel's socket
+  negotiating,     // PPP's phase 4
+  authenticating,  // 5
+  network,         // 7
+  nameServers,     // PPP stands, the name servers are being set
+  up,
+  endingPPP,     // stop() was called: pppd says goodbye
+  endingTunnel,  // pppd has ended
+  readingTime,   // the machine is clean
+  down
+};
+
+constexpr std::array kStageNames{"made",        "started",        "findingServer", "makingTunnel", "channelGiven",
+                                 "negotiating", "authenticating", "network",       "nameServers",  "up",
+                                 "endingPPP",   "endingTunnel",   "readingTime",   "down"};
+
+std::string nameOf(Stage stage) { return kStageNames.at(static_cast<std::size_t>(stage)); }
+
+std::vector<Stage> stages(Stage first, Stage last) {
+  std::vector<Stage> all;
+  for (int stage = static_cast<int>(first); stage <= static_cast<int>(last); ++stage)
+    all.push_back(static_cast<Stage>(stage));
+  return all;
+}
+
+in_addr address(const char *text) {
+  in_addr result{};
+  EXPECT_EQ(inet_pton(AF_INET, text, &result), 1);
+  return result;
+}
+
+PluginIPUp ipUp(const char *local = "10.0.0.2") {
+  PluginIPUp up;
+  up.interface = "ppp0";
+  up.localAddress = address(local);
+  up.peerAddress = address("10.0.0.1");
+  up.dns = {address("10.0.0.53")};
+  up.mtu = 1400;
+  up.mru = 1500;
+  up.encrypted = true;
+  return up;
+}
+
+LinkPlan plan(TunnelKind kind = TunnelKind::pptp) {
+  LinkPlan plan;
+  plan.kind = kind;
+  plan.server = "vpn.example.org";
+  plan.carriesEverything = true;
+  return plan;
+}
+
+class VPNLinkTest : public ::testing::Test {
+ protected:
+  void make(LinkPlan plan) {
+    link = std::make_unique<VPNLink>(
+        std::move(plan), std::make_unique<RecordingParts>(machine),
+        [this](const LinkStatus &status) { told.push_back(status); });
+  }
+
+  // Brings a fresh link to STAGE.
+  void reach(Stage stage) {
+    if (!link) make(plan());
+    const auto takeStep = [this](Stage next) {
+      switch (next) {
+        case Stage::made:
+          return;
+        case Stage::started:
+          return link->start();
+        case Stage::findingServer:
+          return machine.clock.run();
+        case Stage::makingTunnel:
+          return machine.address(address("192.0.2.1"));
+        case Stage::channelGiven:
+          return machine.tunnel.up({});
+        case Stage::negotiating:
+          return machine.ppp.phase(kPhaseNegotiatingLink);
+        case Stage::authenticating:
+          return machine.ppp.phase(kPhaseAuthenticating);
+        case Stage::network:
+          return machine.ppp.phase(kPhaseNegotiatingNetwork);
+        case Stage::nameServers:
+          machine.ppp.phase(kPhaseConnected);
+          return machine.ppp.ipUp(ipUp());
+        case Stage::up:
+          return machine.nameServersDone("");
+        case Stage::endingPPP:
+          return link->stop();
+        case Stage::endingTunnel:
+          return endPPP({.code = 5});
+        case Stage::readingTime:
+          // The last word comes from a turn of its own.
+          machine.say("A last sentence.");
+          return machine.clock.run();
+        case Stage::down:
+          return machine.clock.advance(milliseconds(100));
+      }
+    };
+    for (const Stage next : stages(Stage::made, stage)) takeStep(next);
+  }
+
+  void endPPP(const PPPEnd &end) {
+    machine.pppRuns = false;
+    // Its handler may be replaced while it runs.
+    const auto ended = machine.ppp.ended;
+    ended(end);
+  }
+
+  // Lets go what was asked to end: pppd ends with CODE when it is told to, the tunnel at once.
+  void finish(int code = 5) {
+    if (machine.pppRuns && (machine.did("ppp terminate") || machine.did("ppp hangUp"))) endPPP({.code = code});
+    machine.clock.advance(milliseconds(200));
+  }
+
+  Phases phases() const {
+    Phases phases;
+    for (const LinkStatus &status : told)
+      phases.push_back(static_cast<int>(status.extendedStatus["PPP"]["Status"].integerValue()));
+    return phases;
+  }
+  std::int64_t lastCause() const { return link->status().extendedStatus["PPP"]["LastCause"].integerValue(); }
+  std::int64_t deviceLastCause() const {
+    return link->status().extendedStatus["PPP"]["DeviceLastCause"].integerValue();
+  }
+
+  // The machine is as it was, and the last that was done made it so.
+  void expectClean() {
+    EXPECT_FALSE(machine.pppRuns);
+    const auto takenBack = std::ranges::find(machine.deeds, "take back");
+    ASSERT_NE(takenBack, machine.deeds.end());
+    for (auto deed = takenBack; deed != machine.deeds.end(); ++deed)
+      EXPECT_TRUE(*deed == "take back" || *deed == "tunnel gone") << *deed;
+  }
+
+  void expectDown(int cause, int deviceCause = 0) {
+    EXPECT_TRUE(link->isDown());
+    ASSERT_FALSE(told.empty());
+    EXPECT_EQ(told.back().status, 0);
+    EXPECT_EQ(std::ranges::count(phases(), 0), 1) << "disconnected is told once";
+    EXPECT_EQ(lastCause(), cause);
+    EXPECT_EQ(deviceLastCause(), deviceCause);
+    expectClean();
+  }
+
+  LinkMachine machine;
+  std::vector<LinkStatus> told;
+  std::unique_ptr<VPNLink> link;
+};
+
+// ---- Coming up
+
+TEST_F(VPNLinkTest, ComesUpInItsOrder) {
+  reach(Stage::up);
+  EXPECT_EQ(machine.deeds,
+            (std::vector<std::string>{"open", "ppp start", "find server", "pin 192.0.2.1", "tunnel make 192.0.2.1",
+                                      "tunnel start", "ppp channel", "keep off ppp0", "carry ppp0",
+                                      "name servers ppp0 for everything"}));
+  EXPECT_EQ(phases(), (Phases{1, 2, 4, 5, 7, 8}));
+  EXPECT_TRUE(machine.sentences.empty());
+}
+
+TEST_F(VPNLinkTest, SaysWhatItIsWhenItIsUp) {
+  reach(Stage::up);
+  const LinkStatus &status = link->status();
+  EXPECT_EQ(status.status, 2);
+  EXPECT_EQ(status.extendedStatus["PPP"]["CommRemoteAddress"].string(), "vpn.example.org");
+  EXPECT_EQ(status.extendedStatus["PPP"]["ConnectTime"].integerValue(), 1000);
+  EXPECT_EQ(status.extendedStatus["PPP"]["LCPMTU"].integerValue(), 1400);
+  EXPECT_EQ(status.extendedStatus["PPP"]["LCPMRU"].integerValue(), 1500);
+  EXPECT_EQ(status.extendedStatus["IPv4"]["InterfaceName"].string(), "ppp0");
+  EXPECT_EQ(status.extendedStatus["IPv4"]["Router"].string(), "10.0.0.1");
+}
+
+TEST_F(VPNLinkTest, IsNotUpBeforeItsNameServersAre) {
+  reach(Stage::nameServers);
+  EXPECT_EQ(phases(), (Phases{1, 2, 4, 5, 7}));
+  machine.nameServersDone("The name servers are not used.");
+  EXPECT_EQ(phases().back(), kPhaseConnected);
+  EXPECT_EQ(machine.sentences, std::vector<std::string>{"The name servers are not used."});
+}
+
+TEST_F(VPNLinkTest, LeavesTheRoutesAloneWhereItDoesNotCarryEverything) {
+  LinkPlan some = plan();
+  some.carriesEverything = false;
+  make(some);
+  reach(Stage::up);
+  EXPECT_TRUE(machine.did("keep off ppp0"));
+  EXPECT_FALSE(machine.did("carry ppp0"));
+  EXPECT_TRUE(machine.did("name servers ppp0"));
+}
+
+TEST_F(VPNLinkTest, TellsNoPhaseTwiceAndNoneBackwards) {
+  reach(Stage::network);
+  machine.ppp.phase(kPhaseAuthenticating);
+  machine.ppp.phase(kPhaseNegotiatingNetwork);
+  EXPECT_EQ(phases(), (Phases{1, 2, 4, 5, 7}));
+}
+
+TEST_F(VPNLinkTest, StartsOnce) {
+  reach(Stage::findingServer);
+  link->start();
+  machine.clock.run();
+  EXPECT_EQ(std::ranges::count(machine.deeds, "open"), 1);
+}
+
+TEST_F(VPNLinkTest, AStopBeforeTheStartEndsItAtOnce) {
+  make(plan());
+  link->stop();
+  EXPECT_TRUE(told.empty());
+  link->start();
+  machine.clock.run();
+  finish();
+  EXPECT_EQ(phases(), (Phases{1, 10, 0}));
+  EXPECT_FALSE(machine.did("open"));
+  expectDown(kCauseUserRequest);
+}
+
+// ---- Each stage failing
+
+struct Failing {
+  const char *deed;
+  Stage from;  // the stage after which it fails
+  int cause;
+  const char *sentence;
+  Phases phases;
+};
+
+class FailingStage : public VPNLinkTest, public ::testing::WithParamInterface<Failing> {};
+
+TEST_P(FailingStage, EndsWithItsCauseAndSentence) {
+  const Failing &failing = GetParam();
+  machine.failing = failing.deed;
+  make(plan());
+  reach(failing.from);
+  finish(0);
+  EXPECT_EQ(machine.sentences, std::vector<std::string>{failing.sentence});
+  EXPECT_EQ(phases(), failing.phases);
+  expectDown(failing.cause);
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, FailingStage,
+                         ::testing::Values(Failing{"open",
+                                                   Stage::findingServer,
+                                                   kCauseFatal,
+                                                   "The connection cannot be started: it is broken.",
+                                                   {1, 10, 0}},
+                                           Failing{"ppp start",
+                                                   Stage::findingServer,
+                                                   kCauseFatal,
+                                                   "The connection cannot be started: it is broken.",
+                                                   {1, 10, 0}},
+                                           Failing{"pin",
+                                                   Stage::makingTunnel,
+                                                   kCauseFatal,
+                                                   "The way to the server cannot be kept: it is broken.",
+                                                   {1, 2, 10, 0}},
+                                           Failing{"keep off",
+                                                   Stage::nameServers,
+                                                   kCauseFatal,
+                                                   "The routes into the tunnel cannot be set: it is broken.",
+                                                   {1, 2, 4, 5, 7, 10, 0}},
+                                           Failing{"carry",
+                                                   Stage::nameServers,
+                                                   kCauseFatal,
+                                                   "The routes into the tunnel cannot be set: it is broken.",
+                                                   {1, 2, 4, 5, 7, 10, 0}}),
+                         [](const auto &test) {
+                           std::string name = test.param.deed;
+                           std::erase(name, ' ');
+                           return name;
+                         });
+
+TEST_F(VPNLinkTest, AServerThatIsNotFoundEndsIt) {
+  reach(Stage::findingServer);
+  machine.address(foundation::Error{"Test", 1, "There is no such server."});
+  finish(0);
+  EXPECT_EQ(machine.sentences, std::vector<std::string>{"There is no such server."});
+  EXPECT_EQ(phases(), (Phases{1, 2, 10, 0}));
+  expectDown(kCauseConnectFailed, static_cast<int>(DeviceCause::noServer));
+}
+
+class FailingTunnel : public VPNLinkTest, public ::testing::WithParamInterface<DeviceCause> {};
+
+TEST_P(FailingTunnel, EndsWithItsDeviceCause) {
+  reach(Stage::makingTunnel);
+  machine.tunnel.failed({GetParam(), "The tunnel does not come up."});
+  finish(0);
+  EXPECT_EQ(machine.sentences, std::vector<std::string>{"The tunnel does not come up."});
+  EXPECT_EQ(phases(), (Phases{1, 2, 10, 0}));
+  expectDown(kCauseConnectFailed, static_cast<int>(GetParam()));
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, FailingTunnel,
+                         ::testing::Values(DeviceCause::noServer, DeviceCause::noAnswer, DeviceCause::protocolError,
+                                           DeviceCause::networkChanged, DeviceCause::noSharedSecret),
+                         [](const auto &test) { return "cause" + std::to_string(static_cast<int>(test.param)); });
+
+TEST_F(VPNLinkTest, WithoutAPasswordPPPIsToldSo) {
+  machine.failing = "password";
+  reach(Stage::authenticating);
+  std::array<int, 2> ends{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const foundation::FileDescriptor ours(ends[0]);
+  const foundation::FileDescriptor other(ends[1]);
+  const auto peer = Peer::ofSocket(ours.get());
+  ASSERT_TRUE(peer);
+  EXPECT_FALSE(machine.ppp.password(*peer));
+  EXPECT_EQ(machine.sentences, std::vector<std::string>{"There is no password for the connection: it is broken."});
+}
+
+// ---- The deadline for everything
+
+class Deadline : public VPNLinkTest, public ::testing::WithParamInterface<Stage> {};
+
+TEST_P(Deadline, EndsWhatDoesNotComeUp) {
+  reach(GetParam());
+  const milliseconds all = tunnelKind(TunnelKind::pptp).deadline(plan()) + plan().pppDeadline;
+  machine.clock.advance(all - milliseconds(1));
+  EXPECT_TRUE(machine.sentences.empty());
+  machine.clock.advance(milliseconds(1));
+  finish();
+  EXPECT_EQ(
+      machine.sentences,
+      std::vector<std::string>{"The connection did not come up in time; the server is very slow or does not answer."});
+  expectDown(kCauseNegotiationFailed);
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, Deadline, ::testing::ValuesIn(stages(Stage::findingServer, Stage::nameServers)),
+                         [](const auto &test) { return nameOf(test.param); });
+
+TEST_F(VPNLinkTest, ALinkThatIsUpHasNoDeadline) {
+  reach(Stage::up);
+  machine.clock.advance(std::chrono::hours(24));
+  EXPECT_EQ(link->status().status, 2);
+}
+
+// ---- A stop in each state
+
+class Stopped : public VPNLinkTest, public ::testing::WithParamInterface<Stage> {};
+
+TEST_P(Stopped, EndsOrderlyWithTheUsersCause) {
+  reach(GetParam());
+  link->stop();
+  link->stop();
+  if (GetParam() == Stage::started) machine.clock.run();
+  finish();
+  if (GetParam() >= Stage::findingServer && GetParam() <= Stage::up) {
+    EXPECT_EQ(std::ranges::count(machine.deeds, "ppp terminate"), 1);
+    EXPECT_TRUE(machine.sentences.empty());
+  }
+  expectDown(kCauseUserRequest);
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, Stopped, ::testing::ValuesIn(stages(Stage::started, Stage::down)),
+                         [](const auto &test) { return nameOf(test.param); });
+
+TEST_F(VPNLinkTest, AStopTellsPPPsPhasesOnTheWayDown) {
+  reach(Stage::up);
+  link->stop();
+  // As pppd does it: 9, 7, 9, 4, 4, 10.
+  for (const int phase : {9, 7, 9, 4, 4, 10}) machine.ppp.phase(phase);
+  finish();
+  EXPECT_EQ(phases(), (Phases{1, 2, 4, 5, 7, 8, 9, 10, 0}));
+}
+
+TEST_F(VPNLinkTest, AStopKeepsItsCauseWhateverPPPSays) {
+  reach(Stage::up);
+  link->stop();
+  finish(16);
+  expectDown(kCauseUserRequest);
+}
+
+TEST_F(VPNLinkTest, AnAnswerAfterAStopStartsNothing) {
+  reach(Stage::makingTunnel);
+  link->stop();
+  machine.tunnel.up({});
+  machine.ppp.ipUp(ipUp());
+  finish();
+  EXPECT_FALSE(machine.did("ppp channel"));
+  EXPECT_FALSE(machine.did("carry ppp0"));
+  expectDown(kCauseUserRequest);
+}
+
+TEST_F(VPNLinkTest, NameServersThatComeAfterAStopDoNotBringItUp) {
+  reach(Stage::nameServers);
+  link->stop();
+  machine.nameServersDone("");
+  finish();
+  EXPECT_EQ(std::ranges::count(phases(), kPhaseConnected), 0);
+  expectDown(kCauseUserRequest);
+}
+
+// ---- pppd's ends
+
+struct PPPsEnd {
+  const char *name;
+  Stage stage;
+  PPPEnd end;
+  int cause;
+  const char *sentence;  // how it begins
+};
+
+class PPPEnds : public VPNLinkTest, public ::testing::WithParamInterface<PPPsEnd> {};
+
+TEST_P(PPPEnds, AreTold) {
+  reach(GetParam().stage);
+  endPPP(GetParam().end);
+  finish();
+  ASSERT_EQ(machine.sentences.size(), 1U);
+  EXPECT_TRUE(machine.sentences.front().starts_with(GetParam().sentence)) << machine.sentences.front();
+  expectDown(GetParam().cause);
+}
+
+PPPEnd after(int code, int furthest) {
+  return {.code = code, .reported = true, .carried = true, .packetsReceived = 20, .furthestPhase = furthest};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    VPNLink, PPPEnds,
+    ::testing::Values(
+        PPPsEnd{"options", Stage::findingServer, {.code = 2}, 2, "pppd does not accept its options"},
+        PPPsEnd{"noPPPInTheKernel", Stage::findingServer, {.code = 4}, 4, "This kernel has no PPP"},
+        PPPsEnd{"killed", Stage::makingTunnel, {.exited = false, .code = 9}, 1, "pppd was ended by signal 9."},
+        PPPsEnd{"nothingArrived",
+                Stage::negotiating,
+                {.code = 10, .reported = true, .carried = true, .furthestPhase = 4},
+                10,
+                "The server took the call, but not one of its packets arrived"},
+        PPPsEnd{"noAgreement", Stage::negotiating, after(10, 4), 10, "The server and this machine could not agree"},
+        PPPsEnd{"refusedAccount", Stage::authenticating, after(19, 5), 19, "The server did not accept the user name"},
+        PPPsEnd{"endedByServer", Stage::network, after(0, 7), 0, "The server ended the PPP connection."},
+        PPPsEnd{"endedBySomebody", Stage::up, after(5, 8), 5, "Somebody else on this machine ended pppd."},
+        PPPsEnd{"idle", Stage::up, after(12, 8), 12, "The connection was idle for too long."},
+        PPPsEnd{"deadServer", Stage::up, after(15, 8), 15, "The server no longer answers."},
+        PPPsEnd{"lostLine", Stage::up, after(16, 8), 16, "The line to the server was lost."}),
+    [](const auto &test) { return test.param.name; });
+
+TEST_F(VPNLinkTest, AnEndOfPPPEndsTheTunnelToo) {
+  reach(Stage::up);
+  endPPP(after(15, 8));
+  EXPECT_TRUE(machine.did("tunnel stop"));
+  EXPECT_FALSE(machine.did("take back")) << "first the tunnel says goodbye";
+  finish();
+  EXPECT_EQ(phases(), (Phases{1, 2, 4, 5, 7, 8, 10, 0}));
+}
+
+TEST_F(VPNLinkTest, TheSentenceIsTheTunnelKinds) {
+  make(plan(TunnelKind::l2tp));
+  reach(Stage::negotiating);
+  endPPP({.code = 10, .reported = true, .carried = true, .furthestPhase = 4});
+  finish();
+  EXPECT_EQ(machine.sentences, std::vector<std::string>{tunnelKind(TunnelKind::l2tp).nothingArrived});
+}
+
+TEST_F(VPNLinkTest, AKernelWithoutMPPEIsNamed) {
+  LinkPlan encrypted = plan();
+  encrypted.ppp.mppe = MPPE::any;
+  machine.hasMPPE = false;
+  make(encrypted);
+  reach(Stage::authenticating);
+  endPPP(after(10, 5));
+  finish();
+  ASSERT_EQ(machine.sentences.size(), 1U);
+  EXPECT_NE(machine.sentences.front().find("this kernel has no MPPE"), std::string::npos);
+}
+
+TEST_F(VPNLinkTest, AServerThatDoesNotEncryptIsNotBelieved) {
+  LinkPlan encrypted = plan();
+  encrypted.ppp.mppe = MPPE::only128;
+  make(encrypted);
+  reach(Stage::network);
+  PluginIPUp up = ipUp();
+  up.encrypted = false;
+  machine.ppp.ipUp(up);
+  finish();
+  EXPECT_FALSE(machine.did("carry ppp0"));
+  ASSERT_EQ(machine.sentences.size(), 1U);
+  EXPECT_NE(machine.sentences.front().find("the server does not encrypt"), std::string::npos);
+  expectDown(kCauseNegotiationFailed);
+}
+
+// ---- The server's hang-up, or the loss of what protects the tunnel
+
+struct HangUp {
+  Stage stage;
+  bool byServer;
+  int cause;
+  const char *farewell;  // to pppd
+};
+
+class HungUp : public VPNLinkTest, public ::testing::WithParamInterface<HangUp> {};
+
+TEST_P(HungUp, EndsIt) {
+  reach(GetParam().stage);
+  machine.tunnel.lost({.endedByServer = GetParam().byServer, .sentence = "The call has ended."});
+  EXPECT_TRUE(machine.did(GetParam().farewell)) << GetParam().farewell;
+  finish(16);
+  ASSERT_FALSE(machine.sentences.empty());
+  EXPECT_EQ(machine.sentences.front(), "The call has ended.");
+  const bool refused = GetParam().cause == kCauseNotAuthenticated;
+  EXPECT_EQ(machine.sentences.size(), refused ? 2U : 1U);
+  expectDown(GetParam().cause);
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, HungUp,
+                         ::testing::Values(HangUp{Stage::channelGiven, true, 16, "ppp hangUp"},
+                                           HangUp{Stage::negotiating, true, 16, "ppp hangUp"},
+                                           HangUp{Stage::authenticating, true, 19, "ppp hangUp"},
+                                           HangUp{Stage::authenticating, false, 16, "ppp hangUp"},
+                                           HangUp{Stage::network, true, 16, "ppp hangUp"},
+                                           HangUp{Stage::nameServers, true, 16, "ppp hangUp"},
+                                           HangUp{Stage::up, true, 16, "ppp hangUp"},
+                                           HangUp{Stage::up, false, 16, "ppp hangUp"}),
+                         [](const auto &test) {
+                           return nameOf(test.param.stage) + (test.param.byServer ? "ByServer" : "Lost");
+                         });
+
+class HungUpLate : public VPNLinkTest, public ::testing::WithParamInterface<Stage> {};
+
+TEST_P(HungUpLate, ChangesNothing) {
+  reach(GetParam());
+  machine.tunnel.lost({.endedByServer = true, .sentence = "The call has ended."});
+  finish();
+  EXPECT_EQ(std::ranges::count(machine.sentences, "The call has ended."), 0);
+  expectDown(kCauseUserRequest);
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, HungUpLate, ::testing::ValuesIn(stages(Stage::endingPPP, Stage::endingTunnel)),
+                         [](const auto &test) { return nameOf(test.param); });
+
+TEST_F(VPNLinkTest, AHangUpWhilePPPEndsByItselfLeavesTheReasonToPPP) {
+  reach(Stage::authenticating);
+  machine.ppp.phase(kPhaseTerminating);
+  machine.tunnel.lost({.endedByServer = true, .sentence = "The call has ended."});
+  EXPECT_FALSE(machine.did("ppp hangUp"));
+  endPPP(after(19, 5));
+  finish();
+  expectDown(kCauseNotAuthenticated);
+}
+
+TEST_F(VPNLinkTest, APPPThatDoesNotFinishItsOwnEndAfterAHangUpIsEnded) {
+  reach(Stage::authenticating);
+  machine.ppp.phase(kPhaseTerminating);
+  machine.tunnel.lost({.endedByServer = true, .sentence = "The call has ended."});
+  machine.clock.advance(milliseconds(2999));
+  EXPECT_FALSE(machine.did("ppp terminate"));
+  machine.clock.advance(milliseconds(1));
+  EXPECT_TRUE(machine.did("ppp terminate"));
+  finish(19);
+  expectDown(kCauseNotAuthenticated);
+}
+
+// ---- PPP negotiates once more
+
+TEST_F(VPNLinkTest, NegotiationOnceMoreSetsTheRoutesAgain) {
+  reach(Stage::up);
+  machine.ppp.phase(kPhaseNegotiatingNetwork);
+  machine.ppp.ipUp(ipUp());
+  EXPECT_TRUE(machine.did("carry again ppp0"));
+  EXPECT_EQ(std::ranges::count(machine.deeds, "keep off ppp0"), 2);
+  EXPECT_EQ(phases(), (Phases{1, 2, 4, 5, 7, 8})) << "nothing of it is told";
+}
+
+TEST_F(VPNLinkTest, NegotiationOnceMoreWithoutEverythingSetsNoRoutes) {
+  LinkPlan some = plan();
+  some.carriesEverything = false;
+  make(some);
+  reach(Stage::up);
+  machine.ppp.ipUp(ipUp());
+  EXPECT_FALSE(machine.did("carry again ppp0"));
+}
+
+TEST_F(VPNLinkTest, AnotherAddressInTheMiddleEndsIt) {
+  reach(Stage::up);
+  machine.ppp.ipUp(ipUp("10.0.0.3"));
+  finish();
+  EXPECT_EQ(
+      machine.sentences,
+      std::vector<std::string>{"The server has given this machine another address in the middle of the connection."});
+  expectDown(kCauseNegotiationFailed);
+}
+
+TEST_F(VPNLinkTest, RoutesThatCannotBeSetAgainEndIt) {
+  machine.failing = "carry again";
+  reach(Stage::up);
+  machine.ppp.ipUp(ipUp());
+  finish();
+  EXPECT_EQ(machine.sentences,
+            std::vector<std::string>{"The routes into the tunnel cannot be set again: it is broken."});
+  expectDown(kCauseFatal);
+}
+
+TEST_F(VPNLinkTest, EncryptionThatIsGoneAfterwardsEndsIt) {
+  LinkPlan encrypted = plan();
+  encrypted.ppp.mppe = MPPE::any;
+  make(encrypted);
+  reach(Stage::up);
+  PluginIPUp up = ipUp();
+  up.encrypted = false;
+  machine.ppp.ipUp(up);
+  finish();
+  expectDown(kCauseNegotiationFailed);
+}
+
+// ---- The last word
+
+TEST_F(VPNLinkTest, TheLastWordWaitsForTheReaderOfTheLastSentence) {
+  reach(Stage::up);
+  endPPP(after(15, 8));
+  machine.clock.advance(milliseconds(99));
+  EXPECT_TRUE(machine.did("take back"));
+  EXPECT_FALSE(link->isDown());
+  machine.clock.advance(milliseconds(1));
+  EXPECT_TRUE(link->isDown());
+}
+
+TEST_F(VPNLinkTest, WithoutASentenceTheLastWordComesAtOnce) {
+  reach(Stage::endingTunnel);
+  machine.clock.run();
+  EXPECT_TRUE(link->isDown());
+}
+
+TEST_F(VPNLinkTest, ATunnelThatIsSlowToStopIsWaitedFor) {
+  machine.answersStop = false;
+  reach(Stage::endingTunnel);
+  machine.clock.advance(seconds(5));
+  EXPECT_FALSE(machine.did("take back"));
+  EXPECT_FALSE(link->isDown());
+  machine.tunnel.stopped();
+  finish();
+  expectDown(kCauseUserRequest);
+}
+
+TEST_F(VPNLinkTest, ItsOwnerMayDestroyItWhenItHearsTheLastWord) {
+  link = std::make_unique<VPNLink>(plan(), std::make_unique<RecordingParts>(machine), [this](const LinkStatus &status) {
+    told.push_back(status);
+    if (status.status == 0) link.reset();
+  });
+  reach(Stage::endingTunnel);
+  machine.clock.advance(milliseconds(200));
+  EXPECT_FALSE(link);
+  expectClean();
+}
+
+// ---- Destruction in each state
+
+class Destroyed : public VPNLinkTest, public ::testing::WithParamInterface<Stage> {};
+
+TEST_P(Destroyed, LeavesACleanMachineAndTellsNobody) {
+  reach(GetParam());
+  const std::size_t before = told.size();
+  link.reset();
+  EXPECT_EQ(told.size(), before);
+  EXPECT_FALSE(machine.tunnelThere);
+  expectClean();
+  machine.clock.advance(seconds(100));
+  EXPECT_EQ(told.size(), before) << "nothing of it is left in the loop";
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, Destroyed, ::testing::ValuesIn(stages(Stage::made, Stage::down)),
+                         [](const auto &test) { return nameOf(test.param); });
+
+}  // namespace

@@ -1,0 +1,58 @@
+// A clock that goes only when it is told to.
+
+#pragma once
+
+#include <list>
+#include <utility>
+
+#include "linux/Clock.h"
+
+namespace support {
+
+class ManualClock : public linux::Clock {
+ public:
+  std::chrono::steady_clock::time_point now() const override { return now_; }
+
+  Timer after(std::chrono::milliseconds delay, std::function<void()> handler) override {
+    const auto waiting = std::make_shared<Waiting>(Waiting{now_ + delay, std::move(handler)});
+    waiting_.push_back(waiting);
+    return waiting;
+  }
+
+  Timer soon(std::function<void()> handler) override { return after(std::chrono::milliseconds(0), std::move(handler)); }
+
+  // Does what is due by then, in its order, and what that makes due.
+  void advance(std::chrono::milliseconds time) {
+    const auto until = now_ + time;
+    while (const auto next = firstDue(until)) {
+      now_ = std::max(now_, next->due);
+      next->handler();
+    }
+    now_ = until;
+  }
+
+  // What is due now.
+  void run() { advance(std::chrono::milliseconds(0)); }
+
+ private:
+  struct Waiting {
+    std::chrono::steady_clock::time_point due;
+    std::function<void()> handler;
+  };
+
+  std::shared_ptr<Waiting> firstDue(std::chrono::steady_clock::time_point until) {
+    waiting_.remove_if([](const std::weak_ptr<Waiting> &waiting) { return waiting.expired(); });
+    auto first = waiting_.end();
+    for (auto it = waiting_.begin(); it != waiting_.end(); ++it)
+      if (it->lock()->due <= until && (first == waiting_.end() || it->lock()->due < first->lock()->due)) first = it;
+    if (first == waiting_.end()) return nullptr;
+    auto due = first->lock();
+    waiting_.erase(first);
+    return due;
+  }
+
+  std::chrono::steady_clock::time_point now_{std::chrono::seconds(1000)};
+  std::list<std::weak_ptr<Waiting>> waiting_;
+};
+
+}  // namespace support
