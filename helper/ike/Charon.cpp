@@ -80,7 +80,7 @@ void Charon::connect(const std::string &controlSocket) {
     if (error.code != EAGAIN || std::chrono::steady_clock::now() >= until_)
       return unusable("The IKE daemon cannot be spoken to: " + error.message + ".");
     // One that is just starting lets nobody in yet, and has room for few to wait.
-    soon_ = linux::EventSource::timer(event_, deadlines_.retry, [this] { connect(controlSocket_); });
+    retry_ = linux::EventSource::timer(event_, deadlines_.retry, [this] { connect(controlSocket_); });
     return;
   }
   const auto ended = [this](const std::string &reason) { daemonEnded(reason); };
@@ -212,13 +212,13 @@ void Charon::initiate() {
                    if (attempt == attempt_) initiated(outcome);
                  });
   reach(IKEStage::firstAnswer);
-  look_ = linux::EventSource::timer(event_, deadlines_.look, [this] { look(); });
+  poll_ = linux::EventSource::timer(event_, deadlines_.look, [this] { look(); });
 }
 
 void Charon::initiated(const Outcome &outcome) {
   if (state_ != State::negotiating) return;
   if (!outcome) return classify();
-  look_.reset();
+  poll_.reset();
   silence_.reset();
   state_ = State::established;
   // Its end may have been told of, on the other connection, before its beginning was: nobody tells again.
@@ -232,7 +232,7 @@ void Charon::look() {
       "list-sas", Section().add("ike", plan_.name).add("noblock", "yes"), deadlines_.request,
       [this, attempt = attempt_](const Outcome &) {
         if (state_ == State::negotiating && attempt == attempt_)
-          look_ = linux::EventSource::timer(
+          poll_ = linux::EventSource::timer(
               event_, deadlines_.look, [this] { look(); });
       });
 }
@@ -240,7 +240,7 @@ void Charon::look() {
 // The last word of the daemon about it may still be under way on the other connection: behind an answer there, all has
 // been heard.
 void Charon::classify() {
-  look_.reset();
+  poll_.reset();
   silence_.reset();
   watch_->request("list-sas", Section().add("ike", plan_.name), deadlines_.request,
                   [this, attempt = attempt_](const Outcome &) {
@@ -281,7 +281,7 @@ void Charon::reach(IKEStage stage) {
 }
 
 void Charon::refuse(bool silent) {
-  look_.reset();
+  poll_.reset();
   silence_.reset();
   state_ = State::refused;
   handlers_.refused(IKERefusal{stage_, silent});
@@ -306,16 +306,16 @@ void Charon::close() {
   const bool open = state_ != State::idle && watch_ && watch_->socket() >= 0;
   state_ = State::closing;
   secret_.reset();
-  look_.reset();
+  poll_.reset();
   silence_.reset();
-  soon_.reset();
+  retry_.reset();
   if (!open || !loaded_) return finish();
   watch_->request("terminate", Section().add("ike", plan_.name).add("force", "yes").add("timeout", "500"),
                   deadlines_.terminate, [this](const Outcome &) {
                     if (!busy()) return unload();
                     // An association that was just being made when we said so is ended when the daemon tells of it; a
                     // secret or a connection that it was just taking would come after its own unloading.
-                    look_ = linux::EventSource::timer(event_, deadlines_.terminate, [this] { unload(); });
+                    poll_ = linux::EventSource::timer(event_, deadlines_.terminate, [this] { unload(); });
                   });
 }
 
@@ -326,7 +326,7 @@ void Charon::done() {
 void Charon::unload() {
   if (unloading_) return;
   unloading_ = true;
-  look_.reset();
+  poll_.reset();
   watch_->request("terminate", Section().add("ike", plan_.name).add("force", "yes").add("timeout", "500"),
                   deadlines_.terminate, [](const Outcome &) {});
   watch_->request("unload-conn", Section().add("name", plan_.name), deadlines_.terminate, [](const Outcome &) {});
@@ -340,7 +340,7 @@ void Charon::unload() {
 void Charon::finish() {
   if (finished_) return;
   finished_ = true;
-  look_.reset();
+  poll_.reset();
   process_.stop();
 }
 
@@ -364,9 +364,9 @@ Status Charon::closeNow() {
   }
   load_.reset();
   watch_.reset();
-  look_.reset();
+  poll_.reset();
   silence_.reset();
-  soon_.reset();
+  retry_.reset();
   state_ = State::closed;
   if (!loaded_) return {};
   loaded_ = false;
@@ -376,7 +376,7 @@ Status Charon::closeNow() {
 
 void Charon::daemonEnded(const std::string &reason) {
   secret_.reset();
-  look_.reset();
+  poll_.reset();
   silence_.reset();
   if (state_ == State::closing) return finish();
   if (state_ == State::established)

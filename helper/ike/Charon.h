@@ -106,9 +106,9 @@ class Charon : public IKEDaemon {
   bool lookAgain_ = false;  // something more has ended meanwhile
   std::optional<ViciConnection> load_;
   std::optional<ViciConnection> watch_;
-  linux::EventSource look_;
+  linux::EventSource poll_;
   linux::EventSource silence_;
-  linux::EventSource soon_;
+  linux::EventSource retry_;
 };
 
 }  // namespace helper

@@ -19,7 +19,7 @@ namespace helper {
 namespace {
 
 // What charons keep where they have their control sockets.
-std::vector<std::filesystem::path> charonsFiles(const std::vector<std::string> &controlSockets) {
+std::vector<std::filesystem::path> charonFiles(const std::vector<std::string> &controlSockets) {
   namespace fs = std::filesystem;
   std::set<fs::path> folders;
   for (const fs::path path : controlSockets) folders.insert(path.parent_path());
@@ -39,7 +39,7 @@ pid_t writtenNumber(const std::filesystem::path &file) {
 // Whether another charon, an administrator's perhaps, runs or starts by now. It has the same rule, and files of the
 // same names. What cannot be seen counts as one: a rule too many does no harm, one too few cuts off somebody's tunnels.
 bool mayAnotherRun(const CharonProcess::Places &places, const StartedDaemon &daemon) {
-  for (const auto &file : charonsFiles(places.controlSockets))
+  for (const auto &file : charonFiles(places.controlSockets))
     if (const pid_t written = writtenNumber(file);
         written > 0 && written != daemon.pid && (::kill(written, 0) == 0 || errno != ESRCH))
       return true;
@@ -56,9 +56,9 @@ bool mayAnotherRun(const CharonProcess::Places &places, const StartedDaemon &dae
 
 void removeLeftovers(const CharonProcess::Places &places, const StartedDaemon &daemon) {
   if (mayAnotherRun(places, daemon)) return;
-  if (!daemon.ruleWasThere) removeCharonsRule();
+  if (!daemon.ruleWasThere) removeCharonRule();
   std::error_code ignored;
-  for (const auto &file : charonsFiles(places.controlSockets)) {
+  for (const auto &file : charonFiles(places.controlSockets)) {
     bool left = writtenNumber(file) == daemon.pid;
     if (std::filesystem::is_socket(file, ignored)) {
       const auto answer = ViciConnection::connect(file);

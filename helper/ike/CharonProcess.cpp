@@ -110,7 +110,7 @@ void CharonProcess::start() {
                           kPackages + ")."
                     : "Another vpnctl is starting or ending the IKE daemon and does not come to an end with it.");
       });
-  soon_ = linux::EventSource::soon(event_, [this] { attempt(); });
+  nextTurn_ = linux::EventSource::soon(event_, [this] { attempt(); });
 }
 
 void CharonProcess::attempt() {
@@ -243,7 +243,7 @@ void CharonProcess::launch() {
 }
 
 Status CharonProcess::prepare() {
-  const bool ruleWasThere = hasCharonsRule();
+  const bool ruleWasThere = hasCharonRule();
   auto child = linux::ChildProcess::prepare({places_.programs.front()},
                                             {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"});
   if (!child) return child.error();
@@ -333,7 +333,7 @@ void CharonProcess::stop() {
   last_ = daemon_ && lockUseFile(useLock_, LOCK_EX);
   if (!last_) {
     settled_ = !daemon_ || isOthers(errno);
-    soon_ = linux::EventSource::soon(event_, [this] { finishStopping(); });
+    nextTurn_ = linux::EventSource::soon(event_, [this] { finishStopping(); });
     return;
   }
   ending_ = true;

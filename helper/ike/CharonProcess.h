@@ -101,7 +101,7 @@ class CharonProcess {
   linux::EventSource created_;
   linux::EventSource retry_;
   linux::EventSource deadline_;
-  linux::EventSource soon_;
+  linux::EventSource nextTurn_;
 };
 
 }  // namespace helper

@@ -49,7 +49,7 @@ IKEAssociation::IKEAssociation(const IKEContext &context, std::string secretName
     : context_(context), secretName_(std::move(secretName)), parts_(std::move(parts)), handlers_(std::move(handlers)) {}
 
 IKEAssociation::~IKEAssociation() {
-  soon_.reset();
+  nextTurn_.reset();
   const Status takenBack = daemon_ ? daemon_->closeNow() : Status();
   daemon_.reset();
   forget(takenBack);
@@ -61,7 +61,7 @@ void IKEAssociation::start(int socket) {
   until_ = std::chrono::steady_clock::now() + context_.settings.deadline;
   // The guard has to stand before anybody can send anything.
   if (Status prepared = prepare(socket); !prepared) {
-    soon_ = linux::EventSource::soon(context_.event, [this, reason = prepared.error().message] {
+    nextTurn_ = linux::EventSource::soon(context_.event, [this, reason = prepared.error().message] {
       fail(DeviceCause::protocolError, "No IPSec association is possible: " + reason + ".");
     });
     return;
@@ -105,12 +105,12 @@ void IKEAssociation::daemonIsReady() {
   const EngineSettings::IKE &settings = context_.settings;
   const IKEProposals broad = IKEProposals::broad();
   std::vector<std::string> lacking;
-  plan_.proposals = reduced(
+  plan_.proposals = knownProposals(
       settings.proposals.empty() ? broad.ike : settings.proposals,
       [this](const std::string &algorithm) { return daemon_->knows(algorithm); }, lacking);
   plan_.espProposals = settings.espProposals.empty() ? broad.esp : settings.espProposals;
   if (!lacking.empty())
-    context_.log.write("The IKE daemon (" + daemon_->description() + ") lacks " + listed(lacking) +
+    context_.log.write("The IKE daemon (" + daemon_->description() + ") lacks " + commaSeparated(lacking) +
                        "; what needs it is not offered to the server.");
   if (plan_.proposals.empty())
     return fail(DeviceCause::protocolError,
@@ -155,7 +155,7 @@ void IKEAssociation::refused(const IKERefusal &refusal) {
                           : refusal.stage == IKEStage::association && !refusal.silent && settings.espProposals.empty();
   const IKEProposals few = IKEProposals::few();
   std::vector<std::string> lacking;
-  auto proposals = reduced(
+  auto proposals = knownProposals(
       few.ike, [this](const std::string &algorithm) { return daemon_->knows(algorithm); }, lacking);
   if (choked && !firstRefusal_ && !proposals.empty() && std::chrono::steady_clock::now() < until_) {
     firstRefusal_ = refusal;
@@ -184,7 +184,7 @@ std::string IKEAssociation::sentenceFor(const IKERefusal &refusal) const {
              "4500 through.";
     case IKEStage::proposals:
       return "The server " + server_ + " refuses how IKE is to be protected; offered were " +
-             listed(settings.proposals.empty() ? broad.ike : settings.proposals) +
+             commaSeparated(settings.proposals.empty() ? broad.ike : settings.proposals) +
              ". What the server knows can be set as ike.proposals in " + file + ".";
     case IKEStage::keyExchange:
       return "The server " + server_ + (refusal.silent ? " stopped answering" : " gave up") +
@@ -198,7 +198,7 @@ std::string IKEAssociation::sentenceFor(const IKERefusal &refusal) const {
       if (!table_->knowsESP()) return "The kernel cannot do ESP: load its module (modprobe esp4).";
       return "The server " + server_ + " accepts the shared secret but " +
              (refusal.silent ? "stopped answering" : "refuses") + " when packets are to be protected; offered were " +
-             listed(settings.espProposals.empty() ? broad.esp : settings.espProposals) +
+             commaSeparated(settings.espProposals.empty() ? broad.esp : settings.espProposals) +
              ", transport mode, for UDP port " + std::to_string(flow_.remotePort) +
              ". What the server knows can be set as ike.esp_proposals in " + file + ".";
   }
@@ -215,7 +215,7 @@ void IKEAssociation::stop() {
   stopping_ = true;
   secret_.reset();
   if (daemon_) return daemon_->close();
-  soon_ = linux::EventSource::soon(context_.event, [this] { handlers_.stopped(); });
+  nextTurn_ = linux::EventSource::soon(context_.event, [this] { handlers_.stopped(); });
 }
 
 // What the daemon could not take out of the kernel goes now, because it died, or because a packet met the guard and the

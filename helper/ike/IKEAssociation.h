@@ -78,7 +78,7 @@ class IKEAssociation : public IPSecAssociation {
   std::optional<foundation::Secret> secret_;  // while it may be needed for a second try
   std::unique_ptr<XfrmTable> table_;
   std::unique_ptr<IKEDaemon> daemon_;
-  linux::EventSource soon_;
+  linux::EventSource nextTurn_;
 };
 
 // SECRET_NAME: the keychain's item. Not started.

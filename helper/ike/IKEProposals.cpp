@@ -17,9 +17,9 @@ IKEProposals IKEProposals::few() {
           {"aes256-sha1", "aes128-sha1", "3des-sha1"}};
 }
 
-std::vector<std::string> reduced(const std::vector<std::string> &proposals,
-                                 const std::function<bool(const std::string &)> &knows,
-                                 std::vector<std::string> &lacking) {
+std::vector<std::string> knownProposals(const std::vector<std::string> &proposals,
+                                        const std::function<bool(const std::string &)> &knows,
+                                        std::vector<std::string> &lacking) {
   std::vector<std::string> kept;
   for (const std::string &proposal : proposals) {
     bool whole = true;
@@ -34,7 +34,7 @@ std::vector<std::string> reduced(const std::vector<std::string> &proposals,
   return kept;
 }
 
-std::string listed(const std::vector<std::string> &texts) {
+std::string commaSeparated(const std::vector<std::string> &texts) {
   std::string result;
   for (const std::string &text : texts) result += (result.empty() ? "" : ", ") + text;
   return result;

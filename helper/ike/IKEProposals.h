@@ -22,11 +22,11 @@ struct IKEProposals {
 
 // Keeps the proposals whose every algorithm KNOWS says yes to. Each algorithm that it says no to is put once into
 // LACKING.
-std::vector<std::string> reduced(const std::vector<std::string> &proposals,
-                                 const std::function<bool(const std::string &algorithm)> &knows,
-                                 std::vector<std::string> &lacking);
+std::vector<std::string> knownProposals(const std::vector<std::string> &proposals,
+                                        const std::function<bool(const std::string &algorithm)> &knows,
+                                        std::vector<std::string> &lacking);
 
 // "a, b, c"
-std::string listed(const std::vector<std::string> &texts);
+std::string commaSeparated(const std::vector<std::string> &texts);
 
 }  // namespace helper

@@ -38,7 +38,7 @@ int take(nl_msg *message, void *context) {
 
 }  // namespace
 
-bool hasCharonsRule() {
+bool hasCharonRule() {
   const Socket socket = connect();
   if (!socket) return true;
   bool found = false;
@@ -48,7 +48,7 @@ bool hasCharonsRule() {
          nl_recvmsgs_default(socket.get()) < 0 || found;
 }
 
-void removeCharonsRule() {
+void removeCharonRule() {
   const Socket socket = connect();
   if (!socket) return;
   for (const auto family : {std::uint8_t{AF_INET}, std::uint8_t{AF_INET6}}) {

@@ -8,8 +8,8 @@
 namespace helper {
 
 // For IPv4 or IPv6. True also when it cannot be seen: whoever finds it there leaves it there.
-bool hasCharonsRule();
+bool hasCharonRule();
 // For both; none is no error.
-void removeCharonsRule();
+void removeCharonRule();
 
 }  // namespace helper

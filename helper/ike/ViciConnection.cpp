@@ -74,7 +74,7 @@ void ViciConnection::enqueue(const Packet &packet, std::chrono::milliseconds dea
   auto bytes = encode(packet);
   // An answer out of turn does no harm: nothing has been asked yet.
   if (!bytes) {
-    soon_ = linux::EventSource::soon(event_, [reply = std::move(reply), error = bytes.error()] { reply(error); });
+    nextTurn_ = linux::EventSource::soon(event_, [reply = std::move(reply), error = bytes.error()] { reply(error); });
     return;
   }
   queue_.push_back({std::move(*bytes), packet.name, deadline, std::move(reply)});
@@ -146,7 +146,7 @@ void ViciConnection::handle(const Packet &packet) {
 void ViciConnection::end(std::string reason) {
   io_.reset();
   deadline_.reset();
-  soon_.reset();
+  nextTurn_.reset();
   socket_.reset();
   // The replies may hold whatever they like: nothing of it is called, and it goes only when we do. Secrets go now.
   for (Pending &pending : queue_) pending.bytes = foundation::Secret();

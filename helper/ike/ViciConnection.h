@@ -72,7 +72,7 @@ class ViciConnection {
   vici::PacketReader reader_;
   linux::EventSource io_;
   linux::EventSource deadline_;
-  linux::EventSource soon_;
+  linux::EventSource nextTurn_;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);  // held over handlers that may destroy us
 };
 

@@ -309,7 +309,7 @@ void L2TPControlConnection::fallSilent() {
 
 // Not in the middle of what has arrived: its acknowledgement is still to be said.
 void L2TPControlConnection::finishSoon() {
-  soon_ = linux::EventSource::soon(
+  nextTurn_ = linux::EventSource::soon(
       event_, [this] { finishStopping(); });
 }
 
@@ -319,7 +319,7 @@ void L2TPControlConnection::finishStopping() {
   socket_ = -1;
   io_.reset();
   deadline_.reset();
-  soon_.reset();
+  nextTurn_.reset();
   if (toldStopped_) return;
   toldStopped_ = true;
   handlers_.stopped();

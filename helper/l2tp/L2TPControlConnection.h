@@ -105,7 +105,7 @@ class L2TPControlConnection {
   L2TPTransport transport_;
   linux::EventSource io_;
   linux::EventSource deadline_;
-  linux::EventSource soon_;
+  linux::EventSource nextTurn_;
 };
 
 }  // namespace helper

@@ -65,7 +65,7 @@ void L2TPTunnel::start() {
 }
 
 void L2TPTunnel::failSoon(DeviceCause cause, std::string sentence) {
-  soon_ = linux::EventSource::soon(
+  nextTurn_ = linux::EventSource::soon(
       event_, [this, failure = Failure{cause, std::move(sentence)}] { handlers_.failed(failure); });
 }
 
@@ -99,7 +99,7 @@ foundation::Status L2TPTunnel::callIsAnswered(const L2TPCall &call) {
 void L2TPTunnel::stop() {
   if (stopping_) return;
   stopping_ = true;
-  soon_.reset();
+  nextTurn_.reset();
   control_.stop();
 }
 

@@ -53,7 +53,7 @@ class L2TPTunnel : public Tunnel {
   Handlers handlers_;
   bool established_ = false;
   bool stopping_ = false;
-  linux::EventSource soon_;
+  linux::EventSource nextTurn_;
   // What comes later uses what stands before, and ends before it.
   std::optional<L2TPSocket> socket_;
   std::unique_ptr<L2TPDataPath> dataPath_;

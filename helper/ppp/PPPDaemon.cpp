@@ -112,14 +112,14 @@ void PPPDaemon::waitForEnd(std::chrono::milliseconds deadline) {
   if (running() && !process_->waitFor(deadline)) {
     process_->signal(SIGKILL);
     process_->waitFor(deadline);
-    removePPPsPIDFile(process_->pid());
+    removePIDFileOfPPPD(process_->pid());
   }
 }
 
 void PPPDaemon::processEnded(const linux::ChildProcess::End &end) {
   // What it said at last still lies in the socket; exit and end-of-file come in any order.
   plugin_.drain();
-  if (!end.exited) removePPPsPIDFile(process_->pid());
+  if (!end.exited) removePIDFileOfPPPD(process_->pid());
   end_.exited = end.exited;
   end_.code = end.exited ? status_.value_or(end.code) : end.code;
   handlers_.ended(end_);

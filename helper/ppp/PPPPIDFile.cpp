@@ -9,7 +9,7 @@
 
 namespace helper {
 
-void removePPPsPIDFile(pid_t pid, const std::string &folder) {
+void removePIDFileOfPPPD(pid_t pid, const std::string &folder) {
   std::error_code ignored;
   for (const std::string &path : linux::pathsIn(folder, ignored)) {
     const std::string name = std::filesystem::path(path).filename();

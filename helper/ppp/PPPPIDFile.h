@@ -12,6 +12,6 @@ namespace helper {
 
 // Removes FOLDER/pppN.pid of a pppd that was killed and left it, whatever N is: its interface may never have been heard
 // of.
-void removePPPsPIDFile(pid_t pid, const std::string &folder = "/run");
+void removePIDFileOfPPPD(pid_t pid, const std::string &folder = "/run");
 
 }  // namespace helper

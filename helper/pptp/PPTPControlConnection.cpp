@@ -90,7 +90,7 @@ void PPTPControlConnection::start() {
       (::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&server_), sizeof server_) < 0 &&
        errno != EINPROGRESS)) {
     const int cause = errno;
-    soon_ = linux::EventSource::soon(event_, [this, cause] { endOfStream(cause); });
+    nextTurn_ = linux::EventSource::soon(event_, [this, cause] { endOfStream(cause); });
     return;
   }
   wait(inTime(deadlines_.connect), "does not answer on TCP port " + std::to_string(ntohs(server_.sin_port)) +
@@ -286,7 +286,7 @@ void PPTPControlConnection::stop() {
   if (before != State::established && before != State::calling && before != State::starting) {
     close();
     state_ = State::stopping;
-    soon_ = linux::EventSource::soon(event_, [this] { finishStopping(); });
+    nextTurn_ = linux::EventSource::soon(event_, [this] { finishStopping(); });
     return;
   }
   if (callPlaced_) send(pptp::CallClearRequest{callID_});
@@ -305,7 +305,7 @@ void PPTPControlConnection::close() {
   state_ = State::down;
   io_.reset();
   deadline_.reset();
-  soon_.reset();
+  nextTurn_.reset();
   socket_.reset();
   unsent_.clear();
 }

@@ -111,7 +111,7 @@ class PPTPControlConnection {
   std::vector<std::uint8_t> unsent_;
   linux::EventSource io_;
   linux::EventSource deadline_;
-  linux::EventSource soon_;
+  linux::EventSource nextTurn_;
 };
 
 }  // namespace helper

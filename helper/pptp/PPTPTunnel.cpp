@@ -22,7 +22,7 @@ void PPTPTunnel::start() {
   // Without the kernel's help there is no point in asking the server: say so first.
   if (const auto probe = dataPath_->probe(); !probe) {
     std::string sentence = "No PPTP connection is possible: " + probe.error().message + ".";
-    soon_ = linux::EventSource::soon(event_, [this, sentence] {
+    nextTurn_ = linux::EventSource::soon(event_, [this, sentence] {
       handlers_.failed(Failure{DeviceCause::protocolError, sentence});
     });
     return;
@@ -31,7 +31,7 @@ void PPTPTunnel::start() {
 }
 
 void PPTPTunnel::stop() {
-  soon_.reset();
+  nextTurn_.reset();
   control_.stop();
 }
 

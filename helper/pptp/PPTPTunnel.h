@@ -30,7 +30,7 @@ class PPTPTunnel : public Tunnel {
   in_addr server_;
   Handlers handlers_;
   std::unique_ptr<PPTPDataPath> dataPath_;
-  linux::EventSource soon_;
+  linux::EventSource nextTurn_;
   PPTPControlConnection control_;
 };
 

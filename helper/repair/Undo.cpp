@@ -83,7 +83,7 @@ bool Undo::undo(const StartedProcess &entry) {
     }
   }
   // Unless the number is somebody else's by now, the file is a killed pppd's.
-  if (::kill(entry.pid, 0) < 0 && errno == ESRCH) removePPPsPIDFile(entry.pid);
+  if (::kill(entry.pid, 0) < 0 && errno == ESRCH) removePIDFileOfPPPD(entry.pid);
   return true;
 }
 

@@ -143,7 +143,7 @@ TEST_F(CharonProcessTest, StartsOneAndEndsIt) {
   EXPECT_TRUE(lives(daemon));
   EXPECT_EQ(daemon.useFile, folder_.path("use"));
   EXPECT_EQ(support::contentsOf(folder_.path("use")),
-            std::to_string(daemon.pid) + " " + std::to_string(daemon.startTime) + (hasCharonsRule() ? " 1\n" : " 0\n"));
+            std::to_string(daemon.pid) + " " + std::to_string(daemon.startTime) + (hasCharonRule() ? " 1\n" : " 0\n"));
   stop(one_);
   EXPECT_FALSE(lives(daemon));
   EXPECT_TRUE(one_.journal.daemons.empty());
@@ -427,16 +427,16 @@ class CharonProcessRuleTest : public CharonProcessTest {
 
 TEST_F(CharonProcessRuleTest, GoesWithAKilledDaemon) {
   inNetwork([this] {
-    EXPECT_TRUE(hasCharonsRule());
+    EXPECT_TRUE(hasCharonRule());
     repair();
-    EXPECT_FALSE(hasCharonsRule());
+    EXPECT_FALSE(hasCharonRule());
   });
 }
 
 TEST_F(CharonProcessRuleTest, StaysWhenItWasThereBefore) {
   inNetwork([this] {
     repair(true);
-    EXPECT_TRUE(hasCharonsRule());
+    EXPECT_TRUE(hasCharonRule());
   });
 }
 
@@ -445,7 +445,7 @@ TEST_F(CharonProcessRuleTest, StaysWhenAnotherDaemonAnswers) {
     const ViciServer administrators(folder_.path("charon.vici"));
     support::writeFile(folder_.path("charon.pid"), std::to_string(kNobody) + "\n");
     repair();
-    EXPECT_TRUE(hasCharonsRule());
+    EXPECT_TRUE(hasCharonRule());
   });
 }
 
@@ -453,11 +453,11 @@ TEST_F(CharonProcessRuleTest, StaysWhenAnotherDaemonStarts) {
   inNetwork([this] {
     support::writeFile(folder_.path("charon.pid"), std::to_string(::getpid()) + "\n");
     repair();
-    EXPECT_TRUE(hasCharonsRule());
+    EXPECT_TRUE(hasCharonRule());
     EXPECT_TRUE(std::filesystem::exists(folder_.path("charon.pid")));
     support::writeFile(folder_.path("charon.pid"), std::to_string(kNobody) + "\n");
     repair();
-    EXPECT_FALSE(hasCharonsRule());
+    EXPECT_FALSE(hasCharonRule());
     EXPECT_FALSE(std::filesystem::exists(folder_.path("charon.pid")));
   });
 }
@@ -465,9 +465,9 @@ TEST_F(CharonProcessRuleTest, StaysWhenAnotherDaemonStarts) {
 TEST_F(CharonProcessRuleTest, CountsAsThereWhenItCannotBeSeen) {
   inNetwork([] {
     EXPECT_TRUE(rule("del"));
-    EXPECT_FALSE(hasCharonsRule());
+    EXPECT_FALSE(hasCharonRule());
     const FewDescriptors none(0);
-    EXPECT_TRUE(hasCharonsRule());
+    EXPECT_TRUE(hasCharonRule());
   });
 }
 

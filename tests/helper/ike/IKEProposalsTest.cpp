@@ -10,7 +10,7 @@ using Texts = std::vector<std::string>;
 
 TEST(IKEProposalsTest, KeepsWhatIsKnownInOrder) {
   Texts lacking;
-  const auto kept = reduced(
+  const auto kept = knownProposals(
       {"aes256-sha256-modp2048", "3des-sha1-modp1024", "aes128-sha1-modp1024", "3des-md5"},
       [](const std::string &algorithm) { return algorithm != "3des" && algorithm != "md5"; }, lacking);
   EXPECT_EQ(kept, (Texts{"aes256-sha256-modp2048", "aes128-sha1-modp1024"}));
@@ -20,7 +20,7 @@ TEST(IKEProposalsTest, KeepsWhatIsKnownInOrder) {
 TEST(IKEProposalsTest, KeepsEverythingThatIsKnown) {
   Texts lacking;
   const Texts broad = IKEProposals::broad().ike;
-  EXPECT_EQ(reduced(
+  EXPECT_EQ(knownProposals(
                 broad, [](const std::string &) { return true; }, lacking),
             broad);
   EXPECT_TRUE(lacking.empty());
@@ -47,9 +47,9 @@ TEST(IKEProposalsTest, TheFewAreAmongTheMany) {
 }
 
 TEST(IKEProposalsTest, ListsForPeople) {
-  EXPECT_EQ(listed({}), "");
-  EXPECT_EQ(listed({"a"}), "a");
-  EXPECT_EQ(listed({"a", "b"}), "a, b");
+  EXPECT_EQ(commaSeparated({}), "");
+  EXPECT_EQ(commaSeparated({"a"}), "a");
+  EXPECT_EQ(commaSeparated({"a", "b"}), "a, b");
 }
 
 }  // namespace

@@ -20,13 +20,13 @@ TEST(PPPPIDFile, OnlyThatOfTheKilledProcessGoes) {
   std::ofstream(base + "/ppp3.pid") << "no number";
   std::ofstream(base + "/other.pid") << "4712\n";
 
-  removePPPsPIDFile(4712, base);
+  removePIDFileOfPPPD(4712, base);
 
   EXPECT_TRUE(exists(base + "/ppp0.pid"));
   EXPECT_FALSE(exists(base + "/ppp12.pid"));
   EXPECT_TRUE(exists(base + "/ppp3.pid"));
   EXPECT_TRUE(exists(base + "/other.pid"));
-  removePPPsPIDFile(4711, base + "/nowhere");
+  removePIDFileOfPPPD(4711, base + "/nowhere");
 }
 
 }  // namespace
