@@ -155,7 +155,7 @@ bool GBCommandLineParser::parseOptionsWithArguments(const std::vector<std::strin
   std::size_t index = 0;
   for (; index < arguments.size(); ++index) {
     // A copy: the block may append to ARGUMENTS.
-    const std::string argument = arguments[index];  // NOLINT(performance-unnecessary-copy-initialization)
+    const std::string argument = arguments[index];
     Value given;
     const GBOptionRecord record = optionDataForOption(argument, &given);
     if (record == notAnOptionSentinel()) break;
@@ -177,7 +177,7 @@ bool GBCommandLineParser::parseOptionsWithArguments(const std::vector<std::strin
 bool GBCommandLineParser::parsePositionalArguments(const std::vector<std::string> &arguments, std::size_t index,
                                                    const GBParseBlock &block, bool *stop) {
   for (; index < arguments.size(); ++index) {
-    const std::string argument = arguments[index];  // NOLINT(performance-unnecessary-copy-initialization)
+    const std::string argument = arguments[index];
     parsedArguments_.push_back(argument);
     block(GBParseEventArgument, std::nullopt, argument, stop);
     if (*stop) return false;

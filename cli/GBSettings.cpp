@@ -43,7 +43,7 @@ void GBSettings::setObjectForKey(const Value &value, std::string_view key) {
   if (!isKeyArray(key)) return setObjectForLocalKey(value, key);
   if (value.isNull()) throw std::invalid_argument("a settings layer cannot hold a null object");
   // A copy: VALUE may be part of what is changed below.
-  const Value added = value;  // NOLINT(performance-unnecessary-copy-initialization)
+  const Value added = value;
   Value &local = storage_.try_emplace(std::string(key)).first->second;
   if (!local.isMutableArray()) {
     // Any other value, a plain array too, is one object that was there before.

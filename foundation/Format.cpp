@@ -128,7 +128,6 @@ std::string character(const Layout &layout, const FormatPiece &piece, std::int64
 }
 
 std::string signedInteger(const Layout &layout, const FormatPiece &piece, std::int64_t number) {
-  // NOLINTNEXTLINE(bugprone-signed-char-misuse): the sign is to be extended
   if (piece.length == "hh") number = static_cast<signed char>(number);
   if (piece.length == "h") number = static_cast<short>(number);
   if (piece.length.empty()) number = static_cast<int>(number);
@@ -206,7 +205,7 @@ std::string formatWithArguments(const char *format, std::va_list arguments) {
   values.reserve(parsed.arguments.size());
   for (const FormatArgumentType type : parsed.arguments) {
     switch (type) {
-      case FormatArgumentType::integer:  // NOLINT(bugprone-branch-clone): the types in va_arg differ
+      case FormatArgumentType::integer:
         values.emplace_back(std::int64_t{va_arg(arguments, int)});
         break;
       case FormatArgumentType::longInteger:

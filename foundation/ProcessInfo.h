@@ -13,7 +13,6 @@ struct OperatingSystemVersion {
   std::int64_t majorVersion = 0;
   std::int64_t minorVersion = 0;
   std::int64_t patchVersion = 0;
-  // NOLINTNEXTLINE(modernize-use-nullptr): clang-tidy 14 takes the defaulted operator's 0 for a pointer
   auto operator<=>(const OperatingSystemVersion &) const = default;
 };
 

@@ -13,7 +13,6 @@
 
 extern "C" {
 
-// NOLINTNEXTLINE(bugprone-reserved-identifier): glibc's name for its own
 void __libc_free(void *memory);
 
 void free(void *memory) {

@@ -8,10 +8,9 @@
 
 extern "C" {
 
-std::FILE *__real_fopen(const char *path,
-                        const char *mode);  // NOLINT(bugprone-reserved-identifier): the linker's names
+std::FILE *__real_fopen(const char *path, const char *mode);
 
-std::FILE *__wrap_fopen(const char *path, const char *mode) {  // NOLINT(bugprone-reserved-identifier)
+std::FILE *__wrap_fopen(const char *path, const char *mode) {
   if (std::strcmp(path, "/var/log/ppp.log") != 0) return __real_fopen(path, mode);
   platform::fake::FakePlatform &platform = platform::fake::FakePlatform::instance();
   platform.enter("fopen", path);

@@ -16,13 +16,11 @@ bool memoryIsOut = false;
 // What the linker puts in the place of the allocation that gives null instead of throwing. The real one stays who gives
 // memory, so that a sanitizer sees its own.
 extern "C" {
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 void *__real__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) noexcept;
 
 void *__wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) noexcept {
   return memoryIsOut ? nullptr : __real__ZnwmRKSt9nothrow_t(size, tag);
 }
-// NOLINTEND(bugprone-reserved-identifier)
 }
 
 namespace TN {

@@ -40,7 +40,6 @@ bool isFolder(int file) {
 
 extern "C" {
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 int __real_open(const char *path, int flags, ...);
 int __real_fsync(int file);
 int __real_rename(const char *from, const char *to);
@@ -67,7 +66,6 @@ int __wrap_rename(const char *from, const char *to) {
   if (recorder != nullptr) recorder->calls.emplace_back("rename");
   return __real_rename(from, to);
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 }  // extern "C"
 

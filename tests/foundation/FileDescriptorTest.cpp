@@ -42,7 +42,7 @@ TEST(FileDescriptorTest, MovingLeavesNoneBehind) {
   const int fd = openNull();
   FileDescriptor first(fd);
   FileDescriptor second(std::move(first));
-  EXPECT_FALSE(first);  // NOLINT(bugprone-use-after-move): what is left behind is the point
+  EXPECT_FALSE(first);
   EXPECT_EQ(second.get(), fd);
   EXPECT_TRUE(isOpen(fd));
 }

@@ -60,11 +60,11 @@ TEST(SecretTest, MovingLeavesNothingBehind) {
   Secret first("abc");
   const std::uint8_t *const bytes = first.bytes().data();
   Secret second(std::move(first));
-  EXPECT_TRUE(first.empty());  // NOLINT(bugprone-use-after-move): what is left behind is the point
+  EXPECT_TRUE(first.empty());
   EXPECT_EQ(second.bytes().data(), bytes);
   Secret third("other");
   third = std::move(second);
-  EXPECT_TRUE(second.empty());  // NOLINT(bugprone-use-after-move)
+  EXPECT_TRUE(second.empty());
   EXPECT_EQ(third.text(), "abc");
   Secret &itself = third;
   third = std::move(itself);

@@ -38,13 +38,11 @@ AskedSleeps askedSleeps;
 }  // namespace
 
 extern "C" {
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 int __real_nanosleep(const timespec *request, timespec *left);
 int __wrap_nanosleep(const timespec *request, timespec *left) {
   askedSleeps.add(std::chrono::seconds(request->tv_sec) + std::chrono::nanoseconds(request->tv_nsec));
   return __real_nanosleep(request, left);
 }
-// NOLINTEND(bugprone-reserved-identifier)
 }
 
 namespace {

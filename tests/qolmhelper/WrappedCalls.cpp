@@ -13,7 +13,6 @@
 #include <string>
 
 extern "C" {
-// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 int __real_getopt_long(int argc, char *const *argv, const char *shorts, const option *longs, int *index);
 unsigned __real_sleep(unsigned seconds);
 int __real_sigpending(sigset_t *set);
@@ -36,5 +35,4 @@ int __wrap_sigpending(sigset_t *set) {
   if (std::getenv("VPNCTL_TEST_PENDING") != nullptr) kill(getpid(), SIGUSR1);
   return __real_sigpending(set);
 }
-// NOLINTEND(bugprone-reserved-identifier)
 }
