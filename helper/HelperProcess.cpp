@@ -13,6 +13,7 @@
 
 #include "foundation/ProcessMemory.h"
 #include "foundation/Secret.h"
+#include "foundation/StandardStreams.h"
 #include "linux/EventSource.h"
 
 namespace helper {
@@ -52,6 +53,7 @@ void resetSignals() {
 }  // namespace
 
 Result<FileDescriptor> prepareHelperProcess() {
+  foundation::openMissingStandardStreams();
   resetSignals();
   if (!isUnixSocket(0))
     return Error{std::string(foundation::kPOSIXErrorDomain), ENOTSOCK, "standard input is not the tool's socket"};

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <functional>
 
-#include "foundation/StandardStreams.h"
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
 #include "helper/repair/Repair.h"
@@ -25,7 +24,6 @@ int fail(const foundation::Error &error) {
 }  // namespace
 
 int main() {
-  foundation::openMissingStandardStreams();
   if (::geteuid() != 0) {
     std::fprintf(stderr, "vpnctl-helper: must be run by root; vpnctl starts it\n");
     return 1;

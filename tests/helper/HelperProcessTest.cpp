@@ -14,6 +14,7 @@
 #include <csignal>
 #include <filesystem>
 #include <map>
+#include <vector>
 
 #include "foundation/FileDescriptor.h"
 #include "helper/HelperProcess.h"
@@ -36,11 +37,12 @@ class HelperProcessTest : public ::testing::Test {
     }
   }
 
-  // Starts the helper with INPUT as descriptor 0 and everything else inherited as it is.
-  void start(int input) {
+  // Starts the helper with INPUT as descriptor 0, without those of CLOSED, and everything else inherited as it is.
+  void start(int input, const std::vector<int> &closed = {}) {
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, input, 0);
+    for (const int descriptor : closed) ::posix_spawn_file_actions_addclose(&actions, descriptor);
     std::string argument = program;
     std::string variable = "LD_BIND_NOW_OF_A_STRANGER=1";
     char *arguments[] = {argument.data(), nullptr};
@@ -49,12 +51,12 @@ class HelperProcessTest : public ::testing::Test {
     ::posix_spawn_file_actions_destroy(&actions);
   }
 
-  void startWithSocket() {
+  void startWithSocket(const std::vector<int> &closed = {}) {
     int pair[2] = {-1, -1};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
     socket.reset(pair[0]);
     const FileDescriptor its(pair[1]);
-    start(its.get());
+    start(its.get(), closed);
     // D-Bus's server speaks when it has been spoken to: its answer says that the helper is ready.
     const std::string greeting = std::string(1, '\0') + "AUTH EXTERNAL\r\nDATA\r\n";
     ASSERT_EQ(::write(socket.get(), greeting.data(), greeting.size()), static_cast<ssize_t>(greeting.size()));
@@ -103,6 +105,17 @@ TEST_F(HelperProcessTest, KeepsNothingOfItsStarter) {
   EXPECT_EQ(statusLine("Umask"), "0077");
   const auto limits = support::contentsOf(proc("limits")).value_or("");
   EXPECT_NE(limits.find("Max core file size        0                    0 "), std::string::npos) << limits;
+}
+
+// A descriptor that is missing would be the next file's, the PPP log's perhaps.
+TEST_F(HelperProcessTest, HasItsStandardStreamsAlsoWithoutItsStarters) {
+  for (const std::vector<int> &closed : {std::vector{1}, std::vector{2}, std::vector{1, 2}}) {
+    startWithSocket(closed);
+    for (const char *const descriptor : {"fd/0", "fd/1", "fd/2"})
+      EXPECT_EQ(std::filesystem::read_symlink(proc(descriptor)), "/dev/null") << descriptor;
+    ASSERT_EQ(::kill(process, SIGKILL), 0);
+    wait();
+  }
 }
 
 // Also where a collector takes all cores, which no limit keeps from it.
