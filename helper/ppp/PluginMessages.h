@@ -1,4 +1,4 @@
-// What the plugin says, as values. helper/pppd/PluginProtocol.h describes the records; whatever differs from them in
+// What the plugin says, as values. helper/ppp/PluginProtocol.h describes the records; whatever differs from them in
 // version, type, size or sense is an error, never a guess.
 
 #pragma once
