@@ -1,5 +1,4 @@
-// What is special about each kind of tunnel, one row each. A third kind is a row here, an enumerator of TunnelKind, a
-// room for its tunnel, and a scenario.
+// What is special about each kind of tunnel, one row each. HACKING.md says what else a third kind needs.
 
 #pragma once
 

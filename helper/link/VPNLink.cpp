@@ -110,7 +110,7 @@ void VPNLink::pppIsUp(const PluginIPUp &up) {
   if (!routed) return fail(kCauseFatal, 0, "The routes into the tunnel cannot be set: " + routed.error().message + ".");
   parts_->nameServers().apply(up.interface, up.dns, plan_.carriesEverything, [this, up](const std::string &sentence) {
     if (!sentence.empty()) parts_->log(sentence);
-    isUp(up);
+    becomeUp(up);
   });
 }
 
@@ -126,7 +126,7 @@ void VPNLink::pppIsUpAgain(const PluginIPUp &up) {
   if (!routed) fail(kCauseFatal, 0, "The routes into the tunnel cannot be set again: " + routed.error().message + ".");
 }
 
-void VPNLink::isUp(const PluginIPUp &up) {
+void VPNLink::becomeUp(const PluginIPUp &up) {
   if (state_ != State::connecting) return;
   state_ = State::up;
   deadline_.reset();

@@ -39,7 +39,7 @@ class VPNLink : public Link {
   void pppReached(int phase);
   void pppIsUp(const PluginIPUp &up);
   void pppIsUpAgain(const PluginIPUp &up);
-  void isUp(const PluginIPUp &up);
+  void becomeUp(const PluginIPUp &up);
   std::optional<foundation::Secret> password(const Peer &peer);
   bool isAlive() const { return state_ == State::connecting || state_ == State::up; }
 
