@@ -7,7 +7,7 @@
 #include "TNUtils/TNKeyChain.h"
 #include "foundation/ProcessInfo.h"
 #include "platform/fake/FakePlatform.h"
-#include "tests/qolmhelper/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace {
 bool memoryIsOut = false;
@@ -46,7 +46,7 @@ class TNKeyChainTest : public testing::Test {
   void setVersion(const std::optional<std::string> &version) {
     ProcessInfo::setSystemVersionPath(folder_.path(version ? "version.plist" : "missing.plist"));
     if (!version) return;
-    writeFile(
+    support::writeFile(
         folder_.path("version.plist"),
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict><key>ProductVersion</key><string>" +
             *version + "</string></dict></plist>\n");
@@ -67,8 +67,8 @@ class TNKeyChainTest : public testing::Test {
   }
 
   FakePlatform &platform_ = FakePlatform::instance();
-  TemporaryFolder folder_;
-  TemporaryPlace place_{folder_};
+  support::TemporaryFolder folder_;
+  support::TemporaryPlace place_{folder_};
   const std::string systemVersionPath_ = ProcessInfo::systemVersionPath();
   const std::array<const char *, 5> paths_ = TNKeyChain::trustedApplicationPaths();
 };

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "cli/FileReplacement.h"
-#include "tests/cli/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace {
 
@@ -82,7 +82,7 @@ class FileReplacement : public testing::Test {
     return status.st_mode & 07777;
   }
 
-  TemporaryFolder folder;
+  support::TemporaryFolder folder;
   Recorder recorded;
 };
 

@@ -7,7 +7,7 @@
 
 #include "cli/GBSettings.h"
 #include "foundation/PropertyList.h"
-#include "tests/cli/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 using foundation::Error;
 using foundation::Value;
@@ -27,7 +27,7 @@ class GBSettingsFiles : public ::testing::Test {
 
   void expectUnchanged() const { EXPECT_EQ(settings.storage(), (Value::Dictionary{{"old", "before"}})); }
 
-  TemporaryFolder folder;
+  support::TemporaryFolder folder;
   GBSettings settings{"file"};
   Error error = kUntouched;
 };

@@ -2,7 +2,7 @@
 
 #include "foundation/OpenStepPropertyList.h"
 #include "foundation/PropertyList.h"
-#include "tests/cli/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 using foundation::propertyListFromOpenStep;
 using foundation::propertyListOfAnyForm;
@@ -109,7 +109,7 @@ TEST(OpenStepPropertyList, TheThreeFormsAreToldApart) {
 
 TEST(OpenStepPropertyList, WhoDoesNotAskForTheTextFormDoesNotGetIt) {
   EXPECT_FALSE(foundation::propertyListFromData("{ a = b; }", "file"));
-  const TemporaryFolder folder;
+  const support::TemporaryFolder folder;
   const std::string path = folder.write("a.plist", "{ a = b; }");
   EXPECT_FALSE(foundation::propertyListFromFile(path));
   EXPECT_EQ(*foundation::propertyListOfAnyFormFromFile(path), Value(Value::Dictionary{{"a", "b"}}));

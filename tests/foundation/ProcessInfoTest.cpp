@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <fstream>
 
 #include "foundation/ProcessInfo.h"
 #include "foundation/PropertyList.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace foundation {
 namespace {
@@ -12,21 +10,19 @@ namespace {
 class ProcessInfoTest : public testing::Test {
  protected:
   void SetUp() override { ProcessInfo::setSystemVersionPath(path_); }
-  void TearDown() override {
-    ProcessInfo::setSystemVersionPath(saved_);
-    ::unlink(path_.c_str());
-  }
+  void TearDown() override { ProcessInfo::setSystemVersionPath(saved_); }
   void writeVersionFile(const Value &contents) {
     const Result<std::string> text = xmlPropertyList(contents);
     ASSERT_TRUE(text);
-    std::ofstream(path_) << *text;
+    support::writeFile(path_, *text);
   }
   void writeVersion(const std::string &version) {
     writeVersionFile(Value(Value::Dictionary{{"ProductVersion", version}}));
   }
 
   const std::string saved_ = ProcessInfo::systemVersionPath();
-  const std::string path_ = testing::TempDir() + "SystemVersion." + std::to_string(::getpid()) + ".plist";
+  const support::TemporaryFolder folder_;
+  const std::string path_ = folder_.path("SystemVersion.plist");
 };
 
 TEST_F(ProcessInfoTest, TheUsualPathIsTheSystems) {

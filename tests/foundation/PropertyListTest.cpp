@@ -4,18 +4,18 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
 
 #include "foundation/PropertyList.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace foundation {
 namespace {
 
 class PropertyListFileTest : public testing::Test {
  protected:
-  void TearDown() override { ::unlink(path_.c_str()); }
-  void write(std::string_view bytes) { std::ofstream(path_, std::ios::binary) << bytes; }
-  const std::string path_ = testing::TempDir() + "PropertyListTest." + std::to_string(::getpid());
+  void write(std::string_view bytes) { support::writeFile(path_, std::string(bytes)); }
+  const support::TemporaryFolder folder_;
+  const std::string path_ = folder_.path("list.plist");
 };
 
 TEST_F(PropertyListFileTest, ReadsAFile) {

@@ -17,7 +17,7 @@ using namespace linux;
 
 namespace {
 
-class ChildProcessTest : public LoopFixture {
+class ChildProcessTest : public support::LoopFixture {
  protected:
   ChildProcess &spawn(const std::vector<std::string> &arguments, const std::vector<std::string> &environment = {},
                       const ChildProcess::Streams &streams = {}) {

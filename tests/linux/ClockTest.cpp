@@ -6,7 +6,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-class ClockTest : public LoopFixture {
+class ClockTest : public support::LoopFixture {
  protected:
   EventClock clock_{event_};
   linux::Clock::Timer timer_;

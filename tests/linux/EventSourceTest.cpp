@@ -11,7 +11,7 @@ using linux::EventSource;
 
 namespace {
 
-class EventSourceTest : public LoopFixture {};
+class EventSourceTest : public support::LoopFixture {};
 
 // The kernel gives the number away again at once; the new descriptor must not lose its place in the loop when the old
 // one's handler returns.

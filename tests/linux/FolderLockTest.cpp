@@ -100,7 +100,7 @@ TEST_F(FolderLockTest, WhatIsNoFolderIsRefused) {
 
 TEST_F(FolderLockTest, WithoutDescriptorsItFailsAndHoldsNothing) {
   for (unsigned left = 0; left < 2; ++left) {
-    const FewDescriptors few(left);
+    const support::FewDescriptors few(left);
     EXPECT_EQ(FolderLock::take(folder.path(), kShort).error().code, EMFILE);
   }
   EXPECT_TRUE(FolderLock::take(folder.path(), kShort));

@@ -186,8 +186,8 @@ TEST(Connection, CopiesNewLinesOfTheLogAndNoOldOnes) {
   scene.script = "up status 2 ppp=8\nup log first\nup log second line";
   ToolProcess tool(scene);
   ASSERT_TRUE(tool.waitForError("first\nsecond line\n"));
-  appendToFile(tool.pppLog(), "unfinished");
-  appendToFile(tool.pppLog(), " no more\n");
+  support::appendToFile(tool.pppLog(), "unfinished");
+  support::appendToFile(tool.pppLog(), " no more\n");
   ASSERT_TRUE(tool.waitForError("unfinished no more\n"));
   tool.send(SIGUSR1);
   const Outcome outcome = tool.finish();
@@ -212,7 +212,7 @@ TEST(Connection, NoCoreIsDumpedWhileItHoldsSecrets) {
   scene.script = "up status 2 ppp=8";
   ToolProcess tool(scene);
   ASSERT_TRUE(tool.waitForError("PPP Connected"));
-  const std::string limits = readFile("/proc/" + std::to_string(tool.pid()) + "/limits");
+  const std::string limits = support::contentsOf("/proc/" + std::to_string(tool.pid()) + "/limits").value_or("");
   const std::size_t line = limits.find("Max core file size");
   ASSERT_NE(line, std::string::npos);
   std::istringstream words(limits.substr(line + std::string("Max core file size").size()));
@@ -234,7 +234,8 @@ TEST(Connection, NobodyOfTheSameUserMayLookIntoItsMemory) {
   ToolProcess tool(scene);
   ASSERT_TRUE(tool.waitForError("PPP Connected"));
   const std::string folder = "/proc/" + std::to_string(tool.pid());
-  EXPECT_NE(readFile(folder + "/status").find("\nUid:\t65534\t65534\t65534\t65534\n"), std::string::npos);
+  EXPECT_NE(support::contentsOf(folder + "/status").value_or("").find("\nUid:\t65534\t65534\t65534\t65534\n"),
+            std::string::npos);
   struct stat attributes = {};
   ASSERT_EQ(::stat((folder + "/mem").c_str(), &attributes), 0);
   EXPECT_EQ(attributes.st_uid, 0U);

@@ -3,7 +3,7 @@
 #include "platform/SCErrorState.h"
 #include "platform/fake/FakePlatform.h"
 #include "qolmhelper/TNConnectorPPP.h"
-#include "tests/qolmhelper/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace TN {
 namespace {
@@ -42,7 +42,7 @@ class TNConnectorPPPTest : public testing::Test {
  protected:
   TNConnectorPPPTest() {
     platform_.reset();
-    writeFile(folder_.path("ppp.log"), "");
+    support::writeFile(folder_.path("ppp.log"), "");
     platform_.pppLogPath = folder_.path("ppp.log");
   }
   ~TNConnectorPPPTest() override {
@@ -70,8 +70,8 @@ class TNConnectorPPPTest : public testing::Test {
   std::size_t count(const std::string &call) { return platform_.calls(call + "(").size(); }
 
   FakePlatform &platform_ = FakePlatform::instance();
-  TemporaryFolder folder_;
-  TemporaryPlace place_{folder_};
+  support::TemporaryFolder folder_;
+  support::TemporaryPlace place_{folder_};
   std::shared_ptr<TestConnector> connector_ = std::make_shared<TestConnector>("s", "u", Secret("p"), Secret("x"));
 };
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -12,7 +13,7 @@
 
 #include "qolmhelper/TNFileTailer.h"
 #include "tests/qolmhelper/TailedFile.h"
-#include "tests/qolmhelper/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace TN {
 namespace {
@@ -49,14 +50,14 @@ namespace {
 
 class TNFileTailerTest : public testing::Test {
  protected:
-  TNFileTailerTest() { writeFile(path_, "old text\nunfinished old text"); }
+  TNFileTailerTest() { support::writeFile(path_, "old text\nunfinished old text"); }
 
   void start() {
     tailer_ = TNFileTailer::initWithPath(path_);
     ASSERT_NE(tailer_, nullptr);
     tailer_->tail(lines_.callback());
   }
-  void append(const std::string &text) { appendToFile(path_, text); }
+  void append(const std::string &text) { support::appendToFile(path_, text); }
   // Ends the loop; what it has held back must have been brought to an end, as the buffer is the next test's too.
   void stop() {
     tailer_->stop();
@@ -64,7 +65,7 @@ class TNFileTailerTest : public testing::Test {
     lines_.waitForEnd();
   }
 
-  TemporaryFolder folder_;
+  support::TemporaryFolder folder_;
   std::string path_ = folder_.path("log");
   Lines lines_;
   std::shared_ptr<TNFileTailer> tailer_;
@@ -187,12 +188,12 @@ TEST_F(TNFileTailerTest, ATruncatedFileIsSilentUntilItHasGrownPastTheOldOffset) 
 TEST_F(TNFileTailerTest, AReplacedFileIsNotFollowed) {
   start();
   std::filesystem::rename(path_, folder_.path("rotated"));
-  writeFile(path_, std::string(1000, 'x') + "\nin the new file\n");
-  appendToFile(folder_.path("rotated"), "in the old file\n");
+  support::writeFile(path_, std::string(1000, 'x') + "\nin the new file\n");
+  support::appendToFile(folder_.path("rotated"), "in the old file\n");
   EXPECT_EQ(lines_.next(), "in the old file\n");
   EXPECT_TRUE(lines_.empty());
   tailer_->stop();
-  appendToFile(folder_.path("rotated"), "\n");
+  support::appendToFile(folder_.path("rotated"), "\n");
   lines_.waitForEnd();
 }
 

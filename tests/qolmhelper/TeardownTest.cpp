@@ -34,7 +34,7 @@ TEST(Teardown, WhileConnectedTheSignalIsIgnored) {
   scene.script = "up status 2 ppp=8";
   ToolProcess tool(scene);
   ASSERT_TRUE(tool.waitForError("PPP Connected\n"));
-  const std::string status = readFile("/proc/" + std::to_string(tool.pid()) + "/status");
+  const std::string status = support::contentsOf("/proc/" + std::to_string(tool.pid()) + "/status").value_or("");
   const std::string key = "\nSigIgn:";
   const std::size_t line = status.find(key);
   ASSERT_NE(line, std::string::npos);

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <stdexcept>
 
 extern char **environ;
@@ -67,12 +68,12 @@ int Outcome::count(const std::string &call) const {
 }
 
 ToolProcess::ToolProcess(Scene scene) : deadline_(std::chrono::steady_clock::now() + kPatience) {
-  if (scene.configuration) writeFile(folder_.path("config.qolm"), *scene.configuration);
-  for (const auto &[name, text] : scene.files) writeFile(folder_.path(name), text);
+  if (scene.configuration) support::writeFile(folder_.path("config.qolm"), *scene.configuration);
+  for (const auto &[name, text] : scene.files) support::writeFile(folder_.path(name), text);
   for (const auto &[name, mode] : scene.fileModes)
     std::filesystem::permissions(folder_.path(name), static_cast<std::filesystem::perms>(mode));
-  writeFile(folder_.path("script"), scene.script);
-  if (scene.hasPPPLog) writeFile(pppLog(), "an old line\n");
+  support::writeFile(folder_.path("script"), scene.script);
+  if (scene.hasPPPLog) support::writeFile(pppLog(), "an old line\n");
 
   std::vector<std::string> command = scene.launcher;
   command.push_back(scene.program.empty() ? VPNCTL_FAKE : scene.program);
@@ -148,7 +149,7 @@ Outcome ToolProcess::finish() {
   outcome.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   outcome.output = output_;
   outcome.error = error_;
-  std::istringstream record(readFile(folder_.path("record")));
+  std::istringstream record(folder_.read("record"));
   for (std::string line; std::getline(record, line);) outcome.calls.push_back(line);
   return outcome;
 }

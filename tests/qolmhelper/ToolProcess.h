@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "foundation/FileDescriptor.h"
-#include "tests/qolmhelper/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace TN {
 
@@ -79,7 +79,7 @@ class ToolProcess {
   bool readSome();
   void killAtDeadline();
 
-  TemporaryFolder folder_;
+  support::TemporaryFolder folder_;
   std::chrono::steady_clock::time_point deadline_;
   foundation::FileDescriptor outputPipe_, errorPipe_;
   std::string output_, error_;

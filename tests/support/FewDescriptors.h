@@ -10,6 +10,8 @@
 
 #include "foundation/FileDescriptor.h"
 
+namespace support {
+
 class FewDescriptors {
  public:
   explicit FewDescriptors(unsigned count) {
@@ -27,3 +29,5 @@ class FewDescriptors {
  private:
   rlimit before_ = {};
 };
+
+}  // namespace support

@@ -8,6 +8,8 @@
 #include <chrono>
 #include <functional>
 
+namespace support {
+
 class LoopFixture : public testing::Test {
  protected:
   LoopFixture() { EXPECT_GE(sd_event_new(&event_), 0); }
@@ -34,3 +36,5 @@ class LoopFixture : public testing::Test {
 
   sd_event *event_ = nullptr;
 };
+
+}  // namespace support

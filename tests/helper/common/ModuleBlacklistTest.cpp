@@ -1,10 +1,7 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
 
 #include "helper/common/ModuleBlacklist.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 
@@ -12,32 +9,28 @@ namespace {
 
 class ModuleBlacklistTest : public testing::Test {
  protected:
-  ModuleBlacklistTest() : folder_(testing::TempDir() + "modprobe-" + std::to_string(::getpid())) {
-    std::filesystem::create_directories(folder_);
-  }
-  ~ModuleBlacklistTest() override { std::filesystem::remove_all(folder_); }
-  void put(const std::string &name, const std::string &lines) { std::ofstream(folder_ + "/" + name) << lines; }
-  std::optional<std::string> find() { return moduleBlacklist("l2tp_ppp", {folder_ + "/none", folder_}); }
+  std::optional<std::string> find() { return moduleBlacklist("l2tp_ppp", {folder_.path("none"), folder_.path()}); }
 
-  const std::string folder_;
+  const support::TemporaryFolder folder_;
 };
 
 TEST_F(ModuleBlacklistTest, FindsNothingWhereNothingIsForbidden) {
   EXPECT_EQ(find(), std::nullopt);
-  put("a.conf", "blacklist l2tp_netlink\n# blacklist l2tp_ppp\noptions l2tp_ppp x=1\nalias net l2tp_ppp\nblacklist\n");
-  put("b.conf.rpmsave", "blacklist l2tp_ppp\n");
+  folder_.write("a.conf",
+                "blacklist l2tp_netlink\n# blacklist l2tp_ppp\noptions l2tp_ppp x=1\nalias net l2tp_ppp\nblacklist\n");
+  folder_.write("b.conf.rpmsave", "blacklist l2tp_ppp\n");
   EXPECT_EQ(find(), std::nullopt);
 }
 
 TEST_F(ModuleBlacklistTest, NamesTheFile) {
-  put("a.conf", "blacklist pptp\n");
-  put("b.conf", "# rare protocols\n  blacklist   l2tp-ppp\n");
-  EXPECT_EQ(find(), folder_ + "/b.conf");
+  folder_.write("a.conf", "blacklist pptp\n");
+  folder_.write("b.conf", "# rare protocols\n  blacklist   l2tp-ppp\n");
+  EXPECT_EQ(find(), folder_.path("b.conf"));
 }
 
 TEST_F(ModuleBlacklistTest, KnowsTheOtherWayToForbid) {
-  put("rare.conf", "install l2tp_ppp /bin/true\n");
-  EXPECT_EQ(find(), folder_ + "/rare.conf");
+  folder_.write("rare.conf", "install l2tp_ppp /bin/true\n");
+  EXPECT_EQ(find(), folder_.path("rare.conf"));
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ struct User {
   std::unique_ptr<CharonProcess> process;
 };
 
-class CharonProcessTest : public LoopFixture {
+class CharonProcessTest : public support::LoopFixture {
  protected:
   CharonProcessTest() {
     places_.controlSockets = {folder_.path("charon.vici")};
@@ -123,7 +123,7 @@ TEST_F(CharonProcessTest, WhatCannotBeSeenIsNeitherOursNorTheSystems) {
   for (const unsigned more : {1U, 2U, 3U}) {
     User user;
     start(user);
-    const FewDescriptors few(more);
+    const support::FewDescriptors few(more);
     ASSERT_TRUE(runUntil([&] { return user.socket || user.failure; })) << more;
     ASSERT_TRUE(user.failure) << more;
     EXPECT_NE(user.failure->find("The IKE daemon cannot be used: "), std::string::npos) << *user.failure;
@@ -368,7 +368,7 @@ TEST_F(CharonProcessTest, AJournalsDaemonThatCannotBeSeenMayStillRun) {
   support::writeFile(folder_.path("use"), *support::contentsOf(folder_.path("held")));
   // Not even the file of its users; that, but not the process; both, but not when it started.
   for (const unsigned more : {0U, 1U, 2U}) {
-    const FewDescriptors few(more);
+    const support::FewDescriptors few(more);
     EXPECT_FALSE(CharonProcess::endDaemon(daemon, seconds(5), places_)) << more;
   }
   EXPECT_TRUE(lives(daemon));
@@ -380,7 +380,7 @@ TEST_F(CharonProcessTest, EndsItsDaemonAlsoWithoutAFreeDescriptor) {
   getReady(one_);
   const StartedDaemon daemon = one_.journal.daemons.at(0);
   {
-    const FewDescriptors none(0);
+    const support::FewDescriptors none(0);
     stop(one_);
   }
   EXPECT_FALSE(lives(daemon));
@@ -466,7 +466,7 @@ TEST_F(CharonProcessRuleTest, CountsAsThereWhenItCannotBeSeen) {
   inNetwork([] {
     EXPECT_TRUE(rule("del"));
     EXPECT_FALSE(hasCharonRule());
-    const FewDescriptors none(0);
+    const support::FewDescriptors none(0);
     EXPECT_TRUE(hasCharonRule());
   });
 }

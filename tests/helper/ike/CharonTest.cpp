@@ -104,7 +104,7 @@ bool memoryHoldsUnmasked() {
   return found;
 }
 
-class CharonTest : public LoopFixture {
+class CharonTest : public support::LoopFixture {
  protected:
   CharonTest() {
     places_.controlSockets = {folder_.path("vici")};
@@ -458,7 +458,7 @@ TEST_F(CharonTest, OneCommandThatTakesItsTimeLeavesTheOthersTheirs) {
 }
 
 TEST_F(CharonTest, ADaemonThatCannotBeReachedMayStillHoldIt) {
-  const FewDescriptors none(0);
+  const support::FewDescriptors none(0);
   const auto taken = Charon::takeBack(folder_.path("vici"), "vpnctl-9", seconds(5));
   ASSERT_FALSE(taken);
   EXPECT_EQ(taken.error().code, EMFILE);

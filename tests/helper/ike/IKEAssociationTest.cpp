@@ -95,7 +95,7 @@ class FakeSecrets : public SecretSource {
   std::vector<std::string> asked;
 };
 
-class IKEAssociationTest : public LoopFixture {
+class IKEAssociationTest : public support::LoopFixture {
  protected:
   IKEAssociationTest() : log_(std::move(*PPPLog::open(folder_.path("ppp.log")))), socket_(udp()), server_(udp()) {
     sockaddr_in address{};

@@ -19,7 +19,7 @@ using vici::Section;
 
 namespace {
 
-class ViciConnectionTest : public LoopFixture {
+class ViciConnectionTest : public support::LoopFixture {
  protected:
   ViciConnectionTest() {
     auto socket = ViciConnection::connect(folder_.path("vici"));

@@ -6,10 +6,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 
 #include "helper/journal/Journal.h"
 #include "tests/support/FewDescriptors.h"
+#include "tests/support/TemporaryFolder.h"
 
 using foundation::Value;
 using namespace helper;
@@ -45,15 +45,10 @@ std::vector<JournalEntry> oneOfEach() {
 
 class JournalTest : public testing::Test {
  protected:
-  JournalTest() {
-    std::string name = testing::TempDir() + "journal.XXXXXX";
-    EXPECT_NE(::mkdtemp(name.data()), nullptr);
-    base_ = name + "/vpnctl";
-  }
-  ~JournalTest() override { std::filesystem::remove_all(std::filesystem::path(base_).parent_path()); }
   std::vector<Journal> abandoned() { return Journal::abandoned(base_, errors_); }
 
-  std::string base_;
+  const support::TemporaryFolder folder_;
+  const std::string base_ = folder_.path("vpnctl");
   std::vector<foundation::Error> errors_;
 };
 
@@ -216,7 +211,7 @@ TEST_F(JournalTest, ThatNobodyHasDescriptorsToReadIsLeft) {
   unsigned left = 0;
   for (bool found = false; !found; ++left) {
     ASSERT_LT(left, 20U);
-    const FewDescriptors few(left);
+    const support::FewDescriptors few(left);
     errors_.clear();
     found = !abandoned().empty();
     EXPECT_EQ(errors_.empty(), found) << left;
@@ -230,7 +225,7 @@ TEST_F(JournalTest, ThatNobodyHasDescriptorsToMakeLeavesNothing) {
   ASSERT_TRUE(other);
   for (unsigned left = 0;; ++left) {
     ASSERT_LT(left, 20U);
-    const FewDescriptors few(left);
+    const support::FewDescriptors few(left);
     if (Journal::create(base_)) break;
     EXPECT_FALSE(std::filesystem::exists(base_ + "/link.2")) << left;
   }
@@ -239,7 +234,7 @@ TEST_F(JournalTest, ThatNobodyHasDescriptorsToMakeLeavesNothing) {
 TEST_F(JournalTest, AFolderThatWasMadeForNothingGoes) {
   for (unsigned left = 0;; ++left) {
     ASSERT_LT(left, 20U);
-    const FewDescriptors few(left);
+    const support::FewDescriptors few(left);
     auto journal = Journal::create(base_);
     if (journal) {
       journal->finish();

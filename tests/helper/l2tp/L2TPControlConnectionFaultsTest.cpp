@@ -76,7 +76,7 @@ Bytes helloAfter(const Bytes &datagram, int more) {
   return withLength(hello, hello.size());
 }
 
-class L2TPControlConnectionFaultsTest : public LoopFixture {
+class L2TPControlConnectionFaultsTest : public support::LoopFixture {
  protected:
   enum class Outcome { failed, lost, up };
   // What goes over the wire, in this order, for a datagram of the server's.

@@ -13,7 +13,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-class L2TPControlConnectionTest : public LoopFixture {
+class L2TPControlConnectionTest : public support::LoopFixture {
  protected:
   L2TPControlConnectionTest() {
     deadlines_.call = std::chrono::seconds(20);

@@ -23,7 +23,7 @@ struct Sent {
   std::chrono::steady_clock::time_point time = std::chrono::steady_clock::now();
 };
 
-class L2TPTransportTest : public LoopFixture {
+class L2TPTransportTest : public support::LoopFixture {
  protected:
   L2TPTransportTest() { timing_.firstRetry = milliseconds(60000); }
 

@@ -7,6 +7,7 @@
 #include "helper/l2tp/L2TPTunnel.h"
 #include "tests/helper/l2tp/L2TPServer.h"
 #include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 using helper::testing::L2TPServer;
@@ -66,13 +67,12 @@ class FakeDataPath : public L2TPDataPath {
   Book &book_;
 };
 
-class L2TPTunnelTest : public LoopFixture {
+class L2TPTunnelTest : public support::LoopFixture {
  protected:
   L2TPTunnelTest() {
     association_.onStart = [this] { association_.handlers.up(); };
     settings_.sourcePort = EngineSettings::SourcePort::any;
   }
-  ~L2TPTunnelTest() override { ::unlink(logPath_.c_str()); }
 
   L2TPTunnel &make() {
     tunnel_.emplace(
@@ -109,8 +109,8 @@ class L2TPTunnelTest : public LoopFixture {
   // What was asked of the association, in order; "stopped" is the tunnel's own last word.
   using Events = std::vector<std::string>;
 
-  const std::string logPath_ = ::testing::TempDir() + "l2tp-tunnel-" + std::to_string(::getpid()) + ".log";
-  PPPLog log_ = std::move(*PPPLog::open(logPath_));
+  const support::TemporaryFolder folder_;
+  PPPLog log_ = std::move(*PPPLog::open(folder_.path("log")));
   bool hasSecret_ = true;
   const L2TPTunnel::AssociationFactory makeAssociation_ = [this](IPSecAssociation::Handlers handlers) {
     return std::make_unique<FakeAssociation>(event_, association_, std::move(handlers));

@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
 #include <thread>
 
 #include "helper/network/FileReplacement.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 namespace fs = std::filesystem;
@@ -17,23 +15,12 @@ namespace {
 
 class FileReplacementTest : public testing::Test {
  protected:
-  FileReplacementTest() {
-    std::string name = testing::TempDir() + "replacement.XXXXXX";
-    EXPECT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
-    path_ = folder_ + "/resolv.conf";
-    write("before\n");
-  }
-  ~FileReplacementTest() override { fs::remove_all(folder_); }
+  FileReplacementTest() { write("before\n"); }
 
-  void write(const std::string &text) { std::ofstream(path_) << text; }
-  std::string read() {
-    std::ostringstream text;
-    text << std::ifstream(path_).rdbuf();
-    return text.str();
-  }
+  void write(const std::string &text) { support::writeFile(path_, text); }
+  std::string read() { return support::contentsOf(path_).value_or(""); }
   Journal begin() {
-    auto journal = Journal::create(folder_ + "/vpnctl");
+    auto journal = Journal::create(folder_.path("vpnctl"));
     EXPECT_TRUE(journal) << journal.error().message;
     return std::move(*journal);
   }
@@ -58,13 +45,13 @@ class FileReplacementTest : public testing::Test {
   static void kill(std::optional<Journal> &journal) { journal.reset(); }
   std::vector<Journal> abandoned() {
     std::vector<foundation::Error> errors;
-    auto found = Journal::abandoned(folder_ + "/vpnctl", errors);
+    auto found = Journal::abandoned(folder_.path("vpnctl"), errors);
     EXPECT_TRUE(errors.empty());
     return found;
   }
 
-  std::string folder_;
-  std::string path_;
+  const support::TemporaryFolder folder_;
+  const std::string path_ = folder_.path("resolv.conf");
 };
 
 TEST_F(FileReplacementTest, TwoLinksEndInTheOrderTheyBegan) {
@@ -75,7 +62,7 @@ TEST_F(FileReplacementTest, TwoLinksEndInTheOrderTheyBegan) {
   EXPECT_EQ(read(), "second before\n");
   EXPECT_TRUE(end(second));
   EXPECT_EQ(read(), "before\n");
-  EXPECT_FALSE(fs::exists(folder_ + "/vpnctl"));
+  EXPECT_FALSE(fs::exists(folder_.path("vpnctl")));
 }
 
 TEST_F(FileReplacementTest, TwoLinksEndTheOtherWayRound) {
@@ -131,7 +118,7 @@ TEST_F(FileReplacementTest, TwoLinksMayWriteTheSame) {
 }
 
 TEST_F(FileReplacementTest, ALinkAndItsTextComeBackThroughTwoLinks) {
-  fs::rename(path_, folder_ + "/target");
+  fs::rename(path_, folder_.path("target"));
   fs::create_symlink("target", path_);
   Journal first = link("first");
   Journal second = link("second");
@@ -223,7 +210,7 @@ TEST_F(FileReplacementTest, KeepsModeAndLeavesNothingBeside) {
   EXPECT_EQ(fs::status(path_).permissions(), fs::perms(0604));
   EXPECT_TRUE(end(journal));
   EXPECT_EQ(fs::status(path_).permissions(), fs::perms(0604));
-  EXPECT_EQ(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()), 1);
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator()), 1);
 }
 
 }  // namespace

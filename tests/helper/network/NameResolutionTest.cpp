@@ -12,7 +12,7 @@ using namespace helper;
 
 namespace {
 
-class NameResolutionTest : public LoopFixture {
+class NameResolutionTest : public support::LoopFixture {
  protected:
   NameResolution::Handler handler() {
     return [this](const foundation::Result<in_addr> &result) { answer_ = result; };

@@ -1,5 +1,4 @@
 #include <arpa/inet.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -9,23 +8,17 @@
 #include "helper/network/ResolvedClient.h"
 #include "tests/helper/network/FakeResolved.h"
 #include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 using Mood = FakeResolved::Mood;
 
 namespace {
 
-class ResolvedClientTest : public LoopFixture {
+class ResolvedClientTest : public support::LoopFixture {
  protected:
-  ResolvedClientTest() {
-    std::string name = testing::TempDir() + "resolved.XXXXXX";
-    EXPECT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
-  }
-  ~ResolvedClientTest() override { std::filesystem::remove_all(folder_); }
-
   foundation::Status tell(bool primary, std::chrono::milliseconds deadline = std::chrono::seconds(10)) {
-    ResolvedClient client(event_, "unix:path=" + folder_ + "/bus", deadline);
+    ResolvedClient client(event_, "unix:path=" + folder_.path("bus"), deadline);
     std::optional<foundation::Status> answer;
     client.tell(7, {in_addr{inet_addr("10.9.0.1")}, in_addr{inet_addr("10.9.0.2")}}, primary,
                 [&](const foundation::Status &status) {
@@ -39,11 +32,11 @@ class ResolvedClientTest : public LoopFixture {
     return answer.value_or(foundation::Error{});
   }
 
-  std::string folder_;
+  const support::TemporaryFolder folder_;
 };
 
 TEST_F(ResolvedClientTest, TellsServersAndThatEveryNameIsAskedForThere) {
-  FakeResolved resolved(event_, folder_ + "/bus", Mood::willing);
+  FakeResolved resolved(event_, folder_.path("bus"), Mood::willing);
   const auto told = tell(true);
   EXPECT_TRUE(told) << told.error().message;
   EXPECT_EQ(resolved.calls, (std::vector<std::string>{"SetLinkDNS 7 10.9.0.1 10.9.0.2", "SetLinkDefaultRoute 7 true",
@@ -51,7 +44,7 @@ TEST_F(ResolvedClientTest, TellsServersAndThatEveryNameIsAskedForThere) {
 }
 
 TEST_F(ResolvedClientTest, LeavesOtherNamesWhereTheyWere) {
-  FakeResolved resolved(event_, folder_ + "/bus", Mood::willing);
+  FakeResolved resolved(event_, folder_.path("bus"), Mood::willing);
   EXPECT_TRUE(tell(false));
   EXPECT_EQ(resolved.calls,
             (std::vector<std::string>{"SetLinkDNS 7 10.9.0.1 10.9.0.2", "SetLinkDefaultRoute 7 false"}));
@@ -60,33 +53,33 @@ TEST_F(ResolvedClientTest, LeavesOtherNamesWhereTheyWere) {
 TEST_F(ResolvedClientTest, TellsWhyNot) {
   EXPECT_EQ(tell(true).error().message, "systemd-resolved cannot be reached without D-Bus");
   {
-    FakeResolved resolved(event_, folder_ + "/bus", Mood::absent);
+    FakeResolved resolved(event_, folder_.path("bus"), Mood::absent);
     EXPECT_EQ(tell(true).error().message, "systemd-resolved does not run");
   }
-  std::filesystem::remove(folder_ + "/bus");
-  FakeResolved resolved(event_, folder_ + "/bus", Mood::refusing);
+  std::filesystem::remove(folder_.path("bus"));
+  FakeResolved resolved(event_, folder_.path("bus"), Mood::refusing);
   EXPECT_EQ(tell(true).error().message, "systemd-resolved refuses (This is no link of mine)");
 }
 
 TEST_F(ResolvedClientTest, WaitsOnlySoLong) {
-  FakeResolved resolved(event_, folder_ + "/bus", Mood::silent);
+  FakeResolved resolved(event_, folder_.path("bus"), Mood::silent);
   EXPECT_EQ(tell(true, std::chrono::milliseconds(50)).error().message, "systemd-resolved does not answer");
 }
 
 TEST_F(ResolvedClientTest, HearsThatTheDaemonIsGone) {
-  auto resolved = std::make_optional<FakeResolved>(event_, folder_ + "/bus", Mood::silent);
+  auto resolved = std::make_optional<FakeResolved>(event_, folder_.path("bus"), Mood::silent);
   auto goodbye = linux::EventSource::timer(event_, std::chrono::milliseconds(20), [&] { resolved.reset(); });
   EXPECT_EQ(tell(true).error().message, "systemd-resolved does not answer");
 }
 
 TEST_F(ResolvedClientTest, AnExceptionOfItsHandlerEndsTheLoop) {
   for (const Mood mood : {Mood::willing, Mood::refusing}) {
-    std::filesystem::remove(folder_ + "/bus");
+    std::filesystem::remove(folder_.path("bus"));
     sd_event *event = nullptr;
     ASSERT_GE(sd_event_new(&event), 0);
     {
-      FakeResolved resolved(event, folder_ + "/bus", mood);
-      ResolvedClient client(event, "unix:path=" + folder_ + "/bus", std::chrono::seconds(10));
+      FakeResolved resolved(event, folder_.path("bus"), mood);
+      ResolvedClient client(event, "unix:path=" + folder_.path("bus"), std::chrono::seconds(10));
       client.tell(7, {}, true,
                   [](const foundation::Status &) { throw std::system_error(EMFILE, std::generic_category(), "test"); });
       EXPECT_EQ(sd_event_loop(event), EMFILE);
@@ -96,12 +89,12 @@ TEST_F(ResolvedClientTest, AnExceptionOfItsHandlerEndsTheLoop) {
 }
 
 TEST_F(ResolvedClientTest, MayBeDestroyedByItsHandlerOrBeforeTheAnswer) {
-  FakeResolved resolved(event_, folder_ + "/bus", Mood::refusing);
-  auto client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_ + "/bus");
+  FakeResolved resolved(event_, folder_.path("bus"), Mood::refusing);
+  auto client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_.path("bus"));
   client->tell(
       7, {}, true, [&](const foundation::Status &) { client.reset(); });
   EXPECT_TRUE(runUntil([&] { return client == nullptr; }));
-  client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_ + "/nobody");
+  client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_.path("nobody"));
   client->tell(7, {}, true, [](const foundation::Status &) { FAIL(); });
   client.reset();
   while (sd_event_run(event_, 0) > 0) continue;

@@ -1,12 +1,11 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <optional>
 
 #include "helper/network/Routes.h"
 #include "helper/repair/Undo.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 
@@ -50,14 +49,10 @@ class RecordingTable : public RouteTable {
 class RoutesTest : public testing::Test {
  protected:
   RoutesTest() {
-    std::string name = testing::TempDir() + "routes.XXXXXX";
-    EXPECT_NE(::mkdtemp(name.data()), nullptr);
-    base_ = name;
-    auto journal = Journal::create(base_ + "/vpnctl");
+    auto journal = Journal::create(folder_.path("vpnctl"));
     EXPECT_TRUE(journal);
     journal_.emplace(std::move(*journal));
   }
-  ~RoutesTest() override { std::filesystem::remove_all(base_); }
 
   static constexpr std::uint32_t kMetric = 4711;
   JournalledRoutes routes() { return JournalledRoutes(table_, *journal_, kMetric); }
@@ -67,7 +62,7 @@ class RoutesTest : public testing::Test {
         .finish(*journal_);
   }
 
-  std::string base_;
+  const support::TemporaryFolder folder_;
   std::optional<Journal> journal_;
   RecordingTable table_;
   Route way_{address("192.0.2.7"), 32, address("10.0.0.1"), address("10.0.0.2"), "eth0"};

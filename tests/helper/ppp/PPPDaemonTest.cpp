@@ -6,12 +6,13 @@
 
 #include "helper/ppp/PPPDaemon.h"
 #include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 
 namespace {
 
-class PPPDaemonTest : public LoopFixture {
+class PPPDaemonTest : public support::LoopFixture {
  protected:
   PPPDaemonTest()
       : daemon_(event_,
@@ -24,18 +25,14 @@ class PPPDaemonTest : public LoopFixture {
                                     .ipUp = [this](const PluginIPUp &up) { interface_ = up.interface; },
                                     .ended = [this](const PPPEnd &end) { end_ = end; }},
                 FAKE_PPPD) {
-    std::string name = testing::TempDir() + "daemon.XXXXXX";
-    EXPECT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
     int ends[2];
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     tunnel_.reset(ends[0]);
     channel_.reset(ends[1]);
   }
-  ~PPPDaemonTest() override { std::filesystem::remove_all(folder_); }
 
   void start(const std::string &mode) {
-    ASSERT_TRUE(daemon_.start({mode, folder_ + "/plugin"}, folder_ + "/plugin", folder_ + "/log"));
+    ASSERT_TRUE(daemon_.start({mode, folder_.path("plugin")}, folder_.path("plugin"), folder_.path("log")));
   }
   void goUp(const std::string &mode) {
     start(mode);
@@ -49,7 +46,7 @@ class PPPDaemonTest : public LoopFixture {
     EXPECT_FALSE(daemon_.running());
   }
 
-  std::string folder_;
+  const support::TemporaryFolder folder_;
   std::optional<foundation::Secret> password_ = foundation::Secret("pass word");
   std::vector<int> phases_;
   std::string interface_;
@@ -76,7 +73,7 @@ TEST_F(PPPDaemonTest, GoesUpAndEndsInOrder) {
 
 TEST_F(PPPDaemonTest, WaitsForATunnelThatComesLater) {
   start("good");
-  ASSERT_TRUE(runUntil([this] { return std::filesystem::exists(folder_ + "/plugin") == false; }));
+  ASSERT_TRUE(runUntil([this] { return std::filesystem::exists(folder_.path("plugin")) == false; }));
   EXPECT_TRUE(phases_.empty());
   daemon_.giveChannel(std::move(channel_));
   ASSERT_TRUE(runUntil([this] { return !interface_.empty(); }));
@@ -103,7 +100,7 @@ TEST_F(PPPDaemonTest, IsKilledWhenItDoesNotMindTheHangUp) {
 
 TEST_F(PPPDaemonTest, IsTakenDownWhileItWaitsForTheTunnel) {
   start("good");
-  ASSERT_TRUE(runUntil([this] { return std::filesystem::exists(folder_ + "/plugin") == false; }));
+  ASSERT_TRUE(runUntil([this] { return std::filesystem::exists(folder_.path("plugin")) == false; }));
   daemon_.hangUp(std::chrono::seconds(10));
   expectEnd(true, 8);
   EXPECT_FALSE(end_->carried);
@@ -129,7 +126,7 @@ TEST_F(PPPDaemonTest, SaysWhenThereIsNoPassword) {
 
 TEST_F(PPPDaemonTest, CannotStartWhatIsNotThere) {
   PPPDaemon missing(event_, {}, "/nowhere/pppd");
-  EXPECT_FALSE(missing.start({}, folder_ + "/plugin", folder_ + "/log"));
+  EXPECT_FALSE(missing.start({}, folder_.path("plugin"), folder_.path("log")));
   EXPECT_FALSE(missing.running());
 }
 

@@ -11,23 +11,19 @@
 #include "helper/ppp/PluginChannel.h"
 #include "helper/ppp/PluginProtocol.h"
 #include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 using foundation::FileDescriptor;
 
 namespace {
 
-class PluginChannelTest : public LoopFixture {
+class PluginChannelTest : public support::LoopFixture {
  protected:
   PluginChannelTest()
       : channel_(event_, PluginChannel::Handlers{
                              .message = [this](const PluginMessage &message) { messages_.push_back(message); },
-                             .closed = [this](const foundation::Status &reason) { closed_ = reason; }}) {
-    std::string name = testing::TempDir() + "plugin.XXXXXX";
-    EXPECT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
-  }
-  ~PluginChannelTest() override { std::filesystem::remove_all(folder_); }
+                             .closed = [this](const foundation::Status &reason) { closed_ = reason; }}) {}
 
   void connectPair() {
     int ends[2];
@@ -48,7 +44,7 @@ class PluginChannelTest : public LoopFixture {
   }
   static vpnctl_plugin_header header(std::uint16_t type) { return {VPNCTL_PLUGIN_VERSION, type}; }
 
-  std::string folder_;
+  const support::TemporaryFolder folder_;
   std::vector<PluginMessage> messages_;
   std::optional<foundation::Status> closed_;
   FileDescriptor plugin_;
@@ -150,7 +146,7 @@ TEST_F(PluginChannelTest, DrainsWhatIsLeft) {
 }
 
 TEST_F(PluginChannelTest, LetsOnlyTheExpectedProcessIn) {
-  const std::string path = folder_ + "/plugin";
+  const std::string path = folder_.path("plugin");
   ASSERT_TRUE(channel_.listen(path));
   channel_.accepts(::getpid(), "/proc/self/exe");
   connectByName(path);
@@ -162,7 +158,7 @@ TEST_F(PluginChannelTest, LetsOnlyTheExpectedProcessIn) {
 }
 
 TEST_F(PluginChannelTest, ShowsStrangersTheDoor) {
-  const std::string path = folder_ + "/plugin";
+  const std::string path = folder_.path("plugin");
   ASSERT_TRUE(channel_.listen(path));
   for (const auto &[pid, program] :
        {std::pair<pid_t, std::string>{::getpid() + 1, "/proc/self/exe"}, {::getpid(), "/bin/true"}}) {

@@ -12,13 +12,13 @@
 
 #include <array>
 #include <cstring>
-#include <filesystem>
 #include <thread>
 
 #include "StubPPPD.h"
 #include "helper/ppp/PluginChannel.h"
 #include "linux/EventSource.h"
 #include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 using foundation::FileDescriptor;
@@ -38,26 +38,22 @@ bool terminated() {
 }
 
 // Each test is a process of its own under ctest; run in one process, the plugin keeps its first connection.
-class PluginTest : public LoopFixture {
+class PluginTest : public support::LoopFixture {
  protected:
   PluginTest()
       : channel_(event_, PluginChannel::Handlers{.message = [this](const PluginMessage &message) { answer(message); },
                                                  .closed = [this](const foundation::Status &) { closed_ = true; }}) {
-    std::string name = testing::TempDir() + "plugin.XXXXXX";
-    EXPECT_NE(::mkdtemp(name.data()), nullptr);
-    folder_ = name;
     plugin_ = ::dlopen(PLUGIN, RTLD_NOW);
     EXPECT_NE(plugin_, nullptr) << ::dlerror();
     reinterpret_cast<void (*)()>(::dlsym(plugin_, "plugin_init"))();
-    stub_set_option("vpnctl-socket", (folder_ + "/plugin").c_str());
-    EXPECT_TRUE(channel_.listen(folder_ + "/plugin"));
+    stub_set_option("vpnctl-socket", folder_.path("plugin").c_str());
+    EXPECT_TRUE(channel_.listen(folder_.path("plugin")));
     channel_.accepts(::getpid(), "/proc/self/exe");
     sigset_t term;
     sigemptyset(&term);
     sigaddset(&term, SIGTERM);
     EXPECT_EQ(::pthread_sigmask(SIG_BLOCK, &term, nullptr), 0);
   }
-  ~PluginTest() override { std::filesystem::remove_all(folder_); }
 
   void answer(const PluginMessage &message) {
     messages_.push_back(message);
@@ -103,7 +99,7 @@ class PluginTest : public LoopFixture {
     return exit != nullptr ? exit->status : -1;
   }
 
-  std::string folder_;
+  const support::TemporaryFolder folder_;
   void *plugin_ = nullptr;
   bool refuse_ = false;
   bool closed_ = false;

@@ -70,7 +70,7 @@ Bytes joined(const std::vector<Bytes> &parts) {
   return bytes;
 }
 
-class PPTPControlConnectionFaultsTest : public LoopFixture {
+class PPTPControlConnectionFaultsTest : public support::LoopFixture {
  protected:
   enum class Outcome { failed, lost, waits, up };
 

@@ -14,7 +14,7 @@ using helper::testing::kOurCall;
 using helper::testing::kServerCall;
 using Server = helper::testing::PPTPServer;
 
-class PPTPControlConnectionTest : public LoopFixture {
+class PPTPControlConnectionTest : public support::LoopFixture {
  protected:
   PPTPControlConnectionTest() {
     deadlines_.echoInterval = std::chrono::minutes(1);

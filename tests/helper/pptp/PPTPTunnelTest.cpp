@@ -45,7 +45,7 @@ class RecordingDataPath : public PPTPDataPath {
   Book &book_;
 };
 
-class PPTPTunnelTest : public LoopFixture {
+class PPTPTunnelTest : public support::LoopFixture {
  protected:
   using Calls = std::vector<std::string>;
 

@@ -12,6 +12,7 @@
 #include "helper/repair/Undo.h"
 #include "linux/ChildProcess.h"
 #include "tests/support/FewDescriptors.h"
+#include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
 
@@ -32,24 +33,17 @@ class RecordingTable : public RouteTable {
 
 class UndoTest : public testing::Test {
  protected:
-  UndoTest() {
-    std::string name = testing::TempDir() + "undo.XXXXXX";
-    EXPECT_NE(::mkdtemp(name.data()), nullptr);
-    base_ = name;
-  }
-  ~UndoTest() override { std::filesystem::remove_all(base_); }
-
   // What is left of ENTRIES in the journal.
   std::vector<JournalEntry> undo(const std::vector<JournalEntry> &entries) {
-    auto journal = Journal::create(base_ + "/vpnctl");
+    auto journal = Journal::create(folder_.path("vpnctl"));
     EXPECT_TRUE(journal);
     for (const auto &entry : entries) EXPECT_TRUE(journal->note(entry));
     Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
-    EXPECT_EQ(std::filesystem::exists(base_ + "/vpnctl"), !journal->entries().empty());
+    EXPECT_EQ(std::filesystem::exists(folder_.path("vpnctl")), !journal->entries().empty());
     return journal->entries();
   }
 
-  std::string base_;
+  const support::TemporaryFolder folder_;
   RecordingTable table_;
   std::vector<std::string> complaints_;
 };
@@ -65,12 +59,12 @@ TEST_F(UndoTest, GoesBackwardsAndPastWhatFailsAndKeepsThat) {
 
 TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
   ReplacedFile file;
-  file.path = base_ + "/resolv.conf";
+  file.path = folder_.path("resolv.conf");
   file.bytes = "before\n";
   file.replacement = "ours\n";
   std::ofstream(file.path) << "somebody else's\n";
   {
-    auto journal = Journal::create(base_ + "/vpnctl");
+    auto journal = Journal::create(folder_.path("vpnctl"));
     ASSERT_TRUE(journal);
     ASSERT_TRUE(journal->note(file));
     ASSERT_TRUE(journal->note(AddedRoute{Route{{}, 1, {}, {}, "last"}}));
@@ -81,14 +75,14 @@ TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
   // Whoever changed it has put back what was there: ours.
   std::ofstream(file.path) << file.replacement;
   std::vector<foundation::Error> errors;
-  auto left = Journal::abandoned(base_ + "/vpnctl", errors);
+  auto left = Journal::abandoned(folder_.path("vpnctl"), errors);
   ASSERT_EQ(left.size(), 1U);
   Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(left[0]);
   std::string line;
   std::getline(std::ifstream(file.path), line);
   EXPECT_EQ(line, "before");
   EXPECT_EQ(complaints_.size(), 1U);
-  EXPECT_FALSE(std::filesystem::exists(base_ + "/vpnctl"));
+  EXPECT_FALSE(std::filesystem::exists(folder_.path("vpnctl")));
 }
 
 TEST_F(UndoTest, EndsAProcessThatIsStillThere) {
@@ -104,7 +98,7 @@ TEST_F(UndoTest, BeginsNothingAfterItsDeadline) {
                                           AddedRoute{Route{{}, 1, {}, {}, "last"}}};
   std::vector<Journal> journals;
   for (const char *base : {"/one", "/two"}) {
-    journals.push_back(std::move(Journal::create(base_ + base).value()));
+    journals.push_back(std::move(Journal::create(folder_.path() + base).value()));
     for (const JournalEntry &entry : entries) ASSERT_TRUE(journals.back().note(entry));
   }
   Undo undo(
@@ -116,17 +110,17 @@ TEST_F(UndoTest, BeginsNothingAfterItsDeadline) {
   // The next one goes on with it.
   std::vector<foundation::Error> errors;
   for (const char *base : {"/one", "/two"}) {
-    auto left = Journal::abandoned(base_ + base, errors);
+    auto left = Journal::abandoned(folder_.path() + base, errors);
     ASSERT_EQ(left.size(), 1U);
     EXPECT_EQ(left[0].entries(), entries);
   }
 }
 
 TEST_F(UndoTest, LeavesAProgramThatTakesLongerThanItsDeadline) {
-  const std::string program = base_ + "/resolvconf";
-  std::ofstream(program) << "#!/bin/sh\necho $$ >" << base_ << "/pid\nexec sleep 1000\n";
+  const std::string program = folder_.path("resolvconf");
+  std::ofstream(program) << "#!/bin/sh\necho $$ >" << folder_.path() << "/pid\nexec sleep 1000\n";
   std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-  auto journal = Journal::create(base_ + "/vpnctl");
+  auto journal = Journal::create(folder_.path("vpnctl"));
   ASSERT_TRUE(journal);
   const ResolvconfRecord record{program, "ppp0"};
   ASSERT_TRUE(journal->note(record));
@@ -140,7 +134,7 @@ TEST_F(UndoTest, LeavesAProgramThatTakesLongerThanItsDeadline) {
   ASSERT_EQ(complaints_.size(), 1U);
   EXPECT_NE(complaints_[0].find("does not end"), std::string::npos);
   pid_t left = -1;
-  ASSERT_TRUE(std::ifstream(base_ + "/pid") >> left);
+  ASSERT_TRUE(std::ifstream(folder_.path("pid")) >> left);
   EXPECT_EQ(::kill(left, SIGKILL), 0) << "it still runs";
   EXPECT_EQ(::waitpid(left, nullptr, 0), left);
 }
@@ -150,12 +144,12 @@ TEST_F(UndoTest, KeepsAProcessThatCannotBeLookedAt) {
   auto process = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
   ASSERT_TRUE(process);
   const StartedProcess entry{process->pid(), linux::startTimeOf(process->pid()).value()};
-  auto journal = Journal::create(base_ + "/vpnctl");
+  auto journal = Journal::create(folder_.path("vpnctl"));
   ASSERT_TRUE(journal);
   ASSERT_TRUE(journal->note(entry));
   Undo undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); });
   for (unsigned left = 0; left < 2; ++left) {
-    const FewDescriptors few(left);
+    const support::FewDescriptors few(left);
     undo.finish(*journal);
   }
   EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
@@ -175,17 +169,17 @@ TEST_F(UndoTest, LeavesAnotherProcessOfTheSameNumberAlone) {
 }
 
 TEST_F(UndoTest, ADaemonThatIsGoneHasNothingToGiveBack) {
-  EXPECT_TRUE(undo({LoadedConnection{base_ + "/charon.vici", "vpnctl-1", 4711}}).empty());
+  EXPECT_TRUE(undo({LoadedConnection{folder_.path("charon.vici"), "vpnctl-1", 4711}}).empty());
   EXPECT_TRUE(complaints_.empty());
 }
 
 TEST_F(UndoTest, KeepsWhatADaemonMayStillHold) {
-  const LoadedConnection entry{base_ + "/charon.vici", "vpnctl-1", 4711};
-  auto journal = Journal::create(base_ + "/vpnctl");
+  const LoadedConnection entry{folder_.path("charon.vici"), "vpnctl-1", 4711};
+  auto journal = Journal::create(folder_.path("vpnctl"));
   ASSERT_TRUE(journal);
   ASSERT_TRUE(journal->note(entry));
   {
-    const FewDescriptors none(0);
+    const support::FewDescriptors none(0);
     Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
   }
   EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
@@ -194,7 +188,7 @@ TEST_F(UndoTest, KeepsWhatADaemonMayStillHold) {
 }
 
 TEST_F(UndoTest, LeavesADaemonThatSomebodyStillUses) {
-  const std::string useFile = base_ + "/use";
+  const std::string useFile = folder_.path("use");
   const foundation::FileDescriptor user(::open(useFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   ASSERT_EQ(::flock(user.get(), LOCK_SH), 0);
   auto program = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
@@ -206,16 +200,16 @@ TEST_F(UndoTest, LeavesADaemonThatSomebodyStillUses) {
 }
 
 TEST_F(UndoTest, KeepsADaemonThatCannotBeSeen) {
-  const std::string useFile = base_ + "/use";
+  const std::string useFile = folder_.path("use");
   auto program = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
   ASSERT_TRUE(program);
   const StartedDaemon daemon{program->pid(), linux::startTimeOf(program->pid()).value_or(0), useFile, true};
   std::ofstream(useFile) << daemon.pid << " " << daemon.startTime << " 1\n";
-  auto journal = Journal::create(base_ + "/vpnctl");
+  auto journal = Journal::create(folder_.path("vpnctl"));
   ASSERT_TRUE(journal);
   ASSERT_TRUE(journal->note(daemon));
   {
-    const FewDescriptors one(1);
+    const support::FewDescriptors one(1);
     Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
   }
   EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{daemon});
@@ -225,7 +219,7 @@ TEST_F(UndoTest, KeepsADaemonThatCannotBeSeen) {
 }
 
 TEST_F(UndoTest, EndsADaemonThatNobodyUses) {
-  const std::string useFile = base_ + "/use";
+  const std::string useFile = folder_.path("use");
   auto program = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
   ASSERT_TRUE(program);
   const StartedDaemon daemon{program->pid(), linux::startTimeOf(program->pid()).value_or(0), useFile, true};

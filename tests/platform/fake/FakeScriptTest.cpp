@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/fake/FakeScript.h"
-#include "tests/qolmhelper/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform::fake {
 namespace {
@@ -12,13 +12,13 @@ class FakeScriptTest : public testing::Test {
   ~FakeScriptTest() override { platform_.reset(); }
 
   void read(const std::string &text) {
-    TN::writeFile(folder_.path("script"), text);
+    support::writeFile(folder_.path("script"), text);
     readScript(folder_.path("script"), platform_);
   }
 
   FakePlatform &platform_ = FakePlatform::instance();
-  TN::TemporaryFolder folder_;
-  TN::TemporaryPlace place_{folder_};
+  support::TemporaryFolder folder_;
+  support::TemporaryPlace place_{folder_};
 };
 
 TEST_F(FakeScriptTest, SetsTheScene) {

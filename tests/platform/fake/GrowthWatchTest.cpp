@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <memory>
 
 #include "platform/GrowthWatch.h"
-#include "tests/qolmhelper/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace platform {
 namespace {
@@ -15,30 +17,30 @@ using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE *)>;
 // None of these may take the hour; the test's own time limit says so.
 
 TEST(GrowthWatch, AChangeEndsTheSleepAlsoOneBeforeIt) {
-  const TN::TemporaryFolder folder;
-  TN::writeFile(folder.path("log"), "");
+  const support::TemporaryFolder folder;
+  support::writeFile(folder.path("log"), "");
   const Stream stream(std::fopen(folder.path("log").c_str(), "r"), std::fclose);
   GrowthWatch watch(stream.get());
-  TN::appendToFile(folder.path("log"), "x");
+  support::appendToFile(folder.path("log"), "x");
   watch.sleep(1h);
-  TN::appendToFile(folder.path("log"), "y");
+  support::appendToFile(folder.path("log"), "y");
   watch.sleep(1h);
 }
 
 TEST(GrowthWatch, FollowsTheOpenFileNotItsName) {
-  const TN::TemporaryFolder folder;
-  TN::writeFile(folder.path("log"), "");
+  const support::TemporaryFolder folder;
+  support::writeFile(folder.path("log"), "");
   const Stream stream(std::fopen(folder.path("log").c_str(), "r"), std::fclose);
   std::filesystem::rename(folder.path("log"), folder.path("old"));
-  TN::writeFile(folder.path("log"), "");
+  support::writeFile(folder.path("log"), "");
   GrowthWatch watch(stream.get());
-  TN::appendToFile(folder.path("old"), "x");
+  support::appendToFile(folder.path("old"), "x");
   watch.sleep(1h);
 }
 
 TEST(GrowthWatch, WithoutAChangeTheSleepLastsItsTime) {
-  const TN::TemporaryFolder folder;
-  TN::writeFile(folder.path("log"), "");
+  const support::TemporaryFolder folder;
+  support::writeFile(folder.path("log"), "");
   const Stream stream(std::fopen(folder.path("log").c_str(), "r"), std::fclose);
   const auto before = std::chrono::steady_clock::now();
   GrowthWatch(stream.get()).sleep(20ms);
