@@ -4,7 +4,8 @@
 // Usual sequence: open(); then the others, in the order in which the link comes up; takeBack() at the end. What open()
 // made exists until takeBack(), or the parts' own end.
 //
-// Thread rule: the thread of the event loop. takeBack() blocks, as Undo says; the others do not.
+// Thread rule: the thread of the event loop. takeBack() blocks, as Undo says, and startPPP() while it
+// ends a pppd that it could not note; the others do not.
 
 #pragma once
 

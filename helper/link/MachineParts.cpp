@@ -4,7 +4,6 @@
 
 #include "helper/link/TunnelKinds.h"
 #include "helper/network/NameResolution.h"
-#include "helper/ppp/PPPDaemon.h"
 #include "helper/ppp/PPPEnding.h"
 #include "helper/ppp/PPPOptions.h"
 #include "helper/ppp/PluginPath.h"
@@ -23,25 +22,25 @@ constexpr std::chrono::milliseconds kUnnotedGrace{1500};
 
 }  // namespace
 
-MachineParts::MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log)
-    : event_(event), plan_(std::move(plan)), secrets_(secrets), log_(log), clock_(event) {}
+MachineParts::MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log, Paths paths)
+    : event_(event), plan_(std::move(plan)), secrets_(secrets), log_(log), paths_(std::move(paths)), clock_(event) {}
 
 Status MachineParts::open() {
   auto table = NetlinkRouteTable::open();
   if (!table) return table.error();
   table_ = std::move(*table);
-  auto journal = Journal::create();
+  auto journal = Journal::create(paths_.journals);
   if (!journal) return journal.error();
   journal_ = std::move(*journal);
   // No other link that is there has our number. The kernel prefers the lowest metric: of several links that carry
   // everything the newest does, as its name servers are the ones that are asked.
   routes_.emplace(*table_, *journal_, kOldestMetric - journal_->number());
-  nameServers_.emplace(event_, *journal_, ResolverConfiguration::Paths{});
+  nameServers_.emplace(event_, *journal_, paths_.resolver);
   return {};
 }
 
 foundation::Result<std::unique_ptr<PPPSession>> MachineParts::startPPP(PPPSession::Handlers handlers) {
-  auto daemon = std::make_unique<PPPDaemon>(event_, std::move(handlers));
+  auto daemon = std::make_unique<PPPDaemon>(event_, std::move(handlers), paths_.pppd);
   const PPPPaths paths{.plugin = pluginPath(),
                        .socket = journal_->folder() + "/plugin",
                        .log = log_.path(),

@@ -7,6 +7,8 @@
 
 #include <memory>
 #include <optional>
+#include <string>
+#include <utility>
 
 #include "helper/common/PPPLog.h"
 #include "helper/common/SecretSource.h"
@@ -15,13 +17,23 @@
 #include "helper/link/LinkPlan.h"
 #include "helper/network/ResolverConfiguration.h"
 #include "helper/network/RouteTable.h"
+#include "helper/ppp/PPPDaemon.h"
 
 namespace helper {
 
 class MachineParts : public LinkParts {
  public:
+  // Where things are; tests point elsewhere.
+  struct Paths {
+    std::string journals = Journal::kBase;
+    std::string pppd = PPPDaemon::kProgram;
+    ResolverConfiguration::Paths resolver{};
+  };
+
   // EVENT, SECRETS and LOG outlive it.
-  MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log);
+  MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log)
+      : MachineParts(event, std::move(plan), secrets, log, Paths()) {}
+  MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log, Paths paths);
 
   foundation::Status open() override;
   foundation::Result<std::unique_ptr<PPPSession>> startPPP(PPPSession::Handlers handlers) override;
@@ -41,6 +53,7 @@ class MachineParts : public LinkParts {
   const LinkPlan plan_;
   SecretSource &secrets_;
   PPPLog &log_;
+  const Paths paths_;
   linux::EventClock clock_;
   // In the order of their making: what comes later uses what stands before.
   std::unique_ptr<RouteTable> table_;

@@ -1,0 +1,153 @@
+// The real parts of a link, with a program in pppd's place and everything below a temporary folder.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "helper/link/MachineParts.h"
+#include "helper/ppp/PPPOptions.h"
+#include "helper/ppp/PluginPath.h"
+#include "tests/support/LoopFixture.h"
+#include "tests/support/TemporaryFolder.h"
+
+using namespace helper;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class NoSecrets : public SecretSource {
+ public:
+  foundation::Result<foundation::Secret> secretForService(const std::string &, const Peer &) override {
+    return foundation::Error{"Test", 1, "there is none"};
+  }
+};
+
+class MachinePartsTest : public support::LoopFixture {
+ protected:
+  MachinePartsTest() {
+    plan.server = "192.0.2.1";
+    plan.ppp.account = "DOM\\al ice";
+    // Its words come into the file in one piece.
+    support::writeFile(pppd,
+                       "#!/bin/sh\nprintf '%s\\n' \"$@\" > \"$0.new\"\nmv \"$0.new\" \"$0.words\"\nexec sleep 100\n");
+    EXPECT_EQ(::chmod(pppd.c_str(), 0700), 0);
+  }
+
+  std::unique_ptr<MachineParts> make() {
+    return std::make_unique<MachineParts>(event_, plan, secrets, *log,
+                                          MachineParts::Paths{.journals = journals, .pppd = pppd});
+  }
+  // The only link's.
+  std::string linkFolder() const { return fs::directory_iterator(journals)->path(); }
+  // What the link has noted, as another link sees it.
+  std::vector<JournalEntry> noted() const {
+    auto other = Journal::create(journals);
+    EXPECT_TRUE(other);
+    const auto others = other->others();
+    other->finish();
+    return others.size() == 1 ? others.front().entries : std::vector<JournalEntry>();
+  }
+  static bool hasChildren() { return ::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }
+
+  support::TemporaryFolder folder;
+  const std::string journals = folder.path("journals");
+  const std::string pppd = folder.path("pppd");
+  foundation::Result<PPPLog> log = PPPLog::open(folder.path("ppp.log"));
+  NoSecrets secrets;
+  LinkPlan plan;
+};
+
+TEST_F(MachinePartsTest, GivesPPPDThePlansWordsAndNotesIt) {
+  const auto parts = make();
+  ASSERT_TRUE(parts->open());
+  const auto ppp = parts->startPPP({});
+  ASSERT_TRUE(ppp) << ppp.error().message;
+  EXPECT_TRUE((*ppp)->running());
+  const auto entries = noted();
+  ASSERT_EQ(entries.size(), 1U);
+  EXPECT_TRUE(std::holds_alternative<StartedProcess>(entries.front()));
+
+  std::vector<linux::Clock::Timer> looks;
+  ASSERT_TRUE(runUntil([&] {
+    looks.push_back(parts->clock().after(std::chrono::milliseconds(10), [] {}));
+    return fs::exists(pppd + ".words");
+  }));
+  const std::string place = linkFolder();
+  std::string words;
+  for (const std::string &word : pppOptions(
+           plan.ppp,
+           {.plugin = pluginPath(), .socket = place + "/plugin", .log = log->path(), .noScript = place + "/none"}))
+    words += word + "\n";
+  EXPECT_EQ(support::contentsOf(pppd + ".words"), words);
+  EXPECT_FALSE(fs::exists(place + "/none"));
+  (*ppp)->endNow(std::chrono::seconds(5));
+  parts->takeBack();
+}
+
+TEST_F(MachinePartsTest, LeavesNothingWhenItHasTakenEverythingBack) {
+  const auto parts = make();
+  parts->takeBack();  // nothing has been opened
+  ASSERT_TRUE(parts->open());
+  const auto ppp = parts->startPPP({});
+  ASSERT_TRUE(ppp) << ppp.error().message;
+  (*ppp)->endNow(std::chrono::seconds(5));
+  EXPECT_TRUE(fs::exists(journals));
+  parts->takeBack();
+  EXPECT_FALSE(fs::exists(journals));
+  parts->takeBack();
+  EXPECT_FALSE(fs::exists(journals));
+  EXPECT_FALSE(hasChildren());
+  EXPECT_EQ(support::contentsOf(log->path()), "");
+}
+
+TEST_F(MachinePartsTest, WithoutAJournalNothingIsOpen) {
+  support::writeFile(journals, "no folder");
+  const auto parts = make();
+  const auto opened = parts->open();
+  ASSERT_FALSE(opened);
+  EXPECT_NE(opened.error().message.find(journals), std::string::npos) << opened.error().message;
+  parts->takeBack();
+  EXPECT_EQ(support::contentsOf(journals), "no folder");
+}
+
+TEST_F(MachinePartsTest, AMissingPPPDIsNamedWithTheRemedy) {
+  fs::remove(pppd);
+  const auto parts = make();
+  ASSERT_TRUE(parts->open());
+  const auto ppp = parts->startPPP({});
+  ASSERT_FALSE(ppp);
+  EXPECT_EQ(ppp.error().message, "start " + pppd + ": No such file or directory (is the package ppp installed?)");
+  EXPECT_TRUE(noted().empty());
+  parts->takeBack();
+  EXPECT_FALSE(fs::exists(journals));
+}
+
+TEST_F(MachinePartsTest, APPPDThatCannotBeNotedIsEnded) {
+  const auto parts = make();
+  ASSERT_TRUE(parts->open());
+  // Nothing can take the journal's place.
+  fs::create_directories(linkFolder() + "/journal.plist/full");
+  const auto ppp = parts->startPPP({});
+  ASSERT_FALSE(ppp);
+  EXPECT_NE(ppp.error().message.find("journal.plist"), std::string::npos) << ppp.error().message;
+  EXPECT_FALSE(hasChildren());
+  parts->takeBack();
+  EXPECT_FALSE(fs::exists(journals));
+}
+
+TEST_F(MachinePartsTest, LooksForThePlansServer) {
+  const auto parts = make();
+  std::optional<in_addr> found;
+  const auto question = parts->findServer([&found](const foundation::Result<in_addr> &server) {
+    if (server) found = *server;
+  });
+  EXPECT_FALSE(found) << "later, from the loop";
+  ASSERT_TRUE(runUntil([&found] { return found.has_value(); }));
+  EXPECT_EQ(ntohl(found->s_addr), 0xc0000201U);
+}
+
+}  // namespace
