@@ -21,8 +21,8 @@ struct sd_event;
 namespace helper {
 
 // A link for the service SERVICE_ID of the preferences whose root is PREFERENCES, not started yet. START_OPTIONS are
-// laid over the service for this one link; null for none. An error (with a sentence part) when there is no such
-// service. The handler outlives the link.
+// laid over the service for this one link; null for none. An error (with a sentence part) when LinkPlan::make() has
+// one. The handler outlives the link.
 using LinkFactory = std::function<foundation::Result<std::unique_ptr<Link>>(
     const foundation::Value &preferences, const std::string &serviceID, const foundation::Value &startOptions,
     Link::StatusHandler handler)>;

@@ -127,7 +127,7 @@ foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const std::string
   const Value *service = root["NetworkServices"].find(serviceID);
   if (service == nullptr) return foundation::Error{"Link", 0, "there is no network service " + serviceID};
   const Value interface = entity(*service, startOptions, "Interface");
-  if (interface["Type"].string() != "PPP" || !interface["SubType"].isString())
+  if (!service->isDictionary() || interface["Type"].string() != "PPP" || !interface["SubType"].isString())
     return foundation::Error{"Link", 0, "the network service " + serviceID + " is no PPP service"};
   const TunnelKindRow *kind = tunnelKindCalled(interface["SubType"].string());
   if (kind == nullptr)

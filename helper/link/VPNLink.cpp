@@ -52,13 +52,14 @@ void VPNLink::begin() {
                                .ended = [this](const PPPEnd &end) { pppEnded(end); }});
   if (!ppp) return cannotStart(ppp.error());
   ppp_ = std::move(*ppp);
-  tell(kPhaseConnectingLink);
   resolution_ = parts_->findServer([this](const foundation::Result<in_addr> &server) { serverFound(server); });
   // Every stage has a deadline of its own; this is for what none thought of, and never the first.
   deadline_ = parts_->clock().after(tunnelKind(plan_.kind).deadline(plan_) + plan_.pppDeadline, [this] {
     fail(kCauseNegotiationFailed, 0,
          "The connection did not come up in time; the server is very slow or does not answer.");
   });
+  // Last: whoever hears it may stop the link.
+  tell(kPhaseConnectingLink);
 }
 
 void VPNLink::serverFound(const foundation::Result<in_addr> &server) {
@@ -181,7 +182,6 @@ void VPNLink::pppEnded(const PPPEnd &ended) {
     parts_->log(endingSentence(ended, tunnelKind(plan_.kind).nothingArrived, lacksMPPE));
   }
   if (!cause_) cause_ = lastCause(ended);
-  if (state_ == State::ending) return endTunnel();
   end(Farewell::orderly);
 }
 

@@ -55,10 +55,12 @@ foundation::Result<std::uint16_t> KernelPPTPDataPath::bind(in_addr local) {
 }
 
 foundation::Result<foundation::FileDescriptor> KernelPPTPDataPath::connect(in_addr peer, std::uint16_t peerCallID) {
+  // One that cannot be connected is closed.
+  foundation::FileDescriptor socket = std::move(socket_);
   const PPPoXAddress address(peer, peerCallID);
-  if (::connect(socket_.get(), &address.any, sizeof address.pppox) < 0)
+  if (::connect(socket.get(), &address.any, sizeof address.pppox) < 0)
     return foundation::errnoError(errno, "connect the PPTP socket");
-  return std::move(socket_);
+  return socket;
 }
 
 }  // namespace helper

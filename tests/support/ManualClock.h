@@ -3,6 +3,7 @@
 #pragma once
 
 #include <list>
+#include <stdexcept>
 #include <utility>
 
 #include "linux/Clock.h"
@@ -14,6 +15,8 @@ class ManualClock : public linux::Clock {
   std::chrono::steady_clock::time_point now() const override { return now_; }
 
   Timer after(std::chrono::milliseconds delay, std::function<void()> handler) override {
+    // The real one would never come to it.
+    if (delay.count() < 0) throw std::invalid_argument("a delay is not negative");
     const auto waiting = std::make_shared<Waiting>(Waiting{now_ + delay, std::move(handler)});
     waiting_.push_back(waiting);
     return waiting;

@@ -53,6 +53,10 @@ TEST(LinkPlan, NeedsAServiceOfTheRightKind) {
   EXPECT_EQ(refusal(Value(), "ID"), "there is no network service ID");
   EXPECT_EQ(refusal(Value("text"), "ID"), "there is no network service ID");
   EXPECT_EQ(refusal(preferences({}, "PPTP", "Ethernet"), "ID"), "the network service ID is no PPP service");
+  const Value noDictionary = Entries{{"NetworkServices", Entries{{"ID", "text"}}}};
+  const Value whole = preferences({})["NetworkServices"]["ID"];
+  EXPECT_EQ(LinkPlan::make(noDictionary, "ID", whole, {}).error().message, "the network service ID is no PPP service")
+      << "what a start asks for makes no service";
   EXPECT_EQ(refusal(preferences({}, "PPPoE"), "ID"), "tunnels of the kind \"PPPoE\" are not supported");
   EXPECT_EQ(refusal(preferences({}, "l2tp"), "ID"), "tunnels of the kind \"l2tp\" are not supported");
 }

@@ -26,7 +26,9 @@ struct LinkMachine {
   bool hasMPPE = true;      // the kernel
   bool answersStop = true;  // the tunnel
   bool pppRuns = false;
+  std::chrono::milliseconds grace{};  // for pppd's end, as last granted
   bool tunnelThere = false;
+  in_addr keptOff{};  // of the tunnel, at last
 
   // Whom the link listens to.
   helper::LinkParts::AddressHandler address;
@@ -57,13 +59,18 @@ class RecordingPPP : public helper::PPPSession {
   ~RecordingPPP() override { machine_.ppp = {}; }
   bool running() const override { return machine_.pppRuns; }
   void giveChannel(foundation::FileDescriptor) override { machine_.record("ppp channel"); }
-  void terminate(std::chrono::milliseconds) override { machine_.record("ppp terminate"); }
-  void hangUp(std::chrono::milliseconds) override { machine_.record("ppp hangUp"); }
-  void endNow(std::chrono::milliseconds) override {
-    if (std::exchange(machine_.pppRuns, false)) machine_.record("ppp endNow");
+  void terminate(std::chrono::milliseconds grace) override { end("ppp terminate", grace); }
+  void hangUp(std::chrono::milliseconds grace) override { end("ppp hangUp", grace); }
+  void endNow(std::chrono::milliseconds deadline) override {
+    if (std::exchange(machine_.pppRuns, false)) end("ppp endNow", deadline);
   }
 
  private:
+  void end(const std::string &how, std::chrono::milliseconds grace) {
+    machine_.record(how);
+    machine_.grace = grace;
+  }
+
   LinkMachine &machine_;
 };
 
@@ -122,7 +129,8 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
 
  private:
   foundation::Status pinServer(in_addr server) override { return machine_.attempt("pin", helper::textOf(server)); }
-  foundation::Status keepServerOff(const std::string &interface, in_addr) override {
+  foundation::Status keepServerOff(const std::string &interface, in_addr server) override {
+    machine_.keptOff = server;
     return machine_.attempt("keep off", interface);
   }
   foundation::Status carryEverything(const std::string &interface, in_addr) override {

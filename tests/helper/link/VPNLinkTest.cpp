@@ -338,6 +338,19 @@ TEST_F(VPNLinkTest, WithoutAPasswordPPPIsToldSo) {
   EXPECT_EQ(machine.sentences, std::vector<std::string>{"There is no password for the connection: it is broken."});
 }
 
+TEST_F(VPNLinkTest, ThePasswordIsHandedOn) {
+  reach(Stage::authenticating);
+  std::array<int, 2> ends{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const foundation::FileDescriptor ours(ends[0]);
+  const foundation::FileDescriptor other(ends[1]);
+  const auto peer = Peer::ofSocket(ours.get());
+  ASSERT_TRUE(peer);
+  const auto secret = machine.ppp.password(*peer);
+  ASSERT_TRUE(secret);
+  EXPECT_EQ(secret->text(), "a password");
+}
+
 // ---- The deadline for everything
 
 class Deadline : public VPNLinkTest, public ::testing::WithParamInterface<Stage> {};
@@ -362,6 +375,7 @@ TEST_F(VPNLinkTest, ALinkThatIsUpHasNoDeadline) {
   reach(Stage::up);
   machine.clock.advance(std::chrono::hours(24));
   EXPECT_EQ(link->status().status, 2);
+  EXPECT_FALSE(machine.did("ppp terminate"));
 }
 
 // ---- A stop in each state
@@ -383,6 +397,75 @@ TEST_P(Stopped, EndsOrderlyWithTheUsersCause) {
 
 INSTANTIATE_TEST_SUITE_P(VPNLink, Stopped, ::testing::ValuesIn(stages(Stage::started, Stage::down)),
                          [](const auto &test) { return nameOf(test.param); });
+
+TEST_F(VPNLinkTest, AStopBeforeTheFirstTurnWaitsForIt) {
+  reach(Stage::started);
+  link->stop();
+  machine.clock.run();
+  finish();
+  EXPECT_EQ(phases(), (Phases{1, 10, 0}));
+  EXPECT_FALSE(machine.did("open"));
+}
+
+// Whoever hears of a phase may stop the link at once, from within the handler.
+class StoppedOnHearing : public VPNLinkTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(StoppedOnHearing, EndsAndStartsNothingMore) {
+  link = std::make_unique<VPNLink>(plan(), std::make_unique<RecordingParts>(machine), [this](const LinkStatus &status) {
+    told.push_back(status);
+    if (phases().back() == GetParam()) link->stop();
+  });
+  reach(Stage::findingServer);
+  if (GetParam() <= kPhaseConnectingLink) {
+    EXPECT_FALSE(machine.address) << "nobody looks for the server any more";
+  } else {
+    machine.address(address("192.0.2.1"));
+    machine.tunnel.up({});
+    for (const int phase : {4, 5, 7, 8}) machine.ppp.phase(phase);
+    machine.ppp.ipUp(ipUp());
+    if (machine.nameServersDone) machine.nameServersDone("");
+  }
+  finish();
+  machine.clock.advance(std::chrono::hours(1));
+  EXPECT_TRUE(machine.sentences.empty());
+  expectDown(kCauseUserRequest);
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, StoppedOnHearing, ::testing::Values(1, 2, 4, 5, 7, 8),
+                         [](const auto &test) { return "phase" + std::to_string(test.param); });
+
+TEST_F(VPNLinkTest, AStopBeforeTheChannelIsToldAtOnce) {
+  reach(Stage::makingTunnel);
+  link->stop();
+  EXPECT_EQ(phases().back(), kPhaseDisconnectingLink);
+}
+
+TEST_F(VPNLinkTest, TheCauseIsToldFromTheBeginningOfTheEnd) {
+  reach(Stage::makingTunnel);
+  EXPECT_EQ(lastCause(), 0);
+  link->stop();
+  EXPECT_EQ(lastCause(), kCauseUserRequest);
+}
+
+TEST_F(VPNLinkTest, PPPHasTimeToSayGoodbye) {
+  reach(Stage::endingPPP);
+  EXPECT_EQ(machine.grace, seconds(3));
+}
+
+TEST_F(VPNLinkTest, ALinkWithoutTunnelIsTakenBackInATurnOfItsOwn) {
+  reach(Stage::findingServer);
+  link->stop();
+  endPPP({.code = 5});
+  EXPECT_FALSE(machine.did("take back"));
+  finish();
+  expectDown(kCauseUserRequest);
+}
+
+TEST_F(VPNLinkTest, ALinkThatIsDownHasNoAddresses) {
+  reach(Stage::down);
+  EXPECT_EQ(link->status().extendedStatus["IPv4"]["Router"].string(), "");
+  EXPECT_EQ(link->status().extendedStatus["PPP"]["ConnectTime"].integerValue(), 0);
+}
 
 TEST_F(VPNLinkTest, AStopTellsPPPsPhasesOnTheWayDown) {
   reach(Stage::up);
@@ -408,6 +491,15 @@ TEST_F(VPNLinkTest, AnAnswerAfterAStopStartsNothing) {
   finish();
   EXPECT_FALSE(machine.did("ppp channel"));
   EXPECT_FALSE(machine.did("carry ppp0"));
+  expectDown(kCauseUserRequest);
+}
+
+TEST_F(VPNLinkTest, AFailureAfterAStopIsNotTold) {
+  reach(Stage::makingTunnel);
+  link->stop();
+  machine.tunnel.failed({DeviceCause::noAnswer, "The tunnel does not come up."});
+  finish();
+  EXPECT_TRUE(machine.sentences.empty());
   expectDown(kCauseUserRequest);
 }
 
@@ -494,6 +586,29 @@ TEST_F(VPNLinkTest, AKernelWithoutMPPEIsNamed) {
   EXPECT_NE(machine.sentences.front().find("this kernel has no MPPE"), std::string::npos);
 }
 
+TEST_F(VPNLinkTest, AKernelIsAccusedOnlyOfWhatIsWantedAndMissing) {
+  for (const MPPE wanted : {MPPE::none, MPPE::any}) {
+    LinkPlan some = plan();
+    some.ppp.mppe = wanted;
+    machine.hasMPPE = wanted != MPPE::none;
+    make(some);
+    reach(Stage::authenticating);
+    endPPP(after(10, 5));
+    finish();
+    EXPECT_TRUE(machine.sentences.back().starts_with("The server and this machine could not agree"))
+        << machine.sentences.back();
+  }
+}
+
+TEST_F(VPNLinkTest, WithoutMPPENothingNeedsToEncrypt) {
+  reach(Stage::network);
+  PluginIPUp up = ipUp();
+  up.encrypted = false;
+  machine.ppp.ipUp(up);
+  machine.nameServersDone("");
+  EXPECT_EQ(phases().back(), kPhaseConnected);
+}
+
 TEST_F(VPNLinkTest, AServerThatDoesNotEncryptIsNotBelieved) {
   LinkPlan encrypted = plan();
   encrypted.ppp.mppe = MPPE::only128;
@@ -545,6 +660,13 @@ INSTANTIATE_TEST_SUITE_P(VPNLink, HungUp,
                            return nameOf(test.param.stage) + (test.param.byServer ? "ByServer" : "Lost");
                          });
 
+TEST_F(VPNLinkTest, APPPWithoutItsChannelIsNotHungUp) {
+  reach(Stage::makingTunnel);
+  machine.tunnel.lost({.endedByServer = false, .sentence = "The call has ended."});
+  EXPECT_TRUE(machine.did("ppp terminate"));
+  EXPECT_FALSE(machine.did("ppp hangUp"));
+}
+
 class HungUpLate : public VPNLinkTest, public ::testing::WithParamInterface<Stage> {};
 
 TEST_P(HungUpLate, ChangesNothing) {
@@ -565,6 +687,8 @@ TEST_F(VPNLinkTest, AHangUpWhilePPPEndsByItselfLeavesTheReasonToPPP) {
   EXPECT_FALSE(machine.did("ppp hangUp"));
   endPPP(after(19, 5));
   finish();
+  machine.clock.advance(seconds(10));
+  EXPECT_FALSE(machine.did("ppp terminate")) << "it has ended by itself";
   expectDown(kCauseNotAuthenticated);
 }
 
@@ -610,15 +734,30 @@ TEST_F(VPNLinkTest, AnotherAddressInTheMiddleEndsIt) {
   expectDown(kCauseNegotiationFailed);
 }
 
-TEST_F(VPNLinkTest, RoutesThatCannotBeSetAgainEndIt) {
-  machine.failing = "carry again";
+TEST_F(VPNLinkTest, NegotiationOnceMoreKeepsTheServerOff) {
   reach(Stage::up);
+  machine.keptOff = {};
+  machine.ppp.ipUp(ipUp());
+  EXPECT_EQ(machine.keptOff.s_addr, address("192.0.2.1").s_addr);
+}
+
+class RoutesAgain : public VPNLinkTest, public ::testing::WithParamInterface<const char *> {};
+
+TEST_P(RoutesAgain, ThatCannotBeSetEndIt) {
+  reach(Stage::up);
+  machine.failing = GetParam();
   machine.ppp.ipUp(ipUp());
   finish();
   EXPECT_EQ(machine.sentences,
             std::vector<std::string>{"The routes into the tunnel cannot be set again: it is broken."});
   expectDown(kCauseFatal);
 }
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, RoutesAgain, ::testing::Values("keep off", "carry again"), [](const auto &test) {
+  std::string name = test.param;
+  std::erase(name, ' ');
+  return name;
+});
 
 TEST_F(VPNLinkTest, EncryptionThatIsGoneAfterwardsEndsIt) {
   LinkPlan encrypted = plan();
@@ -645,6 +784,14 @@ TEST_F(VPNLinkTest, TheLastWordWaitsForTheReaderOfTheLastSentence) {
 }
 
 TEST_F(VPNLinkTest, WithoutASentenceTheLastWordComesAtOnce) {
+  reach(Stage::endingTunnel);
+  machine.clock.run();
+  EXPECT_TRUE(link->isDown());
+}
+
+TEST_F(VPNLinkTest, ASentenceOfLongAgoHasBeenRead) {
+  machine.say("A sentence of an earlier connection.");
+  machine.clock.advance(seconds(10));
   reach(Stage::endingTunnel);
   machine.clock.run();
   EXPECT_TRUE(link->isDown());
@@ -683,6 +830,11 @@ TEST_P(Destroyed, LeavesACleanMachineAndTellsNobody) {
   EXPECT_EQ(told.size(), before);
   EXPECT_FALSE(machine.tunnelThere);
   expectClean();
+  // A tunnel that still says something may need what stands in the journal.
+  if (GetParam() >= Stage::makingTunnel && GetParam() < Stage::readingTime)
+    EXPECT_LT(std::ranges::find(machine.deeds, "tunnel gone"), std::ranges::find(machine.deeds, "take back"));
+  if (machine.did("ppp endNow"))
+    EXPECT_EQ(machine.grace, milliseconds(1500)) << "the whole end takes five seconds at most";
   machine.clock.advance(seconds(100));
   EXPECT_EQ(told.size(), before) << "nothing of it is left in the loop";
 }
