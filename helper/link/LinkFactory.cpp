@@ -26,6 +26,7 @@ LinkFactory plannedLinks(PPPLog &log, const bool &serverRemembers, LinkMaker mak
     }
     if (plan->isInClear())
       log.write("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in " + settingsPath + ".");
+    if (plan->ppp.verbose) log.write("The connection that is asked for: " + plan->description() + ".");
     return make(std::move(*plan), std::move(handler));
   };
 }

@@ -152,19 +152,12 @@ foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const std::string
 bool LinkPlan::isInClear() const { return !tunnelKind(kind).needsIPSec && pptp.mppe == EngineSettings::MPPE::none; }
 
 std::string LinkPlan::description() const {
-  const auto yesOrNo = [](bool yes) { return std::string(yes ? "yes" : "no"); };
-  std::string text = "service: " + serviceID + "\n";
-  text += std::string("tunnel: ") + tunnelKind(kind).name + "\n";
-  text += "server: " + server + "\n";
-  text += "account: " + ppp.account + "\n";
-  text += "authentication: " + namesOf(ppp.authProtocols) + "\n";
-  text += "MPPE: " + nameOf(ppp.mppe) + "\n";
-  text += "MTU: " + std::to_string(ppp.mtu) + "\n";
-  text += "MRU: " + std::to_string(ppp.mru) + "\n";
-  text += "carries everything: " + yesOrNo(carriesEverything) + "\n";
-  text += "name servers: " + yesOrNo(ppp.peerDNS) + "\n";
-  text += "deadline: " + std::to_string((tunnelKind(kind).deadline(*this) + pppDeadline).count()) + " ms\n";
-  return text;
+  const auto bytes = [](int count) { return std::to_string(count) + " bytes"; };
+  return std::string(tunnelKind(kind).name) + " to " + server + ", account " + ppp.account + ", authentication " +
+         namesOf(ppp.authProtocols) + ", MPPE " + nameOf(ppp.mppe) + ", MTU " + bytes(ppp.mtu) + ", MRU " +
+         bytes(ppp.mru) + ", " + (carriesEverything ? "carries everything" : "carries its own network") + ", " +
+         (ppp.peerDNS ? "asks for name servers" : "asks for no name servers") + ", within " +
+         std::to_string((tunnelKind(kind).deadline(*this) + pppDeadline).count()) + " ms";
 }
 
 }  // namespace helper

@@ -37,7 +37,7 @@ struct LinkPlan {
 
   // True when the settings take the encryption away that the tunnel would have.
   bool isInClear() const;
-  // For people who look for a mistake: one line per entry, "name: value".
+  // One line for people who look for a mistake.
   std::string description() const;
 };
 

@@ -1,8 +1,7 @@
 // Our pppd: a direct child with our plugin in it. Puts the process and the plugin's socket together into one thing that
 // starts, speaks and ends.
 //
-// Usual sequence: start; needsChannel, answered by giveChannel when the tunnel is there; phases, needsPassword, ipUp;
-// ended, once, last. Thread rule: the thread of the event loop. Nothing blocks but endNow,
+// Usual sequence: start; then PPPSession's. Thread rule: the thread of the event loop. Nothing blocks but endNow,
 // waitForEnd and the destructor.
 
 #pragma once

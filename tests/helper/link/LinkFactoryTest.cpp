@@ -13,7 +13,8 @@ using SourcePort = EngineSettings::SourcePort;
 class LinkFactoryTest : public ::testing::Test {
  protected:
   // Makes a link of KIND with SETTINGS as the machine's file; its plan is plan().
-  foundation::Result<std::unique_ptr<Link>> make(const std::string &kind, const std::string &settings = {}) {
+  foundation::Result<std::unique_ptr<Link>> make(const std::string &kind, const std::string &settings = {},
+                                                 const Value &startOptions = {}) {
     support::writeFile(settingsPath, settings);
     const Value service = Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", kind}}}};
     const Value root = Value::Dictionary{{"NetworkServices", Value::Dictionary{{"ID", service}}}};
@@ -21,7 +22,7 @@ class LinkFactoryTest : public ::testing::Test {
       plan = std::move(made);
       return std::unique_ptr<Link>();
     };
-    return plannedLinks(*log, serverRemembers, maker, settingsPath)(root, "ID", {}, {});
+    return plannedLinks(*log, serverRemembers, maker, settingsPath)(root, "ID", startOptions, {});
   }
   std::string logged() const { return support::contentsOf(folder.path("ppp.log")).value_or(""); }
 
@@ -67,6 +68,11 @@ TEST_F(LinkFactoryTest, ASourcePortThatIsSetStays) {
   serverRemembers = true;
   ASSERT_TRUE(make("L2TP", "l2tp = { source_port = \"1701\"; };"));
   EXPECT_EQ(plan->l2tp.sourcePort, SourcePort::wellKnown) << logged();
+}
+
+TEST_F(LinkFactoryTest, WhereMuchIsToBeLoggedThePlanIsToo) {
+  ASSERT_TRUE(make("L2TP", {}, Value::Dictionary{{"PPP", Value::Dictionary{{"VerboseLogging", 1}}}}));
+  EXPECT_NE(logged().find("The connection that is asked for: L2TP to "), std::string::npos) << logged();
 }
 
 TEST_F(LinkFactoryTest, PPTPHasNoPortToAvoid) {

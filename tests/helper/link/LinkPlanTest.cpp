@@ -200,10 +200,10 @@ TEST(LinkPlan, TheMachineDecidesOnPPTPsEncryption) {
 TEST(LinkPlan, DescribesItselfWithoutSecrets) {
   const std::string text =
       planOf({{"AuthName", "alice"}, {"AuthPassword", "ITEM"}, {"CommRemoteAddress", "vpn.example.org"}}).description();
-  EXPECT_EQ(text,
-            "service: ID\ntunnel: PPTP\nserver: vpn.example.org\naccount: alice\n"
-            "authentication: PAP CHAP MSCHAP1 MSCHAP2\nMPPE: none\nMTU: 1448\nMRU: 1500\n"
-            "carries everything: yes\nname servers: yes\ndeadline: 70000 ms\n");
+  EXPECT_EQ(
+      text,
+      "PPTP to vpn.example.org, account alice, authentication PAP CHAP MSCHAP1 MSCHAP2, MPPE none, MTU 1448 bytes, "
+      "MRU 1500 bytes, carries everything, asks for name servers, within 70000 ms");
 }
 
 }  // namespace
