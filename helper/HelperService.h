@@ -19,6 +19,9 @@
 #include "helper/link/LinkFactory.h"
 #include "helper/store/Keychain.h"
 #include "helper/store/PreferencesStore.h"
+#include "linux/EventSource.h"
+#include "linux/SystemdOwners.h"
+#include "wire/Messages.h"
 
 namespace helper {
 
@@ -35,7 +38,6 @@ class HelperService {
                 std::chrono::milliseconds endDeadline = kEndDeadline);
   HelperService(const HelperService &) = delete;
   HelperService &operator=(const HelperService &) = delete;
-  ~HelperService();
 
   // Answers calls that come in on SOCKET from now on.
   foundation::Status serve(foundation::FileDescriptor socket);
@@ -46,17 +48,25 @@ class HelperService {
  private:
   template <int (HelperService::*method)(sd_bus_message *)>
   static int handle(sd_bus_message *message, void *service, sd_bus_error *error);
+  // Reads the call, has METHOD answer it, and writes the reply.
+  template <auto method>
+  int answer(sd_bus_message *message);
+  template <auto method>
+  static constexpr sd_bus_vtable entry(const char *member);
   static const sd_bus_vtable kMethods[];
 
-  int readPreferences(sd_bus_message *message);
-  int commitPreferences(sd_bus_message *message);
-  int applyPreferences(sd_bus_message *message);
-  int addKeychainItem(sd_bus_message *message);
-  int findKeychainItems(sd_bus_message *message);
-  int deleteKeychainItem(sd_bus_message *message);
-  int startLink(sd_bus_message *message);
-  int stopLink(sd_bus_message *message);
-  int linkStatus(sd_bus_message *message);
+  // An error says that the call is not what it should be; all else is a code in the reply.
+  template <class Reply>
+  using Result = foundation::Result<Reply>;
+  Result<wire::ReadPreferencesReply> readPreferences(const wire::Nothing &call);
+  Result<wire::CommitPreferencesReply> commitPreferences(const wire::CommitPreferences &call);
+  Result<wire::Code> applyPreferences(const wire::Nothing &call);
+  Result<wire::AddKeychainItemReply> addKeychainItem(const wire::AddKeychainItem &call);
+  Result<wire::FindKeychainItemsReply> findKeychainItems(const wire::FindKeychainItems &call);
+  Result<wire::Code> deleteKeychainItem(const wire::DeleteKeychainItem &call);
+  Result<wire::Code> startLink(const wire::StartLink &call);
+  Result<wire::Code> stopLink(const wire::StopLink &call);
+  Result<wire::LinkStatusReply> linkStatus(const wire::LinkStatus &call);
   int peerIsGone(sd_bus_message *message);
   int refuseDeafPeer(sd_bus_message *message);
 
@@ -71,9 +81,9 @@ class HelperService {
   LinkFactory links_;
   PPPLog &log_;
   const std::chrono::milliseconds endDeadline_;
-  sd_bus *bus_ = nullptr;
-  sd_event_source *deadline_ = nullptr;
-  sd_event_source *exit_ = nullptr;
+  linux::Bus bus_;
+  linux::EventSource exit_;
+  linux::EventSource deadline_;
   std::string serviceID_;  // of link_
   bool linger_ = false;
   bool ending_ = false;

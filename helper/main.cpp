@@ -13,6 +13,7 @@
 #include "helper/HelperService.h"
 #include "helper/repair/Repair.h"
 #include "linux/EventSource.h"
+#include "linux/SystemdOwners.h"
 
 namespace {
 
@@ -33,27 +34,21 @@ int main() {
   auto log = helper::PPPLog::open();
   if (!log) return 1;
 
-  sd_event *event = nullptr;
-  if (sd_event_default(&event) < 0) return 1;
-  int exitCode = 1;
-  {
-    linux::PosixFileSystem fileSystem;
-    helper::PreferencesStore preferences(helper::PreferencesStore::kPath, fileSystem, *log);
-    helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log);
-    bool serverRemembers = false;
-    helper::HelperService service(event, preferences, keychain,
-                                  helper::plannedLinks(*log, serverRemembers, helper::vpnLinks(event, keychain, *log)),
-                                  *log);
-    std::function<void()> end = [&service] { service.end(); };
-    foundation::Status status = helper::endOnSignals(event, end);
-    // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
-    linux::endLoopOnException(event, [&] { serverRemembers = helper::repairAbandoned(*log); });
-    if (status) status = service.serve(std::move(*socket));
-    if (status)
-      exitCode = helper::runLoop(event, *log);
-    else
-      log->write("The helper cannot serve: " + status.error().message);
-  }
-  sd_event_unref(event);
-  return exitCode;
+  linux::EventLoop loop;
+  if (sd_event_default(linux::Out(loop)) < 0) return 1;
+  linux::PosixFileSystem fileSystem;
+  helper::PreferencesStore preferences(helper::PreferencesStore::kPath, fileSystem, *log);
+  helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log);
+  bool serverRemembers = false;
+  helper::HelperService service(
+      loop.get(), preferences, keychain,
+      helper::plannedLinks(*log, serverRemembers, helper::vpnLinks(loop.get(), keychain, *log)), *log);
+  std::function<void()> end = [&service] { service.end(); };
+  foundation::Status status = helper::endOnSignals(loop.get(), end);
+  // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
+  linux::endLoopOnException(loop.get(), [&] { serverRemembers = helper::repairAbandoned(*log); });
+  if (status) status = service.serve(std::move(*socket));
+  if (status) return helper::runLoop(loop.get(), *log);
+  log->write("The helper cannot serve: " + status.error().message);
+  return 1;
 }

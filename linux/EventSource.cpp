@@ -70,6 +70,14 @@ EventSource EventSource::soon(sd_event *event, std::function<void()> handler) {
   return EventSource(std::move(state));
 }
 
+EventSource EventSource::atExit(sd_event *event, std::function<void()> handler) {
+  auto state = std::make_shared<State>();
+  state->handler = [handler = std::move(handler)](std::uint32_t) { handler(); };
+  State::check(sd_event_add_exit(event, &state->source, turnCame, state.get()));
+  State::check(sd_event_source_set_priority(state->source, SD_EVENT_PRIORITY_IMPORTANT));
+  return EventSource(std::move(state));
+}
+
 EventSource &EventSource::operator=(EventSource &&other) noexcept {
   if (this != &other) {
     reset();

@@ -31,6 +31,8 @@ class EventSource {
   static EventSource timer(sd_event *event, std::chrono::milliseconds delay, std::function<void()> handler);
   // Once, in the loop's next turn.
   static EventSource soon(sd_event *event, std::function<void()> handler);
+  // Once, when the loop is told to exit, before what has the usual priority.
+  static EventSource atExit(sd_event *event, std::function<void()> handler);
 
   explicit operator bool() const { return state_ != nullptr; }
   // Changes what an io source waits for.

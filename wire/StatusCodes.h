@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string_view>
 
-namespace helper {
+namespace wire {
 
 inline constexpr std::string_view kSCErrorDomain = "SCError";
 
@@ -33,4 +33,4 @@ enum : std::int32_t {
   errSecItemNotFound = -25300,
 };
 
-}  // namespace helper
+}  // namespace wire

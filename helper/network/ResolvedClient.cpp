@@ -18,33 +18,32 @@ constexpr char kName[] = "org.freedesktop.resolve1";
 class Call {
  public:
   Call(sd_bus *bus, const char *method) {
-    result_ = sd_bus_message_new_method_call(bus, &message_, kName, "/org/freedesktop/resolve1",
+    result_ = sd_bus_message_new_method_call(bus, linux::Out(message_), kName, "/org/freedesktop/resolve1",
                                              "org.freedesktop.resolve1.Manager", method);
     // Whoever has stopped the daemon did not ask for it to be started again.
-    if (result_ >= 0) result_ = sd_bus_message_set_auto_start(message_, 0);
+    if (result_ >= 0) result_ = sd_bus_message_set_auto_start(message_.get(), 0);
   }
   Call(const Call &) = delete;
   Call &operator=(const Call &) = delete;
-  ~Call() { sd_bus_message_unref(message_); }
 
   template <class... Arguments>
   void append(const char *types, Arguments... arguments) {
-    if (result_ >= 0) result_ = sd_bus_message_append(message_, types, arguments...);
+    if (result_ >= 0) result_ = sd_bus_message_append(message_.get(), types, arguments...);
   }
   void open(char kind, const char *contents) {
-    if (result_ >= 0) result_ = sd_bus_message_open_container(message_, kind, contents);
+    if (result_ >= 0) result_ = sd_bus_message_open_container(message_.get(), kind, contents);
   }
   void close() {
-    if (result_ >= 0) result_ = sd_bus_message_close_container(message_);
+    if (result_ >= 0) result_ = sd_bus_message_close_container(message_.get());
   }
   void bytes(const void *data, std::size_t size) {
-    if (result_ >= 0) result_ = sd_bus_message_append_array(message_, 'y', data, size);
+    if (result_ >= 0) result_ = sd_bus_message_append_array(message_.get(), 'y', data, size);
   }
   int result() const { return result_; }
-  sd_bus_message *message() const { return message_; }
+  sd_bus_message *message() const { return message_.get(); }
 
  private:
-  sd_bus_message *message_ = nullptr;
+  linux::BusMessage message_;
   int result_ = 0;
 };
 
@@ -65,23 +64,17 @@ Error refusal(const sd_bus_error &error) {
 ResolvedClient::ResolvedClient(sd_event *event, std::string bus, std::chrono::milliseconds deadline)
     : event_(event), address_(std::move(bus)), deadlineAfter_(deadline) {}
 
-ResolvedClient::~ResolvedClient() {
-  if (bus_ == nullptr) return;
-  sd_bus_detach_event(bus_);
-  sd_bus_close_unref(bus_);
-}
-
 int ResolvedClient::connect() {
-  int result = sd_bus_new(&bus_);
-  if (result >= 0) result = sd_bus_set_address(bus_, address_.c_str());
-  if (result >= 0) result = sd_bus_set_bus_client(bus_, 1);
-  if (result >= 0) result = sd_bus_start(bus_);
-  if (result >= 0) result = sd_bus_attach_event(bus_, event_, SD_EVENT_PRIORITY_NORMAL);
+  int result = sd_bus_new(linux::Out(bus_));
+  if (result >= 0) result = sd_bus_set_address(bus_.get(), address_.c_str());
+  if (result >= 0) result = sd_bus_set_bus_client(bus_.get(), 1);
+  if (result >= 0) result = sd_bus_start(bus_.get());
+  if (result >= 0) result = sd_bus_attach_event(bus_.get(), event_, SD_EVENT_PRIORITY_NORMAL);
   return result;
 }
 
 int ResolvedClient::send(sd_bus_message *message) {
-  const int result = sd_bus_call_async(bus_, nullptr, message, answered, this, 0);
+  const int result = sd_bus_call_async(bus_.get(), nullptr, message, answered, this, 0);
   if (result >= 0) ++unanswered_;
   return result;
 }
@@ -95,7 +88,7 @@ void ResolvedClient::tell(int index, const std::vector<in_addr> &servers, bool p
   }
   int result = 0;
   {
-    Call call(bus_, "SetLinkDNS");
+    Call call(bus_.get(), "SetLinkDNS");
     call.append("i", index);
     call.open('a', "(iay)");
     for (const in_addr server : servers) {
@@ -108,13 +101,13 @@ void ResolvedClient::tell(int index, const std::vector<in_addr> &servers, bool p
     result = call.result() < 0 ? call.result() : send(call.message());
   }
   if (result >= 0) {
-    Call call(bus_, "SetLinkDefaultRoute");
+    Call call(bus_.get(), "SetLinkDefaultRoute");
     call.append("ib", index, primary ? 1 : 0);
     result = call.result() < 0 ? call.result() : send(call.message());
   }
   if (result >= 0 && primary) {
     // The root domain, routing only: every name is asked for here.
-    Call call(bus_, "SetLinkDomains");
+    Call call(bus_.get(), "SetLinkDomains");
     call.append("ia(sb)", index, 1, ".", 1);
     result = call.result() < 0 ? call.result() : send(call.message());
   }

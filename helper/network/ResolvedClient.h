@@ -16,6 +16,7 @@
 
 #include "foundation/Result.h"
 #include "linux/EventSource.h"
+#include "linux/SystemdOwners.h"
 
 namespace helper {
 
@@ -30,7 +31,6 @@ class ResolvedClient {
   ResolvedClient(sd_event *event, std::string bus, std::chrono::milliseconds deadline = kDeadline);
   ResolvedClient(const ResolvedClient &) = delete;
   ResolvedClient &operator=(const ResolvedClient &) = delete;
-  ~ResolvedClient();
 
   // SERVERS are the interface's of number INDEX; every name is asked for there if PRIMARY. HANDLER is called once, from
   // the loop; it may destroy this.
@@ -46,7 +46,7 @@ class ResolvedClient {
   const std::string address_;
   const std::chrono::milliseconds deadlineAfter_;
   Handler handler_;
-  sd_bus *bus_ = nullptr;
+  linux::Bus bus_;
   int unanswered_ = 0;
   linux::EventSource next_;
 };

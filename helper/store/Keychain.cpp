@@ -6,6 +6,7 @@
 
 #include "foundation/PropertyList.h"
 #include "foundation/UUID.h"
+#include "wire/Messages.h"
 #include "wire/StatusCodes.h"
 
 namespace helper {
@@ -21,10 +22,9 @@ namespace {
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr std::size_t kMaximumFile = std::size_t{4} << 20;  // bytes
-constexpr std::size_t kMaximumPath = 4096;
 
 Error keychainError(std::int32_t code, std::string message) {
-  return {std::string(kOSStatusDomain), code, std::move(message)};
+  return {std::string(wire::kOSStatusDomain), code, std::move(message)};
 }
 
 std::int32_t codeOf(const Error &error) {
@@ -32,9 +32,9 @@ std::int32_t codeOf(const Error &error) {
     case EACCES:
     case EPERM:
     case EROFS:
-      return errSecWrPerm;
+      return wire::errSecWrPerm;
     default:
-      return errSecNotAvailable;
+      return wire::errSecNotAvailable;
   }
 }
 
@@ -51,12 +51,12 @@ bool isAcceptable(const KeychainItem::Attributes &attributes) {
 }
 
 bool isAcceptable(const KeychainItem::Access &access) {
-  return access.description.size() <= kMaximumPath && isPlainText(access.description) &&
-         access.trustedPaths.size() <= Keychain::kMaximumPaths &&
+  return access.description.size() <= wire::kMaximumText && isPlainText(access.description) &&
+         access.trustedPaths.size() <= wire::kMaximumPaths &&
          std::all_of(
              access.trustedPaths.begin(), access.trustedPaths.end(),
              [](const std::string &path) {
-               return path.starts_with('/') && path.size() <= kMaximumPath && isPlainText(path);
+               return path.starts_with('/') && path.size() <= wire::kMaximumText && isPlainText(path);
              });
 }
 
@@ -89,8 +89,9 @@ Result<Keychain::Items> Keychain::load() const {
   Items items;
   if (!file->has_value()) return items;
   const auto damaged = [this](std::string reason) {
-    return report(errSecInvalidKeychain, keychainError(0, std::move(reason) + "; it is left alone: mend it, or move it "
-                                                                              "away"));
+    return report(wire::errSecInvalidKeychain,
+                  keychainError(0, std::move(reason) + "; it is left alone: mend it, or move it "
+                                                       "away"));
   };
   auto root = foundation::propertyListFromData((*file)->bytes, file_.path());
   if (!root) return damaged(root.error().message);
@@ -108,8 +109,8 @@ Status Keychain::store(const Items &items) {
   Value values{Value::Dictionary()};
   for (const auto &[identifier, item] : items) values.set(identifier, item.value());
   auto bytes = foundation::xmlPropertyList(Value::Dictionary{{"Version", 1}, {"Items", values}});
-  if (!bytes) return report(errSecParam, bytes.error());
-  if (bytes->size() > kMaximumFile) return report(errSecParam, keychainError(0, file_.path() + " is full"));
+  if (!bytes) return report(wire::errSecParam, bytes.error());
+  if (bytes->size() > kMaximumFile) return report(wire::errSecParam, keychainError(0, file_.path() + " is full"));
   if (auto status = file_.replace(*bytes, kFileMode); !status) return report(codeOf(status.error()), status.error());
   return {};
 }
@@ -139,7 +140,8 @@ Result<SystemKey> Keychain::keyFor(const Items &items) {
 Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, const Secret &secret,
                                   const KeychainItem::Access &access) {
   if (!isAcceptable(attributes) || !isAcceptable(access) || secret.size() > kMaximumSecret)
-    return keychainError(errSecParam, "an attribute, the access list or the secret is too large or no plain text");
+    return keychainError(wire::errSecParam,
+                         "an attribute, the access list or the secret is too large or no plain text");
   auto lock = this->lock();
   if (!lock) return lock.error();
   auto items = load();
@@ -152,7 +154,8 @@ Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, co
   const KeychainItem::Attributes identity = {{kAccountAttribute, item.attribute(kAccountAttribute)},
                                              {kServiceAttribute, item.attribute(kServiceAttribute)}};
   for (const auto &[identifier, other] : *items)
-    if (other.matches(identity)) return keychainError(errSecDuplicateItem, "an item has this account and service");
+    if (other.matches(identity))
+      return keychainError(wire::errSecDuplicateItem, "an item has this account and service");
   auto key = keyFor(*items);
   if (!key) return report(codeOf(key.error()), key.error());
   auto sealed = key->seal(secret, item.associatedData());
@@ -166,7 +169,7 @@ Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, co
 }
 
 Result<std::vector<std::string>> Keychain::find(const KeychainItem::Attributes &attributes) const {
-  if (!isAcceptable(attributes)) return keychainError(errSecParam, "an attribute is unknown or too large");
+  if (!isAcceptable(attributes)) return keychainError(wire::errSecParam, "an attribute is unknown or too large");
   auto items = load();
   if (!items) return items.error();
   std::vector<std::string> found;
@@ -180,7 +183,7 @@ Status Keychain::remove(const std::string &identifier) {
   if (!lock) return lock.error();
   auto items = load();
   if (!items) return items.error();
-  if (items->erase(identifier) == 0) return keychainError(errSecItemNotFound, "no item " + identifier);
+  if (items->erase(identifier) == 0) return keychainError(wire::errSecItemNotFound, "no item " + identifier);
   Status stored = store(*items);
   if (stored) own_.erase(identifier);
   return stored;
@@ -209,14 +212,15 @@ Result<Secret> Keychain::secretForService(const std::string &service, const Peer
     auto key = SystemKey::load(keyPath_, fileSystem_);
     if (!key) return keychainError(codeOf(key.error()), key.error().message);
     auto secret = key->unseal(item.sealedSecret, item.associatedData());
-    if (!secret) return keychainError(errSecAuthFailed, "the keychain's item for " + service + " does not open");
+    if (!secret) return keychainError(wire::errSecAuthFailed, "the keychain's item for " + service + " does not open");
     return secret;
   }
   if (exists) {
-    return keychainError(errSecAuthFailed, "process " + std::to_string(peer.pid()) +
-                                               " is not on the access list of the keychain's item for " + service);
+    return keychainError(
+        wire::errSecAuthFailed,
+        "process " + std::to_string(peer.pid()) + " is not on the access list of the keychain's item for " + service);
   }
-  return keychainError(errSecItemNotFound, "the keychain has no item for " + service);
+  return keychainError(wire::errSecItemNotFound, "the keychain has no item for " + service);
 }
 
 }  // namespace helper

@@ -28,7 +28,6 @@ class Keychain : public SecretSource {
   static constexpr char kFolder[] = "/var/lib/vpnctl";
   static constexpr std::size_t kMaximumSecret = std::size_t{64} << 10;     // bytes
   static constexpr std::size_t kMaximumAttribute = std::size_t{64} << 10;  // bytes
-  static constexpr std::size_t kMaximumPaths = 64;
 
   // An access list may name a role; these are the programs that play it.
   using Roles = std::map<std::string, std::vector<std::string>>;

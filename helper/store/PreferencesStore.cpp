@@ -43,9 +43,9 @@ std::int32_t codeOf(const Error &error) {
     case EACCES:
     case EPERM:
     case EROFS:
-      return kSCStatusAccessError;
+      return wire::kSCStatusAccessError;
     default:
-      return kSCStatusFailed;
+      return wire::kSCStatusFailed;
   }
 }
 
@@ -57,7 +57,7 @@ PreferencesStore::PreferencesStore(std::string path, linux::FileSystem &fileSyst
 
 Error PreferencesStore::report(std::int32_t code, const Error &error) const {
   log_.write("The network preferences: " + error.message);
-  return {std::string(kSCErrorDomain), code, error.message};
+  return {std::string(wire::kSCErrorDomain), code, error.message};
 }
 
 Result<PreferencesStore::Parsed> PreferencesStore::readParsed() const {
@@ -75,7 +75,7 @@ Result<PreferencesStore::Parsed> PreferencesStore::readParsed() const {
   if (!value) {
     Error error = value.error();
     error.message += "; it is left alone: mend it, or move it away";
-    return report(kSCStatusFailed, error);
+    return report(wire::kSCStatusFailed, error);
   }
   parsed.contents.signature = signatureOf((*file)->attributes);
   parsed.contents.propertyList = std::move((*file)->bytes);
@@ -104,30 +104,31 @@ Result<Value> PreferencesStore::readValueWith(const std::string &service) const 
 
 Result<std::string> PreferencesStore::commit(std::string_view propertyList, std::string_view expected) {
   if (propertyList.size() > kMaximumSize)
-    return report(kSCStatusInvalidArgument, foundation::errnoError(EFBIG, "what is to be written"));
+    return report(wire::kSCStatusInvalidArgument, foundation::errnoError(EFBIG, "what is to be written"));
   auto value = foundation::propertyListFromData(propertyList, "what is to be written");
-  if (!value) return report(kSCStatusInvalidArgument, value.error());
-  if (auto status = checkNetworkPreferences(*value); !status) return report(kSCStatusInvalidArgument, status.error());
+  if (!value) return report(wire::kSCStatusInvalidArgument, value.error());
+  if (auto status = checkNetworkPreferences(*value); !status)
+    return report(wire::kSCStatusInvalidArgument, status.error());
   // Written in our own form, whatever form it came in.
   auto bytes = foundation::xmlPropertyList(*value);
-  if (!bytes) return report(kSCStatusInvalidArgument, bytes.error());
+  if (!bytes) return report(wire::kSCStatusInvalidArgument, bytes.error());
 
   if (auto status = file_.createFolder(kFolderMode); !status) return report(codeOf(status.error()), status.error());
   auto lock = file_.lock(lockPatience_);
   if (!lock) {
     const bool busy = lock.error().code == EWOULDBLOCK;
-    return report(busy ? kSCStatusPrefsBusy : codeOf(lock.error()), lock.error());
+    return report(busy ? wire::kSCStatusPrefsBusy : codeOf(lock.error()), lock.error());
   }
   auto current = readParsed();
   if (!current) return current.error();
   if (!expected.empty() && current->contents.signature != expected) {
-    return report(kSCStatusStale,
-                  {std::string(kSCErrorDomain), 0, file_.path() + " has been changed by somebody else meanwhile"});
+    return report(wire::kSCStatusStale, {std::string(wire::kSCErrorDomain), 0,
+                                         file_.path() + " has been changed by somebody else meanwhile"});
   }
   if (auto status = file_.replace(*bytes, kFileMode); !status) return report(codeOf(status.error()), status.error());
   auto written = file_.read(kMaximumSize);
   if (!written || !written->has_value())
-    return report(kSCStatusFailed, foundation::errnoError(EIO, "read back " + file_.path()));
+    return report(wire::kSCStatusFailed, foundation::errnoError(EIO, "read back " + file_.path()));
   committed_ = std::move(*value);
   return signatureOf((*written)->attributes);
 }

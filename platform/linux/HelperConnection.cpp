@@ -7,7 +7,6 @@
 #include <system_error>
 #include <utility>
 
-#include "foundation/PropertyList.h"
 #include "wire/HelperInterface.h"
 
 namespace platform {
@@ -34,58 +33,9 @@ Current &currentConnection() {
   return current;
 }
 
-int appendBytes(sd_bus_message *message, std::string_view bytes) {
-  return sd_bus_message_append_array(message, 'y', bytes.data(), bytes.size());
-}
-
-int appendAttributes(sd_bus_message *message, const std::vector<KeychainAttribute> &attributes) {
-  int result = sd_bus_message_open_container(message, 'a', "(uay)");
-  for (const auto &attribute : attributes) {
-    if (result >= 0) result = sd_bus_message_open_container(message, 'r', "uay");
-    if (result >= 0) result = sd_bus_message_append_basic(message, 'u', &attribute.tag);
-    if (result >= 0) result = appendBytes(message, attribute.bytes);
-    if (result >= 0) result = sd_bus_message_close_container(message);
-  }
-  return result < 0 ? result : sd_bus_message_close_container(message);
-}
-
-int appendTexts(sd_bus_message *message, const std::vector<std::string> &texts) {
-  int result = sd_bus_message_open_container(message, 'a', "s");
-  for (const auto &text : texts)
-    if (result >= 0) result = sd_bus_message_append_basic(message, 's', text.c_str());
-  return result < 0 ? result : sd_bus_message_close_container(message);
-}
-
-int readBytes(sd_bus_message *message, std::string *bytes) {
-  const void *start = nullptr;
-  std::size_t size = 0;
-  const int result = sd_bus_message_read_array(message, 'y', &start, &size);
-  if (result >= 0 && size > 0) bytes->assign(static_cast<const char *>(start), size);
-  return result;
-}
-
-int readText(sd_bus_message *message, std::string *text) {
-  const char *start = nullptr;
-  const int result = sd_bus_message_read_basic(message, 's', &start);
-  if (result > 0) *text = start;
-  return result;
-}
-
-int readTexts(sd_bus_message *message, std::vector<std::string> *texts) {
-  int result = sd_bus_message_enter_container(message, 'a', "s");
-  std::string text;
-  while (result >= 0 && (result = readText(message, &text)) > 0) texts->push_back(text);
-  return result < 0 ? result : sd_bus_message_exit_container(message);
-}
-
-int readSnapshot(sd_bus_message *message, LinkSnapshot *snapshot) {
-  int result = sd_bus_message_read(message, "ii", &snapshot->status, &snapshot->error);
-  std::string bytes;
-  if (result >= 0) result = readBytes(message, &bytes);
-  if (result < 0 || bytes.empty()) return result;
-  auto value = foundation::propertyListFromData(bytes, "extended status");
-  if (value && value->isDictionary()) snapshot->extendedStatus = std::move(*value);
-  return result;
+LinkSnapshot snapshotOf(const wire::LinkStatusReply &state) {
+  auto extendedStatus = wire::dictionaryFrom(state.extendedStatus);
+  return {state.status, state.error, extendedStatus ? std::move(*extendedStatus) : foundation::Value()};
 }
 
 }  // namespace
@@ -145,17 +95,31 @@ bool HelperConnection::isOpen() const { return sd_bus_is_open(bus_.get()) > 0; }
 
 // ---- Calls
 
-HelperConnection::Message HelperConnection::newCall(const char *member) {
+template <class Call>
+HelperConnection::Message HelperConnection::newCall(const char *member, const Call &contents) {
   Message message;
-  // Fails without memory, or when the connection has ended; a null message makes every step after it fail.
-  sd_bus_message_new_method_call(bus_.get(), linux::Out(message), nullptr, wire::kObjectPath, wire::kInterface, member);
-  return message;
+  // Fails without memory, or when the connection has ended.
+  int result = sd_bus_message_new_method_call(bus_.get(), linux::Out(message), nullptr, wire::kObjectPath,
+                                              wire::kInterface, member);
+  if (result >= 0) result = wire::append(message.get(), contents);
+  return result < 0 ? Message() : std::move(message);
 }
 
-HelperConnection::Message HelperConnection::call(const Message &message) {
-  Message reply;
-  sd_bus_call(bus_.get(), message.get(), count(kCallDeadline), nullptr, linux::Out(reply));
+template <class Reply, class Call>
+std::optional<Reply> HelperConnection::call(const char *member, const Call &contents) {
+  const auto message = newCall(member, contents);
+  Message answer;
+  Reply reply;
+  if (!message || sd_bus_call(bus_.get(), message.get(), count(kCallDeadline), nullptr, linux::Out(answer)) < 0)
+    return {};
+  if (wire::read(answer.get(), &reply) < 0) return {};
   return reply;
+}
+
+template <class Call>
+std::optional<std::int32_t> HelperConnection::callForCode(const char *member, const Call &contents) {
+  const auto reply = call<wire::Code>(member, contents);
+  return reply ? std::optional(reply->code) : std::nullopt;
 }
 
 bool HelperConnection::ping() {
@@ -165,100 +129,49 @@ bool HelperConnection::ping() {
   return message && sd_bus_call(bus_.get(), message.get(), count(kReadyDeadline), nullptr, nullptr) >= 0;
 }
 
-std::optional<HelperConnection::Preferences> HelperConnection::readPreferences() {
-  const auto message = newCall(wire::kReadPreferences);
-  if (!message) return {};
-  const auto reply = call(message);
-  Preferences answer;
-  if (!reply || sd_bus_message_read(reply.get(), "i", &answer.error) < 0 ||
-      readBytes(reply.get(), &answer.propertyList) < 0 || readBytes(reply.get(), &answer.signature) < 0)
-    return {};
-  return answer;
+std::optional<wire::ReadPreferencesReply> HelperConnection::readPreferences() {
+  return call<wire::ReadPreferencesReply>(wire::kReadPreferences, wire::Nothing());
 }
 
-std::optional<HelperConnection::Committed> HelperConnection::commitPreferences(std::string_view propertyList,
-                                                                               std::string_view signature) {
-  const auto message = newCall(wire::kCommitPreferences);
-  if (!message || appendBytes(message.get(), propertyList) < 0 || appendBytes(message.get(), signature) < 0) return {};
-  const auto reply = call(message);
-  Committed answer;
-  if (!reply || sd_bus_message_read(reply.get(), "i", &answer.error) < 0 ||
-      readBytes(reply.get(), &answer.signature) < 0)
-    return {};
-  return answer;
+std::optional<wire::CommitPreferencesReply> HelperConnection::commitPreferences(std::string_view propertyList,
+                                                                                std::string_view signature) {
+  return call<wire::CommitPreferencesReply>(wire::kCommitPreferences, wire::CommitPreferences{propertyList, signature});
 }
 
 std::optional<std::int32_t> HelperConnection::applyPreferences() {
-  const auto message = newCall(wire::kApplyPreferences);
-  if (!message) return {};
-  const auto reply = call(message);
-  std::int32_t answer = 0;
-  if (!reply || sd_bus_message_read(reply.get(), "i", &answer) < 0) return {};
-  return answer;
+  return callForCode(wire::kApplyPreferences, wire::Nothing());
 }
 
-std::optional<HelperConnection::NewItem> HelperConnection::addKeychainItem(
-    const std::vector<KeychainAttribute> &attributes, const Secret &secret, const std::string &accessDescription,
+std::optional<wire::AddKeychainItemReply> HelperConnection::addKeychainItem(
+    const wire::Attributes &attributes, const Secret &secret, const std::string &accessDescription,
     const std::vector<std::string> &trustedPaths) {
-  const auto message = newCall(wire::kAddKeychainItem);
-  if (!message || sd_bus_message_sensitive(message.get()) < 0 || appendAttributes(message.get(), attributes) < 0 ||
-      appendBytes(message.get(), secret.text()) < 0 ||
-      sd_bus_message_append(message.get(), "s", accessDescription.c_str()) < 0 ||
-      appendTexts(message.get(), trustedPaths) < 0)
-    return {};
-  const auto reply = call(message);
-  NewItem answer;
-  if (!reply || sd_bus_message_read(reply.get(), "i", &answer.status) < 0 || readText(reply.get(), &answer.item) < 0)
-    return {};
-  return answer;
+  return call<wire::AddKeychainItemReply>(
+      wire::kAddKeychainItem, wire::AddKeychainItem{attributes, secret.text(), accessDescription, trustedPaths});
 }
 
-std::optional<HelperConnection::FoundItems> HelperConnection::findKeychainItems(
-    const std::vector<KeychainAttribute> &attributes) {
-  const auto message = newCall(wire::kFindKeychainItems);
-  if (!message || appendAttributes(message.get(), attributes) < 0) return {};
-  const auto reply = call(message);
-  FoundItems answer;
-  if (!reply || sd_bus_message_read(reply.get(), "i", &answer.status) < 0 || readTexts(reply.get(), &answer.items) < 0)
-    return {};
-  return answer;
+std::optional<wire::FindKeychainItemsReply> HelperConnection::findKeychainItems(const wire::Attributes &attributes) {
+  return call<wire::FindKeychainItemsReply>(wire::kFindKeychainItems, wire::FindKeychainItems{attributes});
 }
 
 std::optional<std::int32_t> HelperConnection::deleteKeychainItem(const std::string &item) {
-  const auto message = newCall(wire::kDeleteKeychainItem);
-  if (!message || sd_bus_message_append(message.get(), "s", item.c_str()) < 0) return {};
-  const auto reply = call(message);
-  std::int32_t answer = 0;
-  if (!reply || sd_bus_message_read(reply.get(), "i", &answer) < 0) return {};
-  return answer;
+  return callForCode(wire::kDeleteKeychainItem, wire::DeleteKeychainItem{item});
 }
 
 std::optional<std::int32_t> HelperConnection::startLink(const std::string &serviceID, std::string_view userOptions,
                                                         bool linger) {
-  const auto message = newCall(wire::kStartLink);
-  if (!message || sd_bus_message_append(message.get(), "s", serviceID.c_str()) < 0 ||
-      appendBytes(message.get(), userOptions) < 0 || sd_bus_message_append(message.get(), "b", linger) < 0)
-    return {};
-  const auto reply = call(message);
-  std::int32_t answer = 0;
-  if (!reply || sd_bus_message_read(reply.get(), "i", &answer) < 0) return {};
-  return answer;
+  return callForCode(wire::kStartLink, wire::StartLink{serviceID, userOptions, linger});
 }
 
 void HelperConnection::stopLink(const std::string &serviceID, bool force) {
-  const auto message = newCall(wire::kStopLink);
-  if (!message || sd_bus_message_append(message.get(), "sb", serviceID.c_str(), force) < 0) return;
+  const auto message = newCall(wire::kStopLink, wire::StopLink{serviceID, force});
   // What comes of it is told by signals; a connection that has ended tells that of itself.
-  if (sd_bus_message_set_expect_reply(message.get(), 0) >= 0) sd_bus_send(bus_.get(), message.get(), nullptr);
+  if (message && sd_bus_message_set_expect_reply(message.get(), 0) >= 0)
+    sd_bus_send(bus_.get(), message.get(), nullptr);
 }
 
 std::optional<LinkSnapshot> HelperConnection::linkStatus(const std::string &serviceID) {
-  const auto message = newCall(wire::kLinkStatus);
-  if (!message || sd_bus_message_append(message.get(), "s", serviceID.c_str()) < 0) return {};
-  const auto reply = call(message);
-  LinkSnapshot snapshot;
-  if (!reply || readSnapshot(reply.get(), &snapshot) < 0) return {};
-  return snapshot;
+  const auto reply = call<wire::LinkStatusReply>(wire::kLinkStatus, wire::LinkStatus{serviceID});
+  return reply ? std::optional(snapshotOf(*reply)) : std::nullopt;
 }
 
 // ---- Signals
@@ -291,11 +204,11 @@ std::vector<LinkObserver *> HelperConnection::observersOf(const std::string *ser
 }
 
 void HelperConnection::changed(sd_bus_message *signal) {
-  std::string serviceID;
-  LinkSnapshot snapshot;
-  if (readText(signal, &serviceID) < 0 || readSnapshot(signal, &snapshot) < 0) return;
+  wire::LinkStatusChanged change;
+  if (wire::read(signal, &change) < 0) return;
+  const LinkSnapshot snapshot = snapshotOf(change.state);
   const auto keepAlive = shared_from_this();
-  for (LinkObserver *observer : observersOf(&serviceID))
+  for (LinkObserver *observer : observersOf(&change.serviceID))
     if (std::find(observers_.begin(), observers_.end(), observer) != observers_.end()) observer->linkChanged(snapshot);
 }
 

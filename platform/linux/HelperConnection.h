@@ -21,6 +21,7 @@
 #include "linux/ChildProcess.h"
 #include "linux/SystemdOwners.h"
 #include "platform/linux/HelperLauncher.h"
+#include "wire/Messages.h"
 
 namespace platform {
 
@@ -37,11 +38,6 @@ class LinkObserver {
   virtual const std::string &serviceID() const = 0;
   virtual void linkChanged(const LinkSnapshot &snapshot) = 0;
   virtual void helperIsGone() = 0;
-};
-
-struct KeychainAttribute {
-  std::uint32_t tag = 0;
-  std::string bytes;
 };
 
 class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
@@ -62,31 +58,16 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   bool ping();
 
   // Each gives what the helper answered; none when there was no answer.
-  struct Preferences {
-    std::int32_t error = 0;
-    std::string propertyList;
-    std::string signature;
-  };
-  std::optional<Preferences> readPreferences();
-  struct Committed {
-    std::int32_t error = 0;
-    std::string signature;
-  };
-  std::optional<Committed> commitPreferences(std::string_view propertyList, std::string_view signature);
+  std::optional<wire::ReadPreferencesReply> readPreferences();
+  std::optional<wire::CommitPreferencesReply> commitPreferences(std::string_view propertyList,
+                                                                std::string_view signature);
   std::optional<std::int32_t> applyPreferences();
 
-  struct NewItem {
-    std::int32_t status = 0;
-    std::string item;
-  };
-  std::optional<NewItem> addKeychainItem(const std::vector<KeychainAttribute> &attributes,
-                                         const foundation::Secret &secret, const std::string &accessDescription,
-                                         const std::vector<std::string> &trustedPaths);
-  struct FoundItems {
-    std::int32_t status = 0;
-    std::vector<std::string> items;
-  };
-  std::optional<FoundItems> findKeychainItems(const std::vector<KeychainAttribute> &attributes);
+  std::optional<wire::AddKeychainItemReply> addKeychainItem(const wire::Attributes &attributes,
+                                                            const foundation::Secret &secret,
+                                                            const std::string &accessDescription,
+                                                            const std::vector<std::string> &trustedPaths);
+  std::optional<wire::FindKeychainItemsReply> findKeychainItems(const wire::Attributes &attributes);
   std::optional<std::int32_t> deleteKeychainItem(const std::string &item);
 
   std::optional<std::int32_t> startLink(const std::string &serviceID, std::string_view userOptions, bool linger);
@@ -104,8 +85,14 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   explicit HelperConnection(std::optional<linux::ChildProcess> process) : process_(std::move(process)) {}
 
   using Message = linux::BusMessage;
-  Message newCall(const char *member);
-  Message call(const Message &message);
+  // A call with what it carries; none when that does not work.
+  template <class Call>
+  Message newCall(const char *member, const Call &contents);
+  // Sends it and waits.
+  template <class Reply, class Call>
+  std::optional<Reply> call(const char *member, const Call &contents);
+  template <class Call>
+  std::optional<std::int32_t> callForCode(const char *member, const Call &contents);
   int start(foundation::FileDescriptor socket);
   void changed(sd_bus_message *signal);
   void lost();

@@ -34,13 +34,14 @@ struct SecAccess {
 
 namespace {
 
-std::vector<KeychainAttribute> copyAttributes(const SecKeychainAttributeList *attributes) {
-  std::vector<KeychainAttribute> copies;
+// None for a list that names an attribute twice.
+std::optional<wire::Attributes> copyAttributes(const SecKeychainAttributeList *attributes) {
+  wire::Attributes copies;
   if (attributes == nullptr) return copies;
   for (const auto &attribute : *attributes) {
-    std::string bytes;
-    if (attribute.data != nullptr) bytes.assign(static_cast<const char *>(attribute.data), attribute.length);
-    copies.push_back({attribute.tag, std::move(bytes)});
+    const std::string_view bytes(static_cast<const char *>(attribute.data),
+                                 attribute.data != nullptr ? attribute.length : 0);
+    if (!copies.emplace(attribute.tag, bytes).second) return {};
   }
   return copies;
 }
@@ -60,7 +61,9 @@ OSStatus SecKeychainSearchCreateFromAttributes(const SecKeychainRef &keychain, S
                                                const SecKeychainAttributeList *attributes,
                                                SecKeychainSearchRef *search) {
   if (!keychain || search == nullptr || itemClass != kSecGenericPasswordItemClass) return errSecParam;
-  auto found = keychain->helper->findKeychainItems(copyAttributes(attributes));
+  const auto wanted = copyAttributes(attributes);
+  if (!wanted) return errSecParam;
+  auto found = keychain->helper->findKeychainItems(*wanted);
   if (!found) return errSecNotAvailable;
   if (found->status != errSecSuccess) return found->status;
   *search = std::make_shared<SecKeychainSearch>(SecKeychainSearch{keychain->helper, std::move(found->items), 0});
@@ -101,10 +104,11 @@ OSStatus SecKeychainItemCreateFromContent(SecItemClass itemClass, const SecKeych
                                           std::uint32_t length, const void *data, const SecKeychainRef &keychain,
                                           const SecAccessRef &access, SecKeychainItemRef *item) {
   if (itemClass != kSecGenericPasswordItemClass || !keychain || (data == nullptr && length > 0)) return errSecParam;
+  const auto copies = copyAttributes(attributes);
+  if (!copies) return errSecParam;
   const foundation::Secret secret(std::string_view(static_cast<const char *>(data), length));
-  auto created =
-      keychain->helper->addKeychainItem(copyAttributes(attributes), secret, access ? access->description : "",
-                                        access ? access->trustedPaths : std::vector<std::string>());
+  auto created = keychain->helper->addKeychainItem(*copies, secret, access ? access->description : "",
+                                                   access ? access->trustedPaths : std::vector<std::string>());
   if (!created) return errSecNotAvailable;
   if (created->status != errSecSuccess) return created->status;
   if (item != nullptr)

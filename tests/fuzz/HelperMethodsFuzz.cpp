@@ -108,7 +108,7 @@ class Questions {
     if (question.promise == Call::Promise::error) return Deeds::Extent::none;
     if (!question.answer) return Deeds::Extent::replaced;  // nobody knows how it went
     const auto code = question.answer->code();
-    if (!code || *code == helper::kSCStatusInvalidArgument) return Deeds::Extent::none;
+    if (!code || *code == wire::kSCStatusInvalidArgument) return Deeds::Extent::none;
     return *code == 0 ? Deeds::Extent::replaced : Deeds::Extent::beside;
   }
 

@@ -144,7 +144,7 @@ class RecordedLink : public helper::Link {
 };
 
 helper::LinkFactory RecordedHelper::recordedLinks() {
-  return [this, links = helper::testing::scriptedLinks(event_)](
+  return [this, links = helper::testing::scriptedLinks(event_.get())](
              const Value &preferences, const std::string &serviceID, const Value &startOptions,
              helper::Link::StatusHandler handler) -> Result<std::unique_ptr<helper::Link>> {
     // One at a time, whatever is asked.
@@ -187,8 +187,8 @@ RecordedHelper::RecordedHelper()
   log_ = std::move(helper::PPPLog::open(logPath()).value());
   preferences_ = std::make_unique<helper::PreferencesStore>(preferencesPath(), fileSystem_, *log_);
   keychain_ = std::make_unique<helper::Keychain>(keychainFolder(), fileSystem_, *log_);
-  FOUNDATION_ASSERT(sd_event_new(&event_) >= 0);
-  service_ = std::make_unique<helper::HelperService>(event_, *preferences_, *keychain_, recordedLinks(), *log_,
+  FOUNDATION_ASSERT(sd_event_new(linux::Out(event_)) >= 0);
+  service_ = std::make_unique<helper::HelperService>(event_.get(), *preferences_, *keychain_, recordedLinks(), *log_,
                                                      std::chrono::milliseconds(0));
   std::array<int, 2> pair = {-1, -1};
   FOUNDATION_ASSERT(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, pair.data()) == 0);
@@ -206,7 +206,7 @@ RecordedHelper::RecordedHelper()
 RecordedHelper::~RecordedHelper() {
   service_.reset();
   FOUNDATION_ASSERT(link_ == nullptr);
-  sd_event_unref(event_);
+  event_.reset();
   keychain_.reset();
   preferences_.reset();
   log_.reset();
@@ -219,9 +219,9 @@ void RecordedHelper::settle() {
     FOUNDATION_ASSERT(turn < kMaximumTurns);
     const bool hasRead = readAnswers();
     if (ended_) return;
-    const int result = sd_event_run(event_, 0);
+    const int result = sd_event_run(event_.get(), 0);
     FOUNDATION_ASSERT(result >= 0);
-    ended_ = sd_event_get_state(event_) == SD_EVENT_FINISHED;
+    ended_ = sd_event_get_state(event_.get()) == SD_EVENT_FINISHED;
     if (result == 0 && !hasRead) return;
   }
 }
@@ -279,8 +279,8 @@ void RecordedHelper::leave(bool linger) {
   if (linger && link_ != nullptr && !link_->isDown()) return;
   while (!ended_) {
     // With a deadline: what ends it may be a timer of its own.
-    FOUNDATION_ASSERT(sd_event_run(event_, kEndDeadline) > 0);
-    ended_ = sd_event_get_state(event_) == SD_EVENT_FINISHED;
+    FOUNDATION_ASSERT(sd_event_run(event_.get(), kEndDeadline) > 0);
+    ended_ = sd_event_get_state(event_.get()) == SD_EVENT_FINISHED;
   }
 }
 

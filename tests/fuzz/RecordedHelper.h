@@ -17,6 +17,7 @@
 #include "foundation/FileDescriptor.h"
 #include "helper/HelperService.h"
 #include "linux/FileSystem.h"
+#include "linux/SystemdOwners.h"
 #include "tests/fuzz/DBusBytes.h"
 
 namespace fuzz {
@@ -98,7 +99,7 @@ class RecordedHelper {
   std::optional<helper::PPPLog> log_;
   std::unique_ptr<helper::PreferencesStore> preferences_;
   std::unique_ptr<helper::Keychain> keychain_;
-  sd_event *event_ = nullptr;
+  linux::EventLoop event_;
   std::unique_ptr<helper::HelperService> service_;
   foundation::FileDescriptor socket_;  // the tool's end
   bool deaf_ = false;

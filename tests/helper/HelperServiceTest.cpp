@@ -3,14 +3,15 @@
 
 #include <cerrno>
 #include <chrono>
-#include <memory>
 #include <thread>
 
 #include "foundation/PropertyList.h"
 #include "helper/HelperService.h"
+#include "linux/SystemdOwners.h"
 #include "tests/support/ScriptedLink.h"
 #include "tests/support/TemporaryFolder.h"
 #include "wire/HelperInterface.h"
+#include "wire/Messages.h"
 #include "wire/StatusCodes.h"
 
 namespace helper {
@@ -28,63 +29,71 @@ class HelperServiceTest : public ::testing::Test {
     int pair[2] = {-1, -1};
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
     server = std::thread([this, socket = pair[1]] { serve(FileDescriptor(socket)); });
-    EXPECT_GE(sd_bus_new(&bus), 0);
-    EXPECT_GE(sd_bus_set_fd(bus, pair[0], pair[0]), 0);
-    EXPECT_GE(sd_bus_start(bus), 0);
+    EXPECT_GE(sd_bus_new(linux::Out(bus)), 0);
+    EXPECT_GE(sd_bus_set_fd(bus.get(), pair[0], pair[0]), 0);
+    EXPECT_GE(sd_bus_start(bus.get()), 0);
   }
   ~HelperServiceTest() override { close(); }
 
   // Returns when the service has ended, which it does when its client goes.
   void close() {
-    bus = sd_bus_close_unref(bus);
+    bus.reset();
     if (server.joinable()) server.join();
   }
 
   void serve(FileDescriptor socket) {
     auto log = PPPLog::open(folder.path("ppp.log"));
-    sd_event *event = nullptr;
+    linux::EventLoop event;
     ASSERT_TRUE(log);
-    ASSERT_GE(sd_event_new(&event), 0);
-    {
-      linux::PosixFileSystem fileSystem;
-      PreferencesStore preferences(folder.path("preferences.plist"), fileSystem, *log);
-      Keychain keychain(folder.path("keychain"), fileSystem, *log);
-      HelperService service(event, preferences, keychain, testing::scriptedLinks(event), *log,
-                            std::chrono::milliseconds(20));
-      ASSERT_TRUE(service.serve(std::move(socket)));
-      loopResult = sd_event_loop(event);
-      EXPECT_GE(loopResult, 0);
-    }
-    sd_event_unref(event);
+    ASSERT_GE(sd_event_new(linux::Out(event)), 0);
+    linux::PosixFileSystem fileSystem;
+    PreferencesStore preferences(folder.path("preferences.plist"), fileSystem, *log);
+    Keychain keychain(folder.path("keychain"), fileSystem, *log);
+    HelperService service(event.get(), preferences, keychain, testing::scriptedLinks(event.get()), *log,
+                          std::chrono::milliseconds(20));
+    ASSERT_TRUE(service.serve(std::move(socket)));
+    loopResult = sd_event_loop(event.get());
+    EXPECT_GE(loopResult, 0);
   }
 
-  using Message = std::shared_ptr<sd_bus_message>;
+  using Message = linux::BusMessage;
 
-  Message newCall(const char *member) {
-    sd_bus_message *message = nullptr;
-    EXPECT_GE(sd_bus_message_new_method_call(bus, &message, nullptr, wire::kObjectPath, wire::kInterface, member), 0);
-    return {message, sd_bus_message_unref};
+  Message newCall(const char *member) { return newCall(member, wire::Nothing()); }
+  template <class Call>
+  Message newCall(const char *member, const Call &contents) {
+    Message message;
+    EXPECT_GE(sd_bus_message_new_method_call(bus.get(), linux::Out(message), nullptr, wire::kObjectPath,
+                                             wire::kInterface, member),
+              0);
+    EXPECT_GE(wire::append(message.get(), contents), 0);
+    return message;
   }
 
   // The answer, or the name of the D-Bus error.
   Message call(const Message &message, std::string *errorName = nullptr) {
     sd_bus_error error = SD_BUS_ERROR_NULL;
-    sd_bus_message *reply = nullptr;
-    if (sd_bus_call(bus, message.get(), 20'000'000, &error, &reply) < 0 && errorName != nullptr)
+    Message reply;
+    if (sd_bus_call(bus.get(), message.get(), 20'000'000, &error, linux::Out(reply)) < 0 && errorName != nullptr)
       *errorName = error.name;
     sd_bus_error_free(&error);
-    return reply == nullptr ? Message() : Message(reply, sd_bus_message_unref);
+    return reply;
   }
 
+  template <class Reply>
+  Reply replyTo(const Message &message) {
+    Reply reply;
+    const auto answer = call(message);
+    EXPECT_TRUE(answer);
+    if (answer) EXPECT_GE(wire::read(answer.get(), &reply), 0);
+    return reply;
+  }
+
+  // Of an answer that begins with it.
   std::int32_t codeOf(const Message &reply) {
-    std::int32_t code = -1;
+    wire::Code code{-1};
     EXPECT_TRUE(reply);
-    if (reply) EXPECT_GT(sd_bus_message_read_basic(reply.get(), 'i', &code), 0);
-    return code;
-  }
-
-  static void appendBytes(const Message &message, std::string_view bytes) {
-    EXPECT_GE(sd_bus_message_append_array(message.get(), 'y', bytes.data(), bytes.size()), 0);
+    if (reply) EXPECT_GE(wire::read(reply.get(), &code), 0);
+    return code.code;
   }
 
   std::string errorOf(const Message &message) {
@@ -94,70 +103,57 @@ class HelperServiceTest : public ::testing::Test {
   }
 
   std::int32_t commit(std::string_view propertyList) {
-    const auto message = newCall(wire::kCommitPreferences);
-    appendBytes(message, propertyList);
-    appendBytes(message, "");
-    return codeOf(call(message));
+    return codeOf(call(newCall(wire::kCommitPreferences, wire::CommitPreferences{propertyList, {}})));
   }
 
   void commitService(const char *script) {
     const Value service = Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", "PPTP"}}},
                                             {"PPP", Value::Dictionary{{"CommRemoteAddress", script}}}};
     const Value root = Value::Dictionary{{"NetworkServices", Value::Dictionary{{kServiceID, service}}}};
-    ASSERT_EQ(commit(*foundation::xmlPropertyList(root)), kSCStatusOK);
+    ASSERT_EQ(commit(*foundation::xmlPropertyList(root)), wire::kSCStatusOK);
   }
 
-  Message startCall(const char *serviceID, std::string_view options = {}, bool linger = false) {
-    const auto message = newCall(wire::kStartLink);
-    EXPECT_GE(sd_bus_message_append(message.get(), "s", serviceID), 0);
-    appendBytes(message, options);
-    EXPECT_GE(sd_bus_message_append(message.get(), "b", linger), 0);
-    return message;
+  Message startCall(const std::string &serviceID, std::string_view options = {}, bool linger = false) {
+    return newCall(wire::kStartLink, wire::StartLink{serviceID, options, linger});
   }
 
   // Waits for signals until one has STATUS; how many came.
   int waitForStatus(std::int32_t status) {
     int count = 0;
     while (true) {
-      sd_bus_message *signal = nullptr;
-      const int result = sd_bus_process(bus, &signal);
-      const Message owner(signal, sd_bus_message_unref);
+      Message signal;
+      const int result = sd_bus_process(bus.get(), linux::Out(signal));
       if (result < 0) return -1;
-      if (signal != nullptr && sd_bus_message_is_signal(signal, wire::kInterface, wire::kLinkStatusChanged) > 0) {
-        const char *serviceID = nullptr;
-        std::int32_t told = -1;
-        EXPECT_GT(sd_bus_message_read(signal, "si", &serviceID, &told), 0);
-        EXPECT_STREQ(serviceID, kServiceID);
+      if (signal && sd_bus_message_is_signal(signal.get(), wire::kInterface, wire::kLinkStatusChanged) > 0) {
+        wire::LinkStatusChanged change;
+        EXPECT_GE(wire::read(signal.get(), &change), 0);
+        EXPECT_EQ(change.serviceID, kServiceID);
         ++count;
-        if (told == status) return count;
+        if (change.state.status == status) return count;
       }
-      if (result == 0 && sd_bus_wait(bus, 20'000'000) <= 0) return -1;
+      if (result == 0 && sd_bus_wait(bus.get(), 20'000'000) <= 0) return -1;
     }
   }
 
   support::TemporaryFolder folder;
   std::thread server;
   int loopResult = -1;  // once the server has been joined
-  sd_bus *bus = nullptr;
+  linux::Bus bus;
 };
 
 TEST_F(HelperServiceTest, AFreshSystemHasNoBytesButASignature) {
-  const auto reply = call(newCall(wire::kReadPreferences));
-  EXPECT_EQ(codeOf(reply), kSCStatusOK);
-  const void *bytes = nullptr;
-  std::size_t size = 1;
-  EXPECT_GE(sd_bus_message_read_array(reply.get(), 'y', &bytes, &size), 0);
-  EXPECT_EQ(size, 0U);
-  EXPECT_GE(sd_bus_message_read_array(reply.get(), 'y', &bytes, &size), 0);
-  EXPECT_GT(size, 0U);
-  EXPECT_EQ(codeOf(call(newCall(wire::kApplyPreferences))), kSCStatusOK);
+  const auto reply = replyTo<wire::ReadPreferencesReply>(newCall(wire::kReadPreferences));
+  EXPECT_EQ(reply.error, wire::kSCStatusOK);
+  EXPECT_EQ(reply.propertyList, "");
+  EXPECT_NE(reply.signature, "");
+  EXPECT_EQ(codeOf(call(newCall(wire::kApplyPreferences))), wire::kSCStatusOK);
 }
 
 TEST_F(HelperServiceTest, ACommitOfAnythingButPreferencesIsRefused) {
   for (const char *bytes :
        {"", "garbage", "<plist version=\"1.0\"><array/></plist>",
         "<plist version=\"1.0\"><dict><key>CurrentSet</key><string>/Sets/none</string></dict></plist>"})
-    EXPECT_EQ(commit(bytes), kSCStatusInvalidArgument) << bytes;
+    EXPECT_EQ(commit(bytes), wire::kSCStatusInvalidArgument) << bytes;
   EXPECT_FALSE(support::contentsOf(folder.path("preferences.plist")).has_value());
 }
 
@@ -167,11 +163,10 @@ TEST_F(HelperServiceTest, AMalformedCallIsADBusError) {
   EXPECT_GE(sd_bus_message_append(message.get(), "s", "text"), 0);
   EXPECT_EQ(errorOf(message), SD_BUS_ERROR_INVALID_ARGS);
 
-  message = newCall(wire::kDeleteKeychainItem);
-  EXPECT_GE(sd_bus_message_append(message.get(), "s", "../../etc/passwd"), 0);
-  EXPECT_EQ(errorOf(message), SD_BUS_ERROR_INVALID_ARGS);
+  const wire::DeleteKeychainItem outside{"../../etc/passwd"};
+  EXPECT_EQ(errorOf(newCall(wire::kDeleteKeychainItem, outside)), SD_BUS_ERROR_INVALID_ARGS);
 
-  EXPECT_EQ(errorOf(startCall(std::string(1000, 'A').c_str())), SD_BUS_ERROR_INVALID_ARGS);
+  EXPECT_EQ(errorOf(startCall(std::string(1000, 'A'))), SD_BUS_ERROR_INVALID_ARGS);
   EXPECT_EQ(errorOf(startCall(kServiceID, "garbage")), SD_BUS_ERROR_INVALID_ARGS);
 
   message = newCall(wire::kFindKeychainItems);
@@ -179,71 +174,65 @@ TEST_F(HelperServiceTest, AMalformedCallIsADBusError) {
   EXPECT_EQ(errorOf(message), SD_BUS_ERROR_INVALID_ARGS);
 
   // And it goes on to serve.
-  EXPECT_EQ(codeOf(call(newCall(wire::kApplyPreferences))), kSCStatusOK);
+  EXPECT_EQ(codeOf(call(newCall(wire::kApplyPreferences))), wire::kSCStatusOK);
 }
 
 TEST_F(HelperServiceTest, ANonsenseOnTheSocketEndsIt) {
-  ASSERT_EQ(codeOf(call(newCall(wire::kApplyPreferences))), kSCStatusOK);
+  ASSERT_EQ(codeOf(call(newCall(wire::kApplyPreferences))), wire::kSCStatusOK);
   const std::string nonsense(64, 'x');
-  ASSERT_EQ(::send(sd_bus_get_fd(bus), nonsense.data(), nonsense.size(), MSG_NOSIGNAL), 64);
+  ASSERT_EQ(::send(sd_bus_get_fd(bus.get()), nonsense.data(), nonsense.size(), MSG_NOSIGNAL), 64);
   server.join();
 }
 
 TEST_F(HelperServiceTest, KeychainItems) {
   const auto add = [this](std::uint32_t tag) {
-    const auto message = newCall(wire::kAddKeychainItem);
-    EXPECT_GE(sd_bus_message_append(message.get(), "a(uay)", 1, tag, 1, 'S'), 0);
-    appendBytes(message, "secret");
-    EXPECT_GE(sd_bus_message_append(message.get(), "sas", "access", 1, "/usr/sbin/pppd"), 0);
-    return call(message);
+    const wire::AddKeychainItem item{{{tag, "S"}}, "secret", "access", {"/usr/sbin/pppd"}};
+    return replyTo<wire::AddKeychainItemReply>(newCall(wire::kAddKeychainItem, item));
   };
-  const auto reply = add(kServiceAttribute);
-  EXPECT_EQ(codeOf(reply), errSecSuccess);
-  const char *item = nullptr;
-  EXPECT_GT(sd_bus_message_read_basic(reply.get(), 's', &item), 0);
-  EXPECT_EQ(codeOf(add(kServiceAttribute)), errSecDuplicateItem);
-  EXPECT_EQ(codeOf(add(0x12345678)), errSecParam);
-  for (const std::int32_t expected : {+errSecSuccess, +errSecItemNotFound}) {
-    const auto message = newCall(wire::kDeleteKeychainItem);
-    EXPECT_GE(sd_bus_message_append(message.get(), "s", item), 0);
-    EXPECT_EQ(codeOf(call(message)), expected);
-  }
+  const auto added = add(kServiceAttribute);
+  EXPECT_EQ(added.status, wire::errSecSuccess);
+  EXPECT_EQ(add(kServiceAttribute).status, wire::errSecDuplicateItem);
+  EXPECT_EQ(add(0x12345678).status, wire::errSecParam);
+  const wire::FindKeychainItems wanted{{{kServiceAttribute, "S"}}};
+  const auto found = replyTo<wire::FindKeychainItemsReply>(newCall(wire::kFindKeychainItems, wanted));
+  EXPECT_EQ(found.status, wire::errSecSuccess);
+  EXPECT_EQ(found.items, std::vector{added.item});
+  for (const std::int32_t expected : {+wire::errSecSuccess, +wire::errSecItemNotFound})
+    EXPECT_EQ(codeOf(call(newCall(wire::kDeleteKeychainItem, wire::DeleteKeychainItem{added.item}))), expected);
 }
 
 TEST_F(HelperServiceTest, ALinkIsStartedToldAndStopped) {
   commitService("up");
-  EXPECT_EQ(codeOf(call(startCall(kServiceID))), kSCStatusOK);
+  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
   EXPECT_EQ(waitForStatus(2), 6);
-  EXPECT_EQ(codeOf(call(startCall(kServiceID))), kSCStatusFailed);
-  auto message = newCall(wire::kLinkStatus);
-  EXPECT_GE(sd_bus_message_append(message.get(), "s", kServiceID), 0);
-  EXPECT_EQ(codeOf(call(message)), 2);
-  message = newCall(wire::kStopLink);
-  EXPECT_GE(sd_bus_message_append(message.get(), "sb", kServiceID, 1), 0);
-  EXPECT_EQ(codeOf(call(message)), kSCStatusOK);
+  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusFailed);
+  const auto state = replyTo<wire::LinkStatusReply>(newCall(wire::kLinkStatus, wire::LinkStatus{kServiceID}));
+  EXPECT_EQ(state.status, 2);
+  EXPECT_EQ((*wire::dictionaryFrom(state.extendedStatus))["PPP"]["Status"], Value(8));
+  EXPECT_EQ(codeOf(call(newCall(wire::kStopLink, wire::StopLink{kServiceID, true}))), wire::kSCStatusOK);
   EXPECT_EQ(waitForStatus(0), 3);
 }
 
 TEST_F(HelperServiceTest, AServiceThatIsNoneIsSaidToBe) {
-  EXPECT_EQ(codeOf(call(startCall("no such service"))), kSCStatusConnectionNoService);
+  EXPECT_EQ(codeOf(call(startCall("no such service"))), wire::kSCStatusConnectionNoService);
   EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or("").find("no such service"), std::string::npos);
 }
 
 TEST_F(HelperServiceTest, EndsWithItsClientAfterTheLinkIsDown) {
   commitService("at-once");
-  EXPECT_EQ(codeOf(call(startCall(kServiceID))), kSCStatusOK);
+  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
   close();  // joins: the service has ended by itself
 }
 
 TEST_F(HelperServiceTest, LosesPatienceWithALinkThatDoesNotEnd) {
   commitService("stuck");
-  EXPECT_EQ(codeOf(call(startCall(kServiceID))), kSCStatusOK);
+  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
   close();
 }
 
 TEST_F(HelperServiceTest, ALingeringLinkOutlivesItsClient) {
   commitService("refused");
-  EXPECT_EQ(codeOf(call(startCall(kServiceID, {}, true))), kSCStatusOK);
+  EXPECT_EQ(codeOf(call(startCall(kServiceID, {}, true))), wire::kSCStatusOK);
   close();  // this one comes down by itself, and then the service ends
 }
 
@@ -256,17 +245,17 @@ TEST_F(HelperServiceTest, AnExceptionWhileAnsweringEndsItInOrder) {
 
 TEST_F(HelperServiceTest, AnExceptionInTheLoopEndsItInOrder) {
   commitService("throws-later");
-  EXPECT_EQ(codeOf(call(startCall(kServiceID))), kSCStatusOK);
+  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
   server.join();
   EXPECT_EQ(loopResult, EMFILE);
 }
 
 TEST_F(HelperServiceTest, APeerThatNeverReadsIsLeft) {
   const Value root = Value::Dictionary{{"Filler", std::string(std::size_t{1} << 20, 'x')}};
-  ASSERT_EQ(commit(*foundation::xmlPropertyList(root)), kSCStatusOK);
+  ASSERT_EQ(commit(*foundation::xmlPropertyList(root)), wire::kSCStatusOK);
   for (std::uint64_t i = 0; i < 4 * HelperService::kMaximumUnread; ++i) {
     std::uint64_t cookie = 0;  // without one, no answer would be wanted
-    ASSERT_GE(sd_bus_send(bus, newCall(wire::kReadPreferences).get(), &cookie), 0);
+    ASSERT_GE(sd_bus_send(bus.get(), newCall(wire::kReadPreferences).get(), &cookie), 0);
   }
   server.join();
   EXPECT_EQ(loopResult, 0);
@@ -276,7 +265,7 @@ TEST_F(HelperServiceTest, APeerThatNeverReadsIsLeft) {
 
 TEST_F(HelperServiceTest, TenThousandCallsInARow) {
   for (int i = 0; i < 5000; ++i) {
-    ASSERT_EQ(codeOf(call(newCall(wire::kApplyPreferences))), kSCStatusOK);
+    ASSERT_EQ(codeOf(call(newCall(wire::kApplyPreferences))), wire::kSCStatusOK);
     ASSERT_EQ(errorOf(startCall(kServiceID, "garbage")), SD_BUS_ERROR_INVALID_ARGS);
   }
 }

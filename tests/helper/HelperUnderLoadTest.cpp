@@ -13,6 +13,7 @@
 
 #include "foundation/PropertyList.h"
 #include "helper/HelperService.h"
+#include "linux/SystemdOwners.h"
 #include "tests/support/StartedHelper.h"
 #include "tests/support/TemporaryFolder.h"
 #include "wire/HelperInterface.h"
@@ -48,7 +49,7 @@ class HelperUnderLoadTest : public ::testing::Test {
 bool commitMany(StartedHelper &helper, const std::string &prefix) {
   for (int i = 0; i < kTimes;) {
     const auto read = helper.connection().readPreferences();
-    if (!read || read->error != kSCStatusOK) return false;
+    if (!read || read->error != wire::kSCStatusOK) return false;
     Value root{Value::Dictionary()};
     if (!read->propertyList.empty()) root = foundation::propertyListFromData(read->propertyList, "read").value();
     Value services = root["NetworkServices"].isNull() ? Value(Value::Dictionary()) : root["NetworkServices"];
@@ -56,8 +57,8 @@ bool commitMany(StartedHelper &helper, const std::string &prefix) {
     root.set("NetworkServices", std::move(services));
     const auto written =
         helper.connection().commitPreferences(foundation::xmlPropertyList(root).value(), read->signature);
-    if (!written || (written->error != kSCStatusOK && written->error != kSCStatusStale)) return false;
-    if (written->error == kSCStatusOK) ++i;  // or somebody was faster, and there is more to read
+    if (!written || (written->error != wire::kSCStatusOK && written->error != wire::kSCStatusStale)) return false;
+    if (written->error == wire::kSCStatusOK) ++i;  // or somebody was faster, and there is more to read
   }
   return true;
 }
@@ -67,8 +68,8 @@ bool changeKeychain(StartedHelper &helper, const std::string &prefix) {
   for (int i = 0; i < kTimes; ++i) {
     const auto added = helper.connection().addKeychainItem({{kServiceAttribute, prefix + std::to_string(i)}},
                                                            Secret(std::string_view("secret")), "access", {});
-    if (!added || added->status != errSecSuccess) return false;
-    if (i % 2 == 1 && helper.connection().deleteKeychainItem(added->item) != errSecSuccess) return false;
+    if (!added || added->status != wire::errSecSuccess) return false;
+    if (i % 2 == 1 && helper.connection().deleteKeychainItem(added->item) != wire::errSecSuccess) return false;
   }
   return true;
 }
@@ -122,7 +123,7 @@ TEST_F(HelperUnderLoadTest, TwoThatMakeTheKeychainMakeOne) {
     StartedHelper first(program);
     StartedHelper second(program);
     ASSERT_TRUE(first.isReady() && second.isReady());
-    std::optional<platform::HelperConnection::NewItem> other;
+    std::optional<wire::AddKeychainItemReply> other;
     std::thread thread([&] {
       other = second.connection().addKeychainItem({{kServiceAttribute, "B"}}, Secret(std::string_view("b")), "", {});
     });
@@ -130,8 +131,8 @@ TEST_F(HelperUnderLoadTest, TwoThatMakeTheKeychainMakeOne) {
         first.connection().addKeychainItem({{kServiceAttribute, "A"}}, Secret(std::string_view("a")), "", {});
     thread.join();
     ASSERT_TRUE(own && other);
-    EXPECT_EQ(own->status, errSecSuccess);
-    EXPECT_EQ(other->status, errSecSuccess);
+    EXPECT_EQ(own->status, wire::errSecSuccess);
+    EXPECT_EQ(other->status, wire::errSecSuccess);
     EXPECT_EQ(first.connection().findKeychainItems({})->items.size(), 2U);
   }
 }
@@ -140,13 +141,13 @@ TEST_F(HelperUnderLoadTest, TenThousandCallsDoNotMakeItGrow) {
   StartedHelper helper(program);
   ASSERT_TRUE(helper.isReady());
   const Value root = Value::Dictionary{{"Filler", std::string(1000, 'x')}};
-  ASSERT_EQ(helper.connection().commitPreferences(*foundation::xmlPropertyList(root), "")->error, kSCStatusOK);
+  ASSERT_EQ(helper.connection().commitPreferences(*foundation::xmlPropertyList(root), "")->error, wire::kSCStatusOK);
   const auto calls = [&](int count) {
     for (int i = 0; i < count; i += 5) {
       ASSERT_TRUE(helper.connection().readPreferences());
       ASSERT_TRUE(helper.connection().findKeychainItems({}));
-      ASSERT_EQ(helper.connection().applyPreferences(), kSCStatusOK);
-      ASSERT_EQ(helper.connection().startLink("none", {}, false), kSCStatusConnectionNoService);
+      ASSERT_EQ(helper.connection().applyPreferences(), wire::kSCStatusOK);
+      ASSERT_EQ(helper.connection().startLink("none", {}, false), wire::kSCStatusConnectionNoService);
       ASSERT_FALSE(helper.connection().startLink("none", "garbage", false));
     }
   };
@@ -169,27 +170,26 @@ TEST_F(HelperUnderLoadTest, APeerThatNeverReadsIsLeftBeforeItCostsMuch) {
     StartedHelper helper(program);
     ASSERT_TRUE(helper.isReady());
     const Value root = Value::Dictionary{{"Filler", std::string(std::size_t{kFile} << 10, 'x')}};
-    ASSERT_EQ(helper.connection().commitPreferences(*foundation::xmlPropertyList(root), "")->error, kSCStatusOK);
+    ASSERT_EQ(helper.connection().commitPreferences(*foundation::xmlPropertyList(root), "")->error, wire::kSCStatusOK);
   }
   StartedHelper helper(program, StartedHelper::Talk::none);
-  sd_bus *bus = nullptr;
-  ASSERT_GE(sd_bus_new(&bus), 0);
+  linux::Bus bus;
+  ASSERT_GE(sd_bus_new(linux::Out(bus)), 0);
   const int socket = helper.takeSocket().release();
-  ASSERT_GE(sd_bus_set_fd(bus, socket, socket), 0);
-  ASSERT_GE(sd_bus_start(bus), 0);
+  ASSERT_GE(sd_bus_set_fd(bus.get(), socket, socket), 0);
+  ASSERT_GE(sd_bus_start(bus.get()), 0);
   // A client that sends reads what it must for the greeting, and from then on nothing.
   for (std::uint64_t i = 0; i < 10 * HelperService::kMaximumUnread; ++i) {
-    sd_bus_message *message = nullptr;
-    ASSERT_GE(sd_bus_message_new_method_call(bus, &message, nullptr, wire::kObjectPath, wire::kInterface,
-                                             wire::kReadPreferences),
+    linux::BusMessage message;
+    ASSERT_GE(sd_bus_message_new_method_call(bus.get(), linux::Out(message), nullptr, wire::kObjectPath,
+                                             wire::kInterface, wire::kReadPreferences),
               0);
     std::uint64_t cookie = 0;  // without one, no answer would be wanted
-    sd_bus_send(bus, message, &cookie);
-    sd_bus_message_unref(message);
+    sd_bus_send(bus.get(), message.get(), &cookie);
   }
-  sd_bus_flush(bus);
+  sd_bus_flush(bus.get());
   const auto end = helper.wait();
-  sd_bus_close_unref(bus);
+  bus.reset();
   ASSERT_TRUE(end);
   EXPECT_TRUE(end->isInOrder()) << end->code;
   EXPECT_NE(log().find("does not read the answers"), std::string::npos);

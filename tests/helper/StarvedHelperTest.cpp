@@ -93,16 +93,13 @@ int pppdsLeft(std::chrono::milliseconds patience) {
 class Listener : public platform::LinkObserver {
  public:
   explicit Listener(platform::HelperConnection &connection) : connection_(connection) {
-    EXPECT_GE(sd_event_new(&event_), 0);
-    EXPECT_TRUE(connection_.attach(event_));
+    EXPECT_GE(sd_event_new(linux::Out(event_)), 0);
+    EXPECT_TRUE(connection_.attach(event_.get()));
     connection_.addObserver(this);
   }
   Listener(const Listener &) = delete;
   Listener &operator=(const Listener &) = delete;
-  ~Listener() override {
-    connection_.removeObserver(this);
-    sd_event_unref(event_);
-  }
+  ~Listener() override { connection_.removeObserver(this); }
 
   const std::string &serviceID() const override { return service_; }
   void linkChanged(const platform::LinkSnapshot &snapshot) override {
@@ -114,7 +111,7 @@ class Listener : public platform::LinkObserver {
   // Until the link has that phase, or is over, or its helper is.
   ::testing::AssertionResult waitForPhase(int phase) {
     while (!over_ && ppp_["Status"] != Value(phase))
-      if (sd_event_run(event_, kDeadline) <= 0)
+      if (sd_event_run(event_.get(), kDeadline) <= 0)
         return ::testing::AssertionFailure() << "phase " << ppp_["Status"].intValue();
     return ::testing::AssertionSuccess();
   }
@@ -125,7 +122,7 @@ class Listener : public platform::LinkObserver {
  private:
   platform::HelperConnection &connection_;
   const std::string service_ = kService;
-  sd_event *event_ = nullptr;
+  linux::EventLoop event_;
   Value ppp_;
   bool over_ = false;
 };
@@ -184,7 +181,7 @@ class StarvedHelperTest : public ::testing::Test {
   void use(StartedHelper &helper) {
     if (!helper.isReady()) return;
     store(helper);
-    if (helper.connection().startLink(kService, {}, false) != kSCStatusOK) return;
+    if (helper.connection().startLink(kService, {}, false) != wire::kSCStatusOK) return;
     Listener listener(helper.connection());
     EXPECT_TRUE(listener.waitForEnd());
     ppp_ = listener.ppp();
@@ -203,11 +200,11 @@ class StarvedHelperTest : public ::testing::Test {
     ASSERT_TRUE(next.isReady());
     const auto preferences = next.connection().readPreferences();
     ASSERT_TRUE(preferences);
-    EXPECT_EQ(preferences->error, kSCStatusOK);
+    EXPECT_EQ(preferences->error, wire::kSCStatusOK);
     EXPECT_TRUE(foundation::propertyListFromData(preferences->propertyList, "preferences"));
     const auto items = next.connection().findKeychainItems({});
     ASSERT_TRUE(items);
-    EXPECT_EQ(items->status, errSecSuccess);
+    EXPECT_EQ(items->status, wire::errSecSuccess);
     next.leave();
     const auto end = next.wait();
     ASSERT_TRUE(end);
@@ -277,7 +274,7 @@ TEST_F(StarvedHelperTest, WhileItsLinkComesUp) {
       StartedHelper helper(HELPER_PROGRAM);
       ASSERT_TRUE(helper.isReady());
       store(helper);
-      ASSERT_EQ(helper.connection().startLink(kService, {}, false), kSCStatusOK);
+      ASSERT_EQ(helper.connection().startLink(kService, {}, false), wire::kSCStatusOK);
       {
         Listener listener(helper.connection());
         EXPECT_TRUE(listener.waitForPhase(2));

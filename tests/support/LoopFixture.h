@@ -8,12 +8,16 @@
 #include <chrono>
 #include <functional>
 
+#include "linux/SystemdOwners.h"
+
 namespace support {
 
 class LoopFixture : public testing::Test {
  protected:
-  LoopFixture() { EXPECT_GE(sd_event_new(&event_), 0); }
-  ~LoopFixture() override { sd_event_unref(event_); }
+  LoopFixture() {
+    EXPECT_GE(sd_event_new(linux::Out(loop_)), 0);
+    event_ = loop_.get();
+  }
 
   // Runs the loop until DONE answers yes; a test that waits for ever fails instead.
   testing::AssertionResult runUntil(const std::function<bool()> &done,
@@ -34,7 +38,8 @@ class LoopFixture : public testing::Test {
     ASSERT_GE(sd_event_loop(event_), 0);
   }
 
-  sd_event *event_ = nullptr;
+  linux::EventLoop loop_;
+  sd_event *event_ = nullptr;  // of loop_
 };
 
 }  // namespace support

@@ -7,6 +7,7 @@
 
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
+#include "linux/SystemdOwners.h"
 #include "tests/support/ScriptedLink.h"
 
 int main() {
@@ -14,17 +15,13 @@ int main() {
   if (!socket) return 1;
   const std::string folder = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
   auto log = helper::PPPLog::open(folder + "/ppp.log");
-  sd_event *event = nullptr;
-  if (!log || sd_event_default(&event) < 0) return 1;
-  int exitCode = 1;
-  {
-    linux::PosixFileSystem fileSystem;
-    helper::PreferencesStore preferences(folder + "/etc/preferences.plist", fileSystem, *log);
-    helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
-    helper::HelperService service(event, preferences, keychain, helper::testing::scriptedLinks(event), *log);
-    std::function<void()> end = [&service] { service.end(); };
-    if (helper::endOnSignals(event, end) && service.serve(std::move(*socket))) exitCode = helper::runLoop(event, *log);
-  }
-  sd_event_unref(event);
-  return exitCode;
+  linux::EventLoop loop;
+  if (!log || sd_event_default(linux::Out(loop)) < 0) return 1;
+  linux::PosixFileSystem fileSystem;
+  helper::PreferencesStore preferences(folder + "/etc/preferences.plist", fileSystem, *log);
+  helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
+  helper::HelperService service(loop.get(), preferences, keychain, helper::testing::scriptedLinks(loop.get()), *log);
+  std::function<void()> end = [&service] { service.end(); };
+  if (!helper::endOnSignals(loop.get(), end) || !service.serve(std::move(*socket))) return 1;
+  return helper::runLoop(loop.get(), *log);
 }

@@ -1,6 +1,5 @@
 #include "tests/support/ScriptedLink.h"
 
-#include <systemd/sd-event.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -28,7 +27,6 @@ class ScriptedLink : public Link {
       : event_(event), script_(std::move(script)), handler_(std::move(handler)) {}
   ScriptedLink(const ScriptedLink &) = delete;
   ScriptedLink &operator=(const ScriptedLink &) = delete;
-  ~ScriptedLink() override { sd_event_source_disable_unref(turn_); }
 
   void start() override {
     started_ = true;
@@ -61,22 +59,13 @@ class ScriptedLink : public Link {
   void play(std::deque<int> phases, int cause) {
     phases_ = std::move(phases);
     cause_ = cause;
-    if (turn_ == nullptr) {
-      sd_event_add_defer(
-          event_, &turn_,
-          [](sd_event_source *, void *link) {
-            static_cast<ScriptedLink *>(link)->turn();
-            return 0;
-          },
-          this);
-    }
-    sd_event_source_set_enabled(turn_, SD_EVENT_ON);
+    turn_ = linux::EventSource::soon(event_, [this] { turn(); });
   }
 
   void turn() {
     const int phase = phases_.front();
     phases_.pop_front();
-    if (phases_.empty()) sd_event_source_set_enabled(turn_, SD_EVENT_OFF);
+    if (!phases_.empty()) turn_ = linux::EventSource::soon(event_, [this] { turn(); });
     tell(phase);
     if (phase == 8 && script_ == "dies") ::_exit(1);
     if (phase == 0) down_ = true;
@@ -92,7 +81,7 @@ class ScriptedLink : public Link {
   sd_event *event_;
   std::string script_;
   Link::StatusHandler handler_;
-  sd_event_source *turn_ = nullptr;
+  linux::EventSource turn_;
   linux::EventSource later_;
   std::deque<int> phases_;
   int cause_ = 0;

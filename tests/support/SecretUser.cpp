@@ -16,6 +16,7 @@
 #include "helper/ike/ViciConnection.h"
 #include "helper/ppp/PluginChannel.h"
 #include "helper/store/Keychain.h"
+#include "linux/SystemdOwners.h"
 
 namespace {
 
@@ -53,10 +54,11 @@ bool use(sd_event *event, const std::string &folder, const std::string &service)
 
 int main(int argc, char **argv) {
   foundation::protectProcessMemory();
-  sd_event *event = nullptr;
-  if (argc != 3 || sd_event_new(&event) < 0 || !use(event, argv[1], argv[2])) return 1;
+  linux::EventLoop loop;
+  if (sd_event_new(linux::Out(loop)) < 0) return 1;
+  if (argc != 3 || !use(loop.get(), argv[1], argv[2])) return 1;
   foundation::wipeDeadStack();  // as after each turn of the helper's loop
-  sd_event_unref(event);
+  loop.reset();
   char byte = 0;
   return ::write(STDOUT_FILENO, &byte, 1) == 1 && ::read(STDIN_FILENO, &byte, 1) == 0 ? 0 : 1;
 }

@@ -20,24 +20,18 @@ FakeResolved::FakeResolved(sd_event *event, const std::string &path, Mood mood) 
   listening_ = linux::EventSource::io(event, listener_.get(), EPOLLIN, [this](std::uint32_t) { connectionArrived(); });
 }
 
-FakeResolved::~FakeResolved() {
-  if (bus_ == nullptr) return;
-  sd_bus_detach_event(bus_);
-  sd_bus_close_unref(bus_);
-}
-
 void FakeResolved::connectionArrived() {
   listening_.reset();
   const int connection = ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC);
   ASSERT_GE(connection, 0);
   sd_id128_t identifier{};
   sd_id128_randomize(&identifier);
-  ASSERT_GE(sd_bus_new(&bus_), 0);
-  ASSERT_GE(sd_bus_set_fd(bus_, connection, connection), 0);
-  ASSERT_GE(sd_bus_set_server(bus_, 1, identifier), 0);
-  ASSERT_GE(sd_bus_add_filter(bus_, nullptr, called, this), 0);
-  ASSERT_GE(sd_bus_start(bus_), 0);
-  ASSERT_GE(sd_bus_attach_event(bus_, event_, SD_EVENT_PRIORITY_NORMAL), 0);
+  ASSERT_GE(sd_bus_new(linux::Out(bus_)), 0);
+  ASSERT_GE(sd_bus_set_fd(bus_.get(), connection, connection), 0);
+  ASSERT_GE(sd_bus_set_server(bus_.get(), 1, identifier), 0);
+  ASSERT_GE(sd_bus_add_filter(bus_.get(), nullptr, called, this), 0);
+  ASSERT_GE(sd_bus_start(bus_.get()), 0);
+  ASSERT_GE(sd_bus_attach_event(bus_.get(), event_, SD_EVENT_PRIORITY_NORMAL), 0);
 }
 
 int FakeResolved::called(sd_bus_message *message, void *self, sd_bus_error *) {

@@ -11,6 +11,7 @@
 
 #include "foundation/FileDescriptor.h"
 #include "linux/EventSource.h"
+#include "linux/SystemdOwners.h"
 
 class FakeResolved {
  public:
@@ -25,7 +26,6 @@ class FakeResolved {
   FakeResolved(sd_event *event, const std::string &path, Mood mood);
   FakeResolved(const FakeResolved &) = delete;
   FakeResolved &operator=(const FakeResolved &) = delete;
-  ~FakeResolved();
 
   // The calls so far, as "SetLinkDefaultRoute 7 true".
   std::vector<std::string> calls;
@@ -40,5 +40,5 @@ class FakeResolved {
   Mood mood_;
   foundation::FileDescriptor listener_;
   linux::EventSource listening_;
-  sd_bus *bus_ = nullptr;
+  linux::Bus bus_;
 };

@@ -75,16 +75,13 @@ TEST_F(ResolvedClientTest, HearsThatTheDaemonIsGone) {
 TEST_F(ResolvedClientTest, AnExceptionOfItsHandlerEndsTheLoop) {
   for (const Mood mood : {Mood::willing, Mood::refusing}) {
     std::filesystem::remove(folder_.path("bus"));
-    sd_event *event = nullptr;
-    ASSERT_GE(sd_event_new(&event), 0);
-    {
-      FakeResolved resolved(event, folder_.path("bus"), mood);
-      ResolvedClient client(event, "unix:path=" + folder_.path("bus"), std::chrono::seconds(10));
-      client.tell(7, {}, true,
-                  [](const foundation::Status &) { throw std::system_error(EMFILE, std::generic_category(), "test"); });
-      EXPECT_EQ(sd_event_loop(event), EMFILE);
-    }
-    sd_event_unref(event);
+    linux::EventLoop loop;
+    ASSERT_GE(sd_event_new(linux::Out(loop)), 0);
+    FakeResolved resolved(loop.get(), folder_.path("bus"), mood);
+    ResolvedClient client(loop.get(), "unix:path=" + folder_.path("bus"), std::chrono::seconds(10));
+    client.tell(7, {}, true,
+                [](const foundation::Status &) { throw std::system_error(EMFILE, std::generic_category(), "test"); });
+    EXPECT_EQ(sd_event_loop(loop.get()), EMFILE);
   }
 }
 

@@ -10,6 +10,7 @@
 
 #include "helper/network/RouteTable.h"
 #include "linux/ChildProcess.h"
+#include "linux/SystemdOwners.h"
 
 using namespace helper;
 
@@ -37,11 +38,10 @@ class RouteTableTest : public testing::Test {
     words.insert(words.begin(), "/bin/ip");
     auto process = linux::ChildProcess::spawn(words, {}, {});
     int code = -1;
-    sd_event *event = nullptr;
-    EXPECT_GE(sd_event_new(&event), 0);
-    process->watch(event, [&](const linux::ChildProcess::End &end) { code = end.code; });
-    while (code < 0) EXPECT_GE(sd_event_run(event, UINT64_MAX), 0);
-    sd_event_unref(event);
+    linux::EventLoop loop;
+    EXPECT_GE(sd_event_new(linux::Out(loop)), 0);
+    process->watch(loop.get(), [&](const linux::ChildProcess::End &end) { code = end.code; });
+    while (code < 0) EXPECT_GE(sd_event_run(loop.get(), UINT64_MAX), 0);
     return code == 0;
   }
 

@@ -300,18 +300,18 @@ TEST_P(DamagedStoresTest, LockedByAnother) {
 
 class DamagedKeyTest : public ::testing::Test {
  protected:
-  DamagedKeyTest() { EXPECT_EQ(add("S"), errSecSuccess); }
+  DamagedKeyTest() { EXPECT_EQ(add("S"), wire::errSecSuccess); }
 
   std::int32_t add(const std::string &service) {
     const auto item = keychain.add({{kServiceAttribute, service}}, Secret("secret"), {"access", {"/proc/self/exe"}});
-    return item ? errSecSuccess : item.error().code;
+    return item ? wire::errSecSuccess : item.error().code;
   }
 
   // Nothing more is sealed, the one sentence of it names the key, and the key stays.
   void expectRefusal(const char *remedy) {
     const auto before = contentsOf(folder.path("keychain/System.keychain"));
     const std::size_t logged = contentsOf(log.path())->size();
-    EXPECT_NE(add("T"), errSecSuccess);
+    EXPECT_NE(add("T"), wire::errSecSuccess);
     const std::string text = contentsOf(log.path())->substr(logged);
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
     EXPECT_NE(text.find(key), std::string::npos) << text;
@@ -374,7 +374,7 @@ TEST_F(DamagedKeyTest, NoFile) {
   expectRefusal("not a file");
   std::filesystem::remove(key);
   std::filesystem::rename(aside, key);
-  EXPECT_EQ(add("T"), errSecSuccess);
+  EXPECT_EQ(add("T"), wire::errSecSuccess);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "helper/store/Keychain.h"
 #include "tests/support/FaultyFileSystem.h"
 #include "tests/support/TemporaryFolder.h"
+#include "wire/Messages.h"
 #include "wire/StatusCodes.h"
 
 namespace helper {
@@ -43,12 +44,12 @@ class KeychainTest : public ::testing::Test {
   std::int32_t add(const KeychainItem::Attributes &about, std::string_view secret,
                    const std::vector<std::string> &paths = {"/proc/self/exe"}) {
     const auto item = keychain.add(about, Secret(secret), {"access", paths});
-    return item ? errSecSuccess : item.error().code;
+    return item ? wire::errSecSuccess : item.error().code;
   }
 
   std::int32_t codeForService(const std::string &service) {
     const auto secret = keychain.secretForService(service, self());
-    return secret ? errSecSuccess : secret.error().code;
+    return secret ? wire::errSecSuccess : secret.error().code;
   }
 
   // Changes the stored property list behind the keychain's back.
@@ -76,98 +77,98 @@ class KeychainTest : public ::testing::Test {
 };
 
 TEST_F(KeychainTest, GivesASecretToWhoIsOnTheAccessList) {
-  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), wire::errSecSuccess);
   const auto secret = keychain.secretForService("S", self());
   ASSERT_TRUE(secret);
   EXPECT_TRUE(*secret == Secret(std::string_view("secret")));
 }
 
 TEST_F(KeychainTest, StillGivesOutWhatAnotherRunReplaced) {
-  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), errSecSuccess);
-  ASSERT_EQ(add(attributes("L", "user", "T"), "secret", {"/bin/sh"}), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), wire::errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "user", "T"), "secret", {"/bin/sh"}), wire::errSecSuccess);
   Keychain other(folder.path("keychain"), fileSystem, log);
   const auto found = other.find({{kLabelAttribute, "L"}});
   ASSERT_EQ(found->size(), 2U);
   for (const std::string &identifier : *found) ASSERT_TRUE(other.remove(identifier));
-  EXPECT_EQ(other.secretForService("S", self()).error().code, errSecItemNotFound);
-  EXPECT_EQ(codeForService("S"), errSecSuccess);
-  EXPECT_EQ(codeForService("T"), errSecAuthFailed) << "its access list holds all the same";
+  EXPECT_EQ(other.secretForService("S", self()).error().code, wire::errSecItemNotFound);
+  EXPECT_EQ(codeForService("S"), wire::errSecSuccess);
+  EXPECT_EQ(codeForService("T"), wire::errSecAuthFailed) << "its access list holds all the same";
   EXPECT_TRUE(keychain.find({{kLabelAttribute, "L"}})->empty()) << "it is in the keychain no more";
 }
 
 TEST_F(KeychainTest, ForgetsWhatItRemovedItself) {
-  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), wire::errSecSuccess);
   ASSERT_TRUE(keychain.remove(keychain.find({})->at(0)));
-  EXPECT_EQ(codeForService("S"), errSecItemNotFound);
+  EXPECT_EQ(codeForService("S"), wire::errSecItemNotFound);
 }
 
 TEST_F(KeychainTest, GivesItToNobodyElse) {
-  ASSERT_EQ(add(attributes("L", "user", "S"), "secret", {"/bin/sh", "/no/such/program"}), errSecSuccess);
-  EXPECT_EQ(codeForService("S"), errSecAuthFailed);
-  EXPECT_EQ(codeForService("T"), errSecItemNotFound);
-  ASSERT_EQ(add(attributes("L", "user", "U"), "secret", {}), errSecSuccess);
-  EXPECT_EQ(codeForService("U"), errSecAuthFailed);
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret", {"/bin/sh", "/no/such/program"}), wire::errSecSuccess);
+  EXPECT_EQ(codeForService("S"), wire::errSecAuthFailed);
+  EXPECT_EQ(codeForService("T"), wire::errSecItemNotFound);
+  ASSERT_EQ(add(attributes("L", "user", "U"), "secret", {}), wire::errSecSuccess);
+  EXPECT_EQ(codeForService("U"), wire::errSecAuthFailed);
   const auto refused = keychain.secretForService("S", self());
   EXPECT_EQ(refused.error().message.find("secret"), std::string::npos);
 }
 
 TEST_F(KeychainTest, ARoleStandsForThePrograms) {
-  ASSERT_EQ(add(attributes("L", "user", "S"), "secret", {"/role"}), errSecSuccess);
-  EXPECT_EQ(codeForService("S"), errSecSuccess);
-  ASSERT_EQ(add(attributes("L", "user", "T"), "secret", {"/foreign"}), errSecSuccess);
-  EXPECT_EQ(codeForService("T"), errSecAuthFailed);
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret", {"/role"}), wire::errSecSuccess);
+  EXPECT_EQ(codeForService("S"), wire::errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "user", "T"), "secret", {"/foreign"}), wire::errSecSuccess);
+  EXPECT_EQ(codeForService("T"), wire::errSecAuthFailed);
   EXPECT_EQ(Keychain::defaultRoles().size(), 1U);
   EXPECT_FALSE(Keychain::defaultRoles().at("/usr/sbin/racoon").empty());
 }
 
 TEST_F(KeychainTest, AnyAccountOfTheServiceThatTrustsThePeer) {
-  ASSERT_EQ(add(attributes("L", "a", "S"), "one", {"/bin/sh"}), errSecSuccess);
-  ASSERT_EQ(add(attributes("L", "b", "S"), "two"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one", {"/bin/sh"}), wire::errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "b", "S"), "two"), wire::errSecSuccess);
   const auto secret = keychain.secretForService("S", self());
   ASSERT_TRUE(secret);
   EXPECT_TRUE(*secret == Secret(std::string_view("two")));
 }
 
 TEST_F(KeychainTest, AccountAndServiceAreUniqueAndDefaultToNothing) {
-  EXPECT_EQ(add({}, "one"), errSecSuccess);
-  EXPECT_EQ(add({{kLabelAttribute, "other"}}, "two"), errSecDuplicateItem);
-  EXPECT_EQ(add({{kAccountAttribute, ""}, {kServiceAttribute, ""}}, "three"), errSecDuplicateItem);
-  EXPECT_EQ(add({{kServiceAttribute, "S"}}, "four"), errSecSuccess);
+  EXPECT_EQ(add({}, "one"), wire::errSecSuccess);
+  EXPECT_EQ(add({{kLabelAttribute, "other"}}, "two"), wire::errSecDuplicateItem);
+  EXPECT_EQ(add({{kAccountAttribute, ""}, {kServiceAttribute, ""}}, "three"), wire::errSecDuplicateItem);
+  EXPECT_EQ(add({{kServiceAttribute, "S"}}, "four"), wire::errSecSuccess);
   EXPECT_EQ(keychain.find({{kLabelAttribute, "S"}})->size(), 1U);  // the label defaults to the service
   EXPECT_EQ(keychain.find({})->size(), 2U);
 }
 
 TEST_F(KeychainTest, RemovesByIdentifier) {
-  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
-  ASSERT_EQ(add(attributes("M", "b", "S"), "two"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), wire::errSecSuccess);
+  ASSERT_EQ(add(attributes("M", "b", "S"), "two"), wire::errSecSuccess);
   const auto found = keychain.find({{kLabelAttribute, "L"}});
   ASSERT_EQ(found->size(), 1U);
   EXPECT_TRUE(keychain.remove(found->front()));
-  EXPECT_EQ(keychain.remove(found->front()).error().code, errSecItemNotFound);
+  EXPECT_EQ(keychain.remove(found->front()).error().code, wire::errSecItemNotFound);
   EXPECT_EQ(keychain.find({})->size(), 1U);
 }
 
 TEST_F(KeychainTest, LimitsAreKept) {
-  EXPECT_EQ(add({{0x61626364, "unknown"}}, "x"), errSecParam);
-  EXPECT_EQ(add({{kLabelAttribute, std::string(Keychain::kMaximumAttribute + 1, 'x')}}, "x"), errSecParam);
-  EXPECT_EQ(add({}, std::string(Keychain::kMaximumSecret + 1, 'x')), errSecParam);
-  EXPECT_EQ(add({}, "x", std::vector<std::string>(Keychain::kMaximumPaths + 1, "/a")), errSecParam);
-  EXPECT_EQ(add({}, "x", {"relative"}), errSecParam);
-  EXPECT_EQ(add({}, "x", {"/a\nb"}), errSecParam);
+  EXPECT_EQ(add({{0x61626364, "unknown"}}, "x"), wire::errSecParam);
+  EXPECT_EQ(add({{kLabelAttribute, std::string(Keychain::kMaximumAttribute + 1, 'x')}}, "x"), wire::errSecParam);
+  EXPECT_EQ(add({}, std::string(Keychain::kMaximumSecret + 1, 'x')), wire::errSecParam);
+  EXPECT_EQ(add({}, "x", std::vector<std::string>(wire::kMaximumPaths + 1, "/a")), wire::errSecParam);
+  EXPECT_EQ(add({}, "x", {"relative"}), wire::errSecParam);
+  EXPECT_EQ(add({}, "x", {"/a\nb"}), wire::errSecParam);
   EXPECT_FALSE(contentsOf(file).has_value());
-  EXPECT_EQ(keychain.find({{1, ""}}).error().code, errSecParam);
+  EXPECT_EQ(keychain.find({{1, ""}}).error().code, wire::errSecParam);
 }
 
 TEST_F(KeychainTest, AnEmptySecretIsOne) {
-  ASSERT_EQ(add(attributes("L", "", "S.SS"), ""), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "", "S.SS"), ""), wire::errSecSuccess);
   const auto secret = keychain.secretForService("S.SS", self());
   ASSERT_TRUE(secret);
   EXPECT_TRUE(secret->empty());
 }
 
 TEST_F(KeychainTest, SwappedSecretsDoNotOpen) {
-  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
-  ASSERT_EQ(add(attributes("L", "b", "T"), "two"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), wire::errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "b", "T"), "two"), wire::errSecSuccess);
   tamper([](Value &items) {
     const auto one = items.dictionary().begin()->first;
     const auto two = std::next(items.dictionary().begin())->first;
@@ -179,12 +180,12 @@ TEST_F(KeychainTest, SwappedSecretsDoNotOpen) {
     items.set(one, itemOne);
     items.set(two, itemTwo);
   });
-  EXPECT_EQ(codeForService("S"), errSecAuthFailed);
-  EXPECT_EQ(codeForService("T"), errSecAuthFailed);
+  EXPECT_EQ(codeForService("S"), wire::errSecAuthFailed);
+  EXPECT_EQ(codeForService("T"), wire::errSecAuthFailed);
 }
 
 TEST_F(KeychainTest, AWidenedAccessListDoesNotOpen) {
-  ASSERT_EQ(add(attributes("L", "a", "S"), "one", {"/bin/sh"}), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one", {"/bin/sh"}), wire::errSecSuccess);
   tamper([](Value &items) {
     const auto name = items.dictionary().begin()->first;
     Value item = items[name];
@@ -192,11 +193,11 @@ TEST_F(KeychainTest, AWidenedAccessListDoesNotOpen) {
                                          {"TrustedApplications", Value::Array{"/bin/sh", "/proc/self/exe"}}});
     items.set(name, item);
   });
-  EXPECT_EQ(codeForService("S"), errSecAuthFailed);
+  EXPECT_EQ(codeForService("S"), wire::errSecAuthFailed);
 }
 
 TEST_F(KeychainTest, ARenamedServiceDoesNotOpen) {
-  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), wire::errSecSuccess);
   tamper([](Value &items) {
     const auto name = items.dictionary().begin()->first;
     Value item = items[name];
@@ -205,56 +206,56 @@ TEST_F(KeychainTest, ARenamedServiceDoesNotOpen) {
     item.set("Attributes", about);
     items.set(name, item);
   });
-  EXPECT_EQ(codeForService("T"), errSecAuthFailed);
+  EXPECT_EQ(codeForService("T"), wire::errSecAuthFailed);
 }
 
 TEST_F(KeychainTest, WithoutItsKeyNothingIsSealedUnderANewOne) {
-  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), wire::errSecSuccess);
   const auto before = contentsOf(file);
   const std::string aside = folder.path("aside");
   std::filesystem::rename(key, aside);
-  EXPECT_EQ(add(attributes("L", "b", "T"), "two"), errSecNotAvailable);
+  EXPECT_EQ(add(attributes("L", "b", "T"), "two"), wire::errSecNotAvailable);
   EXPECT_FALSE(contentsOf(key).has_value());
   EXPECT_EQ(contentsOf(file), before);
-  EXPECT_EQ(codeForService("S"), errSecNotAvailable);
+  EXPECT_EQ(codeForService("S"), wire::errSecNotAvailable);
   std::filesystem::rename(aside, key);
-  EXPECT_EQ(codeForService("S"), errSecSuccess);
+  EXPECT_EQ(codeForService("S"), wire::errSecSuccess);
 }
 
 TEST_F(KeychainTest, ADamagedFileIsReportedAndLeftAlone) {
-  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), wire::errSecSuccess);
   const std::string whole = *contentsOf(file);
   for (const auto &damaged : {whole + "garbage", whole.substr(0, whole.size() / 2), std::string(),
                               std::string("<plist version=\"1.0\"><dict/></plist>")}) {
     writeFile(file, damaged);
-    EXPECT_EQ(add(attributes("L", "b", "T"), "two"), errSecInvalidKeychain);
-    EXPECT_EQ(keychain.find({}).error().code, errSecInvalidKeychain);
-    EXPECT_EQ(keychain.remove("X").error().code, errSecInvalidKeychain);
+    EXPECT_EQ(add(attributes("L", "b", "T"), "two"), wire::errSecInvalidKeychain);
+    EXPECT_EQ(keychain.find({}).error().code, wire::errSecInvalidKeychain);
+    EXPECT_EQ(keychain.remove("X").error().code, wire::errSecInvalidKeychain);
     EXPECT_EQ(contentsOf(file), damaged);
   }
   EXPECT_NE(contentsOf(log.path())->find(file), std::string::npos);
 }
 
 TEST_F(KeychainTest, EveryFailureKeepsWhatWasThere) {
-  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), errSecSuccess);
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), wire::errSecSuccess);
   const auto before = contentsOf(file);
   const struct {
     Call call;
     const char *suffix;
     int errnum;
     std::int32_t status;
-  } faults[] = {{Call::lock, "-lock", ENOLCK, errSecNotAvailable},
-                {Call::write, "-new", ENOSPC, errSecNotAvailable},
-                {Call::synchronize, "-new", EIO, errSecNotAvailable},
-                {Call::rename, "keychain", EROFS, errSecWrPerm},
-                {Call::open, "SystemKey", EACCES, errSecWrPerm}};
+  } faults[] = {{Call::lock, "-lock", ENOLCK, wire::errSecNotAvailable},
+                {Call::write, "-new", ENOSPC, wire::errSecNotAvailable},
+                {Call::synchronize, "-new", EIO, wire::errSecNotAvailable},
+                {Call::rename, "keychain", EROFS, wire::errSecWrPerm},
+                {Call::open, "SystemKey", EACCES, wire::errSecWrPerm}};
   for (const auto &fault : faults) {
     fileSystem.failNext(fault.call, fault.suffix, fault.errnum);
     EXPECT_EQ(add(attributes("L", "b", "T"), "two"), fault.status);
     EXPECT_EQ(contentsOf(file), before);
   }
-  EXPECT_EQ(codeForService("S"), errSecSuccess);
-  EXPECT_EQ(add(attributes("L", "b", "T"), "two"), errSecSuccess);
+  EXPECT_EQ(codeForService("S"), wire::errSecSuccess);
+  EXPECT_EQ(add(attributes("L", "b", "T"), "two"), wire::errSecSuccess);
 }
 
 }  // namespace

@@ -27,7 +27,7 @@ class PreferencesStoreTest : public ::testing::Test {
  protected:
   std::int32_t commit(const std::string &propertyList, const std::string &signature) {
     const auto written = store.commit(propertyList, signature);
-    return written ? kSCStatusOK : written.error().code;
+    return written ? wire::kSCStatusOK : written.error().code;
   }
   std::string signature() const { return store.read()->signature; }
 
@@ -47,7 +47,7 @@ TEST_F(PreferencesStoreTest, AMissingFileIsAFreshSystem) {
 }
 
 TEST_F(PreferencesStoreTest, CommitMakesTheFolderAndTheFile) {
-  ASSERT_EQ(commit(kEmpty, signature()), kSCStatusOK);
+  ASSERT_EQ(commit(kEmpty, signature()), wire::kSCStatusOK);
   struct stat attributes = {};
   ASSERT_EQ(::stat(folder.path("vpnctl").c_str(), &attributes), 0);
   EXPECT_EQ(attributes.st_mode & 07777, 0755U);
@@ -62,12 +62,12 @@ TEST_F(PreferencesStoreTest, TheSignatureOfACommitIsTheNextReads) {
   const auto written = store.commit(kEmpty, signature());
   ASSERT_TRUE(written);
   EXPECT_EQ(*written, signature());
-  EXPECT_EQ(commit(kNamed, *written), kSCStatusOK);
+  EXPECT_EQ(commit(kNamed, *written), wire::kSCStatusOK);
   EXPECT_NE(*written, signature());
 }
 
 TEST_F(PreferencesStoreTest, AServiceThatAnotherRunReplacedCanStillBeStarted) {
-  ASSERT_EQ(commit(kNamed, signature()), kSCStatusOK);
+  ASSERT_EQ(commit(kNamed, signature()), wire::kSCStatusOK);
   writeFile(path, kEmpty);
   EXPECT_NE((*store.readValueWith("S"))["NetworkServices"].find("S"), nullptr);
   EXPECT_TRUE((*store.readValueWith("T"))["NetworkServices"].isNull()) << "nobody ever committed it";
@@ -78,20 +78,20 @@ TEST_F(PreferencesStoreTest, AServiceThatAnotherRunReplacedCanStillBeStarted) {
 
 TEST_F(PreferencesStoreTest, WhatSomebodyElseWroteMakesItStale) {
   const std::string fresh = signature();
-  ASSERT_EQ(commit(kEmpty, fresh), kSCStatusOK);
-  EXPECT_EQ(commit(kNamed, fresh), kSCStatusStale);  // there was no file then
+  ASSERT_EQ(commit(kEmpty, fresh), wire::kSCStatusOK);
+  EXPECT_EQ(commit(kNamed, fresh), wire::kSCStatusStale);  // there was no file then
   const std::string before = signature();
   writeFile(path, kNamed);
-  EXPECT_EQ(commit(kEmpty, before), kSCStatusStale);
+  EXPECT_EQ(commit(kEmpty, before), wire::kSCStatusStale);
   EXPECT_EQ(contentsOf(path), kNamed);
   const std::string later = signature();
   std::filesystem::remove(path);
-  EXPECT_EQ(commit(kEmpty, later), kSCStatusStale);
-  EXPECT_EQ(commit(kEmpty, ""), kSCStatusOK);  // nobody asked
+  EXPECT_EQ(commit(kEmpty, later), wire::kSCStatusStale);
+  EXPECT_EQ(commit(kEmpty, ""), wire::kSCStatusOK);  // nobody asked
 }
 
 TEST_F(PreferencesStoreTest, AChangeInPlaceOfTheSameSizeWithTheOldTimeIsSeen) {
-  ASSERT_EQ(commit(kNamed, ""), kSCStatusOK);
+  ASSERT_EQ(commit(kNamed, ""), wire::kSCStatusOK);
   const std::string before = signature();
   struct stat attributes = {};
   ASSERT_EQ(::stat(path.c_str(), &attributes), 0);
@@ -100,15 +100,15 @@ TEST_F(PreferencesStoreTest, AChangeInPlaceOfTheSameSizeWithTheOldTimeIsSeen) {
   writeFile(path, changed);
   const timespec times[2] = {attributes.st_atim, attributes.st_mtim};
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-  EXPECT_EQ(commit(kEmpty, before), kSCStatusStale);
+  EXPECT_EQ(commit(kEmpty, before), wire::kSCStatusStale);
 }
 
 TEST_F(PreferencesStoreTest, AHeldLockIsBusy) {
-  ASSERT_EQ(commit(kEmpty, ""), kSCStatusOK);
+  ASSERT_EQ(commit(kEmpty, ""), wire::kSCStatusOK);
   const foundation::FileDescriptor lock(::open((path + "-lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
   ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
   const auto before = contentsOf(path);
-  EXPECT_EQ(commit(kNamed, ""), kSCStatusPrefsBusy);
+  EXPECT_EQ(commit(kNamed, ""), wire::kSCStatusPrefsBusy);
   EXPECT_EQ(contentsOf(path), before);
 }
 
@@ -121,8 +121,8 @@ TEST_F(PreferencesStoreTest, ADamagedFileIsReportedAndNeverReplaced) {
     writeFile(path, damaged);
     const auto contents = store.read();
     ASSERT_FALSE(contents) << damaged;
-    EXPECT_EQ(contents.error().code, kSCStatusFailed);
-    EXPECT_EQ(commit(kNamed, ""), kSCStatusFailed);
+    EXPECT_EQ(contents.error().code, wire::kSCStatusFailed);
+    EXPECT_EQ(commit(kNamed, ""), wire::kSCStatusFailed);
     EXPECT_EQ(contentsOf(path), damaged);
   }
   const auto text = contentsOf(log.path()).value_or("");
@@ -135,31 +135,31 @@ TEST_F(PreferencesStoreTest, WhatIsSentIsChecked) {
        {std::string(), std::string("x"), std::string("<plist version=\"1.0\"><array/></plist>"),
         std::string("<plist version=\"1.0\"><dict><key>Sets</key><string/></dict></plist>"),
         std::string(PreferencesStore::kMaximumSize + 1, ' ')})
-    EXPECT_EQ(commit(bad, ""), kSCStatusInvalidArgument);
+    EXPECT_EQ(commit(bad, ""), wire::kSCStatusInvalidArgument);
   EXPECT_FALSE(std::filesystem::exists(folder.path("vpnctl")));
 }
 
 TEST_F(PreferencesStoreTest, EveryFailureKeepsTheOldBytes) {
-  ASSERT_EQ(commit(kEmpty, ""), kSCStatusOK);
+  ASSERT_EQ(commit(kEmpty, ""), wire::kSCStatusOK);
   const auto before = contentsOf(path);
   const struct {
     Call call;
     const char *suffix;
     int errnum;
     std::int32_t status;
-  } faults[] = {{Call::open, "-lock", EACCES, kSCStatusAccessError},
-                {Call::lock, "-lock", ENOLCK, kSCStatusFailed},
-                {Call::open, "preferences.plist", EACCES, kSCStatusAccessError},
-                {Call::open, "-new", EROFS, kSCStatusAccessError},
-                {Call::write, "-new", ENOSPC, kSCStatusFailed},
-                {Call::synchronize, "-new", EIO, kSCStatusFailed},
-                {Call::rename, "preferences.plist", EIO, kSCStatusFailed}};
+  } faults[] = {{Call::open, "-lock", EACCES, wire::kSCStatusAccessError},
+                {Call::lock, "-lock", ENOLCK, wire::kSCStatusFailed},
+                {Call::open, "preferences.plist", EACCES, wire::kSCStatusAccessError},
+                {Call::open, "-new", EROFS, wire::kSCStatusAccessError},
+                {Call::write, "-new", ENOSPC, wire::kSCStatusFailed},
+                {Call::synchronize, "-new", EIO, wire::kSCStatusFailed},
+                {Call::rename, "preferences.plist", EIO, wire::kSCStatusFailed}};
   for (const auto &fault : faults) {
     fileSystem.failNext(fault.call, fault.suffix, fault.errnum);
     EXPECT_EQ(commit(kNamed, ""), fault.status) << fault.suffix << fault.errnum;
     EXPECT_EQ(contentsOf(path), before);
   }
-  EXPECT_EQ(commit(kNamed, ""), kSCStatusOK);
+  EXPECT_EQ(commit(kNamed, ""), wire::kSCStatusOK);
 }
 
 TEST_F(PreferencesStoreTest, ABinaryFileIsReadAndReplacedByXML) {
@@ -173,7 +173,7 @@ TEST_F(PreferencesStoreTest, ABinaryFileIsReadAndReplacedByXML) {
   ASSERT_TRUE(value) << value.error().message;
   EXPECT_EQ((*value)["A"], foundation::Value(1));
   EXPECT_EQ(store.read()->propertyList, binary);
-  EXPECT_EQ(commit(kNamed, signature()), kSCStatusOK);
+  EXPECT_EQ(commit(kNamed, signature()), wire::kSCStatusOK);
   EXPECT_TRUE(contentsOf(path)->starts_with("<?xml"));
 }
 

@@ -145,7 +145,7 @@ class KeychainFaultsTest : public StoreFaultsTest {
     Keychain reader(folder.path("keychain"), fileSystem, log);
     const auto secret = reader.secretForService(service, Peer::ofSocket(first.get()).value());
     if (secret) return secret->text() == "secret of " + service;
-    EXPECT_EQ(secret.error().code, errSecItemNotFound) << secret.error().message;
+    EXPECT_EQ(secret.error().code, wire::errSecItemNotFound) << secret.error().message;
     return false;
   }
   void expectNothingElse() {
