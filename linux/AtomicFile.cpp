@@ -1,12 +1,12 @@
 #include "linux/AtomicFile.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/inotify.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <utility>
+
+#include "linux/LockWaiter.h"
 
 namespace linux {
 
@@ -17,8 +17,6 @@ using foundation::Result;
 using foundation::Status;
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 std::string folderOf(const std::string &path) {
   const auto slash = path.rfind('/');
@@ -86,37 +84,6 @@ bool isStillNamed(int file, const std::string &path) {
          open.st_ino == named.st_ino;
 }
 
-// The kernel tells that a dying holder's file is closed before it takes the lock from him: whoever has looked in
-// between hears no more of it.
-constexpr std::chrono::milliseconds kLook{100};
-
-// Waits until the holder of the lock at PATH lets go: it removes the file, or it dies, which closes its writing
-// descriptor.
-class LockWaiter {
- public:
-  explicit LockWaiter(const std::string &path) : inotify_(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-    if (!inotify_) return;
-    watched_ = ::inotify_add_watch(inotify_.get(), path.c_str(), IN_CLOSE_WRITE | IN_ATTRIB) >= 0;
-    gone_ = !watched_ && errno == ENOENT;
-  }
-
-  // True when it is worth a look. False when DEADLINE has passed, or when there is no way to wait.
-  bool wait(Clock::time_point deadline) const {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left <= 0) return false;
-    if (gone_) return true;
-    if (!watched_) return false;
-    pollfd waiting = {inotify_.get(), POLLIN, 0};
-    ::poll(&waiting, 1, static_cast<int>(std::min(left, kLook.count())));
-    return true;
-  }
-
- private:
-  FileDescriptor inotify_;
-  bool watched_ = false;
-  bool gone_ = false;  // let go before there was anything to watch
-};
-
 }  // namespace
 
 AtomicFile::Lock::~Lock() {
@@ -171,8 +138,7 @@ Status AtomicFile::createFolder(mode_t mode) const {
 
 Result<AtomicFile::Lock> AtomicFile::lock(std::chrono::milliseconds patience) const {
   const std::string path = path_ + "-lock";
-  const auto deadline = Clock::now() + patience;
-  std::optional<LockWaiter> waiter;
+  LockWaiter waiter(LockWaiter::On::file, patience);
   while (true) {
     // Open for reading until it is won, so that the tries of two who wait do not look like releases to each other.
     auto file = fileSystem_.open(path, O_RDONLY | O_CREAT, 0600);
@@ -190,13 +156,7 @@ Result<AtomicFile::Lock> AtomicFile::lock(std::chrono::milliseconds patience) co
     }
     if (status) continue;  // won, but its holder has removed it: there is a new one, or none
     if (status.error().code != EWOULDBLOCK) return status.error();
-    // Watch, and try once more before waiting, so that no release falls between. Not before there is a need: the kernel
-    // takes milliseconds to end a watch.
-    if (!waiter)
-      waiter.emplace(path);
-    else if (waiter->wait(deadline))
-      waiter.reset();  // there is another file by now, or will be
-    else
+    if (!waiter.wait(file->get()))
       return failure(EWOULDBLOCK, path_ + " is locked by " + holderOf(file->get()) + "; wait until that has ended");
   }
 }
