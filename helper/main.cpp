@@ -36,7 +36,7 @@ int main() {
 
   linux::EventLoop loop;
   if (sd_event_default(linux::Out(loop)) < 0) return 1;
-  linux::PosixFileSystem fileSystem;
+  foundation::PosixFileSystem fileSystem;
   helper::PreferencesStore preferences(helper::PreferencesStore::kPath, fileSystem, *log);
   helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log);
   bool serverRemembers = false;

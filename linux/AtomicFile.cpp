@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "foundation/FileReplacement.h"
 #include "linux/LockWaiter.h"
 
 namespace linux {
@@ -13,15 +14,11 @@ namespace linux {
 using foundation::errnoError;
 using foundation::Error;
 using foundation::FileDescriptor;
+using foundation::folderOf;
 using foundation::Result;
 using foundation::Status;
 
 namespace {
-
-std::string folderOf(const std::string &path) {
-  const auto slash = path.rfind('/');
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
 
 Error failure(int errnum, std::string message) {
   return {std::string(foundation::kPOSIXErrorDomain), errnum, std::move(message)};
@@ -161,35 +158,25 @@ Result<AtomicFile::Lock> AtomicFile::lock(std::chrono::milliseconds patience) co
   }
 }
 
-Status AtomicFile::writeBeside(const std::string &beside, std::string_view bytes, mode_t mode) const {
-  auto file = fileSystem_.open(beside, O_WRONLY | O_CREAT | O_EXCL, 0600);
-  if (!file) return file.error();
+Status AtomicFile::prepare(int file, mode_t mode) const {
   struct stat old = {};
   if (::lstat(path_.c_str(), &old) == 0) {
     if (auto status = check(old); !status) return status;
     mode = old.st_mode & 07777;
-    if (::fchown(file->get(), old.st_uid, old.st_gid) < 0) return errnoError(errno, "chown " + beside);
+    if (::fchown(file, old.st_uid, old.st_gid) < 0) return errnoError(errno, "chown the new " + path_);
   }
-  if (::fchmod(file->get(), mode) < 0) return errnoError(errno, "chmod " + beside);
-  if (auto status = fileSystem_.write(file->get(), bytes, beside); !status) return status;
-  return fileSystem_.synchronize(file->get(), beside);
+  if (::fchmod(file, mode) < 0) return errnoError(errno, "chmod the new " + path_);
+  return {};
 }
 
 Status AtomicFile::replace(std::string_view bytes, mode_t mode) const {
-  const std::string beside = path_ + "-new";
   const std::string folderPath = folderOf(path_);
   auto folder = fileSystem_.open(folderPath, O_RDONLY | O_DIRECTORY, 0);
   if (!folder) return withRemedy(folder.error());
-  // What a process that was killed here left: the lock is ours, so nobody else writes it.
-  if (auto status = fileSystem_.remove(beside); !status && status.error().code != ENOENT)
-    return withRemedy(status.error());
-  auto status = writeBeside(beside, bytes, mode);
-  if (status) status = fileSystem_.rename(beside, path_);
-  if (!status) {
-    ::unlink(beside.c_str());
-    return withRemedy(status.error());
-  }
-  status = fileSystem_.synchronize(folder->get(), folderPath);
+  foundation::FreshFile fresh{path_ + "-new"};  // the lock is ours, so nobody else writes it
+  fresh.prepare = [&](int file) { return prepare(file, mode); };
+  auto status = foundation::replaceFile(path_, bytes, fresh, fileSystem_);
+  if (status) status = fileSystem_.synchronize(folder->get(), folderPath);
   return status ? status : withRemedy(status.error());
 }
 

@@ -15,8 +15,8 @@
 #include <string_view>
 
 #include "foundation/FileDescriptor.h"
+#include "foundation/FileSystem.h"
 #include "foundation/Result.h"
-#include "linux/FileSystem.h"
 
 namespace linux {
 
@@ -44,7 +44,7 @@ class AtomicFile {
   };
 
   // PATH is absolute. FILE_SYSTEM outlives this.
-  AtomicFile(std::string path, FileSystem &fileSystem) : path_(std::move(path)), fileSystem_(fileSystem) {}
+  AtomicFile(std::string path, foundation::FileSystem &fileSystem) : path_(std::move(path)), fileSystem_(fileSystem) {}
 
   const std::string &path() const { return path_; }
 
@@ -68,10 +68,11 @@ class AtomicFile {
 
  private:
   foundation::Status check(const struct stat &attributes) const;
-  foundation::Status writeBeside(const std::string &beside, std::string_view bytes, mode_t mode) const;
+  // Gives the new FILE the owner and mode of the one that is there, or MODE.
+  foundation::Status prepare(int file, mode_t mode) const;
 
   std::string path_;
-  FileSystem &fileSystem_;
+  foundation::FileSystem &fileSystem_;
 };
 
 }  // namespace linux

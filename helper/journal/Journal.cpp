@@ -10,6 +10,7 @@
 #include <charconv>
 #include <filesystem>
 
+#include "foundation/FileReplacement.h"
 #include "foundation/PropertyList.h"
 #include "linux/FolderPaths.h"
 
@@ -193,12 +194,10 @@ Status Journal::write() const {
   const auto text = foundation::xmlPropertyList(journalValue(entries_));
   if (!text) return text.error();
   const std::string path = folder_ + kFileName;
-  const std::string fresh = path + "-new";
-  FileDescriptor file(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-  if (!file) return errnoError(errno, "open " + fresh);
-  if (Status written = foundation::writeAll(file.get(), *text, fresh); !written) return written;
-  if (::rename(fresh.c_str(), path.c_str()) < 0) return errnoError(errno, "write " + path);
-  return {};
+  foundation::FreshFile fresh{path + "-new"};
+  fresh.durable = false;  // what it tells of does not outlive a power failure either
+  foundation::PosixFileSystem fileSystem;
+  return foundation::replaceFile(path, *text, fresh, fileSystem);
 }
 
 Status Journal::read() {

@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <optional>
 
+#include "foundation/FileReplacement.h"
+
 namespace helper {
 
 using foundation::errnoError;
@@ -39,19 +41,14 @@ foundation::Result<std::string> readAll(int file, const std::string &path) {
 std::string freshName(const std::string &path) { return path + ".vpnctl-new"; }
 
 Status putBytes(const ReplacedFile &file, const std::string &bytes) {
-  const std::string fresh = freshName(file.path);
-  ::unlink(fresh.c_str());
-  FileDescriptor out(::open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, file.mode));
-  if (!out) return errnoError(errno, "make " + fresh);
-  Status status = writeAll(out.get(), bytes, fresh);
-  if (status &&
-      (::fchmod(out.get(), file.mode) < 0 || ::fchown(out.get(), file.owner, file.group) < 0 || ::fsync(out.get()) < 0))
-    status = errnoError(errno, "write " + fresh);
-  if (status && ::rename(fresh.c_str(), file.path.c_str()) == 0) return {};
-  const int cause = errno;
-  ::unlink(fresh.c_str());
-  if (!status) return status;
-  if (cause != EBUSY) return errnoError(cause, "replace " + file.path);
+  foundation::FreshFile fresh{freshName(file.path)};
+  fresh.prepare = [&](int out) -> Status {
+    if (::fchown(out, file.owner, file.group) == 0 && ::fchmod(out, file.mode) == 0) return {};
+    return errnoError(errno, "write the new " + file.path);
+  };
+  foundation::PosixFileSystem fileSystem;
+  Status status = foundation::replaceFile(file.path, bytes, fresh, fileSystem);
+  if (status || status.error().code != EBUSY) return status;
   // Containers mount the file itself: it can be written, not replaced.
   FileDescriptor place(::open(file.path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
   if (!place) return errnoError(errno, "write " + file.path);

@@ -69,7 +69,7 @@ Keychain::Roles Keychain::defaultRoles() {
             "/usr/libexec/strongswan/charon-systemd"}}};
 }
 
-Keychain::Keychain(const std::string &folder, linux::FileSystem &fileSystem, PPPLog &log, Roles roles,
+Keychain::Keychain(const std::string &folder, foundation::FileSystem &fileSystem, PPPLog &log, Roles roles,
                    std::chrono::milliseconds lockPatience)
     : file_(folder + "/System.keychain", fileSystem),
       keyPath_(folder + "/SystemKey"),

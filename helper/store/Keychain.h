@@ -39,7 +39,7 @@ class Keychain : public SecretSource {
 
   // FOLDER (no trailing slash) holds "System.keychain" and "SystemKey"; it is made (0700) when something is first
   // written. FILE_SYSTEM and LOG outlive this.
-  Keychain(const std::string &folder, linux::FileSystem &fileSystem, PPPLog &log, Roles roles = defaultRoles(),
+  Keychain(const std::string &folder, foundation::FileSystem &fileSystem, PPPLog &log, Roles roles = defaultRoles(),
            std::chrono::milliseconds lockPatience = kLockPatience);
 
   // A new item; its identifier. Missing account and service are empty, a missing label is the service.
@@ -69,7 +69,7 @@ class Keychain : public SecretSource {
 
   linux::AtomicFile file_;
   std::string keyPath_;
-  linux::FileSystem &fileSystem_;
+  foundation::FileSystem &fileSystem_;
   PPPLog &log_;
   Roles roles_;
   const std::chrono::milliseconds lockPatience_;

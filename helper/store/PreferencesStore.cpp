@@ -51,7 +51,7 @@ std::int32_t codeOf(const Error &error) {
 
 }  // namespace
 
-PreferencesStore::PreferencesStore(std::string path, linux::FileSystem &fileSystem, PPPLog &log,
+PreferencesStore::PreferencesStore(std::string path, foundation::FileSystem &fileSystem, PPPLog &log,
                                    std::chrono::milliseconds lockPatience)
     : file_(std::move(path), fileSystem), log_(log), lockPatience_(lockPatience) {}
 

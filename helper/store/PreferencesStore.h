@@ -32,7 +32,7 @@ class PreferencesStore {
   static constexpr std::chrono::milliseconds kLockPatience{2000};
 
   // FILE_SYSTEM and LOG outlive this.
-  PreferencesStore(std::string path, linux::FileSystem &fileSystem, PPPLog &log,
+  PreferencesStore(std::string path, foundation::FileSystem &fileSystem, PPPLog &log,
                    std::chrono::milliseconds lockPatience = kLockPatience);
 
   // The file, if it can be read in full. kSCStatusAccessError when it may not be read or trusted, kSCStatusFailed when

@@ -38,7 +38,7 @@ std::string besideOf(const std::string &path) { return path + "-new"; }
 
 }  // namespace
 
-Result<SystemKey> SystemKey::load(const std::string &path, linux::FileSystem &fileSystem) {
+Result<SystemKey> SystemKey::load(const std::string &path, foundation::FileSystem &fileSystem) {
   if (auto status = initialise(); !status) return status.error();
   auto file = fileSystem.open(path, O_RDONLY, 0);
   if (!file) {
@@ -60,7 +60,7 @@ Result<SystemKey> SystemKey::load(const std::string &path, linux::FileSystem &fi
   return SystemKey(std::move(key));
 }
 
-Result<SystemKey> SystemKey::create(const std::string &path, linux::FileSystem &fileSystem) {
+Result<SystemKey> SystemKey::create(const std::string &path, foundation::FileSystem &fileSystem) {
   if (auto status = initialise(); !status) return status.error();
   Secret key = Secret::ofSize(kKeySize);
   randombytes_buf(key.mutableBytes().data(), kKeySize);
@@ -82,7 +82,7 @@ Result<SystemKey> SystemKey::create(const std::string &path, linux::FileSystem &
   return SystemKey(std::move(key));
 }
 
-void SystemKey::removeRemains(const std::string &path, linux::FileSystem &fileSystem) {
+void SystemKey::removeRemains(const std::string &path, foundation::FileSystem &fileSystem) {
   // It is the key's own file under a second name: nothing is lost when this fails.
   static_cast<void>(fileSystem.remove(besideOf(path)));
 }

@@ -8,9 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/FileSystem.h"
 #include "foundation/Result.h"
 #include "foundation/Secret.h"
-#include "linux/FileSystem.h"
 
 namespace helper {
 
@@ -18,14 +18,14 @@ class SystemKey {
  public:
   // The key in the file at PATH; ENOENT when there is none, EPERM when it is readable by others or not ours, ELOOP when
   // it is a symbolic link, EINVAL when it is no key.
-  static foundation::Result<SystemKey> load(const std::string &path, linux::FileSystem &fileSystem);
+  static foundation::Result<SystemKey> load(const std::string &path, foundation::FileSystem &fileSystem);
   // A fresh random key, in a new file at PATH (0400), whole and on the disk when this returns. EEXIST when there is
   // one: a key is never replaced.
-  static foundation::Result<SystemKey> create(const std::string &path, linux::FileSystem &fileSystem);
+  static foundation::Result<SystemKey> create(const std::string &path, foundation::FileSystem &fileSystem);
 
   // Removes what a process that was killed in create() left beside the key at PATH. Only for who holds the keychain's
   // lock.
-  static void removeRemains(const std::string &path, linux::FileSystem &fileSystem);
+  static void removeRemains(const std::string &path, foundation::FileSystem &fileSystem);
 
   // SECRET, encrypted and bound to ASSOCIATED, which is not part of the result.
   foundation::Result<std::string> seal(const foundation::Secret &secret, std::string_view associated) const;

@@ -81,12 +81,12 @@ void RecordingFileSystem::record(const std::string &path) {
 
 Result<FileDescriptor> RecordingFileSystem::open(const std::string &path, int flags, mode_t mode) {
   if ((flags & (O_ACCMODE | O_CREAT | O_TRUNC)) != O_RDONLY) record(path);
-  return linux::PosixFileSystem::open(path, flags, mode);
+  return foundation::PosixFileSystem::open(path, flags, mode);
 }
 
 Status RecordingFileSystem::write(int file, std::string_view bytes, const std::string &path) {
   record(path);
-  return linux::PosixFileSystem::write(file, bytes, path);
+  return foundation::PosixFileSystem::write(file, bytes, path);
 }
 
 Status RecordingFileSystem::rename(const std::string &from, const std::string &to) {
@@ -94,13 +94,13 @@ Status RecordingFileSystem::rename(const std::string &from, const std::string &t
   record(to);
   if (to == preferences_) deeds_.preferences = Deeds::Extent::replaced;
   if (to == keychain_ + "/System.keychain") deeds_.keychain = Deeds::Extent::replaced;
-  return linux::PosixFileSystem::rename(from, to);
+  return foundation::PosixFileSystem::rename(from, to);
 }
 
 Status RecordingFileSystem::link(const std::string &from, const std::string &to) {
   record(from);
   record(to);
-  return linux::PosixFileSystem::link(from, to);
+  return foundation::PosixFileSystem::link(from, to);
 }
 
 Status RecordingFileSystem::remove(const std::string &path) {
@@ -108,7 +108,7 @@ Status RecordingFileSystem::remove(const std::string &path) {
   if (path == preferences_) deeds_.preferences = Deeds::Extent::replaced;
   if (path == keychain_ + "/System.keychain" || path == keychain_ + "/SystemKey")
     deeds_.keychain = Deeds::Extent::replaced;
-  return linux::PosixFileSystem::remove(path);
+  return foundation::PosixFileSystem::remove(path);
 }
 
 // ---- The links

@@ -15,8 +15,8 @@
 #include <vector>
 
 #include "foundation/FileDescriptor.h"
+#include "foundation/FileSystem.h"
 #include "helper/HelperService.h"
-#include "linux/FileSystem.h"
 #include "linux/SystemdOwners.h"
 #include "tests/fuzz/DBusBytes.h"
 
@@ -36,7 +36,7 @@ struct Deeds {
   bool operator==(const Deeds &) const = default;
 };
 
-class RecordingFileSystem : public linux::PosixFileSystem {
+class RecordingFileSystem : public foundation::PosixFileSystem {
  public:
   RecordingFileSystem(std::string preferences, std::string keychain, Deeds &deeds)
       : preferences_(std::move(preferences)), keychain_(std::move(keychain)), deeds_(deeds) {}

@@ -46,7 +46,7 @@ class HelperServiceTest : public ::testing::Test {
     linux::EventLoop event;
     ASSERT_TRUE(log);
     ASSERT_GE(sd_event_new(linux::Out(event)), 0);
-    linux::PosixFileSystem fileSystem;
+    foundation::PosixFileSystem fileSystem;
     PreferencesStore preferences(folder.path("preferences.plist"), fileSystem, *log);
     Keychain keychain(folder.path("keychain"), fileSystem, *log);
     HelperService service(event.get(), preferences, keychain, testing::scriptedLinks(event.get()), *log,

@@ -22,40 +22,41 @@ Status FaultyFileSystem::fault(Call call, const std::string &path) {
 
 Result<FileDescriptor> FaultyFileSystem::open(const std::string &path, int flags, mode_t mode) {
   if (auto status = fault(Call::open, path); !status) return status.error();
-  return linux::PosixFileSystem::open(path, flags, mode);
+  return foundation::PosixFileSystem::open(path, flags, mode);
 }
 
 Status FaultyFileSystem::write(int file, std::string_view bytes, const std::string &path) {
   if (auto status = fault(Call::write, path); !status) {
-    if (auto half = linux::PosixFileSystem::write(file, bytes.substr(0, bytes.size() / 2), path); !half) return half;
+    if (auto half = foundation::PosixFileSystem::write(file, bytes.substr(0, bytes.size() / 2), path); !half)
+      return half;
     return status;
   }
-  return linux::PosixFileSystem::write(file, bytes, path);
+  return foundation::PosixFileSystem::write(file, bytes, path);
 }
 
 Status FaultyFileSystem::synchronize(int file, const std::string &path) {
   auto status = fault(Call::synchronize, path);
-  return status ? linux::PosixFileSystem::synchronize(file, path) : status;
+  return status ? foundation::PosixFileSystem::synchronize(file, path) : status;
 }
 
 Status FaultyFileSystem::rename(const std::string &from, const std::string &to) {
   auto status = fault(Call::rename, to);
-  return status ? linux::PosixFileSystem::rename(from, to) : status;
+  return status ? foundation::PosixFileSystem::rename(from, to) : status;
 }
 
 Status FaultyFileSystem::link(const std::string &from, const std::string &to) {
   auto status = fault(Call::link, to);
-  return status ? linux::PosixFileSystem::link(from, to) : status;
+  return status ? foundation::PosixFileSystem::link(from, to) : status;
 }
 
 Status FaultyFileSystem::remove(const std::string &path) {
   auto status = fault(Call::remove, path);
-  return status ? linux::PosixFileSystem::remove(path) : status;
+  return status ? foundation::PosixFileSystem::remove(path) : status;
 }
 
 Status FaultyFileSystem::lock(int file, const std::string &path) {
   auto status = fault(Call::lock, path);
-  return status ? linux::PosixFileSystem::lock(file, path) : status;
+  return status ? foundation::PosixFileSystem::lock(file, path) : status;
 }
 
 }  // namespace support

@@ -4,11 +4,11 @@
 
 #include <string>
 
-#include "linux/FileSystem.h"
+#include "foundation/FileSystem.h"
 
 namespace support {
 
-class FaultyFileSystem : public linux::PosixFileSystem {
+class FaultyFileSystem : public foundation::PosixFileSystem {
  public:
   enum class Call { none, open, write, synchronize, rename, link, remove, lock };
 

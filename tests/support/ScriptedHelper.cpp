@@ -17,7 +17,7 @@ int main() {
   auto log = helper::PPPLog::open(folder + "/ppp.log");
   linux::EventLoop loop;
   if (!log || sd_event_default(linux::Out(loop)) < 0) return 1;
-  linux::PosixFileSystem fileSystem;
+  foundation::PosixFileSystem fileSystem;
   helper::PreferencesStore preferences(folder + "/etc/preferences.plist", fileSystem, *log);
   helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
   helper::HelperService service(loop.get(), preferences, keychain, helper::testing::scriptedLinks(loop.get()), *log);

@@ -31,7 +31,7 @@ std::pair<FileDescriptor, FileDescriptor> socketPair(int type) {
 bool use(sd_event *event, const std::string &folder, const std::string &service) {
   auto log = helper::PPPLog::open(folder + "/secret-user.log");
   if (!log) return false;
-  linux::PosixFileSystem fileSystem;
+  foundation::PosixFileSystem fileSystem;
   helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
   auto [plugin, pppd] = socketPair(SOCK_SEQPACKET);
   auto [vici, daemon] = socketPair(SOCK_STREAM);

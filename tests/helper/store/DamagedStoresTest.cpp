@@ -144,7 +144,7 @@ class DamagedStoresTest : public ::testing::TestWithParam<const char *> {
   }
 
   support::TemporaryFolder folder;
-  linux::PosixFileSystem fileSystem;
+  foundation::PosixFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
   std::size_t logged = 0;
   PreferencesStore preferences{folder.path("store/preferences.plist"), fileSystem, log, kPatience};
@@ -326,7 +326,7 @@ class DamagedKeyTest : public ::testing::Test {
   }
 
   support::TemporaryFolder folder;
-  linux::PosixFileSystem fileSystem;
+  foundation::PosixFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
   Keychain keychain{folder.path("keychain"), fileSystem, log};
   const std::string key = folder.path("keychain/SystemKey");

@@ -47,7 +47,7 @@ class StoreFaultsTest : public support::FaultsFixture {
   }
 
   support::TemporaryFolder folder{support::TemporaryFolder::Place::memory};  // a disk would take its time for thousands
-  linux::PosixFileSystem fileSystem;
+  foundation::PosixFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
 };
 

@@ -136,7 +136,7 @@ TEST_F(KeychainTest, ASecretOfAwkwardBytesIsKeptAsItIs) {
   const foundation::FileDescriptor first(pair[0]);
   const foundation::FileDescriptor second(pair[1]);
   auto log = helper::PPPLog::open(folder().path("reader.log"));
-  linux::PosixFileSystem fileSystem;
+  foundation::PosixFileSystem fileSystem;
   helper::Keychain reader(folder().path("keychain"), fileSystem, *log);
   const auto kept = reader.secretForService("S", helper::Peer::ofSocket(first.get()).value());
   ASSERT_TRUE(kept) << kept.error().message;

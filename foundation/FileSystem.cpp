@@ -1,4 +1,4 @@
-#include "linux/FileSystem.h"
+#include "foundation/FileSystem.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -7,12 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 
-namespace linux {
-
-using foundation::errnoError;
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Status;
+namespace foundation {
 
 Result<FileDescriptor> PosixFileSystem::open(const std::string &path, int flags, mode_t mode) {
   // Non-blocking, so that a FIFO laid in our way is refused by its type instead of waited for.
@@ -57,4 +52,4 @@ Status PosixFileSystem::lock(int file, const std::string &path) {
   return errnoError(errno, "lock " + path);
 }
 
-}  // namespace linux
+}  // namespace foundation
