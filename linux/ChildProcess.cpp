@@ -1,12 +1,10 @@
 #include "linux/ChildProcess.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -131,15 +129,13 @@ foundation::Status ChildProcess::release() {
 }
 
 foundation::Result<ChildProcess> ChildProcess::follow(pid_t pid, const std::string &program) {
-  // Until we reap it, the number is our child's and nobody else's.
-  foundation::FileDescriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+  auto process = Process::ofChild(pid);
   if (!process) {
-    const int cause = errno;
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
-    return foundation::errnoError(cause, "follow " + program);
+    return foundation::errnoError(process.error().code, "follow " + program);
   }
-  ChildProcess child(pid, std::move(process));
+  ChildProcess child(pid, std::move(*process));
   child.program_ = program;
   return child;
 }
@@ -153,7 +149,7 @@ ChildProcess::~ChildProcess() {
 void ChildProcess::watch(sd_event *event, Handler handler) {
   event_ = event;
   handler_ = std::move(handler);
-  watch_ = EventSource::io(event, process_.get(), EPOLLIN, [this](std::uint32_t) {
+  watch_ = EventSource::io(event, process_.descriptor(), EPOLLIN, [this](std::uint32_t) {
     if (!reap()) return;
     watch_.reset();
     kill_.reset();
@@ -162,7 +158,7 @@ void ChildProcess::watch(sd_event *event, Handler handler) {
 }
 
 void ChildProcess::signal(int number) {
-  if (running_) syscall(SYS_pidfd_send_signal, process_.get(), number, nullptr, 0);
+  if (running_) process_.signal(number);
 }
 
 void ChildProcess::terminate(std::chrono::milliseconds grace) {
@@ -191,15 +187,14 @@ bool ChildProcess::waitFor(std::chrono::milliseconds deadline) {
   while (running_) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
     if (left.count() < 0) return false;
-    pollfd wait{process_.get(), POLLIN, 0};
-    if (poll(&wait, 1, static_cast<int>(left.count()) + 1) > 0) reap();
+    if (process_.waitFor(left + std::chrono::milliseconds(1))) reap();
   }
   return true;
 }
 
 bool ChildProcess::reap() {
   siginfo_t info{};
-  if (waitid(static_cast<idtype_t>(kPIDFD), static_cast<id_t>(process_.get()), &info, WEXITED | WNOHANG) < 0) {
+  if (waitid(static_cast<idtype_t>(kPIDFD), static_cast<id_t>(process_.descriptor()), &info, WEXITED | WNOHANG) < 0) {
     if (errno != ECHILD) return false;
     // Somebody else has taken its end, or the system keeps none (SIGCHLD ignored): ended, nobody knows how.
     running_ = false;

@@ -18,6 +18,7 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
 #include "linux/EventSource.h"
+#include "linux/Process.h"
 
 namespace linux {
 
@@ -65,12 +66,12 @@ class ChildProcess {
   bool waitFor(std::chrono::milliseconds deadline);
 
  private:
-  ChildProcess(pid_t pid, foundation::FileDescriptor process) : pid_(pid), process_(std::move(process)) {}
+  ChildProcess(pid_t pid, Process process) : pid_(pid), process_(std::move(process)) {}
   static foundation::Result<ChildProcess> follow(pid_t pid, const std::string &program);
   bool reap();
 
   pid_t pid_;
-  foundation::FileDescriptor process_;
+  Process process_;
   foundation::FileDescriptor gate_;  // of a prepared one, until its release
   std::string program_;
   bool running_ = true;

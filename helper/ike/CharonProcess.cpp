@@ -1,14 +1,12 @@
 #include "helper/ike/CharonProcess.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/epoll.h>
 #include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,7 +20,7 @@
 #include "helper/ike/CharonLeftovers.h"
 #include "helper/ike/RoutingRule.h"
 #include "helper/ike/ViciConnection.h"
-#include "linux/ProcessStart.h"
+#include "linux/Process.h"
 
 namespace helper {
 
@@ -66,13 +64,9 @@ bool writeUseFile(const FileDescriptor &file, const StartedDaemon &daemon) {
          ::pwrite(file.get(), text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
 }
 
-void signal(const FileDescriptor &process, int number) {
-  ::syscall(SYS_pidfd_send_signal, process.get(), number, nullptr, 0);
-}
-
-// The pidfd of DAEMON if it is at the other end of SOCKET; none if it surely is not.
-Result<FileDescriptor> processThatAnswers(const StartedDaemon &daemon, int socket) {
-  auto process = linux::openProcess(daemon.pid, daemon.startTime);
+// The process of DAEMON if it is at the other end of SOCKET; none if it surely is not.
+Result<linux::Process> processThatAnswers(const StartedDaemon &daemon, int socket) {
+  auto process = linux::Process::find(daemon.pid, daemon.startTime);
   if (!process || !*process) return process;
   ucred peer{};
   socklen_t size = sizeof peer;
@@ -153,7 +147,7 @@ Status CharonProcess::join(int socket) {
   FileDescriptor lock = openUseFile(places_.useFile, 0);
   if (!lock) return errno == ENOENT ? Status() : foundation::errnoError(errno, "open " + places_.useFile);
   const auto named = readUseFile(lock, places_.useFile);
-  FileDescriptor process;
+  linux::Process process;
   if (named) {
     auto answering = processThatAnswers(*named, socket);
     if (!answering) return answering.error();
@@ -252,7 +246,7 @@ Status CharonProcess::prepare() {
   // What tells it from a later process of the same number, while it is our child and there for sure.
   const auto startTime = linux::startTimeOf(child_->pid());
   if (!startTime) return foundation::Error{"Process", 0, "its start cannot be read"};
-  auto process = linux::openProcess(child_->pid(), *startTime);
+  auto process = linux::Process::find(child_->pid(), *startTime);
   if (!process) return process.error();
   StartedDaemon daemon{child_->pid(), *startTime, places_.useFile, ruleWasThere};
   if (Status noted = journal_.noteDaemon(daemon); !noted) return noted;
@@ -338,9 +332,9 @@ void CharonProcess::stop() {
   }
   ending_ = true;
   settled_ = false;
-  signal(process_, SIGTERM);
+  process_.signal(SIGTERM);
   created_ = linux::EventSource::io(
-      event_, process_.get(), EPOLLIN,
+      event_, process_.descriptor(), EPOLLIN,
       [this](std::uint32_t) {
         settled_ = true;
         finishStopping();
@@ -349,7 +343,7 @@ void CharonProcess::stop() {
 }
 
 void CharonProcess::insist() {
-  signal(process_, SIGKILL);
+  process_.signal(SIGKILL);
   deadline_ = linux::EventSource::timer(event_, deadlines_.stop, [this] { finishStopping(); });
 }
 
@@ -381,16 +375,10 @@ Status CharonProcess::endDaemon(const StartedDaemon &daemon, std::chrono::millis
     return isOthers(errno) ? Status() : foundation::errnoError(errno, "lock " + daemon.useFile);
   const auto written = readUseFile(useFile, daemon.useFile);
   if (written && *written != daemon) return {};
-  const auto process = linux::openProcess(daemon.pid, daemon.startTime);
+  const auto process = linux::Process::find(daemon.pid, daemon.startTime);
   if (!process) return process.error();
-  pollfd end{process->get(), POLLIN, 0};
-  bool ended = !*process;
-  for (const int number : {SIGTERM, SIGKILL}) {
-    if (ended) break;
-    signal(*process, number);
-    ended = ::poll(&end, 1, static_cast<int>(grace.count())) > 0;
-  }
-  if (!ended) return foundation::Error{"Process", 0, "process " + std::to_string(daemon.pid) + " does not end"};
+  if (*process && !process->end(grace, grace))
+    return foundation::Error{"Process", 0, "process " + std::to_string(daemon.pid) + " does not end"};
   removeLeftovers(places, daemon);
   ::unlink(daemon.useFile.c_str());
   return {};

@@ -22,6 +22,7 @@
 #include "helper/journal/IPSecJournal.h"
 #include "linux/ChildProcess.h"
 #include "linux/EventSource.h"
+#include "linux/Process.h"
 
 namespace helper {
 
@@ -90,8 +91,7 @@ class CharonProcess {
   Deadlines deadlines_;
   Handlers handlers_;
   std::optional<StartedDaemon> daemon_;  // one that a helper started
-  foundation::FileDescriptor
-      process_;  // its pidfd; held from the beginning, so that its end does not hang on having one
+  linux::Process process_;               // held from the beginning, so that its end does not hang on a descriptor
   foundation::FileDescriptor useLock_;
   bool last_ = false;    // of its users, at our end
   bool ending_ = false;  // by us

@@ -23,7 +23,7 @@
 #include "helper/journal/IPSecJournal.h"
 #include "helper/journal/Route.h"
 #include "linux/FolderLock.h"
-#include "linux/ProcessStart.h"
+#include "linux/Process.h"
 
 namespace helper {
 

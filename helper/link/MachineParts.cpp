@@ -8,7 +8,7 @@
 #include "helper/ppp/PPPOptions.h"
 #include "helper/ppp/PluginPath.h"
 #include "helper/repair/Undo.h"
-#include "linux/ProcessStart.h"
+#include "linux/Process.h"
 
 namespace helper {
 

@@ -1,8 +1,6 @@
 #include "helper/repair/Undo.h"
 
-#include <poll.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +11,7 @@
 #include "helper/network/FileReplacement.h"
 #include "helper/ppp/PPPPIDFile.h"
 #include "linux/ChildProcess.h"
+#include "linux/Process.h"
 
 namespace helper {
 
@@ -22,13 +21,6 @@ constexpr std::chrono::milliseconds kProcessGrace{2500};
 constexpr std::chrono::milliseconds kKillGrace{200};  // however late it is: the kernel ends it at once
 // resolvconf removes its record first and then runs its scripts: stopped in between, it would not do so any more.
 constexpr std::chrono::milliseconds kProgramDeadline{30000};
-
-bool ends(int process, std::chrono::milliseconds deadline) {
-  pollfd wait{process, POLLIN, 0};
-  return poll(&wait, 1, static_cast<int>(deadline.count())) > 0;
-}
-
-void signal(int process, int number) { syscall(SYS_pidfd_send_signal, process, number, nullptr, 0); }
 
 }  // namespace
 
@@ -67,20 +59,17 @@ void Undo::finish(Journal &journal) {
 }
 
 bool Undo::undo(const StartedProcess &entry) {
-  const auto process = linux::openProcess(entry.pid, entry.startTime);
+  const auto process = linux::Process::find(entry.pid, entry.startTime);
   if (!process) {
     complain_("Whether the process " + std::to_string(entry.pid) +
               " of a connection still runs cannot be seen: " + process.error().message + "; end it if it does.");
     return false;
   }
-  if (*process && !ends(process->get(), {})) {
-    signal(process->get(), SIGTERM);
-    if (ends(process->get(), within(kProcessGrace))) return true;
-    signal(process->get(), SIGKILL);
-    if (!ends(process->get(), std::max(within(kProcessGrace), kKillGrace))) {
-      complain_("The process " + std::to_string(entry.pid) + " of a connection cannot be ended.");
-      return false;
-    }
+  // What is left of the time after the first wait, but no less than the kernel needs.
+  const auto grace = within(kProcessGrace);
+  if (*process && !process->end(grace, std::max(within(2 * kProcessGrace) - grace, kKillGrace))) {
+    complain_("The process " + std::to_string(entry.pid) + " of a connection cannot be ended.");
+    return false;
   }
   // Unless the number is somebody else's by now, the file is a killed pppd's.
   if (::kill(entry.pid, 0) < 0 && errno == ESRCH) removePIDFileOfPPPD(entry.pid);

@@ -9,7 +9,7 @@
 #include <optional>
 
 #include "linux/ChildProcess.h"
-#include "linux/ProcessStart.h"
+#include "linux/Process.h"
 #include "tests/support/LoopFixture.h"
 #include "tests/support/TemporaryFolder.h"
 

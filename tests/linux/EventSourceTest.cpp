@@ -2,6 +2,8 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <string>
+
 #include "foundation/FileDescriptor.h"
 #include "linux/EventSource.h"
 #include "tests/support/LoopFixture.h"
@@ -46,6 +48,24 @@ TEST_F(EventSourceTest, AHandlerMayReplaceItsOwnSource) {
             event_, [&] { ++count; });
       });
   EXPECT_TRUE(runUntil([&] { return count == 2; }));
+}
+
+TEST_F(EventSourceTest, AnEndIsToldBeforeTheUsualSourcesHearOfIt) {
+  std::string told;
+  const EventSource early = EventSource::atExit(event_, [&] { told += "early "; });
+  sd_event_source *usual = nullptr;
+  ASSERT_GE(sd_event_add_exit(
+                event_, &usual,
+                [](sd_event_source *, void *text) {
+                  *static_cast<std::string *>(text) += "usual";
+                  return 0;
+                },
+                &told),
+            0);
+  EXPECT_EQ(told, "");
+  finishLoop();
+  EXPECT_EQ(told, "early usual");
+  sd_event_source_unref(usual);
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
 #include "tests/support/StartedHelper.h"
 
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,7 +16,7 @@ StartedHelper::StartedHelper(const std::string &program, Talk talk) {
   EXPECT_TRUE(launched) << program;
   if (!launched) return;
   pid_ = launched->process->pid();
-  process_.reset(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
+  process_ = std::move(linux::Process::ofChild(pid_).value());
   // The connection would take the end that we ask for.
   launched->process->leaveRunning();
   launched->process.reset();
@@ -34,7 +32,7 @@ StartedHelper::StartedHelper(const std::string &program, Talk talk) {
 
 StartedHelper::~StartedHelper() {
   if (!process_) return;
-  ::syscall(SYS_pidfd_send_signal, process_.get(), SIGKILL, nullptr, 0);
+  process_.signal(SIGKILL);
   wait();
 }
 
@@ -53,8 +51,7 @@ void StartedHelper::leave() {
 }
 
 std::optional<StartedHelper::End> StartedHelper::wait(std::chrono::milliseconds patience) {
-  pollfd ended = {process_.get(), POLLIN, 0};
-  if (::poll(&ended, 1, static_cast<int>(patience.count())) != 1) return std::nullopt;
+  if (!process_.waitFor(patience)) return std::nullopt;
   int status = 0;
   rusage usage = {};
   if (::wait4(pid_, &status, 0, &usage) != pid_) return std::nullopt;

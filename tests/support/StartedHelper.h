@@ -12,6 +12,7 @@
 #include <string>
 #include <utility>
 
+#include "linux/Process.h"
 #include "platform/linux/HelperConnection.h"
 
 namespace helper::testing {
@@ -48,7 +49,7 @@ class StartedHelper {
   std::optional<End> wait(std::chrono::milliseconds patience = std::chrono::seconds(30));
 
  private:
-  foundation::FileDescriptor process_;
+  linux::Process process_;
   foundation::FileDescriptor socket_;  // without a client
   pid_t pid_ = -1;
   bool ready_ = false;

@@ -15,7 +15,7 @@
 
 #include "helper/ike/CharonProcess.h"
 #include "helper/ike/RoutingRule.h"
-#include "linux/ProcessStart.h"
+#include "linux/Process.h"
 #include "tests/helper/ike/RecordingJournal.h"
 #include "tests/helper/ike/ViciServer.h"
 #include "tests/support/FewDescriptors.h"
