@@ -12,4 +12,10 @@ std::string textOf(in_addr address) {
   return text.data();
 }
 
+std::optional<in_addr> addressFrom(const std::string &text) {
+  in_addr address{};
+  if (text.find('\0') != std::string::npos || inet_pton(AF_INET, text.c_str(), &address) != 1) return std::nullopt;
+  return address;
+}
+
 }  // namespace helper

@@ -1,5 +1,3 @@
-#include <arpa/inet.h>
-
 #include <algorithm>
 
 #include "helper/common/IPv4Address.h"
@@ -73,7 +71,9 @@ struct ToValue {
 };
 
 bool readAddress(const Value &value, in_addr &address) {
-  return inet_pton(AF_INET, value.string().c_str(), &address) == 1;
+  const auto read = addressFrom(value.string());
+  address = read.value_or(in_addr{});
+  return read.has_value();
 }
 
 std::optional<JournalEntry> entryFrom(const Value &value) {

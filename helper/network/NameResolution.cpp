@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "foundation/FileDescriptor.h"
+#include "helper/common/IPv4Address.h"
 
 namespace helper {
 
@@ -53,11 +54,10 @@ bool canBeServer(in_addr address) {
 }  // namespace
 
 foundation::Result<in_addr> NameResolution::parse(const std::string &text) {
-  in_addr address{};
   in6_addr other{};
   if (text.empty()) return sentence("The configuration names no server; set its address or its name.");
-  if (inet_pton(AF_INET, text.c_str(), &address) == 1 && text.find('\0') == std::string::npos) {
-    if (canBeServer(address)) return address;
+  if (const auto address = addressFrom(text)) {
+    if (canBeServer(*address)) return *address;
     return sentence("No server can have the address " + text + "; set the address or the name of the VPN server.");
   }
   if (inet_pton(AF_INET6, text.c_str(), &other) == 1)
@@ -67,8 +67,7 @@ foundation::Result<in_addr> NameResolution::parse(const std::string &text) {
   if (!isHostName(text))
     return sentence("The server address \"" + text.substr(0, kLongestName) +
                     "\" is neither an IPv4 address nor the name of a host.");
-  address.s_addr = INADDR_ANY;
-  return address;
+  return in_addr{INADDR_ANY};
 }
 
 NameResolution::Resolver NameResolution::systemResolver() {

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "foundation/FileDescriptor.h"
+#include "helper/common/IPv4Address.h"
 #include "helper/ike/SocketPolicy.h"
 #include "helper/ike/XfrmTable.h"
 #include "linux/ChildProcess.h"
@@ -20,11 +21,7 @@ namespace {
 
 constexpr std::uint32_t kReqid = 0x01234567;
 
-in_addr address(const char *text) {
-  in_addr result{};
-  EXPECT_EQ(inet_pton(AF_INET, text, &result), 1);
-  return result;
-}
+in_addr address(const char *text) { return addressFrom(text).value(); }
 
 // False: this machine does not let us.
 bool ip(const std::string &arguments) {

@@ -1,4 +1,3 @@
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/journal/Journal.h"
 #include "tests/support/FewDescriptors.h"
 #include "tests/support/TemporaryFolder.h"
@@ -16,11 +16,7 @@ using namespace helper;
 
 namespace {
 
-in_addr address(const char *text) {
-  in_addr result{};
-  EXPECT_EQ(inet_pton(AF_INET, text, &result), 1);
-  return result;
-}
+in_addr address(const char *text) { return addressFrom(text).value(); }
 
 std::vector<JournalEntry> oneOfEach() {
   ReplacedFile file;

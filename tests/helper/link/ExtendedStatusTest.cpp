@@ -1,6 +1,6 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/common/TunnelFailure.h"
 #include "helper/link/ExtendedStatus.h"
 
@@ -9,11 +9,7 @@ using namespace helper;
 
 namespace {
 
-in_addr address(const char *text) {
-  in_addr result{};
-  EXPECT_EQ(inet_pton(AF_INET, text, &result), 1);
-  return result;
-}
+in_addr address(const char *text) { return addressFrom(text).value(); }
 
 TEST(ExtendedStatus, SaysCausesWhileNotUp) {
   LinkFacts facts;

@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/network/RouteTable.h"
 #include "linux/ChildProcess.h"
 #include "linux/SystemdOwners.h"
@@ -16,11 +17,7 @@ using namespace helper;
 
 namespace {
 
-in_addr address(const char *text) {
-  in_addr result{};
-  EXPECT_EQ(inet_pton(AF_INET, text, &result), 1);
-  return result;
-}
+in_addr address(const char *text) { return addressFrom(text).value(); }
 
 class RouteTableTest : public testing::Test {
  protected:

@@ -1,8 +1,8 @@
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <optional>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/network/Routes.h"
 #include "helper/repair/Undo.h"
 #include "tests/support/TemporaryFolder.h"
@@ -11,11 +11,7 @@ using namespace helper;
 
 namespace {
 
-in_addr address(const char *text) {
-  in_addr result{};
-  EXPECT_EQ(inet_pton(AF_INET, text, &result), 1);
-  return result;
-}
+in_addr address(const char *text) { return addressFrom(text).value(); }
 
 class RecordingTable : public RouteTable {
  public:

@@ -1,0 +1,25 @@
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include "helper/common/IPv4Address.h"
+
+namespace helper {
+namespace {
+
+TEST(IPv4Address, IsReadAsItIsWritten) {
+  for (const char *text : {"0.0.0.0", "10.0.0.1", "192.0.2.255", "255.255.255.255"}) {
+    const auto address = addressFrom(text);
+    ASSERT_TRUE(address) << text;
+    EXPECT_EQ(textOf(*address), text);
+  }
+  EXPECT_EQ(addressFrom("10.0.0.1")->s_addr, htonl(0x0a000001));
+}
+
+TEST(IPv4Address, NothingElseIsOne) {
+  for (const std::string &text : {std::string(), std::string("10.0.0"), std::string("10.0.0.256"),
+                                  std::string("10.0.0.1 "), std::string("::1"), std::string("10.0.0.1\0", 9)})
+    EXPECT_FALSE(addressFrom(text)) << text;
+}
+
+}  // namespace
+}  // namespace helper
