@@ -23,8 +23,8 @@ using BusMessage = std::unique_ptr<sd_bus_message, GivesBack<sd_bus_message, sd_
 using BusSlot = std::unique_ptr<sd_bus_slot, GivesBack<sd_bus_slot, sd_bus_slot_unref>>;
 using EventLoop = std::unique_ptr<sd_event, GivesBack<sd_event, sd_event_unref>>;
 
-// The argument for a C function that hands its result out by pointer, which OWNER takes over when the call is done;
-// empty when the function has left it alone.
+// The argument for a C function that hands its result out by pointer, which OWNER takes over at the end of the whole
+// expression that calls it; empty when the function has left it alone.
 template <class Owner>
 class Out {
  public:
