@@ -180,7 +180,7 @@ void Journal::forgetEntry(const JournalEntry &entry) {
   static_cast<void>(write());
 }
 
-void Journal::finish() {
+void Journal::remove() {
   std::error_code ignored;
   std::filesystem::remove_all(folder_, ignored);
   lock_.reset();

@@ -2,7 +2,7 @@
 // /run/vpnctl. The folder is locked while its helper lives; what a dead helper left can be found, locked and undone by
 // the next.
 //
-// Usual sequence: create(); note(entry) before each change; undo in reverse order, forget(index) after each; finish().
+// Usual sequence: create(); note(entry) before each change; undo in reverse order, forget(index) after each; remove().
 // Or: abandoned() gives the journals of the dead. Thread rule: one thread. Blocks only for the file system (memory),
 // and a moment for others who do the same.
 
@@ -110,7 +110,7 @@ class Journal : public IPSecJournal {
   void forgetConnection(const LoadedConnection &entry) override { forgetEntry(entry); }
   void forgetDaemon(const StartedDaemon &entry) override { forgetEntry(entry); }
   // Removes the folder and everything in it.
-  void finish();
+  void remove();
 
  private:
   Journal(std::string folder, foundation::FileDescriptor lock, std::chrono::milliseconds lockPatience)

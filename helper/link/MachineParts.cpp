@@ -53,7 +53,7 @@ foundation::Result<std::unique_ptr<PPPSession>> MachineParts::startPPP(PPPSessio
   Status noted = startTime ? journal_->note(StartedProcess{daemon->pid(), *startTime})
                            : Error{"Process", 0, "when pppd started cannot be read"};
   if (!noted) {
-    daemon->endNow(kUnnotedGrace);
+    daemon->closeNow(kUnnotedGrace);
     return noted.error();
   }
   return std::unique_ptr<PPPSession>(std::move(daemon));
@@ -77,7 +77,7 @@ void MachineParts::takeBack() {
   if (!journal_) return;
   // A resolvconf that still runs must not come after its record has been taken back.
   nameServers_.reset();
-  Undo(*table_, [this](const std::string &sentence) { log_.write(sentence); }).finish(*journal_);
+  Undo(*table_, [this](const std::string &sentence) { log_.write(sentence); }).takeBack(*journal_);
   routes_.reset();
   journal_.reset();
 }

@@ -25,7 +25,7 @@ VPNLink::VPNLink(LinkPlan plan, std::unique_ptr<LinkParts> parts, StatusHandler 
 }
 
 VPNLink::~VPNLink() {
-  if (ppp_) ppp_->endNow(kDestructionGrace);
+  if (ppp_) ppp_->closeNow(kDestructionGrace);
   tunnel_.reset();
   parts_->takeBack();
 }

@@ -133,8 +133,8 @@ bool isCutOff(const ReplacedFile &now, const ReplacedFile &file, const std::vect
                      [&](const Layer &layer) { return isBeginOf(layer.file.replacement); });
 }
 
-// putBack() while the others are locked out.
-foundation::Result<bool> putBackAlone(const Journal &journal, const ReplacedFile &file) {
+// takeFileBack() while the others are locked out.
+foundation::Result<bool> takeFileBackAlone(const Journal &journal, const ReplacedFile &file) {
   const auto now = currentFile(file.path);
   if (!now) return now.error();
   // Whoever wrote it has died: nobody else may write here now.
@@ -205,10 +205,10 @@ Status replaceFile(Journal &journal, const std::string &path,
   return put;
 }
 
-foundation::Result<bool> putBack(Journal &journal, std::size_t index) {
+foundation::Result<bool> takeFileBack(Journal &journal, std::size_t index) {
   const auto lock = journal.lockOthersOut();
   if (!lock) return lock.error();
-  const auto done = putBackAlone(journal, std::get<ReplacedFile>(journal.entries().at(index)));
+  const auto done = takeFileBackAlone(journal, std::get<ReplacedFile>(journal.entries().at(index)));
   // In one step with the file: a link that ends at the same moment would take what we no longer want for the newest
   // wish. When it cannot be written, the worst that follows is that the file is put back twice, which does no harm.
   if (done && *done) static_cast<void>(journal.forget(index));

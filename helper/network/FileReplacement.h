@@ -24,6 +24,6 @@ foundation::Status replaceFile(Journal &journal, const std::string &path,
 // Takes back the ReplacedFile at INDEX of JOURNAL and forgets it: what was there before is there again byte for byte,
 // or the replacement of another link. False when somebody else has changed the file since: it is left alone, and the
 // entry stays.
-foundation::Result<bool> putBack(Journal &journal, std::size_t index);
+foundation::Result<bool> takeFileBack(Journal &journal, std::size_t index);
 
 }  // namespace helper

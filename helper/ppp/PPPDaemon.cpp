@@ -99,7 +99,7 @@ void PPPDaemon::hangUp(std::chrono::milliseconds grace) {
   if (running()) process_->killAfter(grace);
 }
 
-void PPPDaemon::endNow(std::chrono::milliseconds deadline) {
+void PPPDaemon::closeNow(std::chrono::milliseconds deadline) {
   if (!running()) return;
   if (end_.carried)
     plugin_.hangUp();

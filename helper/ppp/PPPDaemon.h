@@ -1,7 +1,7 @@
 // Our pppd: a direct child with our plugin in it. Puts the process and the plugin's socket together into one thing that
 // starts, speaks and ends.
 //
-// Usual sequence: start; then PPPSession's. Thread rule: the thread of the event loop. Nothing blocks but endNow,
+// Usual sequence: start; then PPPSession's. Thread rule: the thread of the event loop. Nothing blocks but closeNow,
 // waitForEnd and the destructor.
 
 #pragma once
@@ -36,7 +36,7 @@ class PPPDaemon : public PPPSession {
   void giveChannel(foundation::FileDescriptor channel) override;
   void terminate(std::chrono::milliseconds grace) override;
   void hangUp(std::chrono::milliseconds grace) override;
-  void endNow(std::chrono::milliseconds deadline) override;
+  void closeNow(std::chrono::milliseconds deadline) override;
   // Waits for the end without telling anybody, killing after DEADLINE.
   void waitForEnd(std::chrono::milliseconds deadline);
 

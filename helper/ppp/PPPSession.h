@@ -1,7 +1,7 @@
 // PPP on one link, as the link sees it: a pppd that has been started, speaks, and ends. PPPDaemon is the real one.
 //
 // Usual sequence: giveChannel when the tunnel is there; phases, password, ipUp; ended, once, last. Thread rule: the
-// thread of the event loop. Nothing blocks but endNow. No handler is called from within a method.
+// thread of the event loop. Nothing blocks but closeNow. No handler is called from within a method.
 
 #pragma once
 
@@ -49,7 +49,7 @@ class PPPSession {
   virtual void hangUp(std::chrono::milliseconds grace) = 0;
   // Ends pppd without the loop, which may have finished, and without telling anybody: as after a hang-up when it has
   // its channel. Blocks up to DEADLINE, then kills.
-  virtual void endNow(std::chrono::milliseconds deadline) = 0;
+  virtual void closeNow(std::chrono::milliseconds deadline) = 0;
 };
 
 }  // namespace helper

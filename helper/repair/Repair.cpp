@@ -35,7 +35,7 @@ bool repairAbandoned(PPPLog &log) {
       **routes, [&log](const std::string &sentence) { log.write(sentence); }, until);
   for (Journal &journal : journals) {
     log.write("An earlier connection ended without tidying up; doing it now.");
-    undo.finish(journal);
+    undo.takeBack(journal);
   }
   return wasL2TP;
 }

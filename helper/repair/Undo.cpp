@@ -40,25 +40,25 @@ std::chrono::milliseconds Undo::within(std::chrono::milliseconds patience) const
   return std::clamp(left, std::chrono::milliseconds(0), patience);
 }
 
-void Undo::finish(Journal &journal) {
+void Undo::takeBack(Journal &journal) {
   for (std::size_t index = journal.entries().size(); index-- > 0 && !isLate();) {
     const bool undone = std::visit(
         [&](const auto &entry) {
           if constexpr (std::is_same_v<decltype(entry), const ReplacedFile &>) {
-            putFileBack(journal, index);  // forgets its entry itself: other links look there
+            takeBack(journal, index);  // forgets its entry itself: other links look there
             return false;
           } else {
-            return undo(entry);
+            return takeBack(entry);
           }
         },
         journal.entries()[index]);
     // When even this cannot be written, the worst that follows is that something is undone twice, which does no harm.
     if (undone) static_cast<void>(journal.forget(index));
   }
-  if (journal.entries().empty()) journal.finish();
+  if (journal.entries().empty()) journal.remove();
 }
 
-bool Undo::undo(const StartedProcess &entry) {
+bool Undo::takeBack(const StartedProcess &entry) {
   const auto process = linux::Process::find(entry.pid, entry.startTime);
   if (!process) {
     complain_("Whether the process " + std::to_string(entry.pid) +
@@ -76,13 +76,13 @@ bool Undo::undo(const StartedProcess &entry) {
   return true;
 }
 
-bool Undo::undo(const AddedRoute &entry) {
+bool Undo::takeBack(const AddedRoute &entry) {
   const auto removed = routes_.remove(entry.route);
   if (!removed) complain_("A route could not be taken back: " + removed.error().message + ".");
   return static_cast<bool>(removed);
 }
 
-bool Undo::undo(const ResolvconfRecord &entry) {
+bool Undo::takeBack(const ResolvconfRecord &entry) {
   // Without the program nobody reads its records.
   if (::access(entry.program.c_str(), X_OK) < 0) return true;
   auto program =
@@ -105,22 +105,22 @@ bool Undo::undo(const ResolvconfRecord &entry) {
   return false;
 }
 
-void Undo::putFileBack(Journal &journal, std::size_t index) {
+void Undo::takeBack(Journal &journal, std::size_t index) {
   const std::string path = std::get<ReplacedFile>(journal.entries()[index]).path;
-  const auto restored = putBack(journal, index);
+  const auto restored = takeFileBack(journal, index);
   if (!restored)
     complain_("The file " + path + " could not be put back: " + restored.error().message + ".");
   else if (!*restored)
     complain_("The file " + path + " was changed by somebody else during the connection and stays as it is.");
 }
 
-bool Undo::undo(const LoadedConnection &entry) {
-  const auto taken = takeBack(entry);
+bool Undo::takeBack(const LoadedConnection &entry) {
+  const auto taken = helper::takeBack(entry);
   if (!taken) complain_("An IPSec association of a connection could not be taken back: " + taken.error().message + ".");
   return static_cast<bool>(taken);
 }
 
-bool Undo::undo(const StartedDaemon &entry) {
+bool Undo::takeBack(const StartedDaemon &entry) {
   const auto ended = CharonProcess::endDaemon(entry, kProcessGrace, {});
   if (!ended) complain_("The IKE daemon of a connection could not be ended: " + ended.error().message + ".");
   return static_cast<bool>(ended);

@@ -26,16 +26,16 @@ class Undo {
 
   // Everything, then the journal's folder. What cannot be taken back now, or in time, keeps its entry, and the journal
   // its folder: the next helper tries again.
-  void finish(Journal &journal);
+  void takeBack(Journal &journal);
 
  private:
   // False: its entry is to be kept.
-  bool undo(const StartedProcess &entry);
-  bool undo(const AddedRoute &entry);
-  bool undo(const ResolvconfRecord &entry);
-  void putFileBack(Journal &journal, std::size_t index);
-  bool undo(const LoadedConnection &entry);
-  bool undo(const StartedDaemon &entry);
+  bool takeBack(const StartedProcess &entry);
+  bool takeBack(const AddedRoute &entry);
+  bool takeBack(const ResolvconfRecord &entry);
+  void takeBack(Journal &journal, std::size_t index);
+  bool takeBack(const LoadedConnection &entry);
+  bool takeBack(const StartedDaemon &entry);
 
   bool isLate();
   // Of PATIENCE, what the deadline leaves.

@@ -108,7 +108,7 @@ TEST_F(JournalTest, IsWrittenBeforeTheChangeAndForgottenAfter) {
   for (const JournalEntry &entry : oneOfEach()) EXPECT_TRUE(journal->note(entry));
   EXPECT_TRUE(journal->forgetLast());
   EXPECT_EQ(journal->entries().size(), oneOfEach().size() - 1);
-  journal->finish();
+  journal->remove();
   EXPECT_FALSE(std::filesystem::exists(base_)) << "the last one out takes the base along";
 }
 
@@ -133,9 +133,9 @@ TEST_F(JournalTest, OfTheDeadIsFoundWithItsEntries) {
   EXPECT_EQ(found[0].entries(), oneOfEach());
   // Locked now: a third does not see it.
   EXPECT_TRUE(abandoned().empty());
-  found[0].finish();
+  found[0].remove();
   EXPECT_TRUE(std::filesystem::exists(base_));
-  living->finish();
+  living->remove();
   EXPECT_TRUE(errors_.empty());
 }
 
@@ -145,12 +145,12 @@ TEST_F(JournalTest, NumbersTheLinksThatAreThereAtTheSameTime) {
   ASSERT_TRUE(first && second);
   EXPECT_EQ(first->number(), 1U);
   EXPECT_EQ(second->number(), 2U);
-  first->finish();
+  first->remove();
   auto third = Journal::create(base_);
   ASSERT_TRUE(third);
   EXPECT_EQ(third->number(), 3U);
-  second->finish();
-  third->finish();
+  second->remove();
+  third->remove();
   EXPECT_EQ(Journal::create(base_)->number(), 1U);
 }
 
@@ -233,7 +233,7 @@ TEST_F(JournalTest, AFolderThatWasMadeForNothingGoes) {
     const support::FewDescriptors few(left);
     auto journal = Journal::create(base_);
     if (journal) {
-      journal->finish();
+      journal->remove();
       break;
     }
     EXPECT_FALSE(std::filesystem::exists(base_)) << left;
@@ -255,7 +255,7 @@ TEST_F(JournalTest, DoesNotWaitForEverForOneWhoHoldsTheLock) {
   EXPECT_EQ(other->lockOthersOut().error().code, EWOULDBLOCK);
   EXPECT_TRUE(Journal::abandoned(base_, errors_, std::chrono::milliseconds(30)).empty());
   EXPECT_EQ(errors_.size(), 1U);
-  other->finish();
+  other->remove();
   EXPECT_FALSE(std::filesystem::exists(other->folder()));
   EXPECT_TRUE(std::filesystem::exists(holder->folder()));
 }

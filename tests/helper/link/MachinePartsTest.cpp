@@ -48,7 +48,7 @@ class MachinePartsTest : public support::LoopFixture {
     auto other = Journal::create(journals);
     EXPECT_TRUE(other);
     const auto others = other->others();
-    other->finish();
+    other->remove();
     return others.size() == 1 ? others.front().entries : std::vector<JournalEntry>();
   }
   static bool hasChildren() { return ::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }
@@ -84,7 +84,7 @@ TEST_F(MachinePartsTest, GivesPPPDThePlansWordsAndNotesIt) {
     words += word + "\n";
   EXPECT_EQ(support::contentsOf(pppd + ".words"), words);
   EXPECT_FALSE(fs::exists(place + "/none"));
-  (*ppp)->endNow(std::chrono::seconds(5));
+  (*ppp)->closeNow(std::chrono::seconds(5));
   parts->takeBack();
 }
 
@@ -94,7 +94,7 @@ TEST_F(MachinePartsTest, LeavesNothingWhenItHasTakenEverythingBack) {
   ASSERT_TRUE(parts->open());
   const auto ppp = parts->startPPP({});
   ASSERT_TRUE(ppp) << ppp.error().message;
-  (*ppp)->endNow(std::chrono::seconds(5));
+  (*ppp)->closeNow(std::chrono::seconds(5));
   EXPECT_TRUE(fs::exists(journals));
   parts->takeBack();
   EXPECT_FALSE(fs::exists(journals));

@@ -61,8 +61,8 @@ class RecordingPPP : public helper::PPPSession {
   void giveChannel(foundation::FileDescriptor) override { machine_.record("ppp channel"); }
   void terminate(std::chrono::milliseconds grace) override { end("ppp terminate", grace); }
   void hangUp(std::chrono::milliseconds grace) override { end("ppp hangUp", grace); }
-  void endNow(std::chrono::milliseconds deadline) override {
-    if (std::exchange(machine_.pppRuns, false)) end("ppp endNow", deadline);
+  void closeNow(std::chrono::milliseconds deadline) override {
+    if (std::exchange(machine_.pppRuns, false)) end("ppp closeNow", deadline);
   }
 
  private:

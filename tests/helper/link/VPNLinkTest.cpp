@@ -833,7 +833,7 @@ TEST_P(Destroyed, LeavesACleanMachineAndTellsNobody) {
   // A tunnel that still says something may need what stands in the journal.
   if (GetParam() >= Stage::makingTunnel && GetParam() < Stage::readingTime)
     EXPECT_LT(std::ranges::find(machine.deeds, "tunnel gone"), std::ranges::find(machine.deeds, "take back"));
-  if (machine.did("ppp endNow"))
+  if (machine.did("ppp closeNow"))
     EXPECT_EQ(machine.grace, milliseconds(1500)) << "the whole end takes five seconds at most";
   machine.clock.advance(seconds(100));
   EXPECT_EQ(told.size(), before) << "nothing of it is left in the loop";

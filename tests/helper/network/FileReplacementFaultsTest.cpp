@@ -62,9 +62,9 @@ class FileReplacementFaultsTest : public support::FaultsFixture, public ::testin
     std::vector<foundation::Error> errors;
     bool done = true;
     for (Journal &journal : Journal::abandoned(base_, errors, kPatience)) {
-      const auto back = journal.entries().empty() ? true : putBack(journal, 0);
+      const auto back = journal.entries().empty() ? true : takeFileBack(journal, 0);
       done = done && back && *back;
-      if (back && *back) journal.finish();
+      if (back && *back) journal.remove();
     }
     return done && errors.empty();
   }

@@ -36,9 +36,9 @@ class FileReplacementTest : public testing::Test {
   }
   // The link's end; whether the file is none of its business any more.
   static bool end(Journal &journal) {
-    const auto back = putBack(journal, 0);
+    const auto back = takeFileBack(journal, 0);
     EXPECT_TRUE(back) << back.error().message;
-    if (back && *back) journal.finish();
+    if (back && *back) journal.remove();
     return back && *back;
   }
   // Its helper dies.

@@ -64,7 +64,7 @@ class ResolverConfigurationTest : public support::LoopFixture {
   void undo() {
     Undo(
         routes_, [this](const std::string &sentence) { complaints_.push_back(sentence); })
-        .finish(*journal_);
+        .takeBack(*journal_);
   }
 
   const support::TemporaryFolder folder_;

@@ -55,7 +55,7 @@ class RoutesTest : public testing::Test {
   void undo() {
     Undo(
         table_, [](const std::string &sentence) { FAIL() << sentence; })
-        .finish(*journal_);
+        .takeBack(*journal_);
   }
 
   const support::TemporaryFolder folder_;

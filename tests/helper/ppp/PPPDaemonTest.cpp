@@ -141,14 +141,14 @@ TEST_F(PPPDaemonTest, CanBeWaitedForWithoutTheLoop) {
 TEST_F(PPPDaemonTest, CanBeEndedOnAFinishedLoop) {
   goUp("good");
   finishLoop();
-  daemon_.endNow(std::chrono::seconds(10));
+  daemon_.closeNow(std::chrono::seconds(10));
   EXPECT_FALSE(daemon_.running());
 }
 
 TEST_F(PPPDaemonTest, CanBeEndedOnAFinishedLoopWithoutItsTunnel) {
   start("good");
   finishLoop();
-  daemon_.endNow(std::chrono::seconds(10));
+  daemon_.closeNow(std::chrono::seconds(10));
   EXPECT_FALSE(daemon_.running());
 }
 

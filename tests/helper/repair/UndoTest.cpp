@@ -38,7 +38,7 @@ class UndoTest : public testing::Test {
     auto journal = Journal::create(folder_.path("vpnctl"));
     EXPECT_TRUE(journal);
     for (const auto &entry : entries) EXPECT_TRUE(journal->note(entry));
-    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
     EXPECT_EQ(std::filesystem::exists(folder_.path("vpnctl")), !journal->entries().empty());
     return journal->entries();
   }
@@ -68,7 +68,7 @@ TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
     ASSERT_TRUE(journal);
     ASSERT_TRUE(journal->note(file));
     ASSERT_TRUE(journal->note(AddedRoute{Route{{}, 1, {}, {}, "last"}}));
-    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
     EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{file});
   }
   EXPECT_EQ(complaints_.size(), 1U);
@@ -77,7 +77,7 @@ TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
   std::vector<foundation::Error> errors;
   auto left = Journal::abandoned(folder_.path("vpnctl"), errors);
   ASSERT_EQ(left.size(), 1U);
-  Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(left[0]);
+  Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(left[0]);
   std::string line;
   std::getline(std::ifstream(file.path), line);
   EXPECT_EQ(line, "before");
@@ -103,7 +103,7 @@ TEST_F(UndoTest, BeginsNothingAfterItsDeadline) {
   }
   Undo undo(
       table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }, Undo::Clock::now());
-  for (Journal &journal : journals) undo.finish(journal);
+  for (Journal &journal : journals) undo.takeBack(journal);
   EXPECT_TRUE(table_.removed.empty());
   EXPECT_EQ(complaints_.size(), 1U) << "said once";
   journals.clear();
@@ -128,7 +128,7 @@ TEST_F(UndoTest, LeavesAProgramThatTakesLongerThanItsDeadline) {
   Undo(
       table_, [this](const std::string &sentence) { complaints_.push_back(sentence); },
       begin + std::chrono::milliseconds(300))
-      .finish(*journal);
+      .takeBack(*journal);
   EXPECT_LT(Undo::Clock::now() - begin, std::chrono::seconds(10));
   EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{record});
   ASSERT_EQ(complaints_.size(), 1U);
@@ -150,12 +150,12 @@ TEST_F(UndoTest, KeepsAProcessThatCannotBeLookedAt) {
   Undo undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); });
   for (unsigned left = 0; left < 2; ++left) {
     const support::FewDescriptors few(left);
-    undo.finish(*journal);
+    undo.takeBack(*journal);
   }
   EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
   EXPECT_EQ(complaints_.size(), 2U);
   EXPECT_FALSE(process->waitFor(std::chrono::milliseconds(0)));
-  undo.finish(*journal);
+  undo.takeBack(*journal);
   EXPECT_TRUE(journal->entries().empty());
   EXPECT_TRUE(process->waitFor(std::chrono::milliseconds(0)));
 }
@@ -180,7 +180,7 @@ TEST_F(UndoTest, KeepsWhatADaemonMayStillHold) {
   ASSERT_TRUE(journal->note(entry));
   {
     const support::FewDescriptors none(0);
-    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
   }
   EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
   ASSERT_EQ(complaints_.size(), 1U);
@@ -210,7 +210,7 @@ TEST_F(UndoTest, KeepsADaemonThatCannotBeSeen) {
   ASSERT_TRUE(journal->note(daemon));
   {
     const support::FewDescriptors one(1);
-    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).finish(*journal);
+    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
   }
   EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{daemon});
   ASSERT_EQ(complaints_.size(), 1U);
