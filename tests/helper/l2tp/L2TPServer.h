@@ -42,7 +42,13 @@ class L2TPServer {
   }
 
   const sockaddr_in &address() const { return address_; }
-  void stopListening() { socket_.reset(); }
+  // From now on what comes here is refused. The port stays taken, so that no other test gets it and answers: a socket that
+  // is connected elsewhere hears nobody.
+  void stopListening() {
+    sockaddr_in elsewhere = address_;
+    elsewhere.sin_port = htons(9);
+    EXPECT_EQ(::connect(socket_.get(), reinterpret_cast<sockaddr *>(&elsewhere), sizeof elsewhere), 0);
+  }
   void play(std::function<void(L2TPServer &)> script) {
     thread_ = std::thread([this, script = std::move(script)] {
       script(*this);

@@ -40,7 +40,11 @@ class PPTPServer {
   }
 
   const sockaddr_in &address() const { return address_; }
-  void stopListening() { listener_.reset(); }
+  // From now on a connection is refused. The port is taken again at once, so that no other test gets it and answers.
+  void stopListening() {
+    listener_.reset(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr *>(&address_), sizeof address_), 0);
+  }
   void play(std::function<void(PPTPServer &)> script) {
     thread_ = std::thread([this, script = std::move(script)] {
       connection_.reset(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
