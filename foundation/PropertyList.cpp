@@ -13,13 +13,14 @@
 
 namespace foundation {
 
-Result<Value> propertyListFromData(std::string_view bytes, std::string_view name) {
-  if (bytes.size() > kPropertyListMaximumSize) {
+Result<Value> propertyListFromData(std::string_view bytes, std::string_view name, const PropertyListLimits &limits) {
+  if (bytes.size() > limits.bytes) {
     return Error{.domain = std::string(kPropertyListErrorDomain),
                  .code = 1,
-                 .message = std::string(name) + ": larger than " + std::to_string(kPropertyListMaximumSize) + " bytes"};
+                 .message = std::string(name) + ": larger than " + std::to_string(limits.bytes) + " bytes"};
   }
-  return bytes.starts_with("bplist00") ? propertyListFromBinary(bytes, name) : propertyListFromXML(bytes, name);
+  return bytes.starts_with("bplist00") ? propertyListFromBinary(bytes, name, limits)
+                                       : propertyListFromXML(bytes, name, limits);
 }
 
 Result<std::string> propertyListBytesFromFile(const std::string &path) {

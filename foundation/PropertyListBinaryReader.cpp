@@ -1,5 +1,6 @@
 #include "foundation/PropertyListBinaryReader.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -9,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/PropertyList.h"
 #include "foundation/Text.h"
 
 namespace foundation {
@@ -26,7 +26,11 @@ enum Kind : std::uint8_t { kSingle, kInteger, kReal, kDate, kData, kASCII, kUTF1
 
 class Reader {
  public:
-  Reader(std::string_view bytes, std::string_view name) : bytes_(bytes), name_(name) {}
+  Reader(std::string_view bytes, std::string_view name, const PropertyListLimits &limits)
+      : bytes_(bytes),
+        name_(name),
+        limits_(limits),
+        maximumNodes_(std::min<std::uint64_t>(limits.elements, kMaximumNodes)) {}
 
   Result<Value> read() {
     if (readTrailer()) {
@@ -83,8 +87,8 @@ class Reader {
     table_ = number(trailer + 24, 8);
     if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8)
       fail(trailer + 6, "offsets and references must be 1 to 8 bytes wide");
-    else if (count < 1 || count > kMaximumNodes)
-      fail(trailer + 8, "the number of objects must be 1 to " + std::to_string(kMaximumNodes));
+    else if (count < 1 || count > maximumNodes_)
+      fail(trailer + 8, "the number of objects must be 1 to " + std::to_string(maximumNodes_));
     else if (top_ >= count)
       fail(trailer + 16, "the top object does not exist");
     else if (table_ <= kMagicSize || table_ >= trailer || trailer - table_ != count * offsetSize_)
@@ -107,9 +111,9 @@ class Reader {
       if (!readObject({position, table_}, level, &object)) return nullptr;
       object.state = Object::State::read;
     }
-    if (level + object.height > kPropertyListMaximumDepth)
-      return fail(position, "nested more than " + std::to_string(kPropertyListMaximumDepth) + " levels deep");
-    if (object.nodes > kMaximumNodes || object.size > kPropertyListMaximumSize)
+    if (level + object.height > limits_.depth)
+      return fail(position, "nested more than " + std::to_string(limits_.depth) + " levels deep");
+    if (object.nodes > maximumNodes_ || object.size > limits_.bytes)
       return fail(position, "shared objects unfold to too large a value");
     return &object;
   }
@@ -256,8 +260,8 @@ class Reader {
 
   bool mayNest(std::uint64_t position, int level, Object *container) {
     container->height = 1;
-    if (level < kPropertyListMaximumDepth) return true;
-    fail(position, "nested more than " + std::to_string(kPropertyListMaximumDepth) + " levels deep");
+    if (level < limits_.depth) return true;
+    fail(position, "nested more than " + std::to_string(limits_.depth) + " levels deep");
     return false;
   }
 
@@ -295,6 +299,8 @@ class Reader {
 
   std::string_view bytes_;
   std::string name_;
+  const PropertyListLimits limits_;
+  const std::uint64_t maximumNodes_;
   std::uint64_t offsetSize_ = 0;
   std::uint64_t referenceSize_ = 0;
   std::uint64_t top_ = 0;
@@ -305,8 +311,8 @@ class Reader {
 
 }  // namespace
 
-Result<Value> propertyListFromBinary(std::string_view bytes, std::string_view name) {
-  return Reader(bytes, name).read();
+Result<Value> propertyListFromBinary(std::string_view bytes, std::string_view name, const PropertyListLimits &limits) {
+  return Reader(bytes, name, limits).read();
 }
 
 }  // namespace foundation

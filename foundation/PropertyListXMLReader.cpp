@@ -12,7 +12,6 @@
 #include "foundation/Base64.h"
 #include "foundation/CLocale.h"
 #include "foundation/CalendarDate.h"
-#include "foundation/PropertyList.h"
 
 namespace foundation {
 
@@ -73,8 +72,8 @@ std::optional<Value> realFromText(std::string_view text) {
 // Follows expat's events. The first problem stops the parser; nothing after it counts.
 class Reader {
  public:
-  Reader(std::string_view bytes, std::string_view name)
-      : bytes_(bytes), name_(name), parser_(XML_ParserCreate(nullptr)) {
+  Reader(std::string_view bytes, std::string_view name, const PropertyListLimits &limits)
+      : bytes_(bytes), name_(name), limits_(limits), parser_(XML_ParserCreate(nullptr)) {
     XML_SetUserData(parser_.get(), this);
     XML_SetElementHandler(
         parser_.get(),
@@ -140,12 +139,13 @@ class Reader {
     if (!leaf_.empty()) return fail("<" + std::string(element) + "> inside <" + leaf_ + ">");
     const bool isContainer = element == "dict" || element == "array";
     if (!isContainer && !isLeaf(element)) return fail("unknown element <" + std::string(element) + ">");
+    if (++elements_ > limits_.elements) return fail("more than " + std::to_string(limits_.elements) + " elements");
     if (!placeFor(element)) return;
     if (!isContainer) {
       leaf_ = element;
       text_.clear();
-    } else if (containers_.size() == static_cast<std::size_t>(kPropertyListMaximumDepth)) {
-      fail("nested more than " + std::to_string(kPropertyListMaximumDepth) + " levels deep");
+    } else if (containers_.size() == static_cast<std::size_t>(limits_.depth)) {
+      fail("nested more than " + std::to_string(limits_.depth) + " levels deep");
     } else {
       containers_.push_back({.isDictionary = element == "dict"});
     }
@@ -246,8 +246,10 @@ class Reader {
 
   std::string_view bytes_;
   std::string name_;
+  const PropertyListLimits limits_;
   std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser> parser_;
   bool insidePropertyList_ = false;
+  std::size_t elements_ = 0;
   std::vector<Container> containers_;
   std::string leaf_;  // the open element that holds text; empty when there is none
   std::string text_;
@@ -257,6 +259,8 @@ class Reader {
 
 }  // namespace
 
-Result<Value> propertyListFromXML(std::string_view bytes, std::string_view name) { return Reader(bytes, name).read(); }
+Result<Value> propertyListFromXML(std::string_view bytes, std::string_view name, const PropertyListLimits &limits) {
+  return Reader(bytes, name, limits).read();
+}
 
 }  // namespace foundation

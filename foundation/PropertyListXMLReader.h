@@ -5,12 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/PropertyList.h"
 #include "foundation/Result.h"
 #include "foundation/Value.h"
 
 namespace foundation {
 
-// BYTES are at most kPropertyListMaximumSize. An error's message is "NAME: line N: reason".
-Result<Value> propertyListFromXML(std::string_view bytes, std::string_view name);
+// BYTES are no more than LIMITS say. An error's message is "NAME: line N: reason".
+Result<Value> propertyListFromXML(std::string_view bytes, std::string_view name, const PropertyListLimits &limits);
 
 }  // namespace foundation

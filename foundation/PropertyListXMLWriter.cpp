@@ -20,11 +20,15 @@ std::string realText(double number) {
   return shortestReal(number, 17);
 }
 
-// Writes one value after the other. The first one that XML cannot carry is kept as the reason; what is written after it
-// is not used.
+constexpr std::string_view kEnd = "</plist>\n";
+
+// Writes one value after the other, until one cannot be written: the reason is kept, and nothing more is made.
 class Writer {
  public:
+  explicit Writer(std::size_t maximum) : maximum_(maximum) {}
+
   void write(const Value &value, int level) {
+    if (!reason_.empty()) return;
     switch (value.type()) {
       case Value::Type::null:
         fail("a null value");
@@ -63,7 +67,8 @@ class Writer {
                    .code = 2,
                    .message = "write property list: " + reason_ + " cannot be written"};
     }
-    return std::string(kHeader) + text_ + "</plist>\n";
+    text_ += kEnd;
+    return std::move(text_);
   }
 
  private:
@@ -72,6 +77,10 @@ class Writer {
   }
 
   void line(int level, std::string_view content) {
+    if (!reason_.empty()) return;
+    // Before it is made: shared values and indentation may let a small value become a very large text.
+    if (text_.size() + static_cast<std::size_t>(level) + content.size() + 1 + kEnd.size() > maximum_)
+      return fail("what would have more than " + std::to_string(maximum_) + " bytes");
     text_.append(static_cast<std::size_t>(level), '\t');
     text_ += content;
     text_ += '\n';
@@ -156,14 +165,15 @@ class Writer {
     return false;
   }
 
-  std::string text_;
+  const std::size_t maximum_;
+  std::string text_{kHeader};
   std::string reason_;
 };
 
 }  // namespace
 
-Result<std::string> xmlPropertyList(const Value &value) {
-  Writer writer;
+Result<std::string> xmlPropertyList(const Value &value, std::size_t maximum) {
+  Writer writer(maximum);
   writer.write(value, 0);
   return writer.finish();
 }

@@ -4,8 +4,6 @@
 #include <limits>
 #include <utility>
 
-#include "foundation/PropertyList.h"
-
 namespace wire {
 
 using foundation::Result;
@@ -190,7 +188,7 @@ std::string bytesOf(const Value &value) {
 
 Result<Value> dictionaryFrom(std::string_view bytes) {
   if (bytes.empty()) return Value();
-  auto value = foundation::propertyListFromData(bytes, "what the other side sent");
+  auto value = foundation::propertyListFromData(bytes, "what the other side sent", kDictionaryLimits);
   if (value && !value->isDictionary()) return foundation::errnoError(EINVAL, "read a dictionary");
   return value;
 }

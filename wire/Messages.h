@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/PropertyList.h"
 #include "foundation/Result.h"
 #include "foundation/Value.h"
 
@@ -24,6 +25,9 @@ inline constexpr std::size_t kMaximumText = 4096;                      // bytes,
 inline constexpr std::size_t kMaximumPaths = 64;                       // of trusted programs
 inline constexpr std::size_t kMaximumAttributes = 16;                  // of a keychain item
 inline constexpr std::size_t kMaximumOptions = std::size_t{64} << 10;  // bytes, of the options of a start
+// Of a dictionary in a message, after everything shared in it has been unfolded.
+inline constexpr foundation::PropertyListLimits kDictionaryLimits{
+    .bytes = kMaximumOptions, .depth = 8, .elements = std::size_t{1} << 12};
 
 // By four-character tag. Bytes, not text: a value may have been cut inside a character.
 using Attributes = std::map<std::uint32_t, std::string>;
@@ -183,7 +187,7 @@ int read(sd_bus_message *message, Contents *contents);
 
 // A dictionary as a property list; no bytes for a null VALUE, and for one that no property list can hold.
 std::string bytesOf(const foundation::Value &value);
-// A null Value for no bytes. An error for everything that is not a dictionary.
+// A null Value for no bytes. An error for everything that is not a dictionary, or beyond kDictionaryLimits.
 foundation::Result<foundation::Value> dictionaryFrom(std::string_view bytes);
 
 }  // namespace wire

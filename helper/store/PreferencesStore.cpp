@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "foundation/PropertyList.h"
 #include "helper/store/NetworkPreferencesSchema.h"
 #include "wire/StatusCodes.h"
 
@@ -68,7 +67,7 @@ Result<PreferencesStore::Parsed> PreferencesStore::readParsed() const {
     parsed.contents.signature = signatureOfNoFile();
     return parsed;
   }
-  auto value = foundation::propertyListFromData((*file)->bytes, file_.path());
+  auto value = foundation::propertyListFromData((*file)->bytes, file_.path(), kLimits);
   // What has another shape would be taken for absent, and overwritten, by whoever changes what he has read.
   if (auto status = value ? checkNetworkPreferences(*value) : Status(); !status)
     value = Error{status.error().domain, status.error().code, file_.path() + ": " + status.error().message};
@@ -103,14 +102,12 @@ Result<Value> PreferencesStore::readValueWith(const std::string &service) const 
 }
 
 Result<std::string> PreferencesStore::commit(std::string_view propertyList, std::string_view expected) {
-  if (propertyList.size() > kMaximumSize)
-    return report(wire::kSCStatusInvalidArgument, foundation::errnoError(EFBIG, "what is to be written"));
-  auto value = foundation::propertyListFromData(propertyList, "what is to be written");
+  auto value = foundation::propertyListFromData(propertyList, "what is to be written", kLimits);
   if (!value) return report(wire::kSCStatusInvalidArgument, value.error());
   if (auto status = checkNetworkPreferences(*value); !status)
     return report(wire::kSCStatusInvalidArgument, status.error());
-  // Written in our own form, whatever form it came in.
-  auto bytes = foundation::xmlPropertyList(*value);
+  // Written in our own form, whatever form it came in; that may be far longer.
+  auto bytes = foundation::xmlPropertyList(*value, kMaximumSize);
   if (!bytes) return report(wire::kSCStatusInvalidArgument, bytes.error());
 
   if (auto status = file_.createFolder(kFolderMode); !status) return report(codeOf(status.error()), status.error());

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/PropertyList.h"
 #include "foundation/Result.h"
 #include "foundation/Value.h"
 #include "helper/common/PPPLog.h"
@@ -22,6 +23,8 @@ class PreferencesStore {
  public:
   static constexpr char kPath[] = "/etc/vpnctl/preferences.plist";
   static constexpr std::size_t kMaximumSize = std::size_t{4} << 20;  // bytes
+  // Of what is read and of what is written: what has been committed can be read again.
+  static constexpr foundation::PropertyListLimits kLimits{.bytes = kMaximumSize, .elements = std::size_t{1} << 17};
 
   struct Contents {
     std::string propertyList;  // the file's bytes; none when there is no file: a fresh system
@@ -46,8 +49,8 @@ class PreferencesStore {
 
   // Replaces the file, if it still has the signature EXPECTED (kSCStatusStale otherwise; an empty one is not compared),
   // and gives the new signature. kSCStatusPrefsBusy when another does not let the lock go,
-  // kSCStatusInvalidArgument when PROPERTY_LIST is not what network preferences look like. A damaged file is never
-  // replaced.
+  // kSCStatusInvalidArgument when PROPERTY_LIST is not what network preferences look like, or holds more than read()
+  // would take. A damaged file is never replaced.
   foundation::Result<std::string> commit(std::string_view propertyList, std::string_view expected);
 
  private:

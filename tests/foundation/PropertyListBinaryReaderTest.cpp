@@ -277,5 +277,21 @@ TEST(PropertyListBinaryReaderTest, EveryBeginningOfAFileIsAnErrorAndNothingWorse
   EXPECT_FALSE(propertyListFromData(bytes + "x", "x"));
 }
 
+// Each limit holds for what is unfolded, in which the same two objects stand four times.
+TEST(PropertyListBinaryReaderTest, LimitsCanBeNarrower) {
+  const File file{.objects = {raw("\xa2\x01\x01"), raw("\xa2\x02\x02"),
+                              raw("\x53"
+                                  "abc")}};
+  const auto errorWith = [&](const PropertyListLimits &limits) {
+    return errorOf(propertyListFromData(file.bytes(), "x", limits));
+  };
+  EXPECT_TRUE(propertyListFromData(file.bytes(), "x", {.depth = 2, .elements = 7}));
+  EXPECT_EQ(errorWith({.bytes = file.bytes().size() - 1}),
+            "x: larger than " + std::to_string(file.bytes().size() - 1) + " bytes");
+  EXPECT_NE(errorWith({.depth = 1}).find("nested more than 1 levels deep"), std::string::npos);
+  EXPECT_NE(errorWith({.elements = 6}).find("shared objects unfold to too large a value"), std::string::npos);
+  EXPECT_NE(errorWith({.elements = 2}).find("the number of objects must be 1 to 2"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace foundation

@@ -208,5 +208,16 @@ TEST(PropertyListXMLReaderTest, AnErrorQuotesNoMoreThanItNeeds) {
   EXPECT_LT(message.size(), 200U);
 }
 
+TEST(PropertyListXMLReaderTest, LimitsCanBeNarrower) {
+  const std::string bytes = "<plist version=\"1.0\"><dict><key>a</key><array><true/></array></dict></plist>";
+  const auto errorWith = [&](const PropertyListLimits &limits) {
+    return errorOf(propertyListFromData(bytes, "x", limits));
+  };
+  EXPECT_TRUE(propertyListFromData(bytes, "x", {.bytes = bytes.size(), .depth = 2, .elements = 4}));
+  EXPECT_EQ(errorWith({.bytes = bytes.size() - 1}), "x: larger than " + std::to_string(bytes.size() - 1) + " bytes");
+  EXPECT_EQ(errorWith({.depth = 1}), "x: line 1: nested more than 1 levels deep");
+  EXPECT_EQ(errorWith({.elements = 3}), "x: line 1: more than 3 elements");
+}
+
 }  // namespace
 }  // namespace foundation

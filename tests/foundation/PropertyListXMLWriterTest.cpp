@@ -108,6 +108,25 @@ TEST(PropertyListXMLWriterTest, WritesNoDeeperThanTheReaderReads) {
   EXPECT_FALSE(xmlPropertyList(emptyInside));
 }
 
+TEST(PropertyListXMLWriterTest, WritesNoMoreThanItMay) {
+  const Value value = Value::Array{"a", Value::Dictionary{{"k", bytes(3)}}};
+  const std::size_t size = written(value).size();
+  EXPECT_EQ(xmlPropertyList(value, size)->size(), size);
+  const auto refused = xmlPropertyList(value, size - 1);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().message,
+            "write property list: what would have more than " + std::to_string(size - 1) + " bytes cannot be written");
+  EXPECT_FALSE(xmlPropertyList(value, 0));
+}
+
+// A value that is small in memory: its halves are the same, and so are theirs. Written out it would have 2^40 lines.
+TEST(PropertyListXMLWriterTest, StopsWhereSharedValuesUnfoldToTooMuch) {
+  Value value = "x";
+  for (int i = 0; i < 40; ++i) value = Value::Array{value, value};
+  EXPECT_FALSE(xmlPropertyList(value, 10000));
+  EXPECT_FALSE(xmlPropertyList(value));
+}
+
 TEST(PropertyListXMLWriterTest, WhatIsWrittenIsReadBack) {
   const Value value(Value::Dictionary{
       {"text", "<&>\n\xf0\x9f\x98\x80"},

@@ -5,6 +5,7 @@
 
 #include "helper/store/KeychainItem.h"
 #include "tests/fuzz/RecordedHelper.h"
+#include "tests/support/SharedTexts.h"
 #include "wire/HelperInterface.h"
 
 namespace fuzz {
@@ -167,6 +168,9 @@ class Arguments {
     if (choice < 0x80) return memory_.signature;
     if (choice < 0x90) return kOptions;
     if (choice < 0xfc) return std::string(input_.bytes(choice % 64));
+    // Few bytes on the way that say much: more than may be read, or more than may be written.
+    if (choice == 0xfd) return support::sharedTexts(large(30000), std::string(1000, 'x'));
+    if (choice == 0xfe) return support::sharedTexts(large(10000), std::string(400, '>'));
     return std::string(large(kLargeBytes), choice == 0xff ? ' ' : 'x');
   }
 

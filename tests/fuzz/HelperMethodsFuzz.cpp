@@ -1,6 +1,7 @@
 // The helper's methods as they come over its wire: any run of calls, right or wrong, whole, cut or garbled, with or
 // without somebody who reads the answers. It goes on to serve or ends in order; every call that wants an answer gets
-// one, of the kind that is documented; and nothing is done to the machine that a right call has not asked for.
+// one, of the kind that is documented; nothing is done to the machine that a right call has not asked for; and whatever
+// has been written can be read by the next helper.
 //
 // The input is a program of steps. It begins with how the bytes are cut into pieces on their way.
 
@@ -34,6 +35,8 @@ constexpr int kMaximumSteps = 16;
 constexpr int kMaximumCalls = 64;  // more than may stay unread
 constexpr int kMaximumPieces = 32;
 constexpr std::size_t kMaximumSplit = 512;
+constexpr std::size_t kLong = 8192;  // bytes, which take the helper a while; these are cut in a few places only
+constexpr std::size_t kMaximumSplitOfLong = 8;
 constexpr std::size_t kNowhere = SIZE_MAX;
 
 // What has been asked since the last look, and what of it has been answered.
@@ -260,6 +263,7 @@ class Run {
     if (inSync_ && !helper()->hasEnded()) questions_.expectAllAnswered();
     const Deeds &deeds = helper()->deeds();
     questions_.check(deeds, helper()->hasEnded());
+    if (deeds.preferences == Deeds::Extent::replaced) FOUNDATION_ASSERT(helper()->preferencesCanBeRead());
     used_ = used_ || deeds != Deeds();
     helper()->forgetDeeds();
     questions_.forget();
@@ -308,5 +312,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 extern "C" bool fuzzSplitInput(const std::uint8_t *data, std::size_t size, std::size_t at) {
   // What is longer repeats a call, or is long for an array's sake.
-  return at < kMaximumSplit && Run(Input({reinterpret_cast<const char *>(data), size}), at).play() > at;
+  const std::size_t sent = Run(Input({reinterpret_cast<const char *>(data), size}), at).play();
+  return sent > at && at + 1 < (sent > kLong ? kMaximumSplitOfLong : kMaximumSplit);
 }

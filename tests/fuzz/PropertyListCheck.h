@@ -9,8 +9,12 @@
 #include "foundation/Assertion.h"
 #include "foundation/PropertyList.h"
 
-// Reads the bytes. What is read can be described; what can be written is read back, and written again it is the same
-// text.
+// The most that XML grows when it is written anew: an empty piece of data takes two lines, each with its indentation.
+constexpr std::size_t kLargestGrowth = 24;
+constexpr std::size_t kLongestFrame = 256;  // around the value, in bytes
+
+// Reads the bytes. What is read can be described; what can be written is no longer than it may be, is read back, and
+// written again it is the same text.
 inline void checkPropertyList(std::string_view bytes) {
   using foundation::propertyListFromData;
   using foundation::Result;
@@ -25,7 +29,9 @@ inline void checkPropertyList(std::string_view bytes) {
   FOUNDATION_ASSERT(!value->description().empty() || value->isString());
   const Result<std::string> text = foundation::xmlPropertyList(*value);
   if (!text) return;  // a carriage return, a control character, a date out of range
-  if (text->size() > foundation::kPropertyListMaximumSize) return;
+  FOUNDATION_ASSERT(text->size() <= foundation::kPropertyListMaximumSize);
+  // References may make much of few bytes.
+  if (!bytes.starts_with("bplist00")) FOUNDATION_ASSERT(text->size() <= kLongestFrame + kLargestGrowth * bytes.size());
   const Result<Value> back = propertyListFromData(*text, "written");
   FOUNDATION_ASSERT(back);
   const Result<std::string> again = foundation::xmlPropertyList(*back);

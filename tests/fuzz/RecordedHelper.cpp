@@ -290,6 +290,11 @@ std::vector<Received> RecordedHelper::answers() {
   return answers;
 }
 
+bool RecordedHelper::preferencesCanBeRead() {
+  foundation::PosixFileSystem fileSystem;
+  return static_cast<bool>(helper::PreferencesStore(preferencesPath(), fileSystem, *log_).read());
+}
+
 std::string RecordedHelper::strayFile() const {
   static const std::set<std::string> kKnown = {"etc",     "etc/preferences.plist",    "keychain",
                                                "ppp.log", "keychain/System.keychain", "keychain/SystemKey"};

@@ -83,6 +83,8 @@ class RecordedHelper {
   void forgetDeeds() { deeds_ = {}; }
   // It has ended, or is about to: it has closed its end of the socket.
   bool hasEnded() const { return ended_ || closed_; }
+  // By another helper, later.
+  bool preferencesCanBeRead();
   // The name of a file in the helper's folders that has no business there, or nothing.
   std::string strayFile() const;
 

@@ -177,5 +177,19 @@ TEST_F(MessagesTest, OptionsAreADictionaryOrNothing) {
   EXPECT_EQ(bytesOf(Value::Dictionary{{"text", std::string("\x01")}}), "");  // no XML can hold it
 }
 
+TEST_F(MessagesTest, DictionariesHaveLimits) {
+  const auto refusal = [](const Value &value) {
+    const auto read = dictionaryFrom(bytesOf(value));
+    return read ? "" : read.error().message;
+  };
+  EXPECT_NE(refusal(Value::Dictionary{{"text", std::string(kDictionaryLimits.bytes, 'x')}}).find("larger than"),
+            std::string::npos);
+  EXPECT_NE(refusal(Value::Dictionary{{"many", Value::Array(kDictionaryLimits.elements, true)}}).find("elements"),
+            std::string::npos);
+  Value deep = Value::Dictionary();
+  for (int level = 0; level < kDictionaryLimits.depth; ++level) deep = Value::Dictionary{{"deeper", deep}};
+  EXPECT_NE(refusal(deep).find("levels deep"), std::string::npos);
+}
+
 }  // namespace
 }  // namespace wire

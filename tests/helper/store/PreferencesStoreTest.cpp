@@ -8,6 +8,7 @@
 
 #include "helper/store/PreferencesStore.h"
 #include "tests/support/FaultyFileSystem.h"
+#include "tests/support/SharedTexts.h"
 #include "tests/support/TemporaryFolder.h"
 #include "wire/StatusCodes.h"
 
@@ -165,6 +166,37 @@ TEST_F(PreferencesStoreTest, EveryFailureKeepsTheOldBytes) {
 TEST_F(PreferencesStoreTest, ABinaryFileIsReadAndReplacedByXML) {
   std::filesystem::create_directory(folder.path("vpnctl"));
   // {"A": 1}
+// What is short on its way and long on the disk: many references to one object, or deep indentation.
+TEST_F(PreferencesStoreTest, WhatWouldBecomeTooLargeToReadIsNotWritten) {
+  ASSERT_EQ(commit(kNamed, ""), wire::kSCStatusOK);
+  const auto before = contentsOf(path);
+  std::string arrays = "<plist version=\"1.0\"><dict><key>a</key>";
+  for (int level = 0; level < 62; ++level) arrays += "<array>";
+  for (int count = 0; count < 40000; ++count) arrays += "<data/>";
+  for (int level = 0; level < 62; ++level) arrays += "</array>";
+  arrays += "</dict></plist>";
+  for (const std::string &bomb : {support::sharedTexts(30000, std::string(1000, 'x')),
+                                  support::sharedTexts(10000, std::string(400, '>')), arrays}) {
+    ASSERT_LT(bomb.size(), PreferencesStore::kMaximumSize / 10);
+    EXPECT_EQ(commit(bomb, ""), wire::kSCStatusInvalidArgument);
+    EXPECT_EQ(contentsOf(path), before);
+  }
+  EXPECT_FALSE(contentsOf(path + "-new"));
+  const auto text = contentsOf(log.path()).value_or("");
+  EXPECT_NE(text.find("unfold to too large a value"), std::string::npos) << text;
+  EXPECT_NE(text.find("what would have more than 4194304 bytes cannot be written"), std::string::npos) << text;
+  EXPECT_TRUE(store.read());
+}
+
+TEST_F(PreferencesStoreTest, WhatWasCommittedCanBeRead) {
+  // As much as there may be of elements, and nearly as much as there may be of bytes.
+  const std::string full = support::sharedTexts(PreferencesStore::kLimits.elements - 3, "");
+  EXPECT_EQ(commit(full, ""), wire::kSCStatusOK);
+  EXPECT_TRUE(store.read());
+  EXPECT_EQ(commit(support::sharedTexts(1000, std::string(4000, 'x')), ""), wire::kSCStatusOK);
+  EXPECT_TRUE(store.read());
+}
+
   const std::string binary = std::string("bplist00\xD1\x01\x02QA\x10\x01\x08\x0B\x0D", 18) + std::string(6, '\0') +
                              "\x01\x01" + std::string(7, '\0') + "\x03" + std::string(8, '\0') + std::string(7, '\0') +
                              "\x0F";
