@@ -14,6 +14,7 @@
 #include "foundation/ProcessMemory.h"
 #include "foundation/Secret.h"
 #include "foundation/StandardStreams.h"
+#include "helper/OwnLimits.h"
 #include "linux/EventSource.h"
 
 namespace helper {
@@ -53,8 +54,9 @@ void resetSignals() {
 }  // namespace
 
 Result<FileDescriptor> prepareHelperProcess() {
-  foundation::openMissingStandardStreams();
   resetSignals();
+  takeOwnLimits();
+  foundation::openMissingStandardStreams();
   if (!isUnixSocket(0))
     return Error{std::string(foundation::kPOSIXErrorDomain), ENOTSOCK, "standard input is not the tool's socket"};
   foundation::protectProcessMemory();

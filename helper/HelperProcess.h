@@ -13,9 +13,9 @@
 
 namespace helper {
 
-// Leaves the starter's session, descriptors (all but 0 are closed, 0 to 2 become /dev/null), environment, umask and
-// folder behind, and protects its memory. Gives descriptor 0, which must be a connected Unix socket, under another
-// number, close-on-exec. Call it first, once, before there are threads.
+// Leaves the starter's session, descriptors (all but 0 are closed, 0 to 2 become /dev/null), signal settings, limits,
+// timers, priorities, environment, umask and folder behind, and protects its memory. Gives descriptor 0, which must be
+// a connected Unix socket, under another number, close-on-exec. Call it first, once, before there are threads.
 foundation::Result<foundation::FileDescriptor> prepareHelperProcess();
 
 // SIGTERM, SIGINT and SIGHUP call END from the event loop; SIGPIPE is ignored. END outlives EVENT.

@@ -4,14 +4,21 @@
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <poll.h>
+#include <sched.h>
 #include <spawn.h>
+#include <sys/mman.h>
+#include <sys/personality.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <vector>
@@ -157,6 +164,89 @@ TEST(PreparedHelper, IsNotDumpable) {
   ASSERT_EQ(::waitpid(child, &status, 0), child);
   ASSERT_TRUE(WIFEXITED(status)) << status;
   EXPECT_EQ(WEXITSTATUS(status), 10) << "1 before, 0 afterwards";
+}
+
+// What a starter may leave to whatever it runs. Who has no right to raise it again, as in many a container, is only
+// left what can be.
+void setHostileLimits() {
+  const bool mayRaise = ::prctl(PR_CAPBSET_READ, CAP_SYS_RESOURCE) == 1;
+  const auto lower = [&](auto resource, rlim_t value) {
+    rlimit limit = {};
+    ::getrlimit(resource, &limit);
+    limit.rlim_cur = value;
+    if (mayRaise) limit.rlim_max = value;
+    ::setrlimit(resource, &limit);
+  };
+  lower(RLIMIT_FSIZE, 50);
+  lower(RLIMIT_NOFILE, 8);
+  lower(RLIMIT_CPU, 60);
+  constexpr itimerval kSoon{{}, {60, 0}};
+  for (const auto timer : {ITIMER_REAL, ITIMER_VIRTUAL, ITIMER_PROF}) ::setitimer(timer, &kSoon, nullptr);
+  ::prctl(PR_SET_TIMERSLACK, 1000000000UL, 0, 0, 0);
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
+  ::setpriority(PRIO_PROCESS, 0, 19);
+  constexpr sched_param kNoPriority = {};
+  ::sched_setscheduler(0, SCHED_IDLE, &kNoPriority);
+  cpu_set_t first;
+  CPU_ZERO(&first);
+  CPU_SET(0, &first);
+  ::sched_setaffinity(0, sizeof first, &first);
+  constexpr int kIdle = 3 << 13;
+  ::syscall(SYS_ioprio_set, 1, 0, kIdle);
+  const FileDescriptor score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
+  if (::write(score.get(), "1000", 4) != 4) ::_exit(1);
+  ::personality(ADDR_NO_RANDOMIZE);
+}
+
+// What is left of it, by name, the first; COUNT processors were ours before.
+std::string hostileLimit(int count) {
+  rlimit limit = {};
+  if (::getrlimit(RLIMIT_FSIZE, &limit); limit.rlim_cur != RLIM_INFINITY) return "file size";
+  if (::getrlimit(RLIMIT_NOFILE, &limit); limit.rlim_cur < 1024) return "descriptors";
+  if (::getrlimit(RLIMIT_CPU, &limit); limit.rlim_cur != RLIM_INFINITY) return "processor time";
+  for (const auto timer : {ITIMER_REAL, ITIMER_VIRTUAL, ITIMER_PROF}) {
+    itimerval value = {};
+    if (::getitimer(timer, &value); value.it_value.tv_sec != 0) return "timer";
+  }
+  int signal = 0;
+  if (::prctl(PR_GET_PDEATHSIG, &signal, 0, 0, 0); signal != 0) return "its parent's death";
+  if (::prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0) > 1000000) return "timer slack";
+  if (::getpriority(PRIO_PROCESS, 0) != 0) return "niceness";
+  if (::sched_getscheduler(0) != SCHED_OTHER) return "scheduling policy";
+  cpu_set_t processors;
+  ::sched_getaffinity(0, sizeof processors, &processors);
+  if (CPU_COUNT(&processors) < count) return "processors";
+  if (::syscall(SYS_ioprio_get, 1, 0) >> 13 == 3) return "priority of input and output";
+  if (support::contentsOf("/proc/self/oom_score_adj") != "0\n") return "out-of-memory score";
+  if (::personality(0xffffffff) != PER_LINUX) return "personality";
+  if (std::signal(SIGXFSZ, SIG_IGN) != SIG_IGN) return "signal of a large file";
+  return "none";
+}
+
+// In a child of ours, which answers for itself.
+TEST(PreparedHelper, HasLimitsOfItsOwn) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, who may raise limits";
+  int pair[2] = {-1, -1};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+  // It keeps no descriptor to answer on.
+  constexpr std::size_t kSize = 64;
+  void *const shared = ::mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  auto *const answer = static_cast<char *>(shared);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    cpu_set_t processors;
+    ::sched_getaffinity(0, sizeof processors, &processors);
+    setHostileLimits();
+    const bool prepared = ::dup2(pair[1], STDIN_FILENO) == STDIN_FILENO && prepareHelperProcess();
+    std::strncpy(answer, prepared ? hostileLimit(CPU_COUNT(&processors)).c_str() : "not prepared", kSize - 1);
+    ::_exit(0);
+  }
+  ::close(pair[0]);
+  ::close(pair[1]);
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  EXPECT_STREQ(answer, "none");
+  ::munmap(shared, kSize);
 }
 
 TEST_F(HelperProcessTest, EveryDescriptorItOpensIsCloseOnExec) {

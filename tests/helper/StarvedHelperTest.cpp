@@ -5,10 +5,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -21,6 +23,7 @@
 #include <fstream>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "foundation/PropertyList.h"
 #include "helper/journal/Journal.h"
@@ -75,13 +78,22 @@ bool areSame(const fs::path &one, const fs::path &other) {
          first.st_dev == second.st_dev;
 }
 
-// Processes of our pppd, in our namespace, that have not ended after PATIENCE.
-int pppdsLeft(std::chrono::milliseconds patience) {
-  int left = 0;
+// The processes of our pppd, in our namespace.
+std::vector<int> pppds() {
+  std::vector<int> found;
   for (const auto &entry : fs::directory_iterator("/proc")) {
     const int pid = std::atoi(entry.path().filename().c_str());
     if (pid <= 0 || !areSame(entry.path() / "exe", kPPPD) || !areSame(entry.path() / "ns/mnt", "/proc/self/ns/mnt"))
       continue;
+    found.push_back(pid);
+  }
+  return found;
+}
+
+// How many of them have not ended after PATIENCE.
+int pppdsLeft(std::chrono::milliseconds patience) {
+  int left = 0;
+  for (const int pid : pppds()) {
     const foundation::FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     pollfd ended = {process.get(), POLLIN, 0};
     if (process && ::poll(&ended, 1, static_cast<int>(patience.count())) == 0) ++left;
@@ -144,23 +156,32 @@ class StarvedHelperTest : public ::testing::Test {
     routesBefore_ = routes();
   }
 
+  // With one service, towards server_.
+  std::string preferences() const {
+    const Value service =
+        Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", "PPTP"}}},
+                          {"PPP", Value::Dictionary{{"CommRemoteAddress", server_}, {"AuthName", "user"}}}};
+    return *foundation::xmlPropertyList(Value::Dictionary{{"NetworkServices", Value::Dictionary{{kService, service}}}});
+  }
+
   // Writes to both stores, as a tool does. What comes of it is not of interest here.
   void store(StartedHelper &helper) {
-    const auto service = [](const char *server) -> Value {
-      return Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", "PPTP"}}},
-                               {"PPP", Value::Dictionary{{"CommRemoteAddress", server}, {"AuthName", "user"}}}};
-    };
-    const Value root = Value::Dictionary{{"NetworkServices", Value::Dictionary{{kService, service(server_)}}}};
-    helper.connection().commitPreferences(*foundation::xmlPropertyList(root), "");
+    helper.connection().commitPreferences(preferences(), "");
     const auto found = helper.connection().findKeychainItems({{kServiceAttribute, "S"}});
     if (found && !found->items.empty()) helper.connection().deleteKeychainItem(found->items.front());
     helper.connection().addKeychainItem({{kServiceAttribute, "S"}}, Secret(std::string_view("secret")), "", {});
   }
 
-  // HELPER_PROGRAM with at most COUNT descriptors from its first moment on.
+  // HELPER_PROGRAM with at most COUNT descriptors from its first moment on, and without the right to take more.
   std::string programWith(unsigned count) {
-    const std::string path = folder_.path("helper-" + std::to_string(count));
-    support::writeFile(path, "#!/bin/sh\nulimit -n " + std::to_string(count) + "\nexec " HELPER_PROGRAM "\n");
+    return programBehind("helper-" + std::to_string(count), "setpriv --bounding-set -sys_resource sh -c 'ulimit -n " +
+                                                                std::to_string(count) + "; exec " HELPER_PROGRAM "'");
+  }
+
+  // A program called NAME that becomes HELPER_PROGRAM by COMMAND.
+  std::string programBehind(const std::string &name, const std::string &command) {
+    std::string path = folder_.path(name);
+    support::writeFile(path, "#!/bin/sh\nexec " + command + "\n");
     fs::permissions(path, fs::perms::owner_all);
     return path;
   }
@@ -286,6 +307,52 @@ TEST_F(StarvedHelperTest, WhileItsLinkComesUp) {
     expectNextToClean();
     if (HasFailure()) return;
   }
+}
+
+// With room for 50 bytes in a file, as the least important process there is: what a caller may leave to its children.
+TEST_F(StarvedHelperTest, NotByItsStartersLimits) {
+  server_ = kSlowServer;
+  // Who may not raise a limit again, as in many a container, is only left what can be.
+  const std::string hard = ::prctl(PR_CAPBSET_READ, CAP_SYS_RESOURCE) == 1 ? "" : ":";
+  StartedHelper helper(programBehind("hostile", "nice -n 19 prlimit --fsize=50" + hard + " --cpu=60" + hard +
+                                                    " choom -n 1000 -- taskset 1 " HELPER_PROGRAM));
+  ASSERT_TRUE(helper.isReady());
+  const auto committed = helper.connection().commitPreferences(preferences(), "");
+  ASSERT_TRUE(committed) << "it has died";
+  EXPECT_EQ(committed->error, wire::kSCStatusOK);
+  const auto added =
+      helper.connection().addKeychainItem({{kServiceAttribute, "T"}}, Secret(std::string_view("t")), "", {});
+  ASSERT_TRUE(added) << "it has died";
+  EXPECT_EQ(added->status, wire::errSecSuccess);
+  ASSERT_EQ(helper.connection().startLink(kService, {}, false), wire::kSCStatusOK);
+  Listener listener(helper.connection());
+  EXPECT_TRUE(listener.waitForPhase(2));
+  const auto all = pppds();
+  ASSERT_EQ(all.size(), 1U);
+  for (const int process : {helper.pid(), all.front()}) {
+    const std::string proc = "/proc/" + std::to_string(process) + "/";
+    const auto limits = support::contentsOf(proc + "limits").value_or("");
+    for (const char *limit : {"Max file size             unlimited            unlimited ",
+                              "Max cpu time              unlimited            unlimited "})
+      EXPECT_NE(limits.find(limit), std::string::npos) << limit << "\n" << limits;
+    EXPECT_EQ(::getpriority(PRIO_PROCESS, static_cast<id_t>(process)), 0);
+    EXPECT_EQ(support::contentsOf(proc + "oom_score_adj"), "0\n");
+  }
+  EXPECT_EQ(helper.connection().deleteKeychainItem(added->item), wire::errSecSuccess);
+  expectEnd(helper);
+  expectNextToClean();
+}
+
+// A helper that may not raise its limits, in a container perhaps: what does not fit is an error, and kills nobody.
+TEST_F(StarvedHelperTest, WithoutRoomInItsFiles) {
+  StartedHelper helper(
+      programBehind("full", "setpriv --bounding-set -sys_resource prlimit --fsize=50 " HELPER_PROGRAM));
+  ASSERT_TRUE(helper.isReady());
+  const auto committed = helper.connection().commitPreferences(preferences(), "");
+  ASSERT_TRUE(committed) << "it has died";
+  EXPECT_EQ(committed->error, wire::kSCStatusFailed);
+  expectEnd(helper);
+  expectNextToClean();
 }
 
 }  // namespace
