@@ -1,10 +1,13 @@
 #include "helper/HelperService.h"
 
 #include <cerrno>
+#include <optional>
 #include <system_error>
 #include <utility>
 
 #include "foundation/UUID.h"
+#include "helper/common/Peer.h"
+#include "helper/common/SecretUse.h"
 #include "wire/HelperInterface.h"
 #include "wire/StatusCodes.h"
 
@@ -93,6 +96,9 @@ HelperService::HelperService(sd_event *event, PreferencesStore &preferences, Key
       endDeadline_(endDeadline) {}
 
 Status HelperService::serve(FileDescriptor socket) {
+  const auto user = Peer::userOf(socket.get());
+  if (!user) return user.error();
+  user_ = *user;
   sd_id128_t identifier = {};
   int result = sd_id128_randomize(&identifier);
   if (result >= 0) result = sd_bus_new(linux::Out(bus_));
@@ -145,7 +151,11 @@ Result<wire::Code> HelperService::applyPreferences(const wire::Nothing &) { retu
 // ---- Keychain
 
 Result<wire::AddKeychainItemReply> HelperService::addKeychainItem(const wire::AddKeychainItem &call) {
-  auto item = keychain_.add(call.attributes, Secret(call.secret), {call.accessDescription, call.trustedPaths});
+  const auto name = call.attributes.find(kServiceAttribute);
+  const Value service = name == call.attributes.end() ? Value() : preferences_.serviceNaming(name->second);
+  std::optional<SecretUse> use;
+  if (!service.isNull()) use = SecretUse::of(service, user_);
+  auto item = keychain_.add(call.attributes, Secret(call.secret), {call.accessDescription, call.trustedPaths}, use);
   if (!item) return wire::AddKeychainItemReply{item.error().code, {}};
   return wire::AddKeychainItemReply{wire::errSecSuccess, std::move(*item)};
 }
@@ -167,20 +177,20 @@ Result<wire::Code> HelperService::deleteKeychainItem(const wire::DeleteKeychainI
 Result<wire::Code> HelperService::startLink(const wire::StartLink &call) {
   const auto userOptions = wire::dictionaryFrom(call.userOptions);
   if (!userOptions) return userOptions.error();
-  return wire::Code{start(call.serviceID, *userOptions, call.linger)};
+  return wire::Code{start({call.serviceID, *userOptions, user_}, call.linger)};
 }
 
-std::int32_t HelperService::start(const std::string &serviceID, const Value &userOptions, bool linger) {
+std::int32_t HelperService::start(const LinkRequest &request, bool linger) {
   if (ending_ || isLinkUp()) return wire::kSCStatusFailed;
-  const auto preferences = preferences_.readValueWith(serviceID);
+  const auto preferences = preferences_.readValueWith(request.serviceID);
   if (!preferences) return preferences.error().code;
-  auto link = links_(*preferences, serviceID, userOptions, [this](const LinkStatus &status) { linkChanged(status); });
+  auto link = links_(*preferences, request, [this](const LinkStatus &status) { linkChanged(status); });
   if (!link) {
     log_.write("The connection cannot be started: " + link.error().message);
-    return wire::kSCStatusConnectionNoService;
+    return link.error().code == EINVAL ? wire::kSCStatusInvalidArgument : wire::kSCStatusConnectionNoService;
   }
   link_ = std::move(*link);
-  serviceID_ = serviceID;
+  serviceID_ = request.serviceID;
   linger_ = linger;
   link_->start();
   return wire::kSCStatusOK;

@@ -70,7 +70,7 @@ class HelperService {
   int peerIsGone(sd_bus_message *message);
   int refuseDeafPeer(sd_bus_message *message);
 
-  std::int32_t start(const std::string &serviceID, const foundation::Value &userOptions, bool linger);
+  std::int32_t start(const LinkRequest &request, bool linger);
   void linkChanged(const LinkStatus &status);
   bool isLinkUp() const { return link_ && !link_->isDown(); }
   void exit();
@@ -81,6 +81,7 @@ class HelperService {
   LinkFactory links_;
   PPPLog &log_;
   const std::chrono::milliseconds endDeadline_;
+  uid_t user_ = 0;  // at the other end
   linux::Bus bus_;
   linux::EventSource exit_;
   linux::EventSource deadline_;

@@ -14,11 +14,13 @@
 //   AddKeychainItem(a(uay) attributes, ay secret, s accessDescription, as trustedPaths) -> i status, s item
 //   FindKeychainItems(a(uay) attributes)  -> i status, as items
 //   DeleteKeychainItem(s item)            -> i status
-//       status: an OSStatus code. attributes: four-character tag and bytes.
+//       status: an OSStatus code. attributes: four-character tag and bytes. A new item's secret goes to nothing but
+//       links of the service that names the item at that moment, started by the same user; see SecretUse.h.
 //   StartLink(s serviceID, ay userOptions, b linger) -> i error
 //       userOptions: a property list {entity: {key: value}} that is laid over the service for this start, or no bytes.
-//       One link per helper: kSCStatusFailed while one is up. kSCStatusConnectionNoService for an unknown service.
-//       linger: the link outlives the socket.
+//       kSCStatusInvalidArgument where they say otherwise than the service what a start has no say in. One link per
+//       helper: kSCStatusFailed while one is up. kSCStatusConnectionNoService for an unknown service. linger: the link
+//       outlives the socket.
 //   StopLink(s serviceID, b force)        -> i error
 //   LinkStatus(s serviceID)               -> i status, i error, ay extendedStatus
 //   signal LinkStatusChanged(s serviceID, i status, i error, ay extendedStatus)

@@ -17,6 +17,14 @@ using foundation::Result;
 
 namespace {
 
+Result<ucred> credentialsOf(int socket) {
+  ucred credentials = {};
+  socklen_t size = sizeof(credentials);
+  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) < 0)
+    return errnoError(errno, "ask for a peer");
+  return credentials;
+}
+
 bool isReadable(int descriptor, short events) {
   pollfd waiting = {descriptor, events, 0};
   return ::poll(&waiting, 1, 0) > 0;
@@ -26,11 +34,16 @@ bool isReadable(int descriptor, short events) {
 
 Peer::Peer(pid_t pid, uid_t uid, FileDescriptor process) : pid_(pid), uid_(uid), process_(std::move(process)) {}
 
+Result<uid_t> Peer::userOf(int socket) {
+  const auto credentials = credentialsOf(socket);
+  if (!credentials) return credentials.error();
+  return credentials->uid;
+}
+
 Result<Peer> Peer::ofSocket(int socket) {
-  ucred credentials = {};
-  socklen_t size = sizeof(credentials);
-  if (::getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &credentials, &size) < 0)
-    return errnoError(errno, "ask for a peer");
+  const auto asked = credentialsOf(socket);
+  if (!asked) return asked.error();
+  const ucred &credentials = *asked;
   // A peer outside our process namespace has the id 0, one that is gone and reaped has none to open.
   if (credentials.pid <= 0) return errnoError(ESRCH, "ask for a peer");
   FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, credentials.pid, 0U)));

@@ -14,6 +14,8 @@ namespace helper {
 
 class Peer {
  public:
+  // Who made the other end of a connected socket. Also when that process has ended meanwhile.
+  static foundation::Result<uid_t> userOf(int socket);
   // From SO_PEERCRED of a connected socket. An error when the process is gone already.
   static foundation::Result<Peer> ofSocket(int socket);
 

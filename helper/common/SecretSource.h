@@ -6,6 +6,7 @@
 
 #include "foundation/Result.h"
 #include "foundation/Secret.h"
+#include "helper/common/SecretUse.h"
 
 namespace helper {
 
@@ -14,9 +15,11 @@ class Peer;
 class SecretSource {
  public:
   virtual ~SecretSource() = default;
-  // The secret of the item whose service attribute is SERVICE (any account), for PEER, which must be on the item's
-  // access list. The error's message is a sentence part for the PPP log; it never holds the secret.
-  virtual foundation::Result<foundation::Secret> secretForService(const std::string &service, const Peer &peer) = 0;
+  // The secret of the item whose service attribute is SERVICE (any account), if it was stored for USE, for PEER, which
+  // must be on the item's access list. The error's message is a sentence part for the PPP log; it never holds the
+  // secret.
+  virtual foundation::Result<foundation::Secret> secretForService(const std::string &service, const SecretUse &use,
+                                                                  const Peer &peer) = 0;
 };
 
 }  // namespace helper

@@ -119,7 +119,7 @@ void IKEAssociation::daemonIsReady() {
                     "libstrongswan-standard-plugins).");
   const auto peer = daemon_->peer();
   if (!peer) return fail(DeviceCause::protocolError, "The IKE daemon is gone: " + peer.error().message + ".");
-  auto secret = context_.secrets.secretForService(secretName_, *peer);
+  auto secret = context_.secrets.secretForService(secretName_, context_.secretUse, *peer);
   if (!secret)
     return fail(DeviceCause::noSharedSecret,
                 "There is no shared secret for the connection: " + secret.error().message + ".");

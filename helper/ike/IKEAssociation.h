@@ -30,6 +30,7 @@ namespace helper {
 struct IKEContext {
   sd_event *event;
   SecretSource &secrets;
+  const SecretUse &secretUse;
   PPPLog &log;
   IPSecJournal &journal;
   const EngineSettings::IKE &settings;

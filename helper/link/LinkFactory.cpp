@@ -11,10 +11,10 @@ using foundation::Value;
 
 LinkFactory plannedLinks(PPPLog &log, const bool &serverRemembers, LinkMaker make, const std::string &settingsPath) {
   return [&log, &serverRemembers, make = std::move(make), settingsPath](
-             const Value &preferences, const std::string &serviceID, const Value &startOptions,
+             const Value &preferences, const LinkRequest &request,
              Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<Link>> {
     const auto [settings, complaints] = EngineSettings::read(settingsPath);
-    auto plan = LinkPlan::make(preferences, serviceID, startOptions, settings);
+    auto plan = LinkPlan::make(preferences, request, settings);
     if (!plan) return plan.error();
     for (const std::string &complaint : complaints) log.write(complaint);
     using SourcePort = EngineSettings::SourcePort;

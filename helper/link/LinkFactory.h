@@ -20,12 +20,10 @@ struct sd_event;
 
 namespace helper {
 
-// A link for the service SERVICE_ID of the preferences whose root is PREFERENCES, not started yet. START_OPTIONS are
-// laid over the service for this one link; null for none. An error (with a sentence part) when LinkPlan::make() has
-// one. The handler outlives the link.
+// The link that REQUEST asks for, of a service in the preferences whose root is PREFERENCES; not started yet. An error
+// (with a sentence part) when LinkPlan::make() has one. The handler outlives the link.
 using LinkFactory = std::function<foundation::Result<std::unique_ptr<Link>>(
-    const foundation::Value &preferences, const std::string &serviceID, const foundation::Value &startOptions,
-    Link::StatusHandler handler)>;
+    const foundation::Value &preferences, const LinkRequest &request, Link::StatusHandler handler)>;
 
 // From a plan to its link.
 using LinkMaker = std::function<std::unique_ptr<Link>(LinkPlan plan, Link::StatusHandler handler)>;

@@ -122,24 +122,27 @@ std::string namesOf(const std::set<AuthProtocol> &protocols) {
 
 }  // namespace
 
-foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const std::string &serviceID, const Value &startOptions,
+foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const LinkRequest &request,
                                             const EngineSettings &settings) {
+  const auto &[serviceID, startOptions, user] = request;
   const Value *service = root["NetworkServices"].find(serviceID);
   if (service == nullptr) return foundation::Error{"Link", 0, "there is no network service " + serviceID};
-  const Value interface = entity(*service, startOptions, "Interface");
+  const Value &interface = (*service)["Interface"];
   if (!service->isDictionary() || interface["Type"].string() != "PPP" || !interface["SubType"].isString())
     return foundation::Error{"Link", 0, "the network service " + serviceID + " is no PPP service"};
   const TunnelKindRow *kind = tunnelKindCalled(interface["SubType"].string());
   if (kind == nullptr)
     return foundation::Error{"Link", 0,
                              "tunnels of the kind \"" + interface["SubType"].string() + "\" are not supported"};
+  if (const auto allowed = checkStartOptions(*service, startOptions); !allowed) return allowed.error();
   const Value ppp = entity(*service, startOptions, "PPP");
   const Value ipv4 = entity(*service, startOptions, "IPv4");
   LinkPlan plan;
   plan.serviceID = serviceID;
   plan.kind = kind->kind;
   plan.server = ppp["CommRemoteAddress"].string();
-  if (kind->needsIPSec) plan.sharedSecretItem = entity(*service, startOptions, "IPSec")["SharedSecret"].string();
+  if (kind->needsIPSec) plan.sharedSecretItem = (*service)["IPSec"]["SharedSecret"].string();
+  plan.secretUse = SecretUse::of(*service, user);
   plan.ppp = pppPlan(ppp, *kind, settings);
   plan.carriesEverything = settings.ppp.defaultRoute.value_or(ipv4["OverridePrimary"].boolValue());
   plan.pptp = settings.pptp;

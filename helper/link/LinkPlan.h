@@ -4,12 +4,15 @@
 
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <string>
 
 #include "foundation/Result.h"
 #include "foundation/Value.h"
 #include "helper/common/EngineSettings.h"
+#include "helper/common/SecretUse.h"
 #include "helper/ppp/PPPPlan.h"
 
 namespace helper {
@@ -17,11 +20,19 @@ namespace helper {
 // The kinds of tunnel there are; helper/link/TunnelKinds.cpp has what is special about each.
 enum class TunnelKind { pptp, l2tp };
 
+// What is asked for when a link is started.
+struct LinkRequest {
+  std::string serviceID;
+  foundation::Value startOptions{};  // {"PPP": {...}, ...}, laid over the service's own entries; or null
+  uid_t user = 0;                    // who asks
+};
+
 struct LinkPlan {
   std::string serviceID;
   TunnelKind kind = TunnelKind::pptp;
   std::string server;            // a name or an IPv4 address, as the service writes it
   std::string sharedSecretItem;  // IPSec's shared secret in the keychain, by its service attribute; empty: none
+  SecretUse secretUse;           // what its secrets must have been stored for
   PPPPlan ppp;
   bool carriesEverything = false;  // all IPv4 traffic, and all questions to name servers
   EngineSettings::PPTP pptp;
@@ -29,11 +40,11 @@ struct LinkPlan {
   EngineSettings::IKE ike;
   std::chrono::milliseconds pppDeadline{60000};  // for PPP to stand once the tunnel does
 
-  // ROOT is the preferences' dictionary. START_OPTIONS ({"PPP": {...}, ...}, or null) are laid over the service's own
-  // entries, SETTINGS above both. An error (with a sentence part) when the service is missing, is no PPP service, or
-  // goes through a tunnel of a kind that there is not.
-  static foundation::Result<LinkPlan> make(const foundation::Value &root, const std::string &serviceID,
-                                           const foundation::Value &startOptions, const EngineSettings &settings);
+  // ROOT is the preferences' dictionary. SETTINGS stand above the service and what REQUEST lays over it. An error (with
+  // a sentence part) when the service is missing, is no PPP service, or goes through a tunnel of a kind that there is
+  // not; EINVAL when the request would change what a start may not.
+  static foundation::Result<LinkPlan> make(const foundation::Value &root, const LinkRequest &request,
+                                           const EngineSettings &settings);
 
   // True when the settings take the encryption away that the tunnel would have.
   bool isInClear() const;

@@ -68,7 +68,7 @@ std::unique_ptr<Tunnel> MachineParts::makeTunnel(in_addr server, Tunnel::Handler
 }
 
 foundation::Result<foundation::Secret> MachineParts::password(const Peer &peer) {
-  return secrets_.secretForService(plan_.ppp.passwordItem, peer);
+  return secrets_.secretForService(plan_.ppp.passwordItem, plan_.secretUse, peer);
 }
 
 bool MachineParts::kernelHasMPPE() const { return helper::kernelHasMPPE(); }

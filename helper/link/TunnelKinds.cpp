@@ -27,7 +27,7 @@ std::unique_ptr<Tunnel> makePPTP(const TunnelContext &context, const LinkPlan &p
 
 std::unique_ptr<Tunnel> makeL2TP(const TunnelContext &context, const LinkPlan &plan, in_addr server,
                                  Tunnel::Handlers handlers) {
-  const IKEContext ike{context.event, context.secrets, context.log, context.journal, plan.ike};
+  const IKEContext ike{context.event, context.secrets, plan.secretUse, context.log, context.journal, plan.ike};
   L2TPTunnel::AssociationFactory makeAssociation;
   if (!plan.sharedSecretItem.empty())
     makeAssociation = [ike, item = plan.sharedSecretItem](IPSecAssociation::Handlers associationHandlers) {

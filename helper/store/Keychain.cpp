@@ -138,7 +138,7 @@ Result<SystemKey> Keychain::keyFor(const Items &items) {
 }
 
 Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, const Secret &secret,
-                                  const KeychainItem::Access &access) {
+                                  const KeychainItem::Access &access, const std::optional<SecretUse> &use) {
   if (!isAcceptable(attributes) || !isAcceptable(access) || secret.size() > kMaximumSecret)
     return keychainError(wire::errSecParam,
                          "an attribute, the access list or the secret is too large or no plain text");
@@ -147,7 +147,7 @@ Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, co
   auto items = load();
   if (!items) return items.error();
 
-  KeychainItem item{foundation::newUUID(), attributes, access, {}};
+  KeychainItem item{foundation::newUUID(), attributes, access, use, {}};
   item.attributes.try_emplace(kAccountAttribute);
   item.attributes.try_emplace(kServiceAttribute);
   item.attributes.try_emplace(kLabelAttribute, item.attribute(kServiceAttribute));
@@ -200,27 +200,43 @@ bool Keychain::trusts(const KeychainItem &item, const Peer &peer) const {
       });
 }
 
-Result<Secret> Keychain::secretForService(const std::string &service, const Peer &peer) {
+Result<Secret> Keychain::open(const KeychainItem &item, const SecretUse &use) const {
+  const std::string name = "the keychain's item for " + item.attribute(kServiceAttribute);
+  const auto refused = [&name](const std::string &reason) {
+    return keychainError(wire::errSecAuthFailed, name + reason);
+  };
+  constexpr char kRemedy[] = "; run vpnctl with its configuration, which stores it anew";
+  if (!item.use) return refused(std::string(" does not say which service it was stored for") + kRemedy);
+  if (item.use->owner != use.owner)
+    return refused(" was stored by user " + std::to_string(item.use->owner) + ", and this is user " +
+                   std::to_string(use.owner) + kRemedy);
+  if (const auto place = item.use->differenceTo(use))
+    return refused(" was stored for another service: " + *place + " differs" + kRemedy);
+  auto key = SystemKey::load(keyPath_, fileSystem_);
+  if (!key) return keychainError(codeOf(key.error()), key.error().message);
+  auto secret = key->unseal(item.sealedSecret, item.associatedData());
+  if (!secret) return refused(" does not open");
+  return secret;
+}
+
+Result<Secret> Keychain::secretForService(const std::string &service, const SecretUse &use, const Peer &peer) {
   auto items = load();
   if (!items) return items.error();
   items->insert(own_.begin(), own_.end());
-  bool exists = false;
+  Error refusal = keychainError(wire::errSecItemNotFound, "the keychain has no item for " + service);
   for (const auto &[identifier, item] : *items) {
     if (item.attribute(kServiceAttribute) != service) continue;
-    exists = true;
-    if (!trusts(item, peer)) continue;
-    auto key = SystemKey::load(keyPath_, fileSystem_);
-    if (!key) return keychainError(codeOf(key.error()), key.error().message);
-    auto secret = key->unseal(item.sealedSecret, item.associatedData());
-    if (!secret) return keychainError(wire::errSecAuthFailed, "the keychain's item for " + service + " does not open");
-    return secret;
+    if (!trusts(item, peer)) {
+      refusal =
+          keychainError(wire::errSecAuthFailed, "process " + std::to_string(peer.pid()) +
+                                                    " is not on the access list of the keychain's item for " + service);
+      continue;
+    }
+    auto secret = open(item, use);
+    if (secret) return secret;
+    refusal = secret.error();
   }
-  if (exists) {
-    return keychainError(
-        wire::errSecAuthFailed,
-        "process " + std::to_string(peer.pid()) + " is not on the access list of the keychain's item for " + service);
-  }
-  return keychainError(wire::errSecItemNotFound, "the keychain has no item for " + service);
+  return refusal;
 }
 
 }  // namespace helper

@@ -1,5 +1,5 @@
 // The system keychain: generic passwords, sealed under the system's key, each with the list of programs that may have
-// it.
+// it, and with what it may be used for.
 //
 // One property list, read and replaced whole under its lock; the links' source of secrets. Every failure is an OSStatus
 // code in the domain "OSStatus"; what the user can mend is also told in the PPP log. The access list keeps honest
@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,20 +43,21 @@ class Keychain : public SecretSource {
   Keychain(const std::string &folder, foundation::FileSystem &fileSystem, PPPLog &log, Roles roles = defaultRoles(),
            std::chrono::milliseconds lockPatience = kLockPatience);
 
-  // A new item; its identifier. Missing account and service are empty, a missing label is the service.
-  // errSecDuplicateItem when an item has that account and service, errSecParam when something is too large or no plain
-  // text.
+  // A new item; its identifier. Missing account and service are empty, a missing label is the service. Without a USE
+  // nobody is given its secret. errSecDuplicateItem when an item has that account and service, errSecParam when
+  // something is too large or no plain text.
   foundation::Result<std::string> add(const KeychainItem::Attributes &attributes, const foundation::Secret &secret,
-                                      const KeychainItem::Access &access);
+                                      const KeychainItem::Access &access, const std::optional<SecretUse> &use);
   // The identifiers of the items that have all of ATTRIBUTES, in the order of the file.
   foundation::Result<std::vector<std::string>> find(const KeychainItem::Attributes &attributes) const;
   // errSecItemNotFound when there is none.
   foundation::Status remove(const std::string &identifier);
 
-  // errSecItemNotFound without an item for SERVICE; errSecAuthFailed when no such item trusts PEER, or when the item
-  // does not open. What was added here stays known here: another run replaces the items of all, also those of a link
-  // that is just coming up or has to authenticate itself again.
-  foundation::Result<foundation::Secret> secretForService(const std::string &service, const Peer &peer) override;
+  // errSecItemNotFound without an item for SERVICE; errSecAuthFailed when no such item trusts PEER, when it was stored
+  // for another use than USE, or when it does not open. What was added here stays known here: another run replaces the
+  // items of all, also those of a link that is just coming up or has to authenticate itself again.
+  foundation::Result<foundation::Secret> secretForService(const std::string &service, const SecretUse &use,
+                                                          const Peer &peer) override;
 
  private:
   using Items = std::map<std::string, KeychainItem>;
@@ -65,6 +67,7 @@ class Keychain : public SecretSource {
   foundation::Result<linux::AtomicFile::Lock> lock() const;
   foundation::Result<SystemKey> keyFor(const Items &items);
   bool trusts(const KeychainItem &item, const Peer &peer) const;
+  foundation::Result<foundation::Secret> open(const KeychainItem &item, const SecretUse &use) const;
   foundation::Error report(std::int32_t code, const foundation::Error &error) const;
 
   linux::AtomicFile file_;

@@ -1,7 +1,9 @@
 #include "helper/store/KeychainItem.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "foundation/PropertyList.h"
 #include "foundation/Text.h"
 
 namespace helper {
@@ -63,12 +65,18 @@ bool KeychainItem::matches(const Attributes &wanted) const {
 
 std::string KeychainItem::associatedData() const {
   std::string bytes;
-  appendPart(bytes, "vpnctl keychain item 1");
+  // Items without a use are those of version 1.
+  appendPart(bytes, use ? "vpnctl keychain item 2" : "vpnctl keychain item 1");
   appendPart(bytes, identifier);
   appendPart(bytes, std::to_string(attributes.size()));
   for (const auto &[tag, value] : attributes) {
     appendPart(bytes, nameOfTag(tag));
     appendPart(bytes, value);
+  }
+  if (use) {
+    appendPart(bytes, std::to_string(use->owner));
+    const auto terms = foundation::xmlPropertyList(use->terms);
+    appendPart(bytes, terms ? *terms : std::string());
   }
   appendPart(bytes, access.description);
   for (const auto &path : access.trustedPaths) appendPart(bytes, path);
@@ -80,11 +88,13 @@ Value KeychainItem::value() const {
   for (const auto &[tag, bytes] : attributes)
     attributeValues.set(nameOfTag(tag), isPlainText(bytes) ? Value(bytes) : Value(dataOf(bytes)));
   Value::Array paths(access.trustedPaths.begin(), access.trustedPaths.end());
-  return Value::Dictionary{
+  Value item = Value::Dictionary{
       {"Attributes", attributeValues},
       {"Access", Value::Dictionary{{"Description", access.description}, {"TrustedApplications", std::move(paths)}}},
       {"Secret", dataOf(sealedSecret)},
   };
+  if (use) item.set("Use", Value::Dictionary{{"Owner", std::int64_t{use->owner}}, {"Service", use->terms}});
+  return item;
 }
 
 Result<KeychainItem> KeychainItem::fromValue(const std::string &identifier, const Value &value) {
@@ -102,6 +112,13 @@ Result<KeychainItem> KeychainItem::fromValue(const std::string &identifier, cons
   for (const Value &path : access["TrustedApplications"].array()) {
     if (!path.isString()) return wrong(identifier, "access list holds what is no path");
     item.access.trustedPaths.push_back(path.string());
+  }
+  if (const Value *use = value.find("Use")) {
+    const Value &owner = (*use)["Owner"];
+    if (owner.type() != Value::Type::signedInteger || !std::in_range<uid_t>(owner.integerValue()) ||
+        !(*use)["Service"].isDictionary())
+      return wrong(identifier, "use has another shape");
+    item.use = SecretUse{static_cast<uid_t>(owner.integerValue()), (*use)["Service"]};
   }
   if (value["Secret"].type() != Value::Type::data) return wrong(identifier, "secret is not data");
   item.sealedSecret = bytesOf(value["Secret"]);

@@ -4,11 +4,13 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "foundation/Result.h"
 #include "foundation/Value.h"
+#include "helper/common/SecretUse.h"
 
 namespace helper {
 
@@ -30,6 +32,7 @@ struct KeychainItem {
   std::string identifier;
   Attributes attributes;
   Access access;
+  std::optional<SecretUse> use;  // none: stored for no service, or before items knew for which
   std::string sealedSecret;
 
   // The bytes of an attribute; none are as good as no attribute.

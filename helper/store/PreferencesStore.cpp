@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <vector>
 
 #include "helper/store/NetworkPreferencesSchema.h"
 #include "wire/StatusCodes.h"
@@ -46,6 +47,15 @@ std::int32_t codeOf(const Error &error) {
     default:
       return wire::kSCStatusFailed;
   }
+}
+
+// Those of the network preferences ROOT that name the keychain's ITEM.
+std::vector<Value> servicesNaming(const Value &root, const std::string &item) {
+  std::vector<Value> found;
+  for (const auto &[identifier, service] : root["NetworkServices"].dictionary())
+    if (service["PPP"]["AuthPassword"] == Value(item) || service["IPSec"]["SharedSecret"] == Value(item))
+      found.push_back(service);
+  return found;
 }
 
 }  // namespace
@@ -99,6 +109,14 @@ Result<Value> PreferencesStore::readValueWith(const std::string &service) const 
   const bool replaced = value && (*value)["NetworkServices"].find(service) == nullptr &&
                         committed_["NetworkServices"].find(service) != nullptr;
   return replaced ? Result<Value>(committed_) : value;
+}
+
+Value PreferencesStore::serviceNaming(const std::string &item) const {
+  if (item.empty()) return {};
+  auto found = servicesNaming(committed_, item);
+  if (found.empty())
+    if (const auto value = readValue()) found = servicesNaming(*value, item);
+  return found.size() == 1 ? found.front() : Value();
 }
 
 Result<std::string> PreferencesStore::commit(std::string_view propertyList, std::string_view expected) {

@@ -47,6 +47,10 @@ class PreferencesStore {
   // committed then: two runs that begin at the same moment do not take each other's.
   foundation::Result<foundation::Value> readValueWith(const std::string &service) const;
 
+  // The service whose password or shared secret is the keychain's ITEM, by its service attribute: of what was committed
+  // here last, which nobody else can have changed meanwhile, else of the file. Null when there is none, or several.
+  foundation::Value serviceNaming(const std::string &item) const;
+
   // Replaces the file, if it still has the signature EXPECTED (kSCStatusStale otherwise; an empty one is not compared),
   // and gives the new signature. kSCStatusPrefsBusy when another does not let the lock go,
   // kSCStatusInvalidArgument when PROPERTY_LIST is not what network preferences look like, or holds more than read()

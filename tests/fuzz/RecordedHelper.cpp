@@ -145,18 +145,18 @@ class RecordedLink : public helper::Link {
 
 helper::LinkFactory RecordedHelper::recordedLinks() {
   return [this, links = helper::testing::scriptedLinks(event_.get())](
-             const Value &preferences, const std::string &serviceID, const Value &startOptions,
+             const Value &preferences, const helper::LinkRequest &request,
              helper::Link::StatusHandler handler) -> Result<std::unique_ptr<helper::Link>> {
     // One at a time, whatever is asked.
     FOUNDATION_ASSERT(link_ == nullptr || link_->isDown());
     // This one would end the process.
-    const Value &entries = preferences["NetworkServices"][serviceID]["PPP"];
-    const Value *laidOver = startOptions["PPP"].find("CommRemoteAddress");
+    const Value &entries = preferences["NetworkServices"][request.serviceID]["PPP"];
+    const Value *laidOver = request.startOptions["PPP"].find("CommRemoteAddress");
     if (entries["CommRemoteAddress"] == Value("dies") || (laidOver != nullptr && *laidOver == Value("dies")))
       return foundation::Error{"Fuzz", 1, "there is no service"};
-    auto link = links(preferences, serviceID, startOptions, std::move(handler));
+    auto link = links(preferences, request, std::move(handler));
     if (!link) return link.error();
-    deeds_.linksMade.push_back(serviceID);
+    deeds_.linksMade.push_back(request.serviceID);
     return std::unique_ptr<helper::Link>(std::make_unique<RecordedLink>(*this, std::move(*link)));
   };
 }

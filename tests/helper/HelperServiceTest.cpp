@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <thread>
@@ -25,16 +27,22 @@ constexpr char kServiceID[] = "0123ABCD-4567-4EF0-89AB-0123456789AB";
 // The service on a thread of its own, and a plain D-Bus client.
 class HelperServiceTest : public ::testing::Test {
  protected:
-  HelperServiceTest() {
-    int pair[2] = {-1, -1};
-    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+  HelperServiceTest() { connect(socketPair()); }
+  ~HelperServiceTest() override { close(); }
+
+  // Of the process's user of this moment.
+  static std::array<int, 2> socketPair() {
+    std::array<int, 2> pair = {-1, -1};
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()), 0);
+    return pair;
+  }
+
+  void connect(const std::array<int, 2> &pair) {
     server = std::thread([this, socket = pair[1]] { serve(FileDescriptor(socket)); });
     EXPECT_GE(sd_bus_new(linux::Out(bus)), 0);
     EXPECT_GE(sd_bus_set_fd(bus.get(), pair[0], pair[0]), 0);
     EXPECT_GE(sd_bus_start(bus.get()), 0);
   }
-  ~HelperServiceTest() override { close(); }
-
   // Returns when the service has ended, which it does when its client goes.
   void close() {
     bus.reset();
@@ -107,8 +115,9 @@ class HelperServiceTest : public ::testing::Test {
   }
 
   void commitService(const char *script) {
-    const Value service = Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", "PPTP"}}},
-                                            {"PPP", Value::Dictionary{{"CommRemoteAddress", script}}}};
+    const Value service =
+        Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", "PPTP"}}},
+                          {"PPP", Value::Dictionary{{"AuthPassword", kServiceID}, {"CommRemoteAddress", script}}}};
     const Value root = Value::Dictionary{{"NetworkServices", Value::Dictionary{{kServiceID, service}}}};
     ASSERT_EQ(commit(*foundation::xmlPropertyList(root)), wire::kSCStatusOK);
   }
@@ -199,6 +208,25 @@ TEST_F(HelperServiceTest, KeychainItems) {
   EXPECT_EQ(found.items, std::vector{added.item});
   for (const std::int32_t expected : {+wire::errSecSuccess, +wire::errSecItemNotFound})
     EXPECT_EQ(codeOf(call(newCall(wire::kDeleteKeychainItem, wire::DeleteKeychainItem{added.item}))), expected);
+}
+
+// Once a caller has an item of a service stored, no other commit makes it one of another server.
+TEST_F(HelperServiceTest, AnItemIsBoundToItsServiceAndUser) {
+  commitService("up");
+  const wire::AddKeychainItem item{{{kServiceAttribute, kServiceID}}, "secret", "access", {}};
+  const auto added = replyTo<wire::AddKeychainItemReply>(newCall(wire::kAddKeychainItem, item));
+  ASSERT_EQ(added.status, wire::errSecSuccess);
+  const wire::AddKeychainItem other{{{kServiceAttribute, "nobody's"}}, "secret", "access", {}};
+  const auto unbound = replyTo<wire::AddKeychainItemReply>(newCall(wire::kAddKeychainItem, other));
+  ASSERT_EQ(unbound.status, wire::errSecSuccess);
+  commitService("at-once");
+  const auto keychain = foundation::propertyListFromFile(folder.path("keychain/System.keychain"));
+  ASSERT_TRUE(keychain);
+  const Value &use = (*keychain)["Items"][added.item]["Use"];
+  EXPECT_EQ(use["Owner"], Value(std::int64_t{::geteuid()}));
+  EXPECT_EQ(use["Service"]["PPP"]["CommRemoteAddress"], Value("up"));
+  EXPECT_EQ(use["Service"]["Interface"]["SubType"], Value("PPTP"));
+  EXPECT_EQ((*keychain)["Items"][unbound.item].find("Use"), nullptr);
 }
 
 TEST_F(HelperServiceTest, ALinkIsStartedToldAndStopped) {

@@ -94,16 +94,17 @@ class ScriptedLink : public Link {
 }  // namespace
 
 LinkFactory scriptedLinks(sd_event *event) {
-  return [event](const Value &preferences, const std::string &serviceID, const Value &startOptions,
+  return [event](const Value &preferences, const LinkRequest &request,
                  Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<Link>> {
-    const Value *laidOver = startOptions["PPP"].find("CommRemoteAddress");
+    const Value *laidOver = request.startOptions["PPP"].find("CommRemoteAddress");
     const std::string &script =
-        (laidOver != nullptr ? *laidOver : preferences["NetworkServices"][serviceID]["PPP"]["CommRemoteAddress"])
+        (laidOver != nullptr ? *laidOver
+                             : preferences["NetworkServices"][request.serviceID]["PPP"]["CommRemoteAddress"])
             .string();
     for (const char *known : {"up", "at-once", "refused", "dies", "stuck", "throws", "throws-later"})
       if (script == known)
         return std::unique_ptr<Link>(std::make_unique<ScriptedLink>(event, script, std::move(handler)));
-    return foundation::Error{"Test", 1, "there is no service " + serviceID};
+    return foundation::Error{"Test", 1, "there is no service " + request.serviceID};
   };
 }
 

@@ -16,6 +16,7 @@
 #include "helper/ike/ViciConnection.h"
 #include "helper/ppp/PluginChannel.h"
 #include "helper/store/Keychain.h"
+#include "helper/store/PreferencesStore.h"
 #include "linux/SystemdOwners.h"
 
 namespace {
@@ -37,7 +38,9 @@ bool use(sd_event *event, const std::string &folder, const std::string &service)
   auto [vici, daemon] = socketPair(SOCK_STREAM);
   const auto peer = helper::Peer::ofSocket(plugin.get());
   if (!peer) return false;
-  const auto secret = keychain.secretForService(service, *peer);
+  const helper::PreferencesStore preferences(folder + "/etc/preferences.plist", fileSystem, *log);
+  const auto use = helper::SecretUse::of(preferences.serviceNaming(service), ::geteuid());
+  const auto secret = keychain.secretForService(service, use, *peer);
   if (!secret) return false;
 
   helper::PluginChannel channel(event, {[](const auto &) {}, [](const auto &) {}});

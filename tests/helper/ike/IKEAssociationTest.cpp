@@ -86,13 +86,15 @@ class FakeTable : public XfrmTable {
 
 class FakeSecrets : public SecretSource {
  public:
-  foundation::Result<Secret> secretForService(const std::string &service, const Peer &) override {
+  foundation::Result<Secret> secretForService(const std::string &service, const SecretUse &use, const Peer &) override {
     asked.push_back(service);
+    uses.push_back(use);
     if (missing) return Error{"Test", 0, "the keychain has no item for " + service};
     return Secret(std::string_view(kSharedSecret));
   }
   bool missing = false;
   std::vector<std::string> asked;
+  std::vector<SecretUse> uses;
 };
 
 class IKEAssociationTest : public support::LoopFixture {
@@ -116,7 +118,7 @@ class IKEAssociationTest : public support::LoopFixture {
 
   IKEAssociation &start() {
     association_ = std::make_unique<IKEAssociation>(
-        IKEContext{event_, secrets_, log_, journal_, settings_}, "ID.SS",
+        IKEContext{event_, secrets_, use_, log_, journal_, settings_}, "ID.SS",
         IKEAssociation::Parts{[this](IKEDaemon::Handlers handlers) {
                                 daemon_.handlers = std::move(handlers);
                                 return std::make_unique<FakeDaemon>(daemon_);
@@ -157,6 +159,9 @@ class IKEAssociationTest : public support::LoopFixture {
   PPPLog log_;
   EngineSettings::IKE settings_;
   FakeSecrets secrets_;
+  const SecretUse use_ = SecretUse::of(
+      foundation::Value::Dictionary{{"PPP", foundation::Value::Dictionary{{"CommRemoteAddress", "vpn.example.org"}}}},
+      1000);
   RecordingJournal journal_;
   FakeKernel kernel_;
   ScriptedDaemon daemon_;
@@ -191,6 +196,8 @@ TEST_F(IKEAssociationTest, NegotiatesForTheVerySocket) {
   EXPECT_LE(plan.deadline, settings_.deadline);
   EXPECT_EQ(daemon_.secret, Secret(std::string_view(kSharedSecret)));
   EXPECT_EQ(secrets_.asked, (std::vector<std::string>{"ID.SS"}));
+  EXPECT_EQ(secrets_.uses.at(0).owner, use_.owner);
+  EXPECT_EQ(secrets_.uses.at(0).differenceTo(use_), std::nullopt);
   EXPECT_EQ(journal_.connections, (std::vector<LoadedConnection>{{"/run/charon.vici", plan.name, plan.reqid}}));
   daemon_.handlers.established();
   EXPECT_EQ(up_, 1);

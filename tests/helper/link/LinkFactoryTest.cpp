@@ -22,7 +22,7 @@ class LinkFactoryTest : public ::testing::Test {
       plan = std::move(made);
       return std::unique_ptr<Link>();
     };
-    return plannedLinks(*log, serverRemembers, maker, settingsPath)(root, "ID", startOptions, {});
+    return plannedLinks(*log, serverRemembers, maker, settingsPath)(root, {"ID", startOptions}, {});
   }
   std::string logged() const { return support::contentsOf(folder.path("ppp.log")).value_or(""); }
 

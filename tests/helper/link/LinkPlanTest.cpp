@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "helper/link/LinkPlan.h"
 
 using foundation::Value;
@@ -26,7 +28,7 @@ Value preferences(const Entries &ppp, const std::string &kind = "PPTP", const st
 
 LinkPlan planOf(const Entries &ppp, const std::string &kind = "PPTP", const EngineSettings &settings = {},
                 const Value &startOptions = {}) {
-  auto plan = LinkPlan::make(preferences(ppp, kind), "ID", startOptions, settings);
+  auto plan = LinkPlan::make(preferences(ppp, kind), {"ID", startOptions}, settings);
   EXPECT_TRUE(plan) << (plan ? "" : plan.error().message);
   return plan ? *plan : LinkPlan();
 }
@@ -46,7 +48,7 @@ TEST(LinkPlan, ComesFromTheService) {
 
 TEST(LinkPlan, NeedsAServiceOfTheRightKind) {
   const auto refusal = [](const Value &root, const std::string &serviceID) {
-    const auto plan = LinkPlan::make(root, serviceID, {}, {});
+    const auto plan = LinkPlan::make(root, {serviceID}, {});
     return plan ? std::string("none") : plan.error().message;
   };
   EXPECT_EQ(refusal(preferences({}), "OTHER"), "there is no network service OTHER");
@@ -55,7 +57,7 @@ TEST(LinkPlan, NeedsAServiceOfTheRightKind) {
   EXPECT_EQ(refusal(preferences({}, "PPTP", "Ethernet"), "ID"), "the network service ID is no PPP service");
   const Value noDictionary = Entries{{"NetworkServices", Entries{{"ID", "text"}}}};
   const Value whole = preferences({})["NetworkServices"]["ID"];
-  EXPECT_EQ(LinkPlan::make(noDictionary, "ID", whole, {}).error().message, "the network service ID is no PPP service")
+  EXPECT_EQ(LinkPlan::make(noDictionary, {"ID", whole}, {}).error().message, "the network service ID is no PPP service")
       << "what a start asks for makes no service";
   EXPECT_EQ(refusal(preferences({}, "PPPoE"), "ID"), "tunnels of the kind \"PPPoE\" are not supported");
   EXPECT_EQ(refusal(preferences({}, "l2tp"), "ID"), "tunnels of the kind \"l2tp\" are not supported");
@@ -134,16 +136,50 @@ TEST(LinkPlan, EndsWhenIdleOnlyWhereBothKeysSaySo) {
 // ---- The start's options
 
 TEST(LinkPlan, StartOptionsAreLaidOverTheService) {
-  const Value options = Entries{{"PPP", Entries{{"AuthName", "bob"}}}, {"IPv4", Entries{{"OverridePrimary", 0}}}};
+  const Value options = Entries{{"PPP", Entries{{"LCPMRU", 1400}}}, {"IPv4", Entries{{"OverridePrimary", 0}}}};
   const LinkPlan plan = planOf({{"AuthName", "alice"}, {"LCPMTU", 1300}}, "PPTP", {}, options);
-  EXPECT_EQ(plan.ppp.account, "bob");
+  EXPECT_EQ(plan.ppp.mru, 1400);
   EXPECT_EQ(plan.ppp.mtu, 1300) << "what they do not name stays";
   EXPECT_FALSE(plan.carriesEverything);
 }
 
-TEST(LinkPlan, StartOptionsThatAreNoDictionariesChangeNothing) {
-  for (const Value &odd : {Value("text"), Value(Entries{{"PPP", "text"}}), Value(Value::Array{1})})
-    EXPECT_EQ(planOf({{"AuthName", "alice"}}, "PPTP", {}, odd).ppp.account, "alice");
+// Where a secret goes, and how safely, is the stored service's.
+TEST(LinkPlan, AStartHasNoSayInWhereSecretsGo) {
+  const Entries ppp = {{"AuthName", "alice"}, {"AuthPassword", "ID"}, {"CommRemoteAddress", "vpn.example.org"}};
+  const auto codeWith = [&](const char *entity, const char *key, const Value &entry) {
+    const auto plan = LinkPlan::make(preferences(ppp), {"ID", Entries{{entity, Entries{{key, entry}}}}}, {});
+    if (plan) return 0;
+    EXPECT_EQ(plan.error().message,
+              "a start may not say " + std::string(entity) + "/" + key + " otherwise than the stored service");
+    return plan.error().code;
+  };
+  EXPECT_EQ(codeWith("PPP", "CommRemoteAddress", "evil.example.org"), EINVAL);
+  EXPECT_EQ(codeWith("PPP", "AuthName", "mallory"), EINVAL);
+  EXPECT_EQ(codeWith("PPP", "AuthPassword", "OTHER"), EINVAL);
+  EXPECT_EQ(codeWith("PPP", "AuthProtocol", Value::Array{"PAP"}), EINVAL);
+  EXPECT_EQ(codeWith("PPP", "CCPEnabled", 1), EINVAL);
+  EXPECT_EQ(codeWith("PPP", "CCPMPPE128Enabled", 0), EINVAL);
+  EXPECT_EQ(codeWith("PPP", "WhatNobodyKnowsYet", 1), EINVAL);
+  EXPECT_EQ(codeWith("Interface", "SubType", "L2TP"), EINVAL);
+  EXPECT_EQ(codeWith("Interface", "Type", "Ethernet"), EINVAL);
+  EXPECT_EQ(codeWith("IPSec", "SharedSecret", "OTHER.SS"), EINVAL);
+  EXPECT_EQ(codeWith("PPP", "CommRemoteAddress", "vpn.example.org"), 0) << "what says the same is no change";
+  EXPECT_EQ(codeWith("IPSec", "SharedSecret", "ID.SS"), 0);
+}
+
+TEST(LinkPlan, StartOptionsAreDictionaries) {
+  EXPECT_EQ(LinkPlan::make(preferences({}), {"ID", Entries{{"PPP", "text"}}}, {}).error().code, EINVAL);
+  for (const Value &none : {Value(), Value("text"), Value(Value::Array{1})})
+    EXPECT_EQ(planOf({{"AuthName", "alice"}}, "PPTP", {}, none).ppp.account, "alice");
+}
+
+TEST(LinkPlan, SaysWhatItsSecretsMustHaveBeenStoredFor) {
+  const Value root = preferences({{"CommRemoteAddress", "vpn.example.org"}}, "L2TP");
+  const auto plan = LinkPlan::make(root, {"ID", {}, 1000}, {});
+  ASSERT_TRUE(plan);
+  EXPECT_EQ(plan->secretUse.owner, 1000U);
+  EXPECT_EQ(plan->secretUse.terms, helper::SecretUse::of(root["NetworkServices"]["ID"], 1000).terms);
+  EXPECT_EQ(plan->secretUse.terms["PPP"]["CommRemoteAddress"], Value("vpn.example.org"));
 }
 
 // ---- The machine's settings

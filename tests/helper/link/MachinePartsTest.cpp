@@ -21,7 +21,8 @@ namespace fs = std::filesystem;
 
 class NoSecrets : public SecretSource {
  public:
-  foundation::Result<foundation::Secret> secretForService(const std::string &, const Peer &) override {
+  foundation::Result<foundation::Secret> secretForService(const std::string &, const SecretUse &,
+                                                          const Peer &) override {
     return foundation::Error{"Test", 1, "there is none"};
   }
 };

@@ -112,7 +112,7 @@ class DamagedStoresTest : public ::testing::TestWithParam<const char *> {
     } else {
       subject = {folder.path("store/System.keychain"), [this] { return static_cast<bool>(keychain.find({})); },
                  [this] {
-                   return static_cast<bool>(keychain.add({{kServiceAttribute, "S"}}, Secret("s"), {"", {}}));
+                   return static_cast<bool>(keychain.add({{kServiceAttribute, "S"}}, Secret("s"), {"", {}}, {}));
                  }};
     }
   }
@@ -303,7 +303,8 @@ class DamagedKeyTest : public ::testing::Test {
   DamagedKeyTest() { EXPECT_EQ(add("S"), wire::errSecSuccess); }
 
   std::int32_t add(const std::string &service) {
-    const auto item = keychain.add({{kServiceAttribute, service}}, Secret("secret"), {"access", {"/proc/self/exe"}});
+    const auto item =
+        keychain.add({{kServiceAttribute, service}}, Secret("secret"), {"access", {"/proc/self/exe"}}, {});
     return item ? wire::errSecSuccess : item.error().code;
   }
 

@@ -43,12 +43,12 @@ class KeychainTest : public ::testing::Test {
 
   std::int32_t add(const KeychainItem::Attributes &about, std::string_view secret,
                    const std::vector<std::string> &paths = {"/proc/self/exe"}) {
-    const auto item = keychain.add(about, Secret(secret), {"access", paths});
+    const auto item = keychain.add(about, Secret(secret), {"access", paths}, use);
     return item ? wire::errSecSuccess : item.error().code;
   }
 
   std::int32_t codeForService(const std::string &service) {
-    const auto secret = keychain.secretForService(service, self());
+    const auto secret = keychain.secretForService(service, use, self());
     return secret ? wire::errSecSuccess : secret.error().code;
   }
 
@@ -63,6 +63,17 @@ class KeychainTest : public ::testing::Test {
     writeFile(file, *foundation::xmlPropertyList(changed));
   }
 
+  // Of a service towards that SERVER.
+  static Value serviceTo(const char *server) {
+    return Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", "PPTP"}}},
+                             {"PPP", Value::Dictionary{{"AuthPassword", "S"}, {"CommRemoteAddress", server}}}};
+  }
+  std::string refusalFor(const SecretUse &other) {
+    const auto secret = keychain.secretForService("S", other, self());
+    return secret ? "none" : secret.error().message;
+  }
+
+  const SecretUse use = SecretUse::of(serviceTo("vpn.example.org"), 1000);
   support::TemporaryFolder folder;
   FileDescriptor first;
   FileDescriptor second;
@@ -78,7 +89,7 @@ class KeychainTest : public ::testing::Test {
 
 TEST_F(KeychainTest, GivesASecretToWhoIsOnTheAccessList) {
   ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), wire::errSecSuccess);
-  const auto secret = keychain.secretForService("S", self());
+  const auto secret = keychain.secretForService("S", use, self());
   ASSERT_TRUE(secret);
   EXPECT_TRUE(*secret == Secret(std::string_view("secret")));
 }
@@ -90,7 +101,7 @@ TEST_F(KeychainTest, StillGivesOutWhatAnotherRunReplaced) {
   const auto found = other.find({{kLabelAttribute, "L"}});
   ASSERT_EQ(found->size(), 2U);
   for (const std::string &identifier : *found) ASSERT_TRUE(other.remove(identifier));
-  EXPECT_EQ(other.secretForService("S", self()).error().code, wire::errSecItemNotFound);
+  EXPECT_EQ(other.secretForService("S", use, self()).error().code, wire::errSecItemNotFound);
   EXPECT_EQ(codeForService("S"), wire::errSecSuccess);
   EXPECT_EQ(codeForService("T"), wire::errSecAuthFailed) << "its access list holds all the same";
   EXPECT_TRUE(keychain.find({{kLabelAttribute, "L"}})->empty()) << "it is in the keychain no more";
@@ -108,7 +119,7 @@ TEST_F(KeychainTest, GivesItToNobodyElse) {
   EXPECT_EQ(codeForService("T"), wire::errSecItemNotFound);
   ASSERT_EQ(add(attributes("L", "user", "U"), "secret", {}), wire::errSecSuccess);
   EXPECT_EQ(codeForService("U"), wire::errSecAuthFailed);
-  const auto refused = keychain.secretForService("S", self());
+  const auto refused = keychain.secretForService("S", use, self());
   EXPECT_EQ(refused.error().message.find("secret"), std::string::npos);
 }
 
@@ -124,7 +135,7 @@ TEST_F(KeychainTest, ARoleStandsForThePrograms) {
 TEST_F(KeychainTest, AnyAccountOfTheServiceThatTrustsThePeer) {
   ASSERT_EQ(add(attributes("L", "a", "S"), "one", {"/bin/sh"}), wire::errSecSuccess);
   ASSERT_EQ(add(attributes("L", "b", "S"), "two"), wire::errSecSuccess);
-  const auto secret = keychain.secretForService("S", self());
+  const auto secret = keychain.secretForService("S", use, self());
   ASSERT_TRUE(secret);
   EXPECT_TRUE(*secret == Secret(std::string_view("two")));
 }
@@ -161,9 +172,87 @@ TEST_F(KeychainTest, LimitsAreKept) {
 
 TEST_F(KeychainTest, AnEmptySecretIsOne) {
   ASSERT_EQ(add(attributes("L", "", "S.SS"), ""), wire::errSecSuccess);
-  const auto secret = keychain.secretForService("S.SS", self());
+  const auto secret = keychain.secretForService("S.SS", use, self());
   ASSERT_TRUE(secret);
   EXPECT_TRUE(secret->empty());
+}
+
+// Whoever may change services, or start them, gets no secret of somebody else's by it.
+TEST_F(KeychainTest, ASecretGoesNowhereElse) {
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), wire::errSecSuccess);
+  EXPECT_EQ(refusalFor(use), "none");
+  EXPECT_EQ(refusalFor(SecretUse::of(serviceTo("evil.example.org"), 1000)),
+            "the keychain's item for S was stored for another service: PPP/CommRemoteAddress differs; run vpnctl with "
+            "its configuration, which stores it anew");
+  EXPECT_EQ(refusalFor(SecretUse::of(serviceTo("vpn.example.org"), 0)),
+            "the keychain's item for S was stored by user 1000, and this is user 0; run vpnctl with its configuration, "
+            "which stores it anew");
+  EXPECT_NE(refusalFor(SecretUse()), "none");
+}
+
+TEST_F(KeychainTest, AnotherWayToTheServerIsAnotherUse) {
+  ASSERT_EQ(add(attributes("L", "user", "S"), "secret"), wire::errSecSuccess);
+  const auto refusalWith = [&](const char *entity, const char *name, const Value &entry) {
+    Value service = serviceTo("vpn.example.org");
+    Value entries = service[entity];
+    entries.set(name, entry);
+    service.set(entity, entries);
+    return refusalFor(SecretUse::of(service, 1000));
+  };
+  EXPECT_NE(refusalWith("PPP", "AuthProtocol", Value::Array{"PAP"}).find("PPP/AuthProtocol"), std::string::npos);
+  EXPECT_NE(refusalWith("PPP", "CCPEnabled", 0).find("PPP/CCPEnabled"), std::string::npos);
+  EXPECT_NE(refusalWith("Interface", "SubType", "L2TP").find("Interface/SubType"), std::string::npos);
+  EXPECT_EQ(refusalWith("PPP", "LCPMTU", 1300), "none");
+}
+
+TEST_F(KeychainTest, WithoutAUseNobodyIsGivenIt) {
+  ASSERT_TRUE(keychain.add(attributes("L", "user", "S"), Secret(std::string_view("one")),
+                           {"access", {"/proc/self/exe"}}, std::nullopt));
+  EXPECT_EQ(
+      refusalFor(use),
+      "the keychain's item for S does not say which service it was stored for; run vpnctl with its configuration, "
+      "which stores it anew");
+}
+
+// The form before items knew what they are for: it can be read, and its items replaced.
+TEST_F(KeychainTest, AnOlderKeychainIsStillOne) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), wire::errSecSuccess);
+  const auto sealer = SystemKey::load(key, fileSystem);
+  ASSERT_TRUE(sealer);
+  KeychainItem old{keychain.find({})->front(), attributes("L", "a", "S"), {"access", {"/proc/self/exe"}}, {}, {}};
+  old.sealedSecret = *sealer->seal(Secret(std::string_view("one")), old.associatedData());
+  tamper([&](Value &items) { items.set(old.identifier, old.value()); });
+  Keychain next(folder.path("keychain"), fileSystem, log);
+  EXPECT_EQ(next.secretForService("S", use, self()).error().code, wire::errSecAuthFailed);
+  const auto found = next.find({{kLabelAttribute, "L"}});
+  ASSERT_EQ(found->size(), 1U);
+  EXPECT_TRUE(next.remove(found->front()));
+  EXPECT_TRUE(
+      next.add(attributes("L", "a", "S"), Secret(std::string_view("two")), {"access", {"/proc/self/exe"}}, use));
+  EXPECT_TRUE(next.secretForService("S", use, self()));
+}
+
+TEST_F(KeychainTest, AChangedUseDoesNotOpen) {
+  ASSERT_EQ(add(attributes("L", "a", "S"), "one"), wire::errSecSuccess);
+  const SecretUse evil = SecretUse::of(serviceTo("evil.example.org"), 1000);
+  const auto changeUse = [this](const Value &changed) {
+    tamper([&](Value &items) {
+      const auto name = items.dictionary().begin()->first;
+      Value item = items[name];
+      if (changed.isNull())
+        item.remove("Use");
+      else
+        item.set("Use", changed);
+      items.set(name, item);
+    });
+  };
+  changeUse(Value::Dictionary{{"Owner", 1000}, {"Service", evil.terms}});
+  // This one knows the item as it was when it was added.
+  Keychain next(folder.path("keychain"), fileSystem, log);
+  EXPECT_EQ(next.secretForService("S", evil, self()).error().message, "the keychain's item for S does not open");
+  changeUse({});
+  EXPECT_FALSE(next.secretForService("S", evil, self()));
+  EXPECT_FALSE(next.secretForService("S", use, self()));
 }
 
 TEST_F(KeychainTest, SwappedSecretsDoNotOpen) {

@@ -15,6 +15,7 @@
 namespace helper {
 namespace {
 
+using foundation::Value;
 using support::contentsOf;
 using support::FaultyFileSystem;
 using support::writeFile;
@@ -75,6 +76,31 @@ TEST_F(PreferencesStoreTest, AServiceThatAnotherRunReplacedCanStillBeStarted) {
   EXPECT_TRUE((*store.readValue())["NetworkServices"].isNull());
   writeFile(path, "junk");
   EXPECT_FALSE(store.readValueWith("S")) << "damage is never glossed over";
+}
+
+TEST_F(PreferencesStoreTest, KnowsWhoseSecretAnItemIs) {
+  const auto rootOf = [](const char *server, const std::vector<std::string> &services) {
+    Value root{Value::Dictionary()};
+    Value all{Value::Dictionary()};
+    for (const std::string &service : services)
+      all.set(service,
+              Value::Dictionary{{"PPP", Value::Dictionary{{"AuthPassword", "A"}, {"CommRemoteAddress", server}}},
+                                {"IPSec", Value::Dictionary{{"SharedSecret", "A.SS"}}}});
+    root.set("NetworkServices", all);
+    return *foundation::xmlPropertyList(root);
+  };
+  EXPECT_TRUE(store.serviceNaming("A").isNull()) << "no file";
+  ASSERT_EQ(commit(kEmpty, ""), wire::kSCStatusOK);
+  writeFile(path, rootOf("first", {"A"}));
+  for (const char *item : {"A", "A.SS"})
+    EXPECT_EQ(store.serviceNaming(item)["PPP"]["CommRemoteAddress"], Value("first")) << item;
+  EXPECT_TRUE(store.serviceNaming("B").isNull());
+  EXPECT_TRUE(store.serviceNaming("").isNull());
+  ASSERT_EQ(commit(rootOf("second", {"A"}), ""), wire::kSCStatusOK);
+  writeFile(path, rootOf("third", {"A"}));
+  EXPECT_EQ(store.serviceNaming("A")["PPP"]["CommRemoteAddress"], Value("second")) << "changed behind our back";
+  ASSERT_EQ(commit(rootOf("second", {"A", "B"}), ""), wire::kSCStatusOK);
+  EXPECT_TRUE(store.serviceNaming("A").isNull()) << "either could be meant";
 }
 
 TEST_F(PreferencesStoreTest, WhatSomebodyElseWroteMakesItStale) {
@@ -140,32 +166,6 @@ TEST_F(PreferencesStoreTest, WhatIsSentIsChecked) {
   EXPECT_FALSE(std::filesystem::exists(folder.path("vpnctl")));
 }
 
-TEST_F(PreferencesStoreTest, EveryFailureKeepsTheOldBytes) {
-  ASSERT_EQ(commit(kEmpty, ""), wire::kSCStatusOK);
-  const auto before = contentsOf(path);
-  const struct {
-    Call call;
-    const char *suffix;
-    int errnum;
-    std::int32_t status;
-  } faults[] = {{Call::open, "-lock", EACCES, wire::kSCStatusAccessError},
-                {Call::lock, "-lock", ENOLCK, wire::kSCStatusFailed},
-                {Call::open, "preferences.plist", EACCES, wire::kSCStatusAccessError},
-                {Call::open, "-new", EROFS, wire::kSCStatusAccessError},
-                {Call::write, "-new", ENOSPC, wire::kSCStatusFailed},
-                {Call::synchronize, "-new", EIO, wire::kSCStatusFailed},
-                {Call::rename, "preferences.plist", EIO, wire::kSCStatusFailed}};
-  for (const auto &fault : faults) {
-    fileSystem.failNext(fault.call, fault.suffix, fault.errnum);
-    EXPECT_EQ(commit(kNamed, ""), fault.status) << fault.suffix << fault.errnum;
-    EXPECT_EQ(contentsOf(path), before);
-  }
-  EXPECT_EQ(commit(kNamed, ""), wire::kSCStatusOK);
-}
-
-TEST_F(PreferencesStoreTest, ABinaryFileIsReadAndReplacedByXML) {
-  std::filesystem::create_directory(folder.path("vpnctl"));
-  // {"A": 1}
 // What is short on its way and long on the disk: many references to one object, or deep indentation.
 TEST_F(PreferencesStoreTest, WhatWouldBecomeTooLargeToReadIsNotWritten) {
   ASSERT_EQ(commit(kNamed, ""), wire::kSCStatusOK);
@@ -197,6 +197,32 @@ TEST_F(PreferencesStoreTest, WhatWasCommittedCanBeRead) {
   EXPECT_TRUE(store.read());
 }
 
+TEST_F(PreferencesStoreTest, EveryFailureKeepsTheOldBytes) {
+  ASSERT_EQ(commit(kEmpty, ""), wire::kSCStatusOK);
+  const auto before = contentsOf(path);
+  const struct {
+    Call call;
+    const char *suffix;
+    int errnum;
+    std::int32_t status;
+  } faults[] = {{Call::open, "-lock", EACCES, wire::kSCStatusAccessError},
+                {Call::lock, "-lock", ENOLCK, wire::kSCStatusFailed},
+                {Call::open, "preferences.plist", EACCES, wire::kSCStatusAccessError},
+                {Call::open, "-new", EROFS, wire::kSCStatusAccessError},
+                {Call::write, "-new", ENOSPC, wire::kSCStatusFailed},
+                {Call::synchronize, "-new", EIO, wire::kSCStatusFailed},
+                {Call::rename, "preferences.plist", EIO, wire::kSCStatusFailed}};
+  for (const auto &fault : faults) {
+    fileSystem.failNext(fault.call, fault.suffix, fault.errnum);
+    EXPECT_EQ(commit(kNamed, ""), fault.status) << fault.suffix << fault.errnum;
+    EXPECT_EQ(contentsOf(path), before);
+  }
+  EXPECT_EQ(commit(kNamed, ""), wire::kSCStatusOK);
+}
+
+TEST_F(PreferencesStoreTest, ABinaryFileIsReadAndReplacedByXML) {
+  std::filesystem::create_directory(folder.path("vpnctl"));
+  // {"A": 1}
   const std::string binary = std::string("bplist00\xD1\x01\x02QA\x10\x01\x08\x0B\x0D", 18) + std::string(6, '\0') +
                              "\x01\x01" + std::string(7, '\0') + "\x03" + std::string(8, '\0') + std::string(7, '\0') +
                              "\x0F";

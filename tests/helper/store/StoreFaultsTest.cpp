@@ -133,7 +133,7 @@ class KeychainFaultsTest : public StoreFaultsTest {
 
   bool add(const std::string &service) {
     return static_cast<bool>(keychain.add({{kServiceAttribute, service}, {kLabelAttribute, "L"}},
-                                          Secret("secret of " + service), {"access", {"/proc/self/exe"}}));
+                                          Secret("secret of " + service), {"access", {"/proc/self/exe"}}, SecretUse()));
   }
   bool removeService(const std::string &service) {
     const auto found = keychain.find({{kServiceAttribute, service}});
@@ -143,7 +143,7 @@ class KeychainFaultsTest : public StoreFaultsTest {
   bool holds(const std::string &service) {
     // Not the one that added it, which would still know it.
     Keychain reader(folder.path("keychain"), fileSystem, log);
-    const auto secret = reader.secretForService(service, Peer::ofSocket(first.get()).value());
+    const auto secret = reader.secretForService(service, SecretUse(), Peer::ofSocket(first.get()).value());
     if (secret) return secret->text() == "secret of " + service;
     EXPECT_EQ(secret.error().code, wire::errSecItemNotFound) << secret.error().message;
     return false;

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "helper/store/Keychain.h"
+#include "helper/store/PreferencesStore.h"
 #include "lab/tools/MemorySearch.h"
 #include "tests/platform/linux/HelperFixture.h"
 #include "tests/platform/linux/PipedProcess.h"
@@ -59,6 +60,17 @@ class KeychainTest : public testing::HelperFixture {
                                                              keychain, access, &item);
     EXPECT_EQ(status == errSecSuccess, item != nullptr);
     return status;
+  }
+
+  // Of a service whose password is the item NAME, with which the item may then be used.
+  void commitServiceNaming(const std::string &name) {
+    const auto preferences = openPreferences(authorization);
+    const auto service = addService(preferences, "service " + name, "up");
+    const auto interface = SCNetworkServiceGetInterface(service);
+    auto configuration = SCNetworkInterfaceGetConfiguration(interface);
+    configuration.set(kSCPropNetPPPAuthPassword, name);
+    EXPECT_TRUE(SCNetworkInterfaceSetConfiguration(interface, configuration));
+    EXPECT_TRUE(SCPreferencesCommitChanges(preferences)) << SCError();
   }
 
   static SecKeychainAttribute attribute(SecKeychainAttrType tag, const std::string &bytes) {
@@ -130,6 +142,7 @@ TEST_F(KeychainTest, NoSecretStandsInTheFiles) {
 TEST_F(KeychainTest, ASecretOfAwkwardBytesIsKeptAsItIs) {
   const std::string secret = awkwardSecret();
   ASSERT_EQ(secret.size(), 200U);
+  commitServiceNaming("S");
   ASSERT_EQ(add("mine", "user", "S", secret), errSecSuccess);
   int pair[2] = {-1, -1};
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
@@ -138,7 +151,9 @@ TEST_F(KeychainTest, ASecretOfAwkwardBytesIsKeptAsItIs) {
   auto log = helper::PPPLog::open(folder().path("reader.log"));
   foundation::PosixFileSystem fileSystem;
   helper::Keychain reader(folder().path("keychain"), fileSystem, *log);
-  const auto kept = reader.secretForService("S", helper::Peer::ofSocket(first.get()).value());
+  const helper::PreferencesStore preferences(folder().path("etc/preferences.plist"), fileSystem, *log);
+  const auto use = helper::SecretUse::of(preferences.serviceNaming("S"), ::geteuid());
+  const auto kept = reader.secretForService("S", use, helper::Peer::ofSocket(first.get()).value());
   ASSERT_TRUE(kept) << kept.error().message;
   EXPECT_TRUE(*kept == foundation::Secret(secret));
 }
@@ -180,6 +195,7 @@ TEST_F(KeychainTest, NoPieceOfASecretStaysWhereItWasUsed) {
     SecTrustedApplicationRef user;
     ASSERT_EQ(SecTrustedApplicationCreateFromPath(program.c_str(), &user), errSecSuccess);
     ASSERT_EQ(SecAccessCreate("access", {user}, &access), errSecSuccess);
+    commitServiceNaming(service);
     ASSERT_EQ(add("mine", account, service, secret), errSecSuccess);
     testing::PipedProcess process({program, folder().path(), service});
     ASSERT_TRUE(process.waitForByte());
