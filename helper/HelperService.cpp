@@ -182,6 +182,11 @@ Result<wire::Code> HelperService::startLink(const wire::StartLink &call) {
 
 std::int32_t HelperService::start(const LinkRequest &request, bool linger) {
   if (ending_ || isLinkUp()) return wire::kSCStatusFailed;
+  // Whoever is left with it could not end it.
+  if (linger && user_ != 0) {
+    log_.write("The connection cannot be started: only root may have one that outlives the program that asks for it.");
+    return wire::kSCStatusAccessError;
+  }
   const auto preferences = preferences_.readValueWith(request.serviceID);
   if (!preferences) return preferences.error().code;
   auto link = links_(*preferences, request, [this](const LinkStatus &status) { linkChanged(status); });

@@ -218,8 +218,8 @@ bool SCNetworkConnectionScheduleWithRunLoop(const SCNetworkConnectionRef &connec
                                             const std::string &mode);
 // Starts the service; returns when it has been accepted, everything else comes as status changes. USER_OPTIONS is a
 // dictionary or null. Without LINGER the connection ends with this process. kSCStatusConnectionNoService for an unknown
-// service, kSCStatusInvalidArgument for options that change where its secrets go or how, kSCStatusNoStoreServer when the
-// helper is gone. Clears SCError().
+// service, kSCStatusInvalidArgument for options that change where its secrets go or how, kSCStatusAccessError for
+// LINGER from whom is not root, kSCStatusNoStoreServer when the helper is gone. Clears SCError().
 bool SCNetworkConnectionStart(const SCNetworkConnectionRef &connection, const foundation::Value &userOptions,
                               bool linger);
 // Asks for the end and returns at once; what comes of it arrives as status changes. Remembered if it comes before the

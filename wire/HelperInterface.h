@@ -20,7 +20,7 @@
 //       userOptions: a property list {entity: {key: value}} that is laid over the service for this start, or no bytes.
 //       kSCStatusInvalidArgument where they say otherwise than the service what a start has no say in. One link per
 //       helper: kSCStatusFailed while one is up. kSCStatusConnectionNoService for an unknown service. linger: the link
-//       outlives the socket.
+//       outlives the socket; kSCStatusAccessError for whom is not root.
 //   StopLink(s serviceID, b force)        -> i error
 //   LinkStatus(s serviceID)               -> i status, i error, ay extendedStatus
 //   signal LinkStatusChanged(s serviceID, i status, i error, ay extendedStatus)

@@ -229,6 +229,21 @@ TEST_F(HelperServiceTest, AnItemIsBoundToItsServiceAndUser) {
   EXPECT_EQ((*keychain)["Items"][unbound.item].find("Use"), nullptr);
 }
 
+TEST_F(HelperServiceTest, OnlyRootMayLinger) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to stop being it";
+  commitService("up");
+  close();
+  constexpr uid_t kNobody = 65534;
+  ASSERT_EQ(::seteuid(kNobody), 0);
+  const auto pair = socketPair();
+  ASSERT_EQ(::seteuid(0), 0);
+  connect(pair);
+  EXPECT_EQ(codeOf(call(startCall(kServiceID, {}, true))), wire::kSCStatusAccessError);
+  EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or("").find("only root may"), std::string::npos);
+  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
+  EXPECT_EQ(waitForStatus(2), 6);
+}
+
 TEST_F(HelperServiceTest, ALinkIsStartedToldAndStopped) {
   commitService("up");
   EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
@@ -259,6 +274,7 @@ TEST_F(HelperServiceTest, LosesPatienceWithALinkThatDoesNotEnd) {
 }
 
 TEST_F(HelperServiceTest, ALingeringLinkOutlivesItsClient) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, who alone may";
   commitService("refused");
   EXPECT_EQ(codeOf(call(startCall(kServiceID, {}, true))), wire::kSCStatusOK);
   close();  // this one comes down by itself, and then the service ends
