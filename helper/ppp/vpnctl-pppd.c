@@ -280,7 +280,11 @@ static int password(char *buffer) {
 
 static int pap_password(char *user_name, char *buffer) {
   (void)user_name;
-  return password(buffer);
+  if (password(buffer)) return 1;
+  /* pppd would log in with an empty one, and come up with any server that takes anybody. */
+  own_reason = EXIT_AUTH_TOPEER_FAILED;
+  kill(getpid(), SIGTERM);
+  return 0;
 }
 
 static int chap_password(char *user_name, char *buffer) {

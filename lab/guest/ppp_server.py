@@ -1,6 +1,6 @@
 """The server's half of PPP (RFC 1661, 1332, 1334), as little of it as a client needs to come up and to ping: PAP that
-accepts anybody and prints who it was, addresses, echoes. It only answers, and so needs no clock: for what got lost, the
-client asks again."""
+accepts anybody and prints who it was and how long the password, addresses, echoes. It only answers, and so needs no
+clock: for what got lost, the client asks again."""
 import struct
 
 LCP, PAP, IPCP, IP = 0xC021, 0xC023, 0x8021, 0x0021
@@ -44,7 +44,8 @@ class PPPServer:
             self.link(code, identifier, data)
         elif protocol == PAP and code == REQUEST:
             self.say(PAP, ACK, identifier, b"\0")
-            print("PAP from", data[1:1 + data[0]].decode(errors="replace"), flush=True)
+            name, password = data[1:1 + data[0]], data[2 + data[0]:]
+            print("PAP from", name.decode(errors="replace"), "with", len(password), "bytes", flush=True)
         elif protocol == IPCP:
             self.network(code, identifier, data)
 

@@ -246,8 +246,24 @@ TEST_F(PluginTest, SaysWhenThereIsNoPassword) {
   const FileDescriptor fd(connect());
   std::array<char, 256> buffer{};
   asPPPD([&] { EXPECT_LT(stub_chap_password(buffer.data()), 0); });
+  EXPECT_STREQ(buffer.data(), "");
+  EXPECT_FALSE(terminated()) << "without an answer to CHAP, pppd ends by itself";
+}
+
+// pppd itself would go on with an empty one.
+TEST_F(PluginTest, WithoutAPasswordPAPEndsIt) {
+  password_.reset();
+  const FileDescriptor fd(connect());
+  std::array<char, 256> buffer{};
   asPPPD([&] { EXPECT_EQ(stub_pap_password(buffer.data()), 0); });
   EXPECT_STREQ(buffer.data(), "");
+  EXPECT_TRUE(terminated());
+  messages_.clear();
+  constexpr int kUserRequest = 5;  // as which pppd takes the signal
+  stub_set_status(kUserRequest);
+  stub_exit(kUserRequest);
+  ASSERT_TRUE(runUntil([&] { return messages_.size() == 1; }));
+  EXPECT_EQ(std::get<PluginExit>(messages_.front()).status, 19);
 }
 
 TEST_F(PluginTest, IsSignalledWhenTheHelperHangsUp) {
