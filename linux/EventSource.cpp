@@ -1,5 +1,7 @@
 #include "linux/EventSource.h"
 
+#include <sys/inotify.h>
+
 #include <cerrno>
 #include <ctime>
 #include <new>
@@ -34,6 +36,7 @@ struct EventSource::State : std::enable_shared_from_this<EventSource::State> {
 
   sd_event_source *source = nullptr;
   std::function<void(std::uint32_t)> handler;
+  std::function<void(const std::string &)> nameHandler;
 };
 
 // The copy of the pointer keeps the handler alive while it runs, whatever it does to its source.
@@ -47,10 +50,27 @@ int EventSource::timeReached(sd_event_source *, std::uint64_t, void *context) { 
 
 int EventSource::turnCame(sd_event_source *, void *context) { return ioReady(nullptr, -1, 0, context); }
 
+int EventSource::nameStirred(sd_event_source *, const inotify_event *stir, void *context) {
+  std::shared_ptr<State> state = static_cast<State *>(context)->shared_from_this();
+  endLoopOnException(sd_event_source_get_event(state->source),
+                     [&] { state->nameHandler(stir->len > 0 ? stir->name : ""); });
+  return 0;
+}
+
 EventSource EventSource::io(sd_event *event, int fd, std::uint32_t events, std::function<void(std::uint32_t)> handler) {
   auto state = std::make_shared<State>();
   state->handler = std::move(handler);
   State::check(sd_event_add_io(event, &state->source, fd, events, ioReady, state.get()));
+  return EventSource(std::move(state));
+}
+
+EventSource EventSource::folder(sd_event *event, const std::string &folder,
+                                std::function<void(const std::string &)> handler) {
+  auto state = std::make_shared<State>();
+  state->nameHandler = std::move(handler);
+  constexpr std::uint32_t kStirs =
+      IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_CLOSE_WRITE | IN_ONLYDIR | IN_EXCL_UNLINK;
+  State::check(sd_event_add_inotify(event, &state->source, folder.c_str(), kStirs, nameStirred, state.get()));
   return EventSource(std::move(state));
 }
 

@@ -1,4 +1,5 @@
-// What this room needs of sd-event, with owners: a descriptor to watch, a timer, something to do in the next turn.
+// What this room needs of sd-event, with owners: a descriptor or a folder to watch, a timer, something to do in the
+// next turn.
 //
 // A handler may reset or replace its own EventSource. One that throws ends the loop, see endLoopOnException(). Thread
 // rule: the loop's thread.
@@ -11,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 
 namespace linux {
 
@@ -27,6 +29,10 @@ class EventSource {
 
   // HANDLER gets the EPOLL... events. The descriptor stays the caller's and must outlive the source.
   static EventSource io(sd_event *event, int fd, std::uint32_t events, std::function<void(std::uint32_t)> handler);
+  // HANDLER gets the name of what appeared in FOLDER, went, or was closed by a writer; an empty one when some of that
+  // may have been missed.
+  static EventSource folder(sd_event *event, const std::string &folder,
+                            std::function<void(const std::string &name)> handler);
   // Once, after DELAY.
   static EventSource timer(sd_event *event, std::chrono::milliseconds delay, std::function<void()> handler);
   // Once, in the loop's next turn.
@@ -47,6 +53,7 @@ class EventSource {
   static int ioReady(sd_event_source *source, int fd, std::uint32_t events, void *context);
   static int timeReached(sd_event_source *source, std::uint64_t now, void *context);
   static int turnCame(sd_event_source *source, void *context);
+  static int nameStirred(sd_event_source *source, const inotify_event *stir, void *context);
 
   std::shared_ptr<State> state_;
 };
