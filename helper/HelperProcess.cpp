@@ -51,7 +51,26 @@ void resetSignals() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
+Status leaveSurroundings() {
+  ::setsid();  // fails where the starter has done it already
+  ::umask(077);
+  if (::chdir("/") < 0) return errnoError(errno, "change to /");
+  if (::clearenv() != 0 || ::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1) != 0 || ::setenv("LC_ALL", "C", 1) != 0)
+    return errnoError(ENOMEM, "clean the environment");
+  return {};
+}
+
 }  // namespace
+
+Status prepareRepairProcess() {
+  resetSignals();
+  takeOwnLimits();
+  foundation::openMissingStandardStreams();
+  // Nobody may end it in the middle by not reading what it says.
+  std::signal(SIGPIPE, SIG_IGN);
+  if (::close_range(kFirstFree, ~0U, 0) < 0) return errnoError(errno, "close inherited descriptors");
+  return leaveSurroundings();
+}
 
 Result<FileDescriptor> prepareHelperProcess() {
   resetSignals();
@@ -64,12 +83,7 @@ Result<FileDescriptor> prepareHelperProcess() {
   FileDescriptor socket(::fcntl(0, F_DUPFD_CLOEXEC, kFirstFree));
   if (!socket) return errnoError(errno, "keep the tool's socket");
   if (auto status = replaceStandardDescriptors(); !status) return status.error();
-
-  ::setsid();  // fails where the starter has done it already
-  ::umask(077);
-  if (::chdir("/") < 0) return errnoError(errno, "change to /");
-  if (::clearenv() != 0 || ::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1) != 0 || ::setenv("LC_ALL", "C", 1) != 0)
-    return errnoError(ENOMEM, "clean the environment");
+  if (auto status = leaveSurroundings(); !status) return status.error();
   return socket;
 }
 

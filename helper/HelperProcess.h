@@ -18,6 +18,9 @@ namespace helper {
 // a connected Unix socket, under another number, close-on-exec. Call it first, once, before there are threads.
 foundation::Result<foundation::FileDescriptor> prepareHelperProcess();
 
+// The same for a helper that serves nobody: no socket is asked for, and the standard descriptors stay.
+foundation::Status prepareRepairProcess();
+
 // SIGTERM, SIGINT and SIGHUP call END from the event loop; SIGPIPE is ignored. END outlives EVENT.
 foundation::Status endOnSignals(sd_event *event, std::function<void()> &end);
 

@@ -1,6 +1,6 @@
 // vpnctl-helper: root's side of vpnctl. The tool starts it with one end of a socket pair as standard input; it answers
-// on it, keeps one link, and ends when the socket closes, after the link is down. It wires; everything else is a
-// library.
+// on it, keeps one link, and ends when the socket closes, after the link is down. With --repair, which is for the
+// machine's start, it only takes back what was left. It wires; everything else is a library.
 
 #include <systemd/sd-event.h>
 #include <unistd.h>
@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <functional>
+#include <string>
+#include <string_view>
 
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
@@ -22,13 +24,25 @@ int fail(const foundation::Error &error) {
   return 1;
 }
 
+int repair() {
+  if (const auto prepared = helper::prepareRepairProcess(); !prepared) return fail(prepared.error());
+  auto log = helper::PPPLog::open();
+  if (!log) return fail(log.error());
+  helper::repairAbandoned([&log](const std::string &sentence) {
+    log->write(sentence);
+    std::fprintf(stderr, "vpnctl-helper: %s\n", sentence.c_str());
+  });
+  return 0;
+}
+
 }  // namespace
 
-int main() {
+int main(int argc, char **argv) {
   if (::geteuid() != 0) {
     std::fprintf(stderr, "vpnctl-helper: must be run by root; vpnctl starts it\n");
     return 1;
   }
+  if (argc == 2 && std::string_view(argv[1]) == "--repair") return repair();
   auto socket = helper::prepareHelperProcess();
   if (!socket) return fail(socket.error());
   auto log = helper::PPPLog::open();
@@ -45,8 +59,9 @@ int main() {
       helper::plannedLinks(*log, serverRemembers, helper::vpnLinks(loop.get(), keychain, *log)), *log);
   std::function<void()> end = [&service] { service.end(); };
   foundation::Status status = helper::endOnSignals(loop.get(), end);
+  const auto say = [&log](const std::string &sentence) { log->write(sentence); };
   // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
-  linux::endLoopOnException(loop.get(), [&] { serverRemembers = helper::repairAbandoned(*log); });
+  linux::endLoopOnException(loop.get(), [&] { serverRemembers = helper::repairAbandoned(say); });
   if (status) status = service.serve(std::move(*socket));
   if (status) return helper::runLoop(loop.get(), *log);
   log->write("The helper cannot serve: " + status.error().message);

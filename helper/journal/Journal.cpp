@@ -71,6 +71,19 @@ std::uint32_t nextNumber(const std::string &base) {
   return highest + 1;
 }
 
+// NUMBER, unless a journal that could not be taken back has it: of those that live, none does.
+std::uint32_t freeNumber(const std::string &base, std::uint32_t number) {
+  std::error_code ignored;
+  const bool taken =
+      number == 0 || std::filesystem::exists(base + "/" + kFolderPrefix + std::to_string(number), ignored);
+  return taken ? nextNumber(base) : number;
+}
+
+Status synchronize(const std::string &folder, foundation::FileSystem &fileSystem) {
+  const auto open = fileSystem.open(folder, O_RDONLY | O_DIRECTORY, 0);
+  return open ? fileSystem.synchronize(open->get(), folder) : Status(open.error());
+}
+
 // Says nothing about what is in the journal.
 bool isShortage(const foundation::Error &error) {
   return error.domain == foundation::kPOSIXErrorDomain &&
@@ -88,6 +101,22 @@ foundation::Error putAside(const std::string &folder, foundation::Error error) {
 }  // namespace
 
 foundation::Result<Journal> Journal::create(const std::string &base, std::chrono::milliseconds lockPatience) {
+  return make(base, 0, lockPatience);
+}
+
+foundation::Result<Journal *> Journal::openLasting(const std::string &base) {
+  if (lasting_) return lasting_.get();
+  const std::string above = baseOf(base);
+  if (::mkdir(above.c_str(), 0700) < 0 && errno != EEXIST) return errnoError(errno, "make the folder " + above);
+  auto made = make(base, number(), lockPatience_);
+  if (!made) return made.error();
+  lasting_ = std::make_unique<Journal>(std::move(*made));
+  lasting_->durable_ = true;
+  return lasting_.get();
+}
+
+foundation::Result<Journal> Journal::make(const std::string &base, std::uint32_t number,
+                                          std::chrono::milliseconds lockPatience) {
   for (int attempt = 0;; ++attempt) {
     // Held until the new folder is locked.
     const auto baseLock = lockBase(base, lockPatience);
@@ -95,7 +124,7 @@ foundation::Result<Journal> Journal::create(const std::string &base, std::chrono
       ::rmdir(base.c_str());  // it was made for nothing, when it is empty
       return baseLock.error();
     }
-    std::string folder = base + "/" + kFolderPrefix + std::to_string(nextNumber(base));
+    std::string folder = base + "/" + kFolderPrefix + std::to_string(freeNumber(base, number));
     if (::mkdir(folder.c_str(), 0700) == 0) {
       auto lock = openLocked(folder);
       if (lock) return Journal(std::move(folder), std::move(*lock), lockPatience);
@@ -172,6 +201,13 @@ Status Journal::forget(std::size_t index) {
   return write();
 }
 
+Status Journal::replace(std::size_t index, JournalEntry entry) {
+  std::swap(entries_.at(index), entry);
+  Status status = write();
+  if (!status) std::swap(entries_.at(index), entry);
+  return status;
+}
+
 void Journal::forgetEntry(const JournalEntry &entry) {
   const auto found = std::find(entries_.rbegin(), entries_.rend(), entry);
   if (found == entries_.rend()) return;
@@ -195,9 +231,15 @@ Status Journal::write() const {
   if (!text) return text.error();
   const std::string path = folder_ + kFileName;
   foundation::FreshFile fresh{path + "-new"};
-  fresh.durable = false;  // what it tells of does not outlive a power failure either
+  fresh.durable = durable_;  // what the others tell of does not outlive a power failure either
   foundation::PosixFileSystem fileSystem;
-  return foundation::replaceFile(path, *text, fresh, fileSystem);
+  Status status = foundation::replaceFile(path, *text, fresh, fileSystem);
+  if (!durable_) return status;
+  // Each folder's name stands in the one above, up to one that was there before.
+  const std::string base = baseOf(folder_);
+  for (const std::string &folder : {folder_, base, baseOf(base), baseOf(baseOf(base))})
+    if (status) status = synchronize(folder, fileSystem);
+  return status;
 }
 
 Status Journal::read() {

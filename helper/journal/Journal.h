@@ -1,6 +1,6 @@
 // What one link has done to the machine, written down before it is done, in a folder of the link's own under
 // /run/vpnctl. The folder is locked while its helper lives; what a dead helper left can be found, locked and undone by
-// the next.
+// the next. What a power failure leaves standing, a replaced file, goes into a second, lasting journal on the disk.
 //
 // Usual sequence: create(); note(entry) before each change; undo in reverse order, forget(index) after each; remove().
 // Or: abandoned() gives the journals of the dead. Thread rule: one thread. Blocks only for the file system (memory),
@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <variant>
@@ -56,6 +57,7 @@ struct ReplacedFile {
   uid_t owner = 0;
   gid_t group = 0;
   std::string replacement;  // what we put there: if it is no longer that, somebody else has taken over
+  bool takenOver = false;   // somebody else has, and the user has been told
   bool operator==(const ReplacedFile &) const = default;
 };
 
@@ -65,6 +67,7 @@ using JournalEntry =
 class Journal : public IPSecJournal {
  public:
   static constexpr char kBase[] = "/run/vpnctl";
+  static constexpr char kLastingBase[] = "/var/lib/vpnctl/replaced";
 
   // What another link has noted.
   struct Other {
@@ -87,6 +90,12 @@ class Journal : public IPSecJournal {
   static std::vector<Journal> abandoned(const std::string &base, std::vector<foundation::Error> &errors,
                                         std::chrono::milliseconds lockPatience = kLockPatience);
 
+  // The link's lasting journal, made below BASE when it is first asked for; this one owns it. What is noted there is on
+  // the disk when note() returns.
+  foundation::Result<Journal *> openLasting(const std::string &base = kLastingBase);
+  // It; null when nobody has asked for it.
+  Journal *lasting() const { return lasting_.get(); }
+
   Journal(Journal &&) = default;
   Journal &operator=(Journal &&) = default;
 
@@ -105,6 +114,8 @@ class Journal : public IPSecJournal {
   foundation::Status forgetLast();
   // So has that of the entry at INDEX.
   foundation::Status forget(std::size_t index);
+  // More is known of the entry at INDEX.
+  foundation::Status replace(std::size_t index, JournalEntry entry);
   foundation::Status noteConnection(const LoadedConnection &entry) override { return note(entry); }
   foundation::Status noteDaemon(const StartedDaemon &entry) override { return note(entry); }
   void forgetConnection(const LoadedConnection &entry) override { forgetEntry(entry); }
@@ -115,6 +126,9 @@ class Journal : public IPSecJournal {
  private:
   Journal(std::string folder, foundation::FileDescriptor lock, std::chrono::milliseconds lockPatience)
       : folder_(std::move(folder)), lock_(std::move(lock)), lockPatience_(lockPatience) {}
+  // NUMBER 0: the next one.
+  static foundation::Result<Journal> make(const std::string &base, std::uint32_t number,
+                                          std::chrono::milliseconds lockPatience);
   void forgetEntry(const JournalEntry &entry);
   foundation::Status write() const;
   foundation::Status read();
@@ -123,6 +137,8 @@ class Journal : public IPSecJournal {
   foundation::FileDescriptor lock_;
   std::chrono::milliseconds lockPatience_;
   std::vector<JournalEntry> entries_;
+  bool durable_ = false;
+  std::unique_ptr<Journal> lasting_;
 };
 
 // The form in the file, and back.

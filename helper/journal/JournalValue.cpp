@@ -51,6 +51,7 @@ struct ToValue {
     value.set("Owner", static_cast<std::uint64_t>(entry.owner));
     value.set("Group", static_cast<std::uint64_t>(entry.group));
     value.set("Replacement", data(entry.replacement));
+    value.set("TakenOver", entry.takenOver);
     return value;
   }
   Value operator()(const LoadedConnection &entry) const {
@@ -128,6 +129,7 @@ std::optional<JournalEntry> entryFrom(const Value &value) {
     entry.owner = static_cast<uid_t>(value["Owner"].unsignedIntegerValue());
     entry.group = static_cast<gid_t>(value["Group"].unsignedIntegerValue());
     entry.replacement = bytes(value["Replacement"]);
+    entry.takenOver = value["TakenOver"].boolValue();
     return entry;
   }
   return std::nullopt;

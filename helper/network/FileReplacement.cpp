@@ -64,6 +64,12 @@ Status putLink(const ReplacedFile &file, const std::string &target) {
   return errnoError(cause, "put back the link " + file.path);
 }
 
+// The new name outlives a power failure from here on: before its journal forgets it, what is put back has to.
+void synchronizeFolderOf(const std::string &path) {
+  const FileDescriptor folder(::open(foundation::folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (folder) ::fsync(folder.get());
+}
+
 Status putOriginal(const ReplacedFile &file) {
   if (file.bytes) return putBytes(file, *file.bytes);
   if (file.linkTarget) return putLink(file, *file.linkTarget);
@@ -101,6 +107,7 @@ std::vector<Layer> layersBeside(const Journal &journal, const ReplacedFile &file
   std::vector<Layer> layers = layersOn(journal, file.path);
   std::erase_if(layers, [&](Layer layer) {
     layer.file.replacement = file.replacement;
+    layer.file.takenOver = file.takenOver;
     return layer.file != file;
   });
   return layers;
@@ -148,6 +155,7 @@ foundation::Result<bool> takeFileBackAlone(const Journal &journal, const Replace
   const Layer *top = newest(layers);
   const Status put = top != nullptr ? putBytes(file, top->file.replacement) : putOriginal(file);
   if (!put) return put.error();
+  synchronizeFolderOf(file.path);
   return true;
 }
 
@@ -203,6 +211,24 @@ Status replaceFile(Journal &journal, const std::string &path,
   // A file that could only be written may have been lost in the attempt: then it is still to be put back.
   if (const auto now = currentFile(path); !put && now && *now == before) static_cast<void>(journal.forgetLast());
   return put;
+}
+
+foundation::Result<bool> isFileStillReplaced(Journal &journal, std::size_t index) {
+  // Others note first and write then: without the lock their work could look like a stranger's.
+  const auto lock = journal.lockOthersOut();
+  if (!lock) return lock.error();
+  ReplacedFile file = std::get<ReplacedFile>(journal.entries().at(index));
+  const auto now = currentFile(file.path);
+  if (!now) return now.error();
+  const std::vector<Layer> layers = layersOn(journal, file.path);
+  const bool ours = now->bytes == file.replacement || std::ranges::any_of(layers, [&](const Layer &layer) {
+                      return now->bytes == layer.file.replacement;
+                    });
+  if (ours) return true;
+  file.takenOver = true;
+  // When this cannot be written, the worst that follows is that it is said twice.
+  static_cast<void>(journal.replace(index, std::move(file)));
+  return false;
 }
 
 foundation::Result<bool> takeFileBack(Journal &journal, std::size_t index) {

@@ -21,6 +21,10 @@ foundation::Result<ReplacedFile> currentFile(const std::string &path);
 foundation::Status replaceFile(Journal &journal, const std::string &path,
                                const std::function<std::string(const std::string &before)> &replacement);
 
+// Whether what is at the path of the ReplacedFile at INDEX of JOURNAL is still a link's work, this one's or another's.
+// If not, somebody else has taken the file over, which the entry then says.
+foundation::Result<bool> isFileStillReplaced(Journal &journal, std::size_t index);
+
 // Takes back the ReplacedFile at INDEX of JOURNAL and forgets it: what was there before is there again byte for byte,
 // or the replacement of another link. False when somebody else has changed the file since: it is left alone, and the
 // entry stays.

@@ -151,8 +151,10 @@ void ResolverConfiguration::resolvconfEnded(const std::string &program, const li
 }
 
 Status ResolverConfiguration::editFile() {
+  const auto lasting = journal_.openLasting(paths_.originals);
+  if (!lasting) return lasting.error();
   return replaceFile(
-      journal_, paths_.file, [this](const std::string &before) { return resolverFile(before, servers_); });
+      **lasting, paths_.file, [this](const std::string &before) { return resolverFile(before, servers_); });
 }
 
 void ResolverConfiguration::finish(const Status &failure) {

@@ -33,6 +33,7 @@ class ResolverConfiguration : public NameServers {
     std::string resolvedStub = "/usr/lib/systemd/resolv.conf";
     std::string bus = "unix:path=/run/dbus/system_bus_socket";
     std::vector<std::string> resolvconf = {"/usr/sbin/resolvconf", "/sbin/resolvconf"};
+    std::string originals = Journal::kLastingBase;  // what the file held, also after a power failure
   };
 
   ResolverConfiguration(sd_event *event, Journal &journal, Paths paths);

@@ -18,25 +18,24 @@ bool usesIPSec(const Journal &journal) {
 
 }  // namespace
 
-bool repairAbandoned(PPPLog &log) {
+bool repairAbandoned(const std::function<void(const std::string &)> &say, const JournalBases &bases) {
   const auto until = std::chrono::steady_clock::now() + kRepairDeadline;
   std::vector<foundation::Error> errors;
-  std::vector<Journal> journals = Journal::abandoned(Journal::kBase, errors);
+  // The files first, as at a link's own end.
+  std::vector<Journal> journals = Journal::abandoned(bases.lasting, errors);
+  for (Journal &journal : Journal::abandoned(bases.running, errors)) journals.push_back(std::move(journal));
   for (const auto &error : errors)
-    log.write("What an earlier connection did to this machine cannot be read: " + error.message + ".");
+    say("What an earlier connection did to this machine cannot be read: " + error.message + ".");
   if (journals.empty()) return false;
   const bool wasL2TP = std::ranges::any_of(journals, usesIPSec);
   const auto routes = NetlinkRouteTable::open();
   if (!routes) {
-    log.write("An earlier connection cannot be undone: " + routes.error().message + ".");
+    say("An earlier connection cannot be undone: " + routes.error().message + ".");
     return wasL2TP;
   }
-  Undo undo(
-      **routes, [&log](const std::string &sentence) { log.write(sentence); }, until);
-  for (Journal &journal : journals) {
-    log.write("An earlier connection ended without tidying up; doing it now.");
-    undo.takeBack(journal);
-  }
+  say("An earlier connection ended without tidying up; doing it now.");
+  Undo undo(**routes, say, until);
+  for (Journal &journal : journals) undo.takeBackForGood(journal);
   return wasL2TP;
 }
 

@@ -1,18 +1,27 @@
-// Undoing what helpers that have died left on this machine.
+// Undoing what helpers that have died, and power failures, left on this machine.
 
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <string>
 
-#include "helper/common/PPPLog.h"
+#include "helper/journal/Journal.h"
 
 namespace helper {
 
 // The tool waits for its helper, which repairs first; what is left after this is left to the next one.
 inline constexpr std::chrono::milliseconds kRepairDeadline{10000};
 
-// Undoes what links of dead helpers left behind; never touches the folder of a living one. Blocks: nothing is begun
-// after the deadline. True if one of them went over L2TP: nobody has told its server that it has ended.
-bool repairAbandoned(PPPLog &log);
+// Where the journals are; tests point elsewhere.
+struct JournalBases {
+  std::string running = Journal::kBase;
+  std::string lasting = Journal::kLastingBase;
+};
+
+// Undoes what links of dead helpers left behind; never touches what one of a living helper did. SAY gets the sentences
+// for the user. Blocks: nothing is begun after the deadline. True if one of them went over L2TP: nobody has told its
+// server that it has ended.
+bool repairAbandoned(const std::function<void(const std::string &sentence)> &say, const JournalBases &bases = {});
 
 }  // namespace helper

@@ -41,6 +41,17 @@ std::chrono::milliseconds Undo::within(std::chrono::milliseconds patience) const
 }
 
 void Undo::takeBack(Journal &journal) {
+  if (Journal *lasting = journal.lasting(); lasting != nullptr) takeBackAll(*lasting);
+  takeBackAll(journal);
+}
+
+void Undo::takeBackForGood(Journal &journal) {
+  forGood_ = true;
+  takeBack(journal);
+  forGood_ = false;
+}
+
+void Undo::takeBackAll(Journal &journal) {
   for (std::size_t index = journal.entries().size(); index-- > 0 && !isLate();) {
     const bool undone = std::visit(
         [&](const auto &entry) {
@@ -106,12 +117,15 @@ bool Undo::takeBack(const ResolvconfRecord &entry) {
 }
 
 void Undo::takeBack(Journal &journal, std::size_t index) {
-  const std::string path = std::get<ReplacedFile>(journal.entries()[index]).path;
+  ReplacedFile file = std::get<ReplacedFile>(journal.entries()[index]);
   const auto restored = takeFileBack(journal, index);
   if (!restored)
-    complain_("The file " + path + " could not be put back: " + restored.error().message + ".");
-  else if (!*restored)
-    complain_("The file " + path + " was changed by somebody else during the connection and stays as it is.");
+    return complain_("The file " + file.path + " could not be put back: " + restored.error().message + ".");
+  if (*restored) return;
+  if (!file.takenOver)
+    complain_("The file " + file.path + " was changed by somebody else during the connection and stays as it is.");
+  file.takenOver = true;
+  static_cast<void>(forGood_ ? journal.forget(index) : journal.replace(index, std::move(file)));
 }
 
 bool Undo::takeBack(const LoadedConnection &entry) {

@@ -25,10 +25,14 @@ class Undo {
        Clock::time_point deadline = Clock::time_point::max());
 
   // Everything, then the journal's folder. What cannot be taken back now, or in time, keeps its entry, and the journal
-  // its folder: the next helper tries again.
+  // its folder: the next helper tries again. So does a file that somebody else has changed since: he may put back what
+  // he found there, which was ours.
   void takeBack(Journal &journal);
+  // As takeBack(), for the last time that such files are looked at.
+  void takeBackForGood(Journal &journal);
 
  private:
+  void takeBackAll(Journal &journal);
   // False: its entry is to be kept.
   bool takeBack(const StartedProcess &entry);
   bool takeBack(const AddedRoute &entry);
@@ -45,6 +49,7 @@ class Undo {
   std::function<void(const std::string &)> complain_;
   const Clock::time_point deadline_;
   bool late_ = false;  // and that has been said
+  bool forGood_ = false;
 };
 
 }  // namespace helper

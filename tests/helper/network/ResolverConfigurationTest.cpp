@@ -33,7 +33,8 @@ class ResolverConfigurationTest : public support::LoopFixture {
               .resolved = folder_.path("resolve"),
               .resolvedStub = folder_.path("static-stub.conf"),
               .bus = "unix:path=" + folder_.path("bus"),
-              .resolvconf = {folder_.path("bin/resolvconf")}};
+              .resolvconf = {folder_.path("bin/resolvconf")},
+              .originals = folder_.path("originals/of")};
     fs::create_directory(folder_.path("bin"));
     auto journal = Journal::create(folder_.path("vpnctl"));
     EXPECT_TRUE(journal);

@@ -69,7 +69,9 @@ TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
     ASSERT_TRUE(journal->note(file));
     ASSERT_TRUE(journal->note(AddedRoute{Route{{}, 1, {}, {}, "last"}}));
     Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
-    EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{file});
+    ReplacedFile told = file;
+    told.takenOver = true;
+    EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{told});
   }
   EXPECT_EQ(complaints_.size(), 1U);
   // Whoever changed it has put back what was there: ours.
