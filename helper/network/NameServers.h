@@ -21,7 +21,8 @@ class NameServers {
   virtual ~NameServers() = default;
   // SERVERS answer for everything if PRIMARY; otherwise only systemd-resolved, which can keep them apart by interface,
   // gets them at all. DONE is called once from the loop, within half a minute whatever others do, and never after
-  // this is destroyed. What is to be taken back stands in the journal.
+  // this is destroyed. What is to be taken back stands in the journal. A call before the last one is done waits for
+  // that and takes its place: only the newest DONE is called, within a minute.
   virtual void apply(const std::string &interface, const std::vector<in_addr> &servers, bool primary, Done done) = 0;
 };
 

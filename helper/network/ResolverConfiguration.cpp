@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -39,34 +40,6 @@ struct Words {
   std::string value;
 };
 
-enum class Owner {
-  nobody,
-  resolvedStub,     // every name goes through systemd-resolved
-  resolvedUplinks,  // it only keeps the list, of all interfaces' servers in an order of its own
-  resolvconf
-};
-
-Owner ownerOf(const ResolverConfiguration::Paths &paths) {
-  // Not canonical(): a link that leads nowhere yet leads to its owner all the same.
-  std::error_code ignored;
-  fs::path place = fs::path(paths.file).lexically_normal();
-  for (int links = 0; links < 40 && fs::is_symlink(place, ignored); ++links)
-    place = (place.parent_path() / fs::read_symlink(place, ignored)).lexically_normal();
-  const std::string folder = place.parent_path().filename();
-  if (place == fs::path(paths.resolvedStub)) return Owner::resolvedStub;
-  if (place.parent_path() == fs::path(paths.resolved))
-    return place.filename() == "stub-resolv.conf" ? Owner::resolvedStub : Owner::resolvedUplinks;
-  if (folder == "resolvconf") return Owner::resolvconf;
-  std::ifstream text(place);
-  for (std::string line; std::getline(text, line);) {
-    const Words words(line);
-    if (words.keyword == "nameserver") return words.value == "127.0.0.53" ? Owner::resolvedStub : Owner::nobody;
-    // The word that every program of that name writes above its work.
-    if (line.starts_with('#') && line.find("resolvconf") != std::string::npos) return Owner::resolvconf;
-  }
-  return Owner::nobody;
-}
-
 // The first of the programs that is there. systemd-resolved brings one too, which does nothing but tell the daemon.
 std::string resolvconfProgram(const std::vector<std::string> &programs) {
   std::error_code ignored;
@@ -94,47 +67,102 @@ std::string resolverFile(const std::string &before, const std::vector<in_addr> &
   return text;
 }
 
-ResolverConfiguration::ResolverConfiguration(sd_event *event, Journal &journal, Paths paths)
-    : event_(event), journal_(journal), paths_(std::move(paths)) {}
+// Asks for the same, whoever is told.
+bool ResolverConfiguration::Wish::asksForTheSameAs(const Wish &other) const {
+  const auto same = [](in_addr a, in_addr b) { return a.s_addr == b.s_addr; };
+  return interface == other.interface && primary == other.primary && std::ranges::equal(servers, other.servers, same);
+}
+
+ResolverConfiguration::ResolverConfiguration(sd_event *event, Journal &journal, Paths paths,
+                                             std::function<void(const std::string &)> tell)
+    : event_(event), journal_(journal), paths_(std::move(paths)), tell_(std::move(tell)) {}
+
+ResolverConfiguration::Owner ResolverConfiguration::ownerOf(const Paths &paths) {
+  // Not canonical(): a link that leads nowhere yet leads to its owner all the same.
+  std::error_code ignored;
+  fs::path place = fs::path(paths.file).lexically_normal();
+  for (int links = 0; links < 40 && fs::is_symlink(place, ignored); ++links)
+    place = (place.parent_path() / fs::read_symlink(place, ignored)).lexically_normal();
+  const std::string folder = place.parent_path().filename();
+  if (place == fs::path(paths.resolvedStub)) return Owner::resolvedStub;
+  if (place.parent_path() == fs::path(paths.resolved))
+    return place.filename() == "stub-resolv.conf" ? Owner::resolvedStub : Owner::resolvedUplinks;
+  if (folder == "resolvconf") return Owner::resolvconf;
+  std::ifstream text(place);
+  for (std::string line; std::getline(text, line);) {
+    const Words words(line);
+    if (words.keyword == "nameserver") return words.value == "127.0.0.53" ? Owner::resolvedStub : Owner::nobody;
+    // The word that every program of that name writes above its work.
+    if (line.starts_with('#') && line.find("resolvconf") != std::string::npos) return Owner::resolvconf;
+  }
+  return Owner::nobody;
+}
 
 void ResolverConfiguration::apply(const std::string &interface, const std::vector<in_addr> &servers, bool primary,
                                   Done done) {
-  interface_ = interface;
-  servers_ = servers;
-  primary_ = primary;
-  done_ = std::move(done);
-  next_ = linux::EventSource::soon(event_, [this] { begin(); });
+  Wish wish{interface, servers, primary, std::move(done)};
+  if (busy_) {
+    later_ = std::move(wish);
+    return;
+  }
+  later_.reset();
+  begin(std::move(wish));
 }
 
-void ResolverConfiguration::begin() {
-  if (servers_.empty()) return finish({});
-  const Owner owner = ownerOf(paths_);
-  if (owner == Owner::resolvedStub || owner == Owner::resolvedUplinks) {
-    resolved_ = std::make_unique<ResolvedClient>(event_, paths_.bus);
-    const bool alsoFile = owner == Owner::resolvedUplinks;
-    return resolved_->tell(static_cast<int>(if_nametoindex(interface_.c_str())), servers_, primary_,
-                           [this, alsoFile](const Status &status) { resolvedAnswered(status, alsoFile); });
+void ResolverConfiguration::begin(Wish wish) {
+  const bool known = madeKnown_ && wish.asksForTheSameAs(wish_);
+  busy_ = true;
+  wish_ = std::move(wish);
+  next_ = linux::EventSource::soon(event_, [this, known] {
+    if (known || takenOver_)
+      say("");
+    else
+      makeKnown();
+  });
+}
+
+void ResolverConfiguration::makeKnown() {
+  madeKnown_ = false;
+  watch_.reset();
+  // What was asked for before goes first: whose the file is shows when it is back.
+  if (Journal *lasting = journal_.lasting(); lasting != nullptr && !lasting->entries().empty()) {
+    const auto back = takeFileBack(*lasting, 0);
+    if (!back) return finish(back.error());
+    if (!*back) {
+      takenOver_ = true;
+      return say(takenOverSentence());
+    }
   }
-  if (!primary_) return finish({});
-  if (const std::string program = resolvconfProgram(paths_.resolvconf); owner == Owner::resolvconf && !program.empty())
+  if (wish_.servers.empty()) return finish({});
+  owner_ = ownerOf(paths_);
+  if (owner_ == Owner::resolvedStub || owner_ == Owner::resolvedUplinks) {
+    resolved_ = std::make_unique<ResolvedClient>(event_, paths_.bus);
+    return resolved_->tell(static_cast<int>(if_nametoindex(wish_.interface.c_str())), wish_.servers, wish_.primary,
+                           [this](const Status &status) { resolvedAnswered(status); });
+  }
+  if (!wish_.primary) return finish({});
+  if (const std::string program = resolvconfProgram(paths_.resolvconf); owner_ == Owner::resolvconf && !program.empty())
     return runResolvconf(program);
   finish(editFile());
 }
 
-void ResolverConfiguration::resolvedAnswered(const Status &status, bool alsoFile) {
-  if (!primary_) return finish(status);
-  if (status) return finish(alsoFile ? editFile() : Status());
+void ResolverConfiguration::resolvedAnswered(const Status &status) {
+  if (!wish_.primary) return finish(status);
+  if (status) return finish(owner_ == Owner::resolvedUplinks ? editFile() : Status());
   if (const Status edited = editFile(); !edited) return finish(edited);
+  madeKnown_ = true;
   say(status.error().message + ": the server's name servers stand in " + paths_.file + " itself for now.");
 }
 
 void ResolverConfiguration::runResolvconf(const std::string &program) {
-  const std::string lines = nameserverLines(servers_);
+  const std::string lines = nameserverLines(wish_.servers);
   const foundation::FileDescriptor input(::memfd_create("name servers", MFD_CLOEXEC));
   if (!input || !foundation::writeAll(input.get(), lines, program) || ::lseek(input.get(), 0, SEEK_SET) < 0)
     return finish(errnoError(errno, "write the name servers for " + program));
-  const std::string key = recordKey(journal_.number(), interface_);
-  if (Status noted = journal_.note(ResolvconfRecord{program, key}); !noted) return finish(noted);
+  const std::string key = recordKey(journal_.number(), wish_.interface);
+  const ResolvconfRecord record{program, key};
+  if (std::ranges::find(journal_.entries(), JournalEntry(record)) == journal_.entries().end())
+    if (Status noted = journal_.note(record); !noted) return finish(noted);
   auto process =
       linux::ChildProcess::spawn({program, "-a", key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {.input = input.get()});
   if (!process) return finish(process.error());
@@ -153,17 +181,50 @@ void ResolverConfiguration::resolvconfEnded(const std::string &program, const li
 Status ResolverConfiguration::editFile() {
   const auto lasting = journal_.openLasting(paths_.originals);
   if (!lasting) return lasting.error();
-  return replaceFile(
-      **lasting, paths_.file, [this](const std::string &before) { return resolverFile(before, servers_); });
+  return replaceFile(**lasting, paths_.file,
+                     [this](const std::string &before) { return resolverFile(before, wish_.servers); });
 }
 
 void ResolverConfiguration::finish(const Status &failure) {
+  madeKnown_ = static_cast<bool>(failure);
   say(failure ? "" : "The server's name servers are not used: " + failure.error().message + ".");
 }
 
 void ResolverConfiguration::say(const std::string &sentence) {
-  const Done done = std::exchange(done_, nullptr);
+  if (later_) return begin(*std::exchange(later_, std::nullopt));
+  busy_ = false;
+  if (madeKnown_ && !takenOver_ && wish_.primary && !wish_.servers.empty()) watch();
+  const Done done = std::exchange(wish_.done, nullptr);
   done(sentence);
+}
+
+// Without room for a watch the link is none the worse.
+void ResolverConfiguration::watch() {
+  if (watch_) return;
+  auto watch = linux::FileWatch::watch(event_, paths_.file, [this] { fileStirred(); });
+  if (!watch) return;
+  watch_ = std::move(*watch);
+  watch_->again();  // what happened before there was a watch
+}
+
+void ResolverConfiguration::fileStirred() {
+  if (busy_) return;
+  Journal *lasting = journal_.lasting();
+  if (lasting == nullptr || lasting->entries().empty()) {
+    if (ownerOf(paths_) == owner_) return;
+  } else {
+    const auto ours = isFileStillReplaced(*lasting, 0);
+    if (!ours && ours.error().code == EWOULDBLOCK) return watch_->again();  // another link is at it
+    if (ours && *ours) return;
+  }
+  takenOver_ = true;
+  watch_.reset();
+  tell_(takenOverSentence());
+}
+
+std::string ResolverConfiguration::takenOverSentence() const {
+  return "Another program has changed " + paths_.file +
+         ": the server's name servers are no longer asked. The file stays as it is now.";
 }
 
 }  // namespace helper

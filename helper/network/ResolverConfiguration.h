@@ -1,8 +1,9 @@
 // The name servers that the server named, made known to this machine through whoever /etc/resolv.conf belongs to:
-// systemd-resolved, for the link's interface; the resolvconf program; or nobody, then in the file itself.
+// systemd-resolved, for the link's interface; the resolvconf program; or nobody, then in the file itself. Afterwards
+// the file is watched: when another program changes it so that they are no longer asked, the user is told.
 //
-// Usual sequence: construct, apply() once, destroy; what is to be taken back stands in the journal. Thread rule: the
-// thread of the event loop. Only the file system blocks.
+// Usual sequence: construct, apply(), destroy; what is to be taken back stands in the journal. Thread rule: the thread
+// of the event loop. Only the file system blocks, and for a moment another link that changes the same file.
 
 #pragma once
 
@@ -21,6 +22,7 @@
 #include "helper/network/ResolvedClient.h"
 #include "linux/ChildProcess.h"
 #include "linux/EventSource.h"
+#include "linux/FileWatch.h"
 
 namespace helper {
 
@@ -36,7 +38,9 @@ class ResolverConfiguration : public NameServers {
     std::string originals = Journal::kLastingBase;  // what the file held, also after a power failure
   };
 
-  ResolverConfiguration(sd_event *event, Journal &journal, Paths paths);
+  // TELL gets the sentence about a file that somebody else has changed.
+  ResolverConfiguration(sd_event *event, Journal &journal, Paths paths,
+                        std::function<void(const std::string &sentence)> tell);
   ResolverConfiguration(const ResolverConfiguration &) = delete;
   ResolverConfiguration &operator=(const ResolverConfiguration &) = delete;
   ~ResolverConfiguration() override = default;
@@ -44,25 +48,50 @@ class ResolverConfiguration : public NameServers {
   void apply(const std::string &interface, const std::vector<in_addr> &servers, bool primary, Done done) override;
 
  private:
-  void begin();
-  void resolvedAnswered(const foundation::Status &status, bool alsoFile);
+  // Whose /etc/resolv.conf is.
+  enum class Owner {
+    nobody,
+    resolvedStub,     // every name goes through systemd-resolved
+    resolvedUplinks,  // it only keeps the list, of all interfaces' servers in an order of its own
+    resolvconf
+  };
+  // What is to be made known.
+  struct Wish {
+    std::string interface {};
+    std::vector<in_addr> servers{};
+    bool primary = false;
+    Done done{};
+    bool asksForTheSameAs(const Wish &other) const;
+  };
+
+  static Owner ownerOf(const Paths &paths);
+  void begin(Wish wish);
+  void makeKnown();
+  void resolvedAnswered(const foundation::Status &status);
   void runResolvconf(const std::string &program);
   void resolvconfEnded(const std::string &program, const linux::ChildProcess::End &end);
   foundation::Status editFile();
   // Without FAILURE nothing is to be told.
   void finish(const foundation::Status &failure);
   void say(const std::string &sentence);
+  void watch();
+  void fileStirred();
+  std::string takenOverSentence() const;
 
   sd_event *event_;
   Journal &journal_;
   const Paths paths_;
-  std::string interface_;
-  std::vector<in_addr> servers_;
-  bool primary_ = false;
-  Done done_;
+  const std::function<void(const std::string &)> tell_;
+  Wish wish_;                  // being made known, or the last that was
+  std::optional<Wish> later_;  // what has been asked for meanwhile
+  bool busy_ = false;
+  Owner owner_ = Owner::nobody;
+  bool madeKnown_ = false;  // as wish_ says
+  bool takenOver_ = false;  // the file is somebody else's by now, and stays so
   std::unique_ptr<ResolvedClient> resolved_;
   std::optional<linux::ChildProcess> resolvconf_;
   linux::EventSource next_;
+  std::unique_ptr<linux::FileWatch> watch_;
 };
 
 // BEFORE (the text of a resolv.conf) with SERVERS in place of the name servers it has; everything else stays.

@@ -13,6 +13,7 @@
   mute-control    the same, and from SIGUSR1 on it answers no control message
   renegotiate     the same, and at SIGUSR1 it negotiates PPP's addresses once more
   restart         the same, and at SIGUSR1 it negotiates all of PPP once more
+  twice           the same with a name server, and it negotiates the addresses once more as soon as they stand
   close           the same, and at SIGUSR1 it closes the TCP connection
   mangle MESSAGE HOW...
                   the same, but it says these messages in a way of their own (the part is one argument)
@@ -106,6 +107,7 @@ class Client:
         self.bytes = b""
         self.mute = False
         self.ppp = PPPServer(packets.send)
+        self.ppp.twice = self.part == "twice"
         packets.begin(address, call, 0)
 
     def say(self, name, how=None):
@@ -198,7 +200,7 @@ class Client:
                 self.prompt()
             if self.packets.socket in ready:
                 frame = self.packets.receive()
-                if self.part in ("serve", "mute-ppp", "mute-control", "renegotiate", "restart", "close", "mangle"):
+                if self.part in ("serve", "mute-ppp", "mute-control", "renegotiate", "restart", "twice", "close", "mangle"):
                     self.ppp.receive(frame)
             if self.connection in ready:
                 self.read()

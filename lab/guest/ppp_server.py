@@ -7,7 +7,8 @@ LCP, PAP, IPCP, IP = 0xC021, 0xC023, 0x8021, 0x0021
 REQUEST, ACK, NAK, REJECT, TERMINATE, TERMINATED, ECHO, ECHOED = 1, 2, 3, 4, 5, 6, 9, 10
 SERVER, CLIENT = bytes((10, 99, 0, 1)), bytes((10, 99, 0, 2))
 MAGIC = b"peer"
-ADDRESS = 3  # an option of IPCP
+NAME_SERVER = bytes((10, 99, 0, 53))
+ADDRESS, FIRST_NAME_SERVER = 3, 129  # options of IPCP
 WISHES = {LCP: struct.pack("!BBHBB", 3, 4, PAP, 5, 6) + MAGIC, IPCP: bytes((ADDRESS, 6)) + SERVER}
 
 
@@ -21,6 +22,8 @@ class PPPServer:
     def __init__(self, send):
         self.send = send  # takes a frame without address and control
         self.mute = False
+        self.twice = False  # to negotiate the addresses so often, and tell a name server
+        self.repeated = False
         self.asked = {}  # by protocol: the client's request with which ours went out; none when it has been granted
 
     def say(self, protocol, code, identifier, data=b""):
@@ -71,12 +74,18 @@ class PPPServer:
         if code != REQUEST:
             return
         self.ask(IPCP, identifier)
-        unwanted = b"".join(option for kind, option in options(data) if kind != ADDRESS)
+        given = {ADDRESS: CLIENT}
+        if self.twice:
+            given[FIRST_NAME_SERVER] = NAME_SERVER
+        unwanted = b"".join(option for kind, option in options(data) if kind not in given)
         if unwanted:
             self.say(IPCP, REJECT, identifier, unwanted)
             return
-        fitting = bytes((ADDRESS, 6)) + CLIENT
+        fitting = b"".join(bytes((kind, 6)) + given[kind] for kind, _ in options(data))
         self.say(IPCP, ACK if data == fitting else NAK, identifier, fitting)
+        if self.twice and data == fitting and not self.repeated:
+            self.repeated = True
+            self.renegotiate(IPCP)
 
     def answer_ping(self, packet):
         head = (packet[0] & 15) * 4
