@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <ctime>
@@ -20,7 +21,6 @@ namespace {
 constexpr mode_t kMode = 0644;
 constexpr std::size_t kMaximumLine = 1000;
 
-// The time as pppd writes it, so that the lines of the two read alike.
 std::string timestamp() {
   const std::time_t now = std::time(nullptr);
   std::tm parts = {};
@@ -34,8 +34,14 @@ std::string timestamp() {
 PPPLog::PPPLog(std::string path, FileDescriptor file) : path_(std::move(path)), file_(std::move(file)) {}
 
 Result<PPPLog> PPPLog::open(const std::string &path) {
+  auto file = openFile(path, O_CREAT);
+  if (!file) return file.error();
+  return PPPLog(path, std::move(*file));
+}
+
+Result<FileDescriptor> PPPLog::openFile(const std::string &path, int flags) {
   // Non-blocking for the case that the path is a FIFO; a regular file takes no notice.
-  FileDescriptor file(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kMode));
+  FileDescriptor file(::open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags, kMode));
   if (!file) return errnoError(errno, "open " + path);
   struct stat attributes = {};
   if (::fstat(file.get(), &attributes) < 0) return errnoError(errno, "stat " + path);
@@ -44,19 +50,36 @@ Result<PPPLog> PPPLog::open(const std::string &path) {
     return errnoError(EPERM, "open " + path);
   // A log that is just being made must be readable by the tool whatever the umask is; an older one keeps the mode its
   // administrator gave it.
-  if (attributes.st_size == 0 && ::fchmod(file.get(), kMode) < 0) return errnoError(errno, "chmod " + path);
-  return PPPLog(path, std::move(file));
+  if ((flags & O_CREAT) != 0 && attributes.st_size == 0 && ::fchmod(file.get(), kMode) < 0)
+    return errnoError(errno, "chmod " + path);
+  return file;
 }
 
 void PPPLog::write(std::string_view sentence) {
-  std::string line = timestamp() + " : ";
-  line.append(sentence.substr(0, kMaximumLine - 1 - line.size()));
+  lastWrite_ = std::chrono::steady_clock::now();
+  append(timestamp() + " : " + std::string(sentence));
+}
+
+void PPPLog::copy(std::string_view line) { append(std::string(line)); }
+
+void PPPLog::append(std::string line) {
+  line.resize(std::min(line.size(), kMaximumLine - 1));
   for (char &character : line)
     if (character < ' ' || character > '~') character = '?';
   line += '\n';
-  lastWrite_ = std::chrono::steady_clock::now();
-  while (::write(file_.get(), line.data(), line.size()) < 0 && errno == EINTR) {
-  }
+  lookForNewFile();
+  for (const FileDescriptor *file : {&file_, &newFile_})
+    while (*file && ::write(file->get(), line.data(), line.size()) < 0 && errno == EINTR) {
+    }
+}
+
+// Never makes it: between the two steps of a rotation there is none, and whoever rotates would find ours in its place.
+void PPPLog::lookForNewFile() {
+  struct stat open = {};
+  struct stat named = {};
+  if (::fstat(newFile_ ? newFile_.get() : file_.get(), &open) < 0 || ::lstat(path_.c_str(), &named) < 0) return;
+  if (open.st_dev == named.st_dev && open.st_ino == named.st_ino) return;
+  if (auto file = openFile(path_, 0)) newFile_ = std::move(*file);
 }
 
 }  // namespace helper

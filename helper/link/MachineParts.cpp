@@ -41,12 +41,11 @@ Status MachineParts::open() {
 }
 
 foundation::Result<std::unique_ptr<PPPSession>> MachineParts::startPPP(PPPSession::Handlers handlers) {
-  auto daemon = std::make_unique<PPPDaemon>(event_, std::move(handlers), paths_.pppd);
-  const PPPPaths paths{.plugin = pluginPath(),
-                       .socket = journal_->folder() + "/plugin",
-                       .log = log_.path(),
-                       .noScript = journal_->folder() + "/none"};
-  if (const Status started = daemon->start(pppOptions(plan_.ppp, paths), paths.socket, paths.log); !started)
+  auto daemon = std::make_unique<PPPDaemon>(
+      event_, std::move(handlers), [this](std::string_view line) { log_.copy(line); }, paths_.pppd);
+  const PPPPaths paths{
+      .plugin = pluginPath(), .socket = journal_->folder() + "/plugin", .noScript = journal_->folder() + "/none"};
+  if (const Status started = daemon->start(pppOptions(plan_.ppp, paths), paths.socket); !started)
     return Error{started.error().domain, started.error().code,
                  started.error().message + " (is the package ppp installed?)"};
   // Noted with a wrong start time it would be nobody's, and outlive us.

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 
 #include "helper/ppp/PPPPIDFile.h"
 #include "helper/ppp/PPPPhase.h"
@@ -22,9 +24,10 @@ Overloaded(F...) -> Overloaded<F...>;  // for compilers that do not deduce it by
 
 }  // namespace
 
-PPPDaemon::PPPDaemon(sd_event *event, Handlers handlers, std::string program)
+PPPDaemon::PPPDaemon(sd_event *event, Handlers handlers, std::function<void(std::string_view)> log, std::string program)
     : event_(event),
       handlers_(std::move(handlers)),
+      log_(std::move(log)),
       program_(std::move(program)),
       plugin_(event, PluginChannel::Handlers{.message = [this](const PluginMessage &message) { said(message); },
                                              // Whatever ended the conversation also ends pppd; its exit tells the rest.
@@ -35,15 +38,18 @@ PPPDaemon::PPPDaemon(sd_event *event, Handlers handlers, std::string program)
 
 PPPDaemon::~PPPDaemon() = default;
 
-foundation::Status PPPDaemon::start(const std::vector<std::string> &options, const std::string &socketPath,
-                                    const std::string &logPath) {
+foundation::Status PPPDaemon::start(const std::vector<std::string> &options, const std::string &socketPath) {
   if (auto listening = plugin_.listen(socketPath); !listening) return listening;
   std::vector<std::string> arguments{program_};
   arguments.insert(arguments.end(), options.begin(), options.end());
+  // Not into the log itself: whoever rotates that would have to ask pppd to open it anew.
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) < 0) return foundation::errnoError(errno, "make a pipe for " + program_);
+  output_.emplace(event_, foundation::FileDescriptor(ends[0]), log_);
+  const foundation::FileDescriptor output(ends[1]);
   // Nothing of the caller's: no locale, no proxy, no preloaded library.
-  const foundation::FileDescriptor log(::open(logPath.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC));
-  auto process =
-      linux::ChildProcess::spawn(arguments, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C"}, {.error = log.get()});
+  auto process = linux::ChildProcess::spawn(arguments, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C"},
+                                            {.error = output.get()});
   if (!process) return process.error();
   process_.emplace(std::move(*process));
   plugin_.accepts(process_->pid(), program_);
@@ -52,6 +58,7 @@ foundation::Status PPPDaemon::start(const std::vector<std::string> &options, con
 }
 
 void PPPDaemon::said(const PluginMessage &message) {
+  output_->drain();  // written before this was said, and read before what we say to it
   end_.reported = true;
   std::visit(Overloaded{
                  [this](const PluginNeedsChannel &) {
@@ -114,11 +121,13 @@ void PPPDaemon::waitForEnd(std::chrono::milliseconds deadline) {
     process_->waitFor(deadline);
     removePIDFileOfPPPD(process_->pid());
   }
+  if (output_) output_->finish();
 }
 
 void PPPDaemon::processEnded(const linux::ChildProcess::End &end) {
   // What it said at last still lies in the socket; exit and end-of-file come in any order.
   plugin_.drain();
+  output_->finish();
   if (!end.exited) removePIDFileOfPPPD(process_->pid());
   end_.exited = end.exited;
   end_.code = end.exited ? status_.value_or(end.code) : end.code;

@@ -10,8 +10,10 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "helper/ppp/LineReader.h"
 #include "helper/ppp/PPPSession.h"
 #include "helper/ppp/PluginChannel.h"
 #include "linux/ChildProcess.h"
@@ -22,14 +24,15 @@ class PPPDaemon : public PPPSession {
  public:
   static constexpr char kProgram[] = "/usr/sbin/pppd";
 
-  PPPDaemon(sd_event *event, Handlers handlers, std::string program = kProgram);
+  // LOG gets each line that pppd writes.
+  PPPDaemon(sd_event *event, Handlers handlers, std::function<void(std::string_view line)> log,
+            std::string program = kProgram);
   PPPDaemon(const PPPDaemon &) = delete;
   PPPDaemon &operator=(const PPPDaemon &) = delete;
   ~PPPDaemon() override;
 
-  // Listens at SOCKET_PATH for the plugin, and starts pppd with OPTIONS. Complaints about its options go to LOG_PATH.
-  foundation::Status start(const std::vector<std::string> &options, const std::string &socketPath,
-                           const std::string &logPath);
+  // Listens at SOCKET_PATH for the plugin, and starts pppd with OPTIONS.
+  foundation::Status start(const std::vector<std::string> &options, const std::string &socketPath);
   bool running() const override { return process_ && process_->running(); }
   pid_t pid() const { return process_ ? process_->pid() : -1; }
 
@@ -47,8 +50,10 @@ class PPPDaemon : public PPPSession {
 
   sd_event *event_;
   Handlers handlers_;
+  std::function<void(std::string_view)> log_;
   std::string program_;
   PluginChannel plugin_;
+  std::optional<LineReader> output_;
   std::optional<linux::ChildProcess> process_;
   foundation::FileDescriptor channel_;
   bool channelWanted_ = false;

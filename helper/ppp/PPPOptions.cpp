@@ -73,8 +73,9 @@ Words pppOptions(const PPPPlan &plan, const PPPPaths &paths) {
   if (!plan.compressTCPHeaders) append({"novj"});
   if (plan.verbose) append({"debug"});
   // The distribution's scripts would change routes and name servers behind our back.
-  append({"logfile", paths.log, "ip-up-script", paths.noScript, "ip-down-script", paths.noScript, "vpnctl-socket",
-          paths.socket});
+  // 2 is what PPPDaemon reads.
+  append(
+      {"logfd", "2", "ip-up-script", paths.noScript, "ip-down-script", paths.noScript, "vpnctl-socket", paths.socket});
   return words;
 }
 

@@ -11,9 +11,8 @@ namespace helper {
 
 // Where things are that pppd has to find.
 struct PPPPaths {
-  std::string plugin;  // absolute
-  std::string socket;  // where the plugin finds the helper
-  std::string log;
+  std::string plugin;    // absolute
+  std::string socket;    // where the plugin finds the helper
   std::string noScript;  // nothing is there
 };
 

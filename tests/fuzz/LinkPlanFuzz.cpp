@@ -19,7 +19,7 @@ void require(bool holds) {
 }
 
 void checkWords(const helper::LinkPlan &plan) {
-  const helper::PPPPaths paths{.plugin = "/plugin", .socket = "/socket", .log = "/log", .noScript = "/none"};
+  const helper::PPPPaths paths{.plugin = "/plugin", .socket = "/socket", .noScript = "/none"};
   auto words = helper::pppOptions(plan.ppp, paths);
   require(words.size() > 2 && words[0] == "plugin" && words[1] == "/plugin");
   // The account may be called like an option.

@@ -54,6 +54,44 @@ TEST_F(PPPLogTest, IsPlainASCIIOfAtMostAThousandBytesALine) {
   EXPECT_EQ(text.size() - text.find('\n') - 1, 1000U);
 }
 
+TEST_F(PPPLogTest, CopiesALineWithoutADate) {
+  auto log = PPPLog::open(path);
+  ASSERT_TRUE(log);
+  log->copy("local  IP address 10.0.0.1\x1b");
+  EXPECT_EQ(support::contentsOf(path), "local  IP address 10.0.0.1?\n");
+  EXPECT_EQ(log->lastWrite(), std::chrono::steady_clock::time_point()) << "nobody waits for it to be read";
+}
+
+// Whoever follows the file that was opened first, and whoever looks into the one that stands there, reads everything.
+TEST_F(PPPLogTest, GoesOnInBothFilesWhenItIsRotated) {
+  auto log = PPPLog::open(path);
+  ASSERT_TRUE(log);
+  log->copy("one");
+  for (const char *const older : {"ppp.log.1", "ppp.log.2"}) {
+    std::filesystem::rename(path, folder.path(older));
+    log->copy("between");
+    EXPECT_FALSE(std::filesystem::exists(path)) << "it is for whoever rotates to make";
+    support::writeFile(path, "");
+    ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+    log->copy("new");
+    EXPECT_EQ(support::contentsOf(path), "new\n");
+    EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0640));
+  }
+  EXPECT_EQ(support::contentsOf(folder.path("ppp.log.1")), "one\nbetween\nnew\nbetween\nnew\n");
+  EXPECT_EQ(support::contentsOf(folder.path("ppp.log.2")), "new\nbetween\n");
+}
+
+TEST_F(PPPLogTest, DoesNotGoOnInAFileOfSomebodyElses) {
+  auto log = PPPLog::open(path);
+  ASSERT_TRUE(log);
+  std::filesystem::rename(path, folder.path("ppp.log.1"));
+  support::writeFile(folder.path("target"), "");
+  std::filesystem::create_symlink(folder.path("target"), path);
+  log->copy("one");
+  EXPECT_EQ(support::contentsOf(folder.path("target")), "");
+  EXPECT_EQ(support::contentsOf(folder.path("ppp.log.1")), "one\n");
+}
+
 TEST_F(PPPLogTest, RefusesWhatIsNoRegularFile) {
   support::writeFile(folder.path("target"), "");
   std::filesystem::create_symlink(folder.path("target"), path);

@@ -79,9 +79,8 @@ TEST_F(MachinePartsTest, GivesPPPDThePlansWordsAndNotesIt) {
   }));
   const std::string place = linkFolder();
   std::string words;
-  for (const std::string &word : pppOptions(
-           plan.ppp,
-           {.plugin = pluginPath(), .socket = place + "/plugin", .log = log->path(), .noScript = place + "/none"}))
+  for (const std::string &word :
+       pppOptions(plan.ppp, {.plugin = pluginPath(), .socket = place + "/plugin", .noScript = place + "/none"}))
     words += word + "\n";
   EXPECT_EQ(support::contentsOf(pppd + ".words"), words);
   EXPECT_FALSE(fs::exists(place + "/none"));

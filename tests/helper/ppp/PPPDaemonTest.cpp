@@ -15,16 +15,21 @@ namespace {
 class PPPDaemonTest : public support::LoopFixture {
  protected:
   PPPDaemonTest()
-      : daemon_(event_,
-                PPPDaemon::Handlers{.phase = [this](int phase) { phases_.push_back(phase); },
-                                    .password =
-                                        [this](const Peer &peer) {
-                                          EXPECT_EQ(peer.pid(), daemon_.pid());
-                                          return password_;
-                                        },
-                                    .ipUp = [this](const PluginIPUp &up) { interface_ = up.interface; },
-                                    .ended = [this](const PPPEnd &end) { end_ = end; }},
-                FAKE_PPPD) {
+      : daemon_(
+            event_,
+            PPPDaemon::Handlers{.phase = [this](int phase) { phases_.push_back(phase); },
+                                .password =
+                                    [this](const Peer &peer) {
+                                      EXPECT_EQ(peer.pid(), daemon_.pid());
+                                      return password_;
+                                    },
+                                .ipUp = [this](const PluginIPUp &up) { interface_ = up.interface; },
+                                .ended =
+                                    [this](const PPPEnd &end) {
+                                      end_ = end;
+                                      linesBeforeEnd_ = lines_.size();
+                                    }},
+            [this](std::string_view line) { lines_.emplace_back(line); }, FAKE_PPPD) {
     int ends[2];
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
     tunnel_.reset(ends[0]);
@@ -32,7 +37,7 @@ class PPPDaemonTest : public support::LoopFixture {
   }
 
   void start(const std::string &mode) {
-    ASSERT_TRUE(daemon_.start({mode, folder_.path("plugin")}, folder_.path("plugin"), folder_.path("log")));
+    ASSERT_TRUE(daemon_.start({mode, folder_.path("plugin")}, folder_.path("plugin")));
   }
   void goUp(const std::string &mode) {
     start(mode);
@@ -49,6 +54,8 @@ class PPPDaemonTest : public support::LoopFixture {
   const support::TemporaryFolder folder_;
   std::optional<foundation::Secret> password_ = foundation::Secret("pass word");
   std::vector<int> phases_;
+  std::vector<std::string> lines_;
+  std::size_t linesBeforeEnd_ = 0;
   std::string interface_;
   std::optional<PPPEnd> end_;
   foundation::FileDescriptor tunnel_;
@@ -69,6 +76,22 @@ TEST_F(PPPDaemonTest, GoesUpAndEndsInOrder) {
   EXPECT_TRUE(end_->carried);
   EXPECT_EQ(end_->packetsReceived, 9U);
   EXPECT_EQ(end_->furthestPhase, 8);
+}
+
+TEST_F(PPPDaemonTest, HandsOnWhatItWritesBeforeItsEnd) {
+  goUp("good");
+  EXPECT_EQ(lines_, std::vector<std::string>{"up"}) << "written before the plugin said so";
+  daemon_.terminate(std::chrono::seconds(10));
+  expectEnd(true, 5);
+  EXPECT_EQ(lines_, (std::vector<std::string>{"up", "ending", "without an end"}));
+  EXPECT_EQ(linesBeforeEnd_, 3U);
+}
+
+TEST_F(PPPDaemonTest, HandsOnWhatItWritesAlsoOnAFinishedLoop) {
+  goUp("good");
+  finishLoop();
+  daemon_.closeNow(std::chrono::seconds(10));
+  EXPECT_EQ(lines_.size(), 3U);
 }
 
 TEST_F(PPPDaemonTest, WaitsForATunnelThatComesLater) {
@@ -125,8 +148,8 @@ TEST_F(PPPDaemonTest, SaysWhenThereIsNoPassword) {
 }
 
 TEST_F(PPPDaemonTest, CannotStartWhatIsNotThere) {
-  PPPDaemon missing(event_, {}, "/nowhere/pppd");
-  EXPECT_FALSE(missing.start({}, folder_.path("plugin"), folder_.path("log")));
+  PPPDaemon missing(event_, {}, {}, "/nowhere/pppd");
+  EXPECT_FALSE(missing.start({}, folder_.path("plugin")));
   EXPECT_FALSE(missing.running());
 }
 

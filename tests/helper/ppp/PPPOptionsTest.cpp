@@ -11,10 +11,8 @@ namespace {
 class Options {
  public:
   explicit Options(const PPPPlan &plan = {})
-      : words_(pppOptions(plan, {.plugin = "/lib/plugin.so",
-                                 .socket = "/run/link/plugin",
-                                 .log = "/var/log/ppp.log",
-                                 .noScript = "/run/link/none"})) {}
+      : words_(pppOptions(plan,
+                          {.plugin = "/lib/plugin.so", .socket = "/run/link/plugin", .noScript = "/run/link/none"})) {}
   bool has(const std::string &word) const { return std::count(words_.begin(), words_.end(), word) == 1; }
   std::string after(const std::string &word) const {
     const auto at = std::find(words_.begin(), words_.end(), word);
@@ -45,7 +43,7 @@ TEST(PPPOptions, OverrideWhatTheSystemsFileMaySay) {
   EXPECT_EQ(options.after("lcp-restart"), "1");
   EXPECT_EQ(options.after("lcp-max-configure"), "10");
   EXPECT_EQ(options.after("ipcp-restart"), "1");
-  EXPECT_EQ(options.after("logfile"), "/var/log/ppp.log");
+  EXPECT_EQ(options.after("logfd"), "2");
   EXPECT_EQ(options.after("ip-up-script"), "/run/link/none");
   EXPECT_EQ(options.after("ip-down-script"), "/run/link/none");
 }
