@@ -186,6 +186,7 @@ const std::vector<Key> &table() {
       {"ppp", "default_route", boolean(&S::PPP::defaultRoute)},
       {"ppp", "echo_interval", number(&S::PPP::echoInterval, 1, 3600, " (seconds)")},
       {"ppp", "echo_failures", number(&S::PPP::echoFailures, 1, 1000, "")},
+      {"ppp", "debug", boolean(&S::PPP::debug)},
       {"ppp", "deadline", seconds(&S::ppp, &S::PPP::deadline, 1, 600)},
   };
   return kTable;

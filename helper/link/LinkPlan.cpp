@@ -96,6 +96,7 @@ PPPPlan pppPlan(const Value &ppp, const TunnelKindRow &kind, const EngineSetting
   plan.compressTCPHeaders = flag(ppp, "IPCPCompressionVJ", false);
   plan.idleLimit = std::chrono::seconds(idles ? idle : 0);
   plan.verbose = flag(ppp, "VerboseLogging", false);
+  plan.trace = machine.debug.value_or(plan.verbose);
   return plan;
 }
 

@@ -71,7 +71,7 @@ Words pppOptions(const PPPPlan &plan, const PPPPaths &paths) {
   if (!plan.compressProtocolField) append({"nopcomp"});
   if (!plan.compressAddressAndControlField) append({"noaccomp"});
   if (!plan.compressTCPHeaders) append({"novj"});
-  if (plan.verbose) append({"debug"});
+  if (plan.trace) append({"debug"});
   // The distribution's scripts would change routes and name servers behind our back.
   // 2 is what PPPDaemon reads.
   append(

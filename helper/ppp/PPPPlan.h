@@ -27,7 +27,8 @@ struct PPPPlan {
   bool compressAddressAndControlField = false;
   bool compressTCPHeaders = false;    // Van Jacobson's way
   std::chrono::seconds idleLimit{0};  // without traffic, then the link ends; 0: none
-  bool verbose = false;               // pppd tells each packet of its negotiation
+  bool verbose = false;               // more is to be logged than what a user needs
+  bool trace = false;  // so is each packet of pppd's negotiation; of an authentication that there was one
   bool operator==(const PPPPlan &) const = default;
 };
 

@@ -294,6 +294,38 @@ static int chap_password(char *user_name, char *buffer) {
 
 static int have_password(void) { return 1; }
 
+/* pppd's trace (its option `debug`) goes into logs that many may read, and whoever has seen a challenge and its
+ * response can try passwords at home. So packets that authenticate are named in it and not shown. */
+enum { PROTOCOL_PAP = 0xc023, PROTOCOL_CHAP = 0xc223, PROTOCOL_EAP = 0xc227, LCP_PROTOCOL_REJECT = 8 };
+
+static int is_authentication(int protocol) {
+  return protocol == PROTOCOL_PAP || protocol == PROTOCOL_CHAP || protocol == PROTOCOL_EAP;
+}
+
+static int print_authentication(unsigned char *packet, int length, printer_func print, void *argument) {
+  if (length >= 2) print(argument, " code=%d id=0x%x, not shown", packet[0], packet[1]);
+  return length; /* or pppd would print what is left */
+}
+
+static int (*print_any_lcp)(unsigned char *packet, int length, printer_func print, void *argument);
+
+/* A Protocol-Reject brings the rejected packet back. */
+static int print_lcp(unsigned char *packet, int length, printer_func print, void *argument) {
+  int rejected = length >= 6 ? packet[4] << 8 | packet[5] : 0;
+  if (length < 6 || packet[0] != LCP_PROTOCOL_REJECT || !is_authentication(rejected))
+    return print_any_lcp(packet, length, print, argument);
+  print(argument, " ProtRej id=0x%x proto=0x%x, not shown", packet[1], rejected);
+  return length;
+}
+
+static void hide_authentication(void) {
+  for (int i = 0; protocols[i] != NULL; ++i)
+    if (is_authentication(protocols[i]->protocol)) protocols[i]->printpkt = print_authentication;
+  if (lcp_protent.printpkt == print_lcp) return; /* done before */
+  print_any_lcp = lcp_protent.printpkt;
+  lcp_protent.printpkt = print_lcp;
+}
+
 void plugin_init(void) {
   prctl(PR_SET_DUMPABLE, 0, 0, 0, 0); /* pppd will hold the password: no core of it, no look into it */
   COMPAT_ADD_OPTIONS(options);
@@ -307,6 +339,7 @@ void plugin_init(void) {
   chap_passwd_hook = chap_password;
   snoop_recv_hook = packet_received;
   ip_choose_hook = add_dns_request;
+  hide_authentication();
   /* What /etc/ppp/options may demand of callers has no option that takes it back: the server need not authenticate
    * itself to us, nobody else's traffic brings this link up, and whether compression (and with it MPPE) is negotiated
    * stands in the options that follow ours. */

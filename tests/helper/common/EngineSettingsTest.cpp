@@ -40,6 +40,7 @@ void expectDefaults(const EngineSettings &settings) {
   EXPECT_EQ(settings.ppp.defaultRoute, defaults.ppp.defaultRoute);
   EXPECT_EQ(settings.ppp.echoInterval, defaults.ppp.echoInterval);
   EXPECT_EQ(settings.ppp.echoFailures, defaults.ppp.echoFailures);
+  EXPECT_EQ(settings.ppp.debug, defaults.ppp.debug);
   EXPECT_EQ(settings.ppp.deadline, defaults.ppp.deadline);
 }
 
@@ -62,7 +63,7 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
       authentication = [ "MSCHAP2", "EAP" ];
       dns = false;
       default_route = false;
-      echo_interval = 13; echo_failures = 14;
+      echo_interval = 13; echo_failures = 14; debug = true;
       deadline = 10;
     };
   )");
@@ -88,6 +89,7 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
   EXPECT_EQ(settings.ppp.defaultRoute, false);
   EXPECT_EQ(settings.ppp.echoInterval, 13);
   EXPECT_EQ(settings.ppp.echoFailures, 14);
+  EXPECT_EQ(settings.ppp.debug, true);
   EXPECT_EQ(settings.ppp.deadline, 10s);
 }
 
@@ -156,6 +158,7 @@ INSTANTIATE_TEST_SUITE_P(
                  "2: ike.remote_identity must be an address, a name, or \"%any\", in quotes; the default holds."},
         Unusable{"l2tp = {\n source_port = 1701; };",
                  "2: l2tp.source_port must be one of \"automatic\", \"1701\", \"any\"; the default holds."},
+        Unusable{"ppp = {\n debug = 1; };", "2: ppp.debug must be true or false; the default holds."},
         // Ranges.
         Unusable{"ppp = {\n mtu = 127; };", std::string("2: ppp.mtu ") + kBytes},
         Unusable{"ppp = {\n mru = 16385; };", std::string("2: ppp.mru ") + kBytes},

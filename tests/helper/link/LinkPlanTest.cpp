@@ -114,6 +114,7 @@ TEST(LinkPlan, FollowsTheSwitches) {
   EXPECT_FALSE(plain.ppp.compressProtocolField);
   EXPECT_FALSE(plain.ppp.compressAddressAndControlField);
   EXPECT_FALSE(plain.ppp.verbose);
+  EXPECT_FALSE(plain.ppp.trace);
   const LinkPlan switched = planOf({{"IPCPUsePeerDNS", 0},
                                     {"IPCPCompressionVJ", 1},
                                     {"LCPCompressionPField", 1},
@@ -124,6 +125,7 @@ TEST(LinkPlan, FollowsTheSwitches) {
   EXPECT_TRUE(switched.ppp.compressProtocolField);
   EXPECT_TRUE(switched.ppp.compressAddressAndControlField);
   EXPECT_TRUE(switched.ppp.verbose);
+  EXPECT_TRUE(switched.ppp.trace);
 }
 
 TEST(LinkPlan, EndsWhenIdleOnlyWhereBothKeysSaySo) {
@@ -204,6 +206,11 @@ TEST(LinkPlan, TheMachinesSettingsGoAboveAllOthers) {
   EXPECT_FALSE(plan.ppp.peerDNS);
   EXPECT_FALSE(plan.carriesEverything);
   EXPECT_EQ(plan.pppDeadline, milliseconds(7000));
+  settings.ppp.debug = false;
+  EXPECT_FALSE(planOf({{"VerboseLogging", 1}}, "L2TP", settings).ppp.trace);
+  settings.ppp.debug = true;
+  EXPECT_TRUE(planOf({}, "L2TP", settings).ppp.trace);
+  EXPECT_FALSE(planOf({}, "L2TP", settings).ppp.verbose);
   settings.ppp.dns = true;
   settings.ppp.defaultRoute = true;
   EXPECT_TRUE(planOf({{"IPCPUsePeerDNS", 0}}, "L2TP", settings).ppp.peerDNS);

@@ -112,7 +112,7 @@ TEST(PPPOptions, FollowTheSwitches) {
                           .compressProtocolField = true,
                           .compressAddressAndControlField = true,
                           .compressTCPHeaders = true,
-                          .verbose = true});
+                          .trace = true});
   for (const char *word : {"novj", "nopcomp", "noaccomp", "vpnctl-peer-dns"}) EXPECT_FALSE(switched.has(word)) << word;
   EXPECT_TRUE(switched.has("debug"));
 }

@@ -119,6 +119,29 @@ TEST_F(PluginTest, TakesBackWhatTheOptionsFileDemandsOfCallers) {
   EXPECT_TRUE(stub_have_password());
 }
 
+TEST_F(PluginTest, TracesThatThereWasAnAuthenticationAndNothingOfIt) {
+  const std::array<unsigned char, 8> packet{2, 7, 0, 8, 0xab, 0xcd, 0xef, 0x99};
+  const auto trace = [&](int protocol, int size = 8) { return std::string(stub_trace(protocol, packet.data(), size)); };
+  EXPECT_EQ(trace(0xc023), "[PAP code=2 id=0x7, not shown]");
+  EXPECT_EQ(trace(0xc223), "[CHAP code=2 id=0x7, not shown]");
+  EXPECT_EQ(trace(0xc227), "[EAP code=2 id=0x7, not shown]");
+  EXPECT_EQ(trace(0xc223, 1), "[CHAP]");
+  EXPECT_EQ(trace(0x8021), "[IPCP 02 07 00 08 ab cd ef 99]") << "the rest stays";
+}
+
+TEST_F(PluginTest, TracesNoAuthenticationThatComesBackRejectedEither) {
+  const auto trace = [](unsigned char code, unsigned char high, unsigned char low) {
+    const std::array<unsigned char, 10> packet{code, 3, 0, 10, high, low, 0xab, 0xcd, 0xef, 0x99};
+    return std::string(stub_trace(0xc021, packet.data(), static_cast<int>(packet.size())));
+  };
+  for (const auto &[high, low] : {std::pair{0xc0, 0x23}, {0xc2, 0x23}, {0xc2, 0x27}})
+    EXPECT_EQ(trace(8, static_cast<unsigned char>(high), static_cast<unsigned char>(low)).find("ab"),
+              std::string::npos);
+  EXPECT_EQ(trace(8, 0xc2, 0x23), "[LCP ProtRej id=0x3 proto=0xc223, not shown]");
+  EXPECT_EQ(trace(8, 0x80, 0xfd), "[LCP 08 03 00 0a 80 fd ab cd ef 99]");
+  EXPECT_EQ(trace(1, 0xc2, 0x23), "[LCP 01 03 00 0a c2 23 ab cd ef 99]");
+}
+
 // pppd takes some out of a peer's Nak that nobody has asked for.
 TEST_F(PluginTest, ReportsNoNameServersThatItDidNotAskFor) {
   const FileDescriptor fd(connect());

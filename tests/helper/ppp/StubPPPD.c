@@ -8,6 +8,8 @@
 #include <pppd/ipcp.h>
 #include <pppd/lcp.h>
 /* clang-format on */
+#include <stdarg.h>
+#include <stdio.h>
 #include <string.h>
 
 struct channel *the_channel;
@@ -35,6 +37,18 @@ ccp_options ccp_gotoptions[NUM_PPP];
 ccp_options ccp_hisoptions[NUM_PPP];
 ipcp_options ipcp_gotoptions[NUM_PPP] = {{.ouraddr = 11, .dnsaddr = {13, 14}}};
 ipcp_options ipcp_hisoptions[NUM_PPP] = {{.hisaddr = 12}};
+
+static int print_all(u_char *packet, int size, printer_func print, void *argument) {
+  int i;
+  for (i = 0; i < size; ++i) print(argument, " %.2x", packet[i]);
+  return size;
+}
+struct protent lcp_protent = {.protocol = 0xc021, .name = "LCP", .printpkt = print_all};
+static struct protent pap = {.protocol = 0xc023, .name = "PAP", .printpkt = print_all};
+static struct protent chap = {.protocol = 0xc223, .name = "CHAP", .printpkt = print_all};
+static struct protent eap = {.protocol = 0xc227, .name = "EAP", .printpkt = print_all};
+static struct protent ipcp = {.protocol = 0x8021, .name = "IPCP", .printpkt = print_all};
+struct protent *protocols[] = {&lcp_protent, &pap, &chap, &eap, &ipcp, NULL};
 
 static option_t *known_options;
 
@@ -101,3 +115,27 @@ void stub_set_status(int code) { status = code; }
 void stub_ask_to_end(void) { got_sigterm = 1; }
 void stub_set_ppp_fd(int fd) { fd_ppp = fd; }
 const char *stub_version(void) { return VERSION; }
+
+static char trace[1000];
+static void add_to_trace(void *unused, char *format, ...) {
+  size_t used = strlen(trace);
+  va_list arguments;
+  (void)unused;
+  va_start(arguments, format);
+  vsnprintf(trace + used, sizeof trace - used, format, arguments);
+  va_end(arguments);
+}
+const char *stub_trace(int protocol, const unsigned char *packet, int size) {
+  unsigned char copy[100];
+  int i, printed = 0;
+  memcpy(copy, packet, (size_t)size);
+  trace[0] = 0;
+  for (i = 0; protocols[i] != NULL; ++i)
+    if (protocols[i]->protocol == protocol) {
+      add_to_trace(NULL, "[%s", protocols[i]->name);
+      printed = protocols[i]->printpkt(copy, size, add_to_trace, NULL);
+      add_to_trace(NULL, "]");
+    }
+  for (i = printed; i < size; ++i) add_to_trace(NULL, " %.2x", copy[i]);
+  return trace;
+}

@@ -26,6 +26,8 @@ void stub_set_status(int code);
 void stub_ask_to_end(void);
 void stub_set_ppp_fd(int fd);
 const char *stub_version(void);
+/* How `debug` would show a packet of that protocol: until the next call. */
+const char *stub_trace(int protocol, const unsigned char *packet, int size);
 
 #ifdef __cplusplus
 }
