@@ -136,6 +136,22 @@ bool isAuthProtocol(std::string_view text) {
   return std::ranges::find(kProtocols, text) != kProtocols.end();
 }
 
+// As systemd-resolved takes it, and a line of resolv.conf; no dot at the end, and not the root.
+bool isDomain(std::string_view text) {
+  constexpr std::size_t kMaximumName = 253;
+  constexpr std::size_t kMaximumLabel = 63;
+  if (text.empty() || text.size() > kMaximumName) return false;
+  std::size_t label = 0;
+  for (const char character : text) {
+    const bool fits = (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z') ||
+                      (character >= '0' && character <= '9') || character == '-' || character == '_';
+    if (!fits && (character != '.' || label == 0)) return false;
+    label = character == '.' ? 0 : label + 1;
+    if (label > kMaximumLabel) return false;
+  }
+  return label > 0;
+}
+
 struct Key {
   const char *group;
   const char *name;
@@ -182,6 +198,7 @@ const std::vector<Key> &table() {
       {"ppp", "authentication",
        list(&S::ppp, &S::PPP::authProtocols, isAuthProtocol,
             "a list of \"PAP\", \"CHAP\", \"MSCHAP1\", \"MSCHAP2\", \"EAP\"")},
+      {"ppp", "domains", list(&S::ppp, &S::PPP::domains, isDomain, "a list of domains such as [ \"corp.example\" ]")},
       {"ppp", "dns", boolean(&S::PPP::dns)},
       {"ppp", "default_route", boolean(&S::PPP::defaultRoute)},
       {"ppp", "echo_interval", number(&S::PPP::echoInterval, 1, 3600, " (seconds)")},

@@ -45,6 +45,7 @@ struct EngineSettings {
     std::optional<int> mtu;  // bytes
     std::optional<int> mru;
     std::vector<std::string> authProtocols;     // of PAP, CHAP, MSCHAP1, MSCHAP2, EAP; empty: as the service says
+    std::vector<std::string> domains;           // names below these are asked of the server's name servers
     std::optional<bool> dns;                    // the server's name servers; none: as the service says
     std::optional<bool> defaultRoute;           // everything into the tunnel; none: as the service says
     std::optional<int> echoInterval;            // seconds between questions whether PPP's other end lives

@@ -146,6 +146,7 @@ foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const LinkRequest
   plan.secretUse = SecretUse::of(*service, user);
   plan.ppp = pppPlan(ppp, *kind, settings);
   plan.carriesEverything = settings.ppp.defaultRoute.value_or(ipv4["OverridePrimary"].boolValue());
+  plan.domains = settings.ppp.domains;
   plan.pptp = settings.pptp;
   plan.l2tp = settings.l2tp;
   plan.ike = settings.ike;

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "foundation/Result.h"
 #include "foundation/Value.h"
@@ -34,7 +35,8 @@ struct LinkPlan {
   std::string sharedSecretItem;  // IPSec's shared secret in the keychain, by its service attribute; empty: none
   SecretUse secretUse;           // what its secrets must have been stored for
   PPPPlan ppp;
-  bool carriesEverything = false;  // all IPv4 traffic, and all questions to name servers
+  bool carriesEverything = false;      // all IPv4 traffic, and all questions to name servers
+  std::vector<std::string> domains{};  // names below these are asked of the server's name servers in any case
   EngineSettings::PPTP pptp;
   EngineSettings::L2TP l2tp;
   EngineSettings::IKE ike;

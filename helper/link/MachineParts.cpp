@@ -35,7 +35,7 @@ Status MachineParts::open() {
   // No other link that is there has our number. The kernel prefers the lowest metric: of several links that carry
   // everything the newest does, as its name servers are the ones that are asked.
   routes_.emplace(*table_, *journal_, kOldestMetric - journal_->number());
-  nameServers_.emplace(event_, *journal_, paths_.resolver,
+  nameServers_.emplace(event_, *journal_, paths_.resolver, plan_.domains,
                        [this](const std::string &sentence) { log_.write(sentence); });
   return {};
 }

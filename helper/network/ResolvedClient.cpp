@@ -79,7 +79,8 @@ int ResolvedClient::send(sd_bus_message *message) {
   return result;
 }
 
-void ResolvedClient::tell(int index, const std::vector<in_addr> &servers, bool primary, Handler handler) {
+void ResolvedClient::tell(int index, const std::vector<in_addr> &servers, const std::vector<std::string> &domains,
+                          bool primary, Handler handler) {
   handler_ = std::move(handler);
   if (connect() < 0) {
     next_ = linux::EventSource::soon(event_,
@@ -105,10 +106,14 @@ void ResolvedClient::tell(int index, const std::vector<in_addr> &servers, bool p
     call.append("ib", index, primary ? 1 : 0);
     result = call.result() < 0 ? call.result() : send(call.message());
   }
-  if (result >= 0 && primary) {
-    // The root domain, routing only: every name is asked for here.
+  if (result >= 0 && (primary || !domains.empty())) {
     Call call(bus_.get(), "SetLinkDomains");
-    call.append("ia(sb)", index, 1, ".", 1);
+    call.append("i", index);
+    call.open('a', "(sb)");
+    for (const std::string &domain : domains) call.append("(sb)", domain.c_str(), 1);
+    // The root domain, routing only: every name is asked for here.
+    if (primary) call.append("(sb)", ".", 1);
+    call.close();
     result = call.result() < 0 ? call.result() : send(call.message());
   }
   if (result < 0) {

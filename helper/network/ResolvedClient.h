@@ -32,9 +32,10 @@ class ResolvedClient {
   ResolvedClient(const ResolvedClient &) = delete;
   ResolvedClient &operator=(const ResolvedClient &) = delete;
 
-  // SERVERS are the interface's of number INDEX; every name is asked for there if PRIMARY. HANDLER is called once, from
-  // the loop; it may destroy this.
-  void tell(int index, const std::vector<in_addr> &servers, bool primary, Handler handler);
+  // SERVERS are the interface's of number INDEX; names below DOMAINS are asked for there, every name if PRIMARY.
+  // HANDLER is called once, from the loop; it may destroy this.
+  void tell(int index, const std::vector<in_addr> &servers, const std::vector<std::string> &domains, bool primary,
+            Handler handler);
 
  private:
   int connect();

@@ -33,6 +33,12 @@ std::string nameserverLines(const std::vector<in_addr> &servers) {
   return lines;
 }
 
+std::string searchLine(const std::vector<std::string> &domains, const std::string &others = {}) {
+  std::string line = "search";
+  for (const std::string &domain : domains) line += " " + domain;
+  return line + others + "\n";
+}
+
 // A line of a resolv.conf, cut into its first two words.
 struct Words {
   explicit Words(const std::string &line) { std::istringstream(line) >> keyword >> value; }
@@ -59,12 +65,19 @@ std::string recordKey(std::uint32_t linkNumber, const std::string &interface) {
 
 }  // namespace
 
-std::string resolverFile(const std::string &before, const std::vector<in_addr> &servers) {
-  std::string text = nameserverLines(servers);
+std::string resolverFile(const std::string &before, const std::vector<in_addr> &servers,
+                         const std::vector<std::string> &domains) {
+  std::string text;
+  std::string search;  // of several such lines the last one counts
   std::istringstream lines(before);
-  for (std::string line; std::getline(lines, line);)
-    if (Words(line).keyword != "nameserver") text += line + "\n";
-  return text;
+  for (std::string line; std::getline(lines, line);) {
+    const std::string keyword = Words(line).keyword;
+    if (keyword == "nameserver") continue;
+    const bool searches = keyword == "search" || keyword == "domain";
+    if (searches) search = line.substr(line.find(keyword) + keyword.size());
+    if (!searches || domains.empty()) text += line + "\n";
+  }
+  return nameserverLines(servers) + (domains.empty() ? "" : searchLine(domains, search)) + text;
 }
 
 // Asks for the same, whoever is told.
@@ -74,8 +87,13 @@ bool ResolverConfiguration::Wish::asksForTheSameAs(const Wish &other) const {
 }
 
 ResolverConfiguration::ResolverConfiguration(sd_event *event, Journal &journal, Paths paths,
+                                             std::vector<std::string> domains,
                                              std::function<void(const std::string &)> tell)
-    : event_(event), journal_(journal), paths_(std::move(paths)), tell_(std::move(tell)) {}
+    : event_(event),
+      journal_(journal),
+      paths_(std::move(paths)),
+      domains_(std::move(domains)),
+      tell_(std::move(tell)) {}
 
 ResolverConfiguration::Owner ResolverConfiguration::ownerOf(const Paths &paths) {
   // Not canonical(): a link that leads nowhere yet leads to its owner all the same.
@@ -137,8 +155,8 @@ void ResolverConfiguration::makeKnown() {
   owner_ = ownerOf(paths_);
   if (owner_ == Owner::resolvedStub || owner_ == Owner::resolvedUplinks) {
     resolved_ = std::make_unique<ResolvedClient>(event_, paths_.bus);
-    return resolved_->tell(static_cast<int>(if_nametoindex(wish_.interface.c_str())), wish_.servers, wish_.primary,
-                           [this](const Status &status) { resolvedAnswered(status); });
+    return resolved_->tell(static_cast<int>(if_nametoindex(wish_.interface.c_str())), wish_.servers, domains_,
+                           wish_.primary, [this](const Status &status) { resolvedAnswered(status); });
   }
   if (!wish_.primary) return finish({});
   if (const std::string program = resolvconfProgram(paths_.resolvconf); owner_ == Owner::resolvconf && !program.empty())
@@ -155,7 +173,7 @@ void ResolverConfiguration::resolvedAnswered(const Status &status) {
 }
 
 void ResolverConfiguration::runResolvconf(const std::string &program) {
-  const std::string lines = nameserverLines(wish_.servers);
+  const std::string lines = nameserverLines(wish_.servers) + (domains_.empty() ? "" : searchLine(domains_));
   const foundation::FileDescriptor input(::memfd_create("name servers", MFD_CLOEXEC));
   if (!input || !foundation::writeAll(input.get(), lines, program) || ::lseek(input.get(), 0, SEEK_SET) < 0)
     return finish(errnoError(errno, "write the name servers for " + program));
@@ -182,7 +200,7 @@ Status ResolverConfiguration::editFile() {
   const auto lasting = journal_.openLasting(paths_.originals);
   if (!lasting) return lasting.error();
   return replaceFile(**lasting, paths_.file,
-                     [this](const std::string &before) { return resolverFile(before, wish_.servers); });
+                     [this](const std::string &before) { return resolverFile(before, wish_.servers, domains_); });
 }
 
 void ResolverConfiguration::finish(const Status &failure) {

@@ -38,8 +38,10 @@ class ResolverConfiguration : public NameServers {
     std::string originals = Journal::kLastingBase;  // what the file held, also after a power failure
   };
 
-  // TELL gets the sentence about a file that somebody else has changed.
-  ResolverConfiguration(sd_event *event, Journal &journal, Paths paths,
+  // With systemd-resolved, names below DOMAINS are asked of the servers also where these do not answer for everything;
+  // otherwise a name without a dot is looked for there. TELL gets the sentence about a file that somebody else has
+  // changed.
+  ResolverConfiguration(sd_event *event, Journal &journal, Paths paths, std::vector<std::string> domains,
                         std::function<void(const std::string &sentence)> tell);
   ResolverConfiguration(const ResolverConfiguration &) = delete;
   ResolverConfiguration &operator=(const ResolverConfiguration &) = delete;
@@ -81,6 +83,7 @@ class ResolverConfiguration : public NameServers {
   sd_event *event_;
   Journal &journal_;
   const Paths paths_;
+  const std::vector<std::string> domains_;
   const std::function<void(const std::string &)> tell_;
   Wish wish_;                  // being made known, or the last that was
   std::optional<Wish> later_;  // what has been asked for meanwhile
@@ -94,7 +97,9 @@ class ResolverConfiguration : public NameServers {
   std::unique_ptr<linux::FileWatch> watch_;
 };
 
-// BEFORE (the text of a resolv.conf) with SERVERS in place of the name servers it has; everything else stays.
-std::string resolverFile(const std::string &before, const std::vector<in_addr> &servers);
+// BEFORE (the text of a resolv.conf) with SERVERS in place of the name servers it has, and DOMAINS before those in
+// which it looks for a name; everything else stays.
+std::string resolverFile(const std::string &before, const std::vector<in_addr> &servers,
+                         const std::vector<std::string> &domains);
 
 }  // namespace helper

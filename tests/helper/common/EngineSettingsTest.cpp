@@ -41,6 +41,7 @@ void expectDefaults(const EngineSettings &settings) {
   EXPECT_EQ(settings.ppp.echoInterval, defaults.ppp.echoInterval);
   EXPECT_EQ(settings.ppp.echoFailures, defaults.ppp.echoFailures);
   EXPECT_EQ(settings.ppp.debug, defaults.ppp.debug);
+  EXPECT_EQ(settings.ppp.domains, defaults.ppp.domains);
   EXPECT_EQ(settings.ppp.deadline, defaults.ppp.deadline);
 }
 
@@ -63,7 +64,7 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
       authentication = [ "MSCHAP2", "EAP" ];
       dns = false;
       default_route = false;
-      echo_interval = 13; echo_failures = 14; debug = true;
+      echo_interval = 13; echo_failures = 14; debug = true; domains = [ "corp.example", "x" ];
       deadline = 10;
     };
   )");
@@ -90,6 +91,7 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
   EXPECT_EQ(settings.ppp.echoInterval, 13);
   EXPECT_EQ(settings.ppp.echoFailures, 14);
   EXPECT_EQ(settings.ppp.debug, true);
+  EXPECT_EQ(settings.ppp.domains, (std::vector<std::string>{"corp.example", "x"}));
   EXPECT_EQ(settings.ppp.deadline, 10s);
 }
 
@@ -127,6 +129,8 @@ constexpr const char *kProposals =
 constexpr const char *kBytes = "must be a whole number from 128 to 16384 (bytes); the default holds.";
 constexpr const char *kAuthentication =
     "2: ppp.authentication must be a list of \"PAP\", \"CHAP\", \"MSCHAP1\", \"MSCHAP2\", \"EAP\"; the default holds.";
+constexpr const char *kDomains =
+    "2: ppp.domains must be a list of domains such as [ \"corp.example\" ]; the default holds.";
 constexpr const char *kSeconds = "must be a whole number from 1 to 600 (seconds); the default holds.";
 constexpr const char *kSocket = "ike.socket must be an absolute path in quotes; the default holds.";
 
@@ -158,6 +162,11 @@ INSTANTIATE_TEST_SUITE_P(
                  "2: ike.remote_identity must be an address, a name, or \"%any\", in quotes; the default holds."},
         Unusable{"l2tp = {\n source_port = 1701; };",
                  "2: l2tp.source_port must be one of \"automatic\", \"1701\", \"any\"; the default holds."},
+        Unusable{"ppp = {\n domains = \"corp.example\"; };", kDomains},
+        Unusable{"ppp = {\n domains = [ \"\" ]; };", kDomains},
+        Unusable{"ppp = {\n domains = [ \"corp..example\" ]; };", kDomains},
+        Unusable{"ppp = {\n domains = [ \"~corp.example\" ]; };", kDomains},
+        Unusable{"ppp = {\n domains = [ \"a b\" ]; };", kDomains},
         Unusable{"ppp = {\n debug = 1; };", "2: ppp.debug must be true or false; the default holds."},
         // Ranges.
         Unusable{"ppp = {\n mtu = 127; };", std::string("2: ppp.mtu ") + kBytes},

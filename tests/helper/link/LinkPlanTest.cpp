@@ -206,6 +206,8 @@ TEST(LinkPlan, TheMachinesSettingsGoAboveAllOthers) {
   EXPECT_FALSE(plan.ppp.peerDNS);
   EXPECT_FALSE(plan.carriesEverything);
   EXPECT_EQ(plan.pppDeadline, milliseconds(7000));
+  settings.ppp.domains = {"corp.example"};
+  EXPECT_EQ(planOf({}, "L2TP", settings).domains, std::vector<std::string>{"corp.example"});
   settings.ppp.debug = false;
   EXPECT_FALSE(planOf({{"VerboseLogging", 1}}, "L2TP", settings).ppp.trace);
   settings.ppp.debug = true;

@@ -17,10 +17,11 @@ namespace {
 
 class ResolvedClientTest : public support::LoopFixture {
  protected:
-  foundation::Status tell(bool primary, std::chrono::milliseconds deadline = std::chrono::seconds(10)) {
+  foundation::Status tell(bool primary, std::chrono::milliseconds deadline = std::chrono::seconds(10),
+                          const std::vector<std::string> &domains = {}) {
     ResolvedClient client(event_, "unix:path=" + folder_.path("bus"), deadline);
     std::optional<foundation::Status> answer;
-    client.tell(7, {in_addr{inet_addr("10.9.0.1")}, in_addr{inet_addr("10.9.0.2")}}, primary,
+    client.tell(7, {in_addr{inet_addr("10.9.0.1")}, in_addr{inet_addr("10.9.0.2")}}, domains, primary,
                 [&](const foundation::Status &status) {
                   EXPECT_FALSE(answer) << "told twice";
                   answer = status;
@@ -48,6 +49,20 @@ TEST_F(ResolvedClientTest, LeavesOtherNamesWhereTheyWere) {
   EXPECT_TRUE(tell(false));
   EXPECT_EQ(resolved.calls,
             (std::vector<std::string>{"SetLinkDNS 7 10.9.0.1 10.9.0.2", "SetLinkDefaultRoute 7 false"}));
+}
+
+TEST_F(ResolvedClientTest, TellsForWhichDomainsItIsAskedInAnyCase) {
+  FakeResolved resolved(event_, folder_.path("bus"), Mood::willing);
+  EXPECT_TRUE(tell(false, std::chrono::seconds(10), {"corp.example", "lab.test"}));
+  ASSERT_EQ(resolved.calls.size(), 3U);
+  EXPECT_EQ(resolved.calls[2], "SetLinkDomains 7 ~corp.example ~lab.test");
+}
+
+TEST_F(ResolvedClientTest, TellsDomainsBesideEverything) {
+  FakeResolved resolved(event_, folder_.path("bus"), Mood::willing);
+  EXPECT_TRUE(tell(true, std::chrono::seconds(10), {"corp.example"}));
+  ASSERT_EQ(resolved.calls.size(), 3U);
+  EXPECT_EQ(resolved.calls[2], "SetLinkDomains 7 ~corp.example ~.");
 }
 
 TEST_F(ResolvedClientTest, TellsWhyNot) {
@@ -79,7 +94,7 @@ TEST_F(ResolvedClientTest, AnExceptionOfItsHandlerEndsTheLoop) {
     ASSERT_GE(sd_event_new(linux::Out(loop)), 0);
     FakeResolved resolved(loop.get(), folder_.path("bus"), mood);
     ResolvedClient client(loop.get(), "unix:path=" + folder_.path("bus"), std::chrono::seconds(10));
-    client.tell(7, {}, true,
+    client.tell(7, {}, {}, true,
                 [](const foundation::Status &) { throw std::system_error(EMFILE, std::generic_category(), "test"); });
     EXPECT_EQ(sd_event_loop(loop.get()), EMFILE);
   }
@@ -89,10 +104,10 @@ TEST_F(ResolvedClientTest, MayBeDestroyedByItsHandlerOrBeforeTheAnswer) {
   FakeResolved resolved(event_, folder_.path("bus"), Mood::refusing);
   auto client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_.path("bus"));
   client->tell(
-      7, {}, true, [&](const foundation::Status &) { client.reset(); });
+      7, {}, {}, true, [&](const foundation::Status &) { client.reset(); });
   EXPECT_TRUE(runUntil([&] { return client == nullptr; }));
   client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_.path("nobody"));
-  client->tell(7, {}, true, [](const foundation::Status &) { FAIL(); });
+  client->tell(7, {}, {}, true, [](const foundation::Status &) { FAIL(); });
   client.reset();
   while (sd_event_run(event_, 0) > 0) continue;
 }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <optional>
 
@@ -46,7 +47,7 @@ class ResolverConfigurationTest : public support::LoopFixture {
 
   // What is told.
   std::string apply(bool primary = true) {
-    resolver_.emplace(event_, *journal_, paths_,
+    resolver_.emplace(event_, *journal_, paths_, domains_,
                       [this](const std::string &sentence) { told_.push_back(sentence); });
     return applyAgain(primary);
   }
@@ -84,6 +85,7 @@ class ResolverConfigurationTest : public support::LoopFixture {
   ResolverConfiguration::Paths paths_;
   std::optional<Journal> journal_;
   std::vector<in_addr> servers_;
+  std::vector<std::string> domains_;
   NoRoutes routes_;
   std::optional<ResolverConfiguration> resolver_;
   std::vector<std::string> told_;
@@ -251,12 +253,41 @@ TEST_F(ResolverConfigurationTest, SaysNothingMoreOnceItIsDestroyed) {
   makeResolvconf("exec sleep 1000\n");
   {
     ResolverConfiguration resolver(
-        event_, *journal_, paths_, [](const std::string &) { FAIL(); });
+        event_, *journal_, paths_, domains_, [](const std::string &) { FAIL(); });
     resolver.apply(
         "lo", servers_, true, [](const std::string &) { FAIL(); });
     ASSERT_TRUE(runUntil([&] { return !journal_->entries().empty(); }));
   }
   while (sd_event_run(event_, 0) > 0) continue;
+}
+
+TEST_F(ResolverConfigurationTest, LooksForShortNamesInItsDomainsFirst) {
+  domains_ = {"corp.example", "lab.test"};
+  const std::vector<std::array<std::string, 2>> texts{{"", ""},
+                                                      {"domain lan\noptions edns0\n", " lan\noptions edns0"},
+                                                      {"search old\n search home  lan\n", " home  lan"}};
+  for (const auto &[before, after] : texts) {
+    writeFile(paths_.file, before);
+    ASSERT_EQ(apply(), "");
+    EXPECT_EQ(contentsOf(paths_.file),
+              "nameserver 10.9.0.1\nnameserver 10.9.0.2\nsearch corp.example lab.test" + after + "\n");
+    undo();
+    EXPECT_EQ(contentsOf(paths_.file), before);
+    journal_.emplace(std::move(*Journal::create(folder_.path("vpnctl"))));
+  }
+}
+
+TEST_F(ResolverConfigurationTest, GivesItsDomainsToResolvconfAndResolved) {
+  domains_ = {"corp.example"};
+  makeResolvconf("cat >" + folder_.path() + "/calls\n");
+  ASSERT_EQ(apply(), "");
+  EXPECT_EQ(contentsOf(folder_.path("calls")), "nameserver 10.9.0.1\nnameserver 10.9.0.2\nsearch corp.example\n");
+  FakeResolved resolved(event_, folder_.path("bus"), FakeResolved::Mood::willing);
+  leadTo(paths_.resolved + "/stub-resolv.conf");
+  EXPECT_EQ(apply(false), "");
+  ASSERT_EQ(resolved.calls.size(), 3U);
+  EXPECT_TRUE(resolved.calls[2].starts_with("SetLinkDomains")) << resolved.calls[2];
+  EXPECT_TRUE(resolved.calls[2].ends_with(" ~corp.example")) << resolved.calls[2];
 }
 
 // ---- What others do to the file meanwhile
@@ -331,7 +362,7 @@ TEST_F(ResolverConfigurationTest, WaitsForResolvconfAndDoesOnlyTheLatest) {
                  "/calls\n");
   std::vector<std::string> done;
   resolver_.emplace(
-      event_, *journal_, paths_, [this](const std::string &sentence) { told_.push_back(sentence); });
+      event_, *journal_, paths_, domains_, [this](const std::string &sentence) { told_.push_back(sentence); });
   const auto ask = [&](const char *name, const char *server) {
     resolver_->apply("lo", {in_addr{inet_addr(server)}}, true,
                      [&done, name](const std::string &sentence) { done.push_back(name + sentence); });
