@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/common/SettingsText.h"
 
 namespace helper {
@@ -151,6 +152,7 @@ bool isDomain(std::string_view text) {
   }
   return label > 0;
 }
+bool isNetwork(std::string_view text) { return networkFrom(std::string(text)).has_value(); }
 
 struct Key {
   const char *group;
@@ -201,6 +203,12 @@ const std::vector<Key> &table() {
       {"ppp", "domains", list(&S::ppp, &S::PPP::domains, isDomain, "a list of domains such as [ \"corp.example\" ]")},
       {"ppp", "dns", boolean(&S::PPP::dns)},
       {"ppp", "default_route", boolean(&S::PPP::defaultRoute)},
+      {"ppp", "routes",
+       list(&S::ppp, &S::PPP::routes, isNetwork, "a list of IPv4 networks such as [ \"10.0.0.0/8\" ]")},
+      {"ppp", "local_networks", boolean(&S::PPP::localNetworks)},
+      {"ppp", "ipv6",
+       choice(&S::ppp, &S::PPP::ipv6,
+              std::array{Word<S::IPv6>{"refuse", S::IPv6::refuse}, Word<S::IPv6>{"leave", S::IPv6::leave}})},
       {"ppp", "echo_interval", number(&S::PPP::echoInterval, 1, 3600, " (seconds)")},
       {"ppp", "echo_failures", number(&S::PPP::echoFailures, 1, 1000, "")},
       {"ppp", "debug", boolean(&S::PPP::debug)},

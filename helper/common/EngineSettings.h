@@ -21,6 +21,9 @@ struct EngineSettings {
   // What PPTP's encryption is to be: as the service says (required), 128 bits required, none.
   enum class MPPE { service, require128, none };
 
+  // What becomes of IPv6 while a link carries everything: it is refused, or goes on past it.
+  enum class IPv6 { refuse, leave };
+
   struct IKE {
     std::vector<std::string> proposals;     // strongSwan's notation ("aes256-sha1-modp1024"); empty: the broad default
     std::vector<std::string> espProposals;  // likewise
@@ -44,10 +47,13 @@ struct EngineSettings {
   struct PPP {
     std::optional<int> mtu;  // bytes
     std::optional<int> mru;
-    std::vector<std::string> authProtocols;     // of PAP, CHAP, MSCHAP1, MSCHAP2, EAP; empty: as the service says
-    std::vector<std::string> domains;           // names below these are asked of the server's name servers
-    std::optional<bool> dns;                    // the server's name servers; none: as the service says
-    std::optional<bool> defaultRoute;           // everything into the tunnel; none: as the service says
+    std::vector<std::string> authProtocols;  // of PAP, CHAP, MSCHAP1, MSCHAP2, EAP; empty: as the service says
+    std::vector<std::string> domains;        // names below these are asked of the server's name servers
+    std::optional<bool> dns;                 // the server's name servers; none: as the service says
+    std::optional<bool> defaultRoute;        // everything into the tunnel; none: as the service says
+    std::vector<std::string> routes;         // IPv4 networks that go into the tunnel instead of everything
+    std::optional<bool> localNetworks;       // other routes than the default one come before the tunnel's; none: yes
+    IPv6 ipv6 = IPv6::refuse;
     std::optional<int> echoInterval;            // seconds between questions whether PPP's other end lives
     std::optional<int> echoFailures;            // how many of them may go unanswered
     std::optional<bool> debug;                  // pppd's packets into the log; none: as the service's VerboseLogging

@@ -1,4 +1,4 @@
-// An IPv4 address as text.
+// IPv4 addresses and networks as text.
 
 #pragma once
 
@@ -13,5 +13,16 @@ namespace helper {
 std::string textOf(in_addr address);
 // None for whatever is not four dotted numbers and nothing else.
 std::optional<in_addr> addressFrom(const std::string &text);
+
+struct IPv4Network {
+  in_addr address{};
+  int prefixLength = 0;  // as it is made, all of IPv4
+};
+bool operator==(const IPv4Network &a, const IPv4Network &b);
+
+// "10.0.0.0/8".
+std::string textOf(const IPv4Network &network);
+// None for whatever is not that, also when the address has bits behind the prefix.
+std::optional<IPv4Network> networkFrom(const std::string &text);
 
 }  // namespace helper

@@ -21,8 +21,9 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
 #include "foundation/Value.h"
+#include "helper/common/IPv4Address.h"
 #include "helper/journal/IPSecJournal.h"
-#include "helper/journal/Route.h"
+#include "helper/journal/PolicyRule.h"
 #include "linux/FolderLock.h"
 #include "linux/Process.h"
 
@@ -35,10 +36,17 @@ struct StartedProcess {
   bool operator==(const StartedProcess &) const = default;
 };
 
-// A route that we added.
-struct AddedRoute {
-  Route route;
-  bool operator==(const AddedRoute &) const = default;
+// Routing rules that we added, in this order.
+struct AddedRules {
+  std::vector<PolicyRule> rules;
+  bool operator==(const AddedRules &) const = default;
+};
+
+// A routing table of our own, with routes to these networks, and one that refuses IPv6 perhaps.
+struct FilledTable {
+  std::uint32_t table = 0;
+  std::vector<IPv4Network> networks;
+  bool operator==(const FilledTable &) const = default;
 };
 
 // Name servers given to the resolvconf program under a key.
@@ -61,8 +69,8 @@ struct ReplacedFile {
   bool operator==(const ReplacedFile &) const = default;
 };
 
-using JournalEntry =
-    std::variant<StartedProcess, AddedRoute, ResolvconfRecord, ReplacedFile, LoadedConnection, StartedDaemon>;
+using JournalEntry = std::variant<StartedProcess, AddedRules, FilledTable, ResolvconfRecord, ReplacedFile,
+                                  LoadedConnection, StartedDaemon>;
 
 class Journal : public IPSecJournal {
  public:

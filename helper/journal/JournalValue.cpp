@@ -1,4 +1,8 @@
+#include <linux/rtnetlink.h>
+
 #include <algorithm>
+#include <array>
+#include <string_view>
 
 #include "helper/common/IPv4Address.h"
 #include "helper/journal/Journal.h"
@@ -19,6 +23,25 @@ Value dictionary(const char *kind) {
   return value;
 }
 
+// In the order of PolicyRule::Kind.
+constexpr std::array<const char *, 4> kRuleNames{"WayToServer", "LocalNetworks", "OwnTable", "End"};
+
+Value networkValue(const IPv4Network &network) {
+  Value value{Value::Dictionary{}};
+  value.set("Address", textOf(network.address));
+  value.set("PrefixLength", network.prefixLength);
+  return value;
+}
+
+Value ruleValue(const PolicyRule &rule) {
+  Value value{Value::Dictionary{}};
+  value.set("Rule", kRuleNames.at(static_cast<std::size_t>(rule.kind)));
+  value.set("IPv6", rule.ipv6);
+  value.set("Server", textOf(rule.server));
+  value.set("Table", static_cast<std::uint64_t>(rule.table));
+  return value;
+}
+
 struct ToValue {
   Value operator()(const StartedProcess &entry) const {
     Value value = dictionary("Process");
@@ -26,14 +49,19 @@ struct ToValue {
     value.set("StartTime", entry.startTime);
     return value;
   }
-  Value operator()(const AddedRoute &entry) const {
-    Value value = dictionary("Route");
-    value.set("Destination", textOf(entry.route.destination));
-    value.set("PrefixLength", entry.route.prefixLength);
-    value.set("Gateway", textOf(entry.route.gateway));
-    value.set("Source", textOf(entry.route.source));
-    value.set("Interface", entry.route.interface);
-    value.set("Metric", static_cast<std::int64_t>(entry.route.metric));
+  Value operator()(const AddedRules &entry) const {
+    Value::Array rules;
+    for (const PolicyRule &rule : entry.rules) rules.push_back(ruleValue(rule));
+    Value value = dictionary("Rules");
+    value.set("Rules", std::move(rules));
+    return value;
+  }
+  Value operator()(const FilledTable &entry) const {
+    Value::Array networks;
+    for (const IPv4Network &network : entry.networks) networks.push_back(networkValue(network));
+    Value value = dictionary("Table");
+    value.set("Table", static_cast<std::uint64_t>(entry.table));
+    value.set("Networks", std::move(networks));
     return value;
   }
   Value operator()(const ResolvconfRecord &entry) const {
@@ -77,6 +105,47 @@ bool readAddress(const Value &value, in_addr &address) {
   return read.has_value();
 }
 
+// The machine's own tables are not ours to empty.
+bool readTable(const Value &value, std::uint32_t &table) {
+  const std::uint64_t number = value.unsignedIntegerValue();
+  table = static_cast<std::uint32_t>(number);
+  return number > RT_TABLE_LOCAL && number <= UINT32_MAX;
+}
+
+std::optional<PolicyRule> ruleFrom(const Value &value) {
+  PolicyRule rule;
+  const auto *const name = std::ranges::find(kRuleNames, value["Rule"].string());
+  if (name == kRuleNames.end()) return std::nullopt;
+  rule.kind = static_cast<PolicyRule::Kind>(name - kRuleNames.begin());
+  rule.ipv6 = value["IPv6"].boolValue();
+  if (!readAddress(value["Server"], rule.server)) return std::nullopt;
+  if (rule.kind != PolicyRule::Kind::localNetworks && !readTable(value["Table"], rule.table)) return std::nullopt;
+  return rule;
+}
+
+std::optional<JournalEntry> rulesFrom(const Value &value) {
+  AddedRules entry;
+  for (const Value &item : value["Rules"].array()) {
+    const auto rule = ruleFrom(item);
+    if (!rule) return std::nullopt;
+    entry.rules.push_back(*rule);
+  }
+  return entry;
+}
+
+std::optional<JournalEntry> tableFrom(const Value &value) {
+  FilledTable entry;
+  if (!readTable(value["Table"], entry.table)) return std::nullopt;
+  for (const Value &item : value["Networks"].array()) {
+    IPv4Network network;
+    const std::int64_t prefixLength = item["PrefixLength"].integerValue();
+    if (!readAddress(item["Address"], network.address) || prefixLength < 0 || prefixLength > 32) return std::nullopt;
+    network.prefixLength = static_cast<int>(prefixLength);
+    entry.networks.push_back(network);
+  }
+  return entry;
+}
+
 std::optional<JournalEntry> entryFrom(const Value &value) {
   const std::string &kind = value["Kind"].string();
   if (kind == "Process") {
@@ -100,20 +169,8 @@ std::optional<JournalEntry> entryFrom(const Value &value) {
     if (pid <= 1 || pid > INT32_MAX || !entry.useFile.starts_with('/')) return std::nullopt;
     return entry;
   }
-  if (kind == "Route") {
-    AddedRoute entry;
-    const std::int64_t prefixLength = value["PrefixLength"].integerValue();
-    const std::int64_t metric = value["Metric"].integerValue();
-    if (!readAddress(value["Destination"], entry.route.destination) ||
-        !readAddress(value["Gateway"], entry.route.gateway) || !readAddress(value["Source"], entry.route.source) ||
-        prefixLength < 1 || prefixLength > 32 || metric < 0 || metric > UINT32_MAX ||
-        value["Interface"].string().empty())
-      return std::nullopt;
-    entry.route.prefixLength = static_cast<int>(prefixLength);
-    entry.route.interface = value["Interface"].string();
-    entry.route.metric = static_cast<std::uint32_t>(metric);
-    return entry;
-  }
+  if (kind == "Rules") return rulesFrom(value);
+  if (kind == "Table") return tableFrom(value);
   if (kind == "Resolvconf") {
     ResolvconfRecord entry{value["Program"].string(), value["Key"].string()};
     if (!entry.program.starts_with('/') || entry.key.empty()) return std::nullopt;

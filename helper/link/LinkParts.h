@@ -19,6 +19,7 @@
 #include "foundation/Secret.h"
 #include "helper/common/Tunnel.h"
 #include "helper/network/NameServers.h"
+#include "helper/network/NetworkWatch.h"
 #include "helper/network/Routes.h"
 #include "helper/ppp/PPPSession.h"
 #include "linux/Clock.h"
@@ -41,6 +42,9 @@ class LinkParts {
   // A tunnel to SERVER, not started.
   virtual std::unique_ptr<Tunnel> makeTunnel(in_addr server, Tunnel::Handlers handlers) = 0;
   virtual Routes &routes() = 0;
+  // Listens to what becomes of the network on the way to SERVER, until what comes back is destroyed.
+  [[nodiscard]] virtual foundation::Result<std::shared_ptr<void>> watchNetwork(in_addr server,
+                                                                               NetworkWatch::Handlers handlers) = 0;
   virtual NameServers &nameServers() = 0;
   // The password, for PEER, which is pppd.
   virtual foundation::Result<foundation::Secret> password(const Peer &peer) = 0;

@@ -100,6 +100,22 @@ PPPPlan pppPlan(const Value &ppp, const TunnelKindRow &kind, const EngineSetting
   return plan;
 }
 
+RoutePlan routePlan(bool carriesEverything, const EngineSettings::PPP &machine) {
+  RoutePlan plan;
+  if (carriesEverything) plan.networks.push_back({});
+  for (const std::string &network : machine.routes) plan.networks.push_back(networkFrom(network).value());
+  plan.refuseIPv6 = carriesEverything && machine.ipv6 == EngineSettings::IPv6::refuse;
+  plan.localNetworks = machine.localNetworks.value_or(true);
+  return plan;
+}
+
+std::string carriedBy(const LinkPlan &plan) {
+  if (plan.carriesEverything) return plan.routes.refuseIPv6 ? "everything and no IPv6" : "everything but IPv6";
+  std::string networks = "its own network";
+  for (const IPv4Network &network : plan.routes.networks) networks += " and " + textOf(network);
+  return networks;
+}
+
 std::string nameOf(MPPE mppe) {
   switch (mppe) {
     case MPPE::none:
@@ -145,7 +161,9 @@ foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const LinkRequest
   if (kind->needsIPSec) plan.sharedSecretItem = (*service)["IPSec"]["SharedSecret"].string();
   plan.secretUse = SecretUse::of(*service, user);
   plan.ppp = pppPlan(ppp, *kind, settings);
-  plan.carriesEverything = settings.ppp.defaultRoute.value_or(ipv4["OverridePrimary"].boolValue());
+  plan.carriesEverything =
+      settings.ppp.routes.empty() && settings.ppp.defaultRoute.value_or(ipv4["OverridePrimary"].boolValue());
+  plan.routes = routePlan(plan.carriesEverything, settings.ppp);
   plan.domains = settings.ppp.domains;
   plan.pptp = settings.pptp;
   plan.l2tp = settings.l2tp;
@@ -160,7 +178,7 @@ std::string LinkPlan::description() const {
   const auto bytes = [](int count) { return std::to_string(count) + " bytes"; };
   return std::string(tunnelKind(kind).name) + " to " + server + ", account " + ppp.account + ", authentication " +
          namesOf(ppp.authProtocols) + ", MPPE " + nameOf(ppp.mppe) + ", MTU " + bytes(ppp.mtu) + ", MRU " +
-         bytes(ppp.mru) + ", " + (carriesEverything ? "carries everything" : "carries its own network") + ", " +
+         bytes(ppp.mru) + ", carries " + carriedBy(*this) + ", " +
          (ppp.peerDNS ? "asks for name servers" : "asks for no name servers") + ", within " +
          std::to_string((tunnelKind(kind).deadline(*this) + pppDeadline).count()) + " ms";
 }

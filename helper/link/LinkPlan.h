@@ -14,6 +14,7 @@
 #include "foundation/Value.h"
 #include "helper/common/EngineSettings.h"
 #include "helper/common/SecretUse.h"
+#include "helper/network/RoutePlan.h"
 #include "helper/ppp/PPPPlan.h"
 
 namespace helper {
@@ -36,6 +37,7 @@ struct LinkPlan {
   SecretUse secretUse;           // what its secrets must have been stored for
   PPPPlan ppp;
   bool carriesEverything = false;      // all IPv4 traffic, and all questions to name servers
+  RoutePlan routes{};                  // if it does not, some networks perhaps
   std::vector<std::string> domains{};  // names below these are asked of the server's name servers in any case
   EngineSettings::PPTP pptp;
   EngineSettings::L2TP l2tp;

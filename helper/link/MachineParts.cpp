@@ -17,7 +17,6 @@ using foundation::Status;
 
 namespace {
 
-constexpr std::uint32_t kOldestMetric = 1000000;
 constexpr std::chrono::milliseconds kUnnotedGrace{1500};
 
 }  // namespace
@@ -26,15 +25,13 @@ MachineParts::MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets
     : event_(event), plan_(std::move(plan)), secrets_(secrets), log_(log), paths_(std::move(paths)), clock_(event) {}
 
 Status MachineParts::open() {
-  auto table = NetlinkRouteTable::open();
-  if (!table) return table.error();
-  table_ = std::move(*table);
+  auto routing = NetlinkRouting::open();
+  if (!routing) return routing.error();
+  routing_ = std::move(*routing);
   auto journal = Journal::create(paths_.journals);
   if (!journal) return journal.error();
   journal_ = std::move(*journal);
-  // No other link that is there has our number. The kernel prefers the lowest metric: of several links that carry
-  // everything the newest does, as its name servers are the ones that are asked.
-  routes_.emplace(*table_, *journal_, kOldestMetric - journal_->number());
+  routes_.emplace(*routing_, *journal_, plan_.routes);
   nameServers_.emplace(event_, *journal_, paths_.resolver, plan_.domains,
                        [this](const std::string &sentence) { log_.write(sentence); });
   return {};
@@ -67,6 +64,12 @@ std::unique_ptr<Tunnel> MachineParts::makeTunnel(in_addr server, Tunnel::Handler
   return tunnelKind(plan_.kind).make({event_, secrets_, log_, *journal_}, plan_, server, std::move(handlers));
 }
 
+foundation::Result<std::shared_ptr<void>> MachineParts::watchNetwork(in_addr server, NetworkWatch::Handlers handlers) {
+  auto watch = NetworkWatch::start(event_, server, std::move(handlers));
+  if (!watch) return watch.error();
+  return std::shared_ptr<void>(std::move(*watch));
+}
+
 foundation::Result<foundation::Secret> MachineParts::password(const Peer &peer) {
   return secrets_.secretForService(plan_.ppp.passwordItem, plan_.secretUse, peer);
 }
@@ -77,7 +80,7 @@ void MachineParts::takeBack() {
   if (!journal_) return;
   // A resolvconf that still runs must not come after its record has been taken back.
   nameServers_.reset();
-  Undo(*table_, [this](const std::string &sentence) { log_.write(sentence); }).takeBack(*journal_);
+  Undo(*routing_, [this](const std::string &sentence) { log_.write(sentence); }).takeBack(*journal_);
   routes_.reset();
   journal_.reset();
 }

@@ -16,7 +16,7 @@
 #include "helper/link/LinkParts.h"
 #include "helper/link/LinkPlan.h"
 #include "helper/network/ResolverConfiguration.h"
-#include "helper/network/RouteTable.h"
+#include "helper/network/Routing.h"
 #include "helper/ppp/PPPDaemon.h"
 
 namespace helper {
@@ -40,6 +40,7 @@ class MachineParts : public LinkParts {
   std::shared_ptr<void> findServer(AddressHandler handler) override;
   std::unique_ptr<Tunnel> makeTunnel(in_addr server, Tunnel::Handlers handlers) override;
   Routes &routes() override { return *routes_; }
+  foundation::Result<std::shared_ptr<void>> watchNetwork(in_addr server, NetworkWatch::Handlers handlers) override;
   NameServers &nameServers() override { return *nameServers_; }
   foundation::Result<foundation::Secret> password(const Peer &peer) override;
   bool kernelHasMPPE() const override;
@@ -56,7 +57,7 @@ class MachineParts : public LinkParts {
   const Paths paths_;
   linux::EventClock clock_;
   // In the order of their making: what comes later uses what stands before.
-  std::unique_ptr<RouteTable> table_;
+  std::unique_ptr<Routing> routing_;
   std::optional<Journal> journal_;
   std::optional<JournalledRoutes> routes_;
   std::optional<ResolverConfiguration> nameServers_;

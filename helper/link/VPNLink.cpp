@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/link/TunnelKinds.h"
 #include "helper/ppp/PPPEnding.h"
 
@@ -14,6 +15,9 @@ namespace {
 
 constexpr std::chrono::milliseconds kPPPGrace{3000};  // two goodbyes to a server that does not hear, and a bit
 constexpr std::chrono::milliseconds kDestructionGrace{1500};
+// Whoever throws our rules away more often than this will not stop.
+constexpr std::size_t kMostPutBacks = 5;
+constexpr std::chrono::seconds kPutBackMemory{10};
 // A follower of the log that wakes when it grows has read the last sentence by then.
 constexpr std::chrono::milliseconds kReadingTime{100};
 
@@ -67,8 +71,12 @@ void VPNLink::serverFound(const foundation::Result<in_addr> &server) {
     return fail(kCauseConnectFailed, static_cast<int>(Tunnel::DeviceCause::noServer), server.error().message);
   server_ = *server;
   // Before the first packet. Without any route to the server the tunnel says so in its own words.
-  if (const Status pinned = parts_->routes().pinServer(server_); !pinned)
-    return fail(kCauseFatal, 0, "The way to the server cannot be kept: " + pinned.error().message + ".");
+  if (const Status kept = parts_->routes().keepWay(server_); !kept)
+    return fail(kCauseFatal, 0, "The way to the server cannot be kept: " + kept.error().message + ".");
+  auto watch = parts_->watchNetwork(server_, {.addressGone = [this](in_addr address) { addressGone(address); },
+                                              .routingChanged = [this] { routingChanged(); }});
+  if (!watch) return fail(kCauseFatal, 0, "The network cannot be watched: " + watch.error().message + ".");
+  network_ = std::move(*watch);
   tunnel_ =
       parts_->makeTunnel(server_, {.up = [this](foundation::FileDescriptor channel) { tunnelIsUp(std::move(channel)); },
                                    .failed =
@@ -104,27 +112,20 @@ void VPNLink::pppIsUp(const PluginIPUp &up) {
   if (plan_.ppp.mppe != MPPE::none && !up.encrypted)
     return fail(kCauseNegotiationFailed, 0,
                 "The connection is to be encrypted, but the server does not encrypt; allow MPPE on the server.");
-  if (state_ == State::up) return pppIsUpAgain(up);
+  if (facts_.up && up.localAddress.s_addr != facts_.up->localAddress.s_addr)
+    return fail(kCauseNegotiationFailed, 0,
+                "The server has given this machine another address in the middle of the connection.");
+  // Also when the server has negotiated once more: the interface was down meanwhile, and the kernel threw its routes
+  // away.
   Routes &routes = parts_->routes();
   Status routed = routes.keepServerOff(up.interface, server_);
-  if (routed && plan_.carriesEverything) routed = routes.carryEverything(up.interface, up.localAddress);
+  if (routed) routed = routes.carry(up.interface);
   if (!routed) return fail(kCauseFatal, 0, "The routes into the tunnel cannot be set: " + routed.error().message + ".");
+  if (state_ == State::up) return;
   parts_->nameServers().apply(up.interface, up.dns, plan_.carriesEverything, [this, up](const std::string &sentence) {
     if (!sentence.empty()) parts_->log(sentence);
     becomeUp(up);
   });
-}
-
-// The server has negotiated once more. Meanwhile the interface was down, and the kernel threw its routes away:
-// everything would now go past a tunnel that counts as up.
-void VPNLink::pppIsUpAgain(const PluginIPUp &up) {
-  if (up.localAddress.s_addr != facts_.up->localAddress.s_addr)
-    return fail(kCauseNegotiationFailed, 0,
-                "The server has given this machine another address in the middle of the connection.");
-  Routes &routes = parts_->routes();
-  Status routed = routes.keepServerOff(up.interface, server_);
-  if (routed && plan_.carriesEverything) routed = routes.carryEverythingAgain(up.interface, up.localAddress);
-  if (!routed) fail(kCauseFatal, 0, "The routes into the tunnel cannot be set again: " + routed.error().message + ".");
 }
 
 void VPNLink::becomeUp(const PluginIPUp &up) {
@@ -158,6 +159,32 @@ void VPNLink::fail(int cause, int deviceCause, const std::string &sentence) {
   end(Farewell::orderly);
 }
 
+void VPNLink::addressGone(in_addr address) {
+  if (!isAlive()) return;
+  parts_->log("The network has changed: this machine no longer has the address " + textOf(address) +
+              ", from which it spoke to the server; connect again.");
+  cause_ = state_ == State::up ? kCauseHungUp : kCauseConnectFailed;
+  facts_.deviceLastCause = static_cast<int>(Tunnel::DeviceCause::networkChanged);
+  end(Farewell::cutOff);
+}
+
+void VPNLink::routingChanged() {
+  if (!isAlive()) return;
+  const auto changed = parts_->routes().putBack();
+  if (!changed)
+    return fail(kCauseFatal, 0, "The connection's routing rules cannot be put back: " + changed.error().message + ".");
+  if (!*changed) return;
+  const auto now = parts_->clock().now();
+  std::erase_if(putBacks_, [now](const auto &earlier) { return now - earlier > kPutBackMemory; });
+  putBacks_.push_back(now);
+  if (putBacks_.size() > kMostPutBacks)
+    return fail(
+        kCauseFatal, 0,
+        "Another program throws away the connection's routing rules again and again; have it leave rules alone that "
+        "are not its own (for systemd-networkd: ManageForeignRoutingPolicyRules=no).");
+  parts_->log("Another program has thrown away routing rules of the connection; they are back.");
+}
+
 void VPNLink::tunnelLost(const Tunnel::Loss &loss) {
   if (!isAlive()) return;
   if (phases_.ending()) {
@@ -186,13 +213,15 @@ void VPNLink::pppEnded(const PPPEnd &ended) {
 }
 
 void VPNLink::end(Farewell farewell) {
+  if (state_ != State::ending) farewell_ = farewell;
   state_ = State::ending;
+  network_.reset();
   resolution_.reset();
   deadline_.reset();
   if (!ppp_ || !ppp_->running()) return endTunnel();
   // A pppd that still waits for its channel has nobody to say goodbye to.
   if (!channelGiven_) tell(kPhaseDisconnectingLink);
-  if (farewell == Farewell::hungUp && channelGiven_)
+  if (farewell != Farewell::orderly && channelGiven_)
     ppp_->hangUp(kPPPGrace);
   else
     ppp_->terminate(kPPPGrace);
@@ -200,6 +229,8 @@ void VPNLink::end(Farewell farewell) {
 
 void VPNLink::endTunnel() {
   tell(kPhaseDisconnectingLink);
+  // Nobody would hear its goodbye.
+  if (farewell_ == Farewell::cutOff) tunnel_.reset();
   if (tunnel_)
     tunnel_->stop();
   else

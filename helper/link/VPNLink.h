@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "helper/link/ExtendedStatus.h"
 #include "helper/link/Link.h"
@@ -30,7 +31,7 @@ class VPNLink : public Link {
  private:
   enum class State { idle, connecting, up, ending, down };
   // How pppd is to go, which depends on why.
-  enum class Farewell { orderly, hungUp };
+  enum class Farewell { orderly, hungUp, cutOff };
 
   // Coming up, in this order; pppd starts while the tunnel is still being made.
   void begin();
@@ -38,10 +39,13 @@ class VPNLink : public Link {
   void tunnelIsUp(foundation::FileDescriptor channel);
   void pppReached(int phase);
   void pppIsUp(const PluginIPUp &up);
-  void pppIsUpAgain(const PluginIPUp &up);
   void becomeUp(const PluginIPUp &up);
   std::optional<foundation::Secret> password(const Peer &peer);
   bool isAlive() const { return state_ == State::connecting || state_ == State::up; }
+
+  // What others do to the network meanwhile.
+  void addressGone(in_addr address);
+  void routingChanged();
 
   // Going down: one reason, then pppd, then the tunnel, then everything else.
   void fail(int cause, int deviceCause, const std::string &sentence);
@@ -61,6 +65,7 @@ class VPNLink : public Link {
   State state_ = State::idle;
   bool stopRequested_ = false;
   bool channelGiven_ = false;
+  Farewell farewell_ = Farewell::orderly;
   std::optional<int> cause_;  // decided; what pppd's exit says no longer matters
   LinkPhases phases_;
   LinkFacts facts_;
@@ -70,6 +75,8 @@ class VPNLink : public Link {
   std::unique_ptr<PPPSession> ppp_;
   std::unique_ptr<Tunnel> tunnel_;
   std::shared_ptr<void> resolution_;
+  std::shared_ptr<void> network_;
+  std::vector<std::chrono::steady_clock::time_point> putBacks_;  // not long ago
   linux::Clock::Timer next_;
   linux::Clock::Timer deadline_;
 };

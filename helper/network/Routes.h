@@ -1,52 +1,58 @@
-// What a link does to the routes: the way to the server stays outside the tunnel, everything else may go in. Each
-// change is noted in the journal before it is made.
+// What a link does to the routes: packets to the server follow the machine's own routes of the moment, others go into
+// the tunnel or nowhere. Each change is noted in the journal before it is made.
 
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "foundation/Result.h"
 #include "helper/journal/Journal.h"
-#include "helper/network/RouteTable.h"
+#include "helper/network/RoutePlan.h"
+#include "helper/network/Routing.h"
 
 namespace helper {
 
 class Routes {
  public:
   virtual ~Routes() = default;
-  // Writes down as a route of its own how SERVER is reached now, so that a default route into the tunnel does not send
-  // the tunnel's own packets through itself. A host route that is there already stays beside it. Success also
-  // when the server cannot be reached at all: who tries will say so.
-  virtual foundation::Status pinServer(in_addr server) = 0;
+  // Packets to the server go past the tunnels, this one and those of other links: no link depends on another's life.
+  virtual foundation::Status keepWay(in_addr server) = 0;
   // Takes the server's address off INTERFACE: PPP peers that call themselves by it would pull the tunnel into itself.
   virtual foundation::Status keepServerOff(const std::string &interface, in_addr server) = 0;
-  // Sends whatever has no better route through INTERFACE. The default route itself is not touched: two routes of half
-  // the world each are better than it, and go with the interface.
-  virtual foundation::Status carryEverything(const std::string &interface, in_addr source) = 0;
-  // The same once more, after the interface was down for a moment and the kernel threw the routes away. The journal
-  // knows them already.
-  virtual foundation::Status carryEverythingAgain(const std::string &interface, in_addr source) = 0;
+  // Sends what the tunnel is for through INTERFACE; without one, it is refused from now on. May be called again: the
+  // kernel throws routes away when their interface goes down, even for a moment.
+  virtual foundation::Status carry(const std::string &interface) = 0;
+  // Puts back what others have thrown away of all this. True when there was anything.
+  virtual foundation::Result<bool> putBack() = 0;
 };
 
-// In the kernel's main table.
+// In the kernel, by rules and a table of the link's own. The machine's routes and rules stay as they are.
 class JournalledRoutes : public Routes {
  public:
-  // TABLE and JOURNAL outlive it. METRIC is of this link alone: two links, to one server perhaps, have routes of their
-  // own, and the end of one takes nothing from the other.
-  JournalledRoutes(RouteTable &table, Journal &journal, std::uint32_t metric)
-      : table_(table), journal_(journal), metric_(metric) {}
+  // ROUTING and JOURNAL outlive it.
+  JournalledRoutes(Routing &routing, Journal &journal, RoutePlan plan);
 
-  foundation::Status pinServer(in_addr server) override;
+  foundation::Status keepWay(in_addr server) override;
   foundation::Status keepServerOff(const std::string &interface, in_addr server) override;
-  foundation::Status carryEverything(const std::string &interface, in_addr source) override;
-  foundation::Status carryEverythingAgain(const std::string &interface, in_addr source) override;
+  foundation::Status carry(const std::string &interface) override;
+  foundation::Result<bool> putBack() override;
 
  private:
-  foundation::Status add(Route route);
+  foundation::Status add(const std::vector<PolicyRule> &rules);
+  foundation::Status fillTable();
+  foundation::Status refuse();
+  foundation::Status lead();
+  foundation::Status tablesBehind(bool ours);
 
-  RouteTable &table_;
+  Routing &routing_;
   Journal &journal_;
-  std::uint32_t metric_;
+  const RoutePlan plan_;
+  const std::uint32_t table_;
+  std::vector<PolicyRule> rules_;  // ours, that must be there
+  bool filled_ = false;
+  std::string interface_;
 };
 
 }  // namespace helper

@@ -20,8 +20,8 @@ struct JournalBases {
 };
 
 // Undoes what links of dead helpers left behind; never touches what one of a living helper did. SAY gets the sentences
-// for the user. Blocks: nothing is begun after the deadline. True if one of them went over L2TP: nobody has told its
-// server that it has ended.
+// for the user. Blocks: nothing is begun after the deadline. True if one of them went over L2TP, now or not long ago:
+// nobody has told its server that it has ended.
 bool repairAbandoned(const std::function<void(const std::string &sentence)> &say, const JournalBases &bases = {});
 
 }  // namespace helper

@@ -24,8 +24,8 @@ constexpr std::chrono::milliseconds kProgramDeadline{30000};
 
 }  // namespace
 
-Undo::Undo(RouteTable &routes, std::function<void(const std::string &)> complain, Clock::time_point deadline)
-    : routes_(routes), complain_(std::move(complain)), deadline_(deadline) {}
+Undo::Undo(Routing &routing, std::function<void(const std::string &)> complain, Clock::time_point deadline)
+    : routing_(routing), complain_(std::move(complain)), deadline_(deadline) {}
 
 bool Undo::isLate() {
   if (late_ || Clock::now() < deadline_) return late_;
@@ -87,10 +87,21 @@ bool Undo::takeBack(const StartedProcess &entry) {
   return true;
 }
 
-bool Undo::takeBack(const AddedRoute &entry) {
-  const auto removed = routes_.remove(entry.route);
-  if (!removed) complain_("A route could not be taken back: " + removed.error().message + ".");
-  return static_cast<bool>(removed);
+bool Undo::takeBack(const AddedRules &entry) {
+  bool done = true;
+  for (auto rule = entry.rules.rbegin(); rule != entry.rules.rend(); ++rule) {
+    const auto removed = routing_.remove(*rule);
+    if (removed) continue;
+    complain_("A routing rule could not be taken back: " + removed.error().message + ".");
+    done = false;
+  }
+  return done;
+}
+
+bool Undo::takeBack(const FilledTable &entry) {
+  const auto cleared = routing_.clear(entry);
+  if (!cleared) complain_("A routing table could not be taken back: " + cleared.error().message + ".");
+  return static_cast<bool>(cleared);
 }
 
 bool Undo::takeBack(const ResolvconfRecord &entry) {

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "helper/journal/Journal.h"
-#include "helper/network/RouteTable.h"
+#include "helper/network/Routing.h"
 
 namespace helper {
 
@@ -19,9 +19,9 @@ class Undo {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // COMPLAIN gets a sentence for each change that could not be taken back. ROUTES outlives it. Nothing is begun after
+  // COMPLAIN gets a sentence for each change that could not be taken back. ROUTING outlives it. Nothing is begun after
   // DEADLINE.
-  Undo(RouteTable &routes, std::function<void(const std::string &sentence)> complain,
+  Undo(Routing &routing, std::function<void(const std::string &sentence)> complain,
        Clock::time_point deadline = Clock::time_point::max());
 
   // Everything, then the journal's folder. What cannot be taken back now, or in time, keeps its entry, and the journal
@@ -35,7 +35,8 @@ class Undo {
   void takeBackAll(Journal &journal);
   // False: its entry is to be kept.
   bool takeBack(const StartedProcess &entry);
-  bool takeBack(const AddedRoute &entry);
+  bool takeBack(const AddedRules &entry);
+  bool takeBack(const FilledTable &entry);
   bool takeBack(const ResolvconfRecord &entry);
   void takeBack(Journal &journal, std::size_t index);
   bool takeBack(const LoadedConnection &entry);
@@ -45,7 +46,7 @@ class Undo {
   // Of PATIENCE, what the deadline leaves.
   std::chrono::milliseconds within(std::chrono::milliseconds patience) const;
 
-  RouteTable &routes_;
+  Routing &routing_;
   std::function<void(const std::string &)> complain_;
   const Clock::time_point deadline_;
   bool late_ = false;  // and that has been said

@@ -13,6 +13,10 @@ for all that follow
   no-ppp          accepts everything and never sends a PPP frame
   serve           a server as it should be, to a link that can be pinged: PPP with PAP for anybody
   mute-ppp        the same, and from SIGUSR1 on it says nothing in PPP any more
+  renegotiate     the same, and at SIGUSR1 it negotiates PPP's addresses once more
+  restart         the same, and at SIGUSR1 it negotiates all of PPP once more
+  renegotiate-mute, restart-mute
+                  the same, and says nothing in PPP after the beginning of that
   mute-control    the same, and from SIGUSR1 on it neither says nor acknowledges any control message
   mangle MESSAGE HOW...
                   the same, but it says these messages in a way of their own (the part is one argument)
@@ -50,7 +54,7 @@ import struct
 import sys
 import time
 
-from ppp_server import PPPServer
+from ppp_server import PARTS, PPPServer
 
 SCCRQ, SCCRP, SCCCN, STOPCCN, HELLO, ICRQ, ICRP, ICCN, CDN, WEN, SLI = 1, 2, 3, 4, 6, 10, 11, 12, 14, 15, 16
 NAMES = {"SCCRP": SCCRP, "ICRP": ICRP, "ZLB": 0, "HELLO": HELLO, "SLI": SLI, "WEN": WEN, "CDN": CDN, "StopCCN": STOPCCN}
@@ -166,7 +170,7 @@ class Call:
     def prompt(self):
         """SIGUSR1."""
         self.prompted = True
-        self.ppp.mute = self.part == "mute-ppp"
+        self.ppp.prompt(self.part)
         self.silent = self.part == "mute-control"
         for name, how in self.ways:
             if name == "HELLO":
@@ -237,7 +241,7 @@ class Peer:
         flags, length, _, _, count, next_count = struct.unpack("!HHHHHH", datagram[:12].ljust(12, b"\0"))
         if not flags & 0x8000:
             # The client's kernel says neither lengths nor numbers in the packets of the call.
-            if self.call and self.call.part in ("serve", "mute-ppp", "mute-control", "mangle"):
+            if self.call and self.call.part in ("serve", "mute-control", "mangle", *PARTS):
                 self.call.ppp.receive(datagram[6:])
             return
         values = avps(datagram[12:length])
@@ -267,7 +271,7 @@ class Peer:
 
 def main(address, *parts):
     for part in parts:
-        if not re.search(f"^  {re.escape(part.split()[0])} ", __doc__, re.MULTILINE):
+        if not re.search(f"^  (.*, )?{re.escape(part.split()[0])}[ ,\n]", __doc__, re.MULTILINE):
             sys.exit("there is no part " + part)
     prompts, prompter = socket.socketpair()
     prompter.setblocking(False)

@@ -14,6 +14,8 @@
   renegotiate     the same, and at SIGUSR1 it negotiates PPP's addresses once more
   restart         the same, and at SIGUSR1 it negotiates all of PPP once more
   twice           the same with a name server, and it negotiates the addresses once more as soon as they stand
+  renegotiate-mute, restart-mute
+                  the same, and says nothing in PPP after the beginning of that
   close           the same, and at SIGUSR1 it closes the TCP connection
   mangle MESSAGE HOW...
                   the same, but it says these messages in a way of their own (the part is one argument)
@@ -42,7 +44,7 @@ import socket
 import struct
 import sys
 
-from ppp_server import IPCP, LCP, PPPServer
+from ppp_server import PARTS, PPPServer
 
 MAGIC = 0x1A2B3C4D
 LAST_ECHO = 1008
@@ -135,12 +137,10 @@ class Client:
 
     def prompt(self):
         """SIGUSR1."""
-        self.ppp.mute = self.part == "mute-ppp"
         self.mute = self.part == "mute-control"
         if self.part == "close":
             raise EOFError
-        if self.part in ("renegotiate", "restart"):
-            self.ppp.renegotiate(LCP if self.part == "restart" else IPCP)
+        self.ppp.prompt(self.part)
         for name, how in self.ways:
             if name not in ("SCCRP", "OCRP", "StopCCRP"):
                 self.say(name, how)
@@ -200,7 +200,7 @@ class Client:
                 self.prompt()
             if self.packets.socket in ready:
                 frame = self.packets.receive()
-                if self.part in ("serve", "mute-ppp", "mute-control", "renegotiate", "restart", "twice", "close", "mangle"):
+                if self.part in ("serve", "mute-control", "twice", "close", "mangle", *PARTS):
                     self.ppp.receive(frame)
             if self.connection in ready:
                 self.read()
@@ -208,7 +208,7 @@ class Client:
 
 def main(address, *parts):
     for part in parts:
-        if not re.search(f"^  {re.escape(part.split()[0])} ", __doc__, re.MULTILINE):
+        if not re.search(f"^  (.*, )?{re.escape(part.split()[0])}[ ,\n]", __doc__, re.MULTILINE):
             sys.exit("there is no part " + part)
     prompts, prompter = socket.socketpair()
     prompter.setblocking(False)

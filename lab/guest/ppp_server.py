@@ -9,6 +9,7 @@ SERVER, CLIENT = bytes((10, 99, 0, 1)), bytes((10, 99, 0, 2))
 MAGIC = b"peer"
 NAME_SERVER = bytes((10, 99, 0, 53))
 ADDRESS, FIRST_NAME_SERVER = 3, 129  # options of IPCP
+PARTS = ("mute-ppp", "renegotiate", "restart", "renegotiate-mute", "restart-mute")
 WISHES = {LCP: struct.pack("!BBHBB", 3, 4, PAP, 5, 6) + MAGIC, IPCP: bytes((ADDRESS, 6)) + SERVER}
 
 
@@ -51,6 +52,12 @@ class PPPServer:
             print("PAP from", name.decode(errors="replace"), "with", len(password), "bytes", flush=True)
         elif protocol == IPCP:
             self.network(code, identifier, data)
+
+    def prompt(self, part):
+        """What a peer of that part does when it is told to."""
+        if part.startswith("re"):
+            self.renegotiate(LCP if part.startswith("restart") else IPCP)
+        self.mute = part in ("mute-ppp", "renegotiate-mute", "restart-mute")
 
     def renegotiate(self, protocol):
         """What was agreed on, once more: the addresses, or the link with all that comes after it."""

@@ -41,7 +41,7 @@ LinkSnapshot snapshotOf(const wire::LinkStatusReply &state) {
 }  // namespace
 
 Result<std::shared_ptr<HelperConnection>> HelperConnection::connect(LaunchedHelper helper) {
-  std::shared_ptr<HelperConnection> connection(new HelperConnection(std::move(helper.process)));
+  std::shared_ptr<HelperConnection> connection(new HelperConnection(std::move(helper.path), std::move(helper.process)));
   const int result = connection->start(std::move(helper.socket));
   if (result < 0) return errnoError(-result, "talk to the helper");
   return connection;
@@ -214,8 +214,16 @@ void HelperConnection::changed(sd_bus_message *signal) {
 
 void HelperConnection::lost() {
   const auto keepAlive = shared_from_this();
+  haveItRepaired();
   for (LinkObserver *observer : observersOf(nullptr))
     if (std::find(observers_.begin(), observers_.end(), observer) != observers_.end()) observer->helperIsGone();
+}
+
+// What the helper did to the machine outlives it, refused traffic for one. The next one begins with taking that back,
+// and ends when it finds nobody to talk to.
+void HelperConnection::haveItRepaired() {
+  if (!process_) return;
+  if (auto next = launchHelper(path_); next && next->process) next->process->leaveRunning();
 }
 
 }  // namespace platform

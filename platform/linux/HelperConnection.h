@@ -82,7 +82,8 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   void removeObserver(LinkObserver *observer);
 
  private:
-  explicit HelperConnection(std::optional<linux::ChildProcess> process) : process_(std::move(process)) {}
+  HelperConnection(std::string path, std::optional<linux::ChildProcess> process)
+      : path_(std::move(path)), process_(std::move(process)) {}
 
   using Message = linux::BusMessage;
   // A call with what it carries; none when that does not work.
@@ -96,8 +97,10 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   int start(foundation::FileDescriptor socket);
   void changed(sd_bus_message *signal);
   void lost();
+  void haveItRepaired();
   std::vector<LinkObserver *> observersOf(const std::string *serviceID) const;
 
+  const std::string path_;
   std::optional<linux::ChildProcess> process_;
   linux::Bus bus_;
   std::vector<LinkObserver *> observers_;

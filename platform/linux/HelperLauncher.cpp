@@ -14,6 +14,7 @@ foundation::Result<LaunchedHelper> launchHelper(const std::string &path) {
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) < 0)
     return foundation::errnoError(errno, "make a socket pair");
   LaunchedHelper helper;
+  helper.path = path;
   helper.socket.reset(pair[0]);
   const FileDescriptor itsEnd(pair[1]);
   auto process = linux::ChildProcess::spawn({path}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {.input = itsEnd.get()});

@@ -12,6 +12,7 @@
 namespace platform {
 
 struct LaunchedHelper {
+  std::string path;
   foundation::FileDescriptor socket;  // our end
   std::optional<linux::ChildProcess> process;
 };

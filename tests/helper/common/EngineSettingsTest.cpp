@@ -38,6 +38,9 @@ void expectDefaults(const EngineSettings &settings) {
   EXPECT_EQ(settings.ppp.authProtocols, defaults.ppp.authProtocols);
   EXPECT_EQ(settings.ppp.dns, defaults.ppp.dns);
   EXPECT_EQ(settings.ppp.defaultRoute, defaults.ppp.defaultRoute);
+  EXPECT_EQ(settings.ppp.routes, defaults.ppp.routes);
+  EXPECT_EQ(settings.ppp.localNetworks, defaults.ppp.localNetworks);
+  EXPECT_EQ(settings.ppp.ipv6, defaults.ppp.ipv6);
   EXPECT_EQ(settings.ppp.echoInterval, defaults.ppp.echoInterval);
   EXPECT_EQ(settings.ppp.echoFailures, defaults.ppp.echoFailures);
   EXPECT_EQ(settings.ppp.debug, defaults.ppp.debug);
@@ -64,6 +67,7 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
       authentication = [ "MSCHAP2", "EAP" ];
       dns = false;
       default_route = false;
+      routes = [ "10.0.0.0/8", "0.0.0.0/0" ]; local_networks = false; ipv6 = "leave";
       echo_interval = 13; echo_failures = 14; debug = true; domains = [ "corp.example", "x" ];
       deadline = 10;
     };
@@ -88,6 +92,9 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
   EXPECT_EQ(settings.ppp.authProtocols, (Complaints{"MSCHAP2", "EAP"}));
   EXPECT_EQ(settings.ppp.dns, false);
   EXPECT_EQ(settings.ppp.defaultRoute, false);
+  EXPECT_EQ(settings.ppp.routes, (Complaints{"10.0.0.0/8", "0.0.0.0/0"}));
+  EXPECT_EQ(settings.ppp.localNetworks, false);
+  EXPECT_EQ(settings.ppp.ipv6, EngineSettings::IPv6::leave);
   EXPECT_EQ(settings.ppp.echoInterval, 13);
   EXPECT_EQ(settings.ppp.echoFailures, 14);
   EXPECT_EQ(settings.ppp.debug, true);
@@ -101,6 +108,7 @@ TEST(EngineSettings, EveryWordOfAChoiceIsKnown) {
   EXPECT_EQ(parse("l2tp = { source_port = \"1701\"; };").settings.l2tp.sourcePort, S::SourcePort::wellKnown);
   EXPECT_EQ(parse("pptp = { mppe = \"service\"; };").settings.pptp.mppe, S::MPPE::service);
   EXPECT_EQ(parse("pptp = { mppe = \"none\"; };").settings.pptp.mppe, S::MPPE::none);
+  EXPECT_EQ(parse("ppp = { ipv6 = \"refuse\"; };").settings.ppp.ipv6, S::IPv6::refuse);
 }
 
 TEST(EngineSettings, AnEmptyTextIsAllDefaults) {
@@ -151,6 +159,8 @@ INSTANTIATE_TEST_SUITE_P(
         Unusable{"ppp = {\n mtu = true; };", std::string("2: ppp.mtu ") + kBytes},
         Unusable{"ppp = {\n mtu = { }; };", std::string("2: ppp.mtu ") + kBytes},
         Unusable{"ppp = {\n dns = 0; };", "2: ppp.dns must be true or false; the default holds."},
+        Unusable{"ppp = {\n routes = [ \"10.0.0.1/8\" ]; };",
+                 "2: ppp.routes must be a list of IPv4 networks such as [ \"10.0.0.0/8\" ]; the default holds."},
         Unusable{"ppp = {\n default_route = \"no\"; };",
                  "2: ppp.default_route must be true or false; the default holds."},
         Unusable{"ppp = {\n authentication = \"PAP\"; };", kAuthentication},
@@ -327,7 +337,7 @@ TEST(EngineSettingsExample, ShowsEverySetting) {
 TEST(EngineSettingsManPage, NamesEverySettingAndNoOther) {
   const std::string page = contents(PACKAGING "/vpnctl-engine.conf.5");
   std::set<std::string> named;
-  const std::regex setting("(ike|l2tp|pptp|ppp)\\.[a-z_]+");
+  const std::regex setting("(ike|l2tp|pptp|ppp)\\.[a-z0-9_]+");
   for (std::sregex_iterator i(page.begin(), page.end(), setting); i != std::sregex_iterator(); ++i)
     named.insert(i->str());
   named.erase("ppp.log");

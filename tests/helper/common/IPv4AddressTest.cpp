@@ -21,5 +21,22 @@ TEST(IPv4Address, NothingElseIsOne) {
     EXPECT_FALSE(addressFrom(text)) << text;
 }
 
+TEST(IPv4Network, IsReadAsItIsWritten) {
+  for (const char *text : {"0.0.0.0/0", "10.0.0.0/8", "192.0.2.128/25", "192.0.2.7/32"}) {
+    const auto network = networkFrom(text);
+    ASSERT_TRUE(network) << text;
+    EXPECT_EQ(textOf(*network), text);
+  }
+  EXPECT_EQ(networkFrom("0.0.0.0/0"), IPv4Network{});
+}
+
+TEST(IPv4Network, NothingElseIsOne) {
+  for (const std::string &text :
+       {std::string(), std::string("10.0.0.0"), std::string("10.0.0.0/"), std::string("10.0.0.0/33"),
+        std::string("10.0.0.0/-1"), std::string("10.0.0.0/8 "), std::string("10.0.0.1/8"), std::string("0.0.0.1/0"),
+        std::string("/8"), std::string("10.0.0.0/8\0", 11)})
+    EXPECT_FALSE(networkFrom(text)) << text;
+}
+
 }  // namespace
 }  // namespace helper

@@ -30,8 +30,9 @@ std::vector<JournalEntry> oneOfEach() {
   link.path = "/etc/resolv.conf";
   link.linkTarget = "../run/x";
   return {StartedProcess{4711, 0xffffffffffffULL},
-          AddedRoute{Route{address("192.0.2.7"), 32, address("10.0.0.1"), address("10.0.0.2"), "eth0"}},
-          AddedRoute{Route{address("128.0.0.0"), 1, {}, {}, "ppp0", UINT32_MAX}},
+          AddedRules{{{PolicyRule::Kind::wayToServer, false, address("192.0.2.7"), 7001},
+                      {PolicyRule::Kind::localNetworks, true, {}, 0}}},
+          FilledTable{UINT32_MAX, {IPv4Network{}, networkFrom("10.0.0.0/8").value()}},
           ResolvconfRecord{"/sbin/resolvconf", "ppp0.vpnctl"},
           file,
           link,
@@ -70,9 +71,19 @@ TEST_F(JournalTest, RefusesWhatMakesNoSense) {
   EXPECT_FALSE(journalEntries(withEntry("PID", 1, 0)));
   EXPECT_FALSE(journalEntries(withEntry("PID", -1, 0)));
   EXPECT_FALSE(journalEntries(withEntry("PID", "junk", 0)));
-  EXPECT_FALSE(journalEntries(withEntry("Destination", "nowhere", 1)));
-  EXPECT_FALSE(journalEntries(withEntry("PrefixLength", 0, 1)));
-  EXPECT_FALSE(journalEntries(withEntry("PrefixLength", 33, 1)));
+  const auto withRule = [&](const char *key, const Value &changed) {
+    Value rule = journalValue(oneOfEach())["Entries"].array()[1]["Rules"].array()[0];
+    rule.set(key, changed);
+    return withEntry("Rules", Value::Array{rule}, 1);
+  };
+  EXPECT_TRUE(journalEntries(withRule("IPv6", true)));
+  EXPECT_FALSE(journalEntries(withRule("Rule", "Reboot")));
+  EXPECT_FALSE(journalEntries(withRule("Server", "nowhere")));
+  for (const Value &table : {Value(255), Value(std::uint64_t{1} << 32)}) {
+    EXPECT_FALSE(journalEntries(withRule("Table", table)));
+    EXPECT_FALSE(journalEntries(withEntry("Table", table, 2))) << "255 holds this machine's addresses";
+  }
+  EXPECT_FALSE(journalEntries(withEntry("Networks", Value::Array{Value("everything")}, 2)));
   EXPECT_FALSE(journalEntries(withEntry("Program", "resolvconf", 3)));
   EXPECT_FALSE(journalEntries(withEntry("Path", "etc/resolv.conf", 4)));
   EXPECT_FALSE(journalEntries(withEntry("ControlSocket", "charon.vici", 6)));

@@ -7,7 +7,10 @@
 using foundation::Value;
 using helper::AuthProtocol;
 using helper::EngineSettings;
+using helper::IPv4Network;
 using helper::LinkPlan;
+using helper::networkFrom;
+using helper::RoutePlan;
 using helper::MPPE;
 using helper::TunnelKind;
 using std::chrono::milliseconds;
@@ -219,6 +222,38 @@ TEST(LinkPlan, TheMachinesSettingsGoAboveAllOthers) {
   EXPECT_TRUE(planOf({}, "L2TP", settings).carriesEverything);
 }
 
+TEST(LinkPlan, CarriesEverythingAndRefusesIPv6MeanwhileUnlessTheMachineSaysOtherwise) {
+  EngineSettings settings;
+  RoutePlan routes = planOf({}, "PPTP", settings).routes;
+  EXPECT_EQ(routes.networks, std::vector<IPv4Network>{IPv4Network{}});
+  EXPECT_TRUE(routes.refuseIPv6);
+  EXPECT_TRUE(routes.localNetworks);
+  settings.ppp.ipv6 = EngineSettings::IPv6::leave;
+  settings.ppp.localNetworks = false;
+  routes = planOf({}, "PPTP", settings).routes;
+  EXPECT_FALSE(routes.refuseIPv6);
+  EXPECT_FALSE(routes.localNetworks);
+}
+
+TEST(LinkPlan, CarriesNetworksInsteadOfEverything) {
+  EngineSettings settings;
+  settings.ppp.routes = {"10.0.0.0/8"};
+  settings.ppp.defaultRoute = true;
+  const LinkPlan plan = planOf({}, "PPTP", settings);
+  EXPECT_FALSE(plan.carriesEverything);
+  EXPECT_EQ(plan.routes.networks, std::vector<IPv4Network>{networkFrom("10.0.0.0/8").value()});
+  EXPECT_FALSE(plan.routes.refuseIPv6);
+  EXPECT_NE(plan.description().find("carries its own network and 10.0.0.0/8,"), std::string::npos);
+}
+
+TEST(LinkPlan, CarriesNothingButItsOwnNetworkWhereNothingElseIsSaid) {
+  EngineSettings settings;
+  settings.ppp.defaultRoute = false;
+  const RoutePlan routes = planOf({}, "PPTP", settings).routes;
+  EXPECT_TRUE(routes.networks.empty());
+  EXPECT_FALSE(routes.refuseIPv6);
+}
+
 TEST(LinkPlan, TheTunnelsSettingsTravelAlong) {
   EngineSettings settings;
   settings.ike.remoteIdentity = "10.0.0.1";
@@ -248,7 +283,7 @@ TEST(LinkPlan, DescribesItselfWithoutSecrets) {
   EXPECT_EQ(
       text,
       "PPTP to vpn.example.org, account alice, authentication PAP CHAP MSCHAP1 MSCHAP2, MPPE none, MTU 1448 bytes, "
-      "MRU 1500 bytes, carries everything, asks for name servers, within 70000 ms");
+      "MRU 1500 bytes, carries everything and no IPv6, asks for name servers, within 70000 ms");
 }
 
 }  // namespace

@@ -25,6 +25,7 @@ struct LinkMachine {
   std::string failing;      // the name of the deed that fails
   bool hasMPPE = true;      // the kernel
   bool answersStop = true;  // the tunnel
+  bool rulesAreGone = false;
   bool pppRuns = false;
   std::chrono::milliseconds grace{};  // for pppd's end, as last granted
   bool tunnelThere = false;
@@ -35,6 +36,7 @@ struct LinkMachine {
   helper::PPPSession::Handlers ppp;
   helper::Tunnel::Handlers tunnel;
   helper::NameServers::Done nameServersDone;
+  helper::NetworkWatch::Handlers network;
 
   void record(const std::string &name, const std::string &with = {}) {
     deeds.push_back(with.empty() ? name : name + " " + with);
@@ -116,6 +118,13 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
     return std::make_unique<RecordingTunnel>(machine_);
   }
   Routes &routes() override { return *this; }
+  foundation::Result<std::shared_ptr<void>> watchNetwork(in_addr server,
+                                                         helper::NetworkWatch::Handlers handlers) override {
+    if (const foundation::Status status = machine_.attempt("watch", helper::textOf(server)); !status)
+      return status.error();
+    machine_.network = std::move(handlers);
+    return std::shared_ptr<void>(&machine_, [](LinkMachine *machine) { machine->network = {}; });
+  }
   NameServers &nameServers() override { return *this; }
   foundation::Result<foundation::Secret> password(const helper::Peer &) override {
     if (const foundation::Status status = machine_.attempt("password"); !status) return status.error();
@@ -128,16 +137,15 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
   std::chrono::steady_clock::time_point lastLogged() const override { return machine_.lastLogged; }
 
  private:
-  foundation::Status pinServer(in_addr server) override { return machine_.attempt("pin", helper::textOf(server)); }
+  foundation::Status keepWay(in_addr server) override { return machine_.attempt("keep way", helper::textOf(server)); }
   foundation::Status keepServerOff(const std::string &interface, in_addr server) override {
     machine_.keptOff = server;
     return machine_.attempt("keep off", interface);
   }
-  foundation::Status carryEverything(const std::string &interface, in_addr) override {
-    return machine_.attempt("carry", interface);
-  }
-  foundation::Status carryEverythingAgain(const std::string &interface, in_addr) override {
-    return machine_.attempt("carry again", interface);
+  foundation::Status carry(const std::string &interface) override { return machine_.attempt("carry", interface); }
+  foundation::Result<bool> putBack() override {
+    if (const foundation::Status status = machine_.attempt("put back"); !status) return status.error();
+    return machine_.rulesAreGone;
   }
   void apply(const std::string &interface, const std::vector<in_addr> &, bool primary, Done done) override {
     machine_.record("name servers", interface + (primary ? " for everything" : ""));

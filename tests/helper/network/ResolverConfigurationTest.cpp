@@ -11,6 +11,7 @@
 #include "helper/network/ResolverConfiguration.h"
 #include "helper/repair/Undo.h"
 #include "tests/helper/network/FakeResolved.h"
+#include "tests/helper/network/RecordingRouting.h"
 #include "tests/support/LoopFixture.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -20,14 +21,6 @@ using support::contentsOf;
 using support::writeFile;
 
 namespace {
-
-class NoRoutes : public RouteTable {
- public:
-  foundation::Result<Route> lookUp(in_addr) override { return foundation::Error{}; }
-  foundation::Status add(const Route &) override { return foundation::Error{}; }
-  foundation::Status detach(in_addr, const std::string &) override { return {}; }
-  foundation::Status remove(const Route &) override { return {}; }
-};
 
 class ResolverConfigurationTest : public support::LoopFixture {
  protected:
@@ -86,7 +79,7 @@ class ResolverConfigurationTest : public support::LoopFixture {
   std::optional<Journal> journal_;
   std::vector<in_addr> servers_;
   std::vector<std::string> domains_;
-  NoRoutes routes_;
+  support::RecordingRouting routes_;
   std::optional<ResolverConfiguration> resolver_;
   std::vector<std::string> told_;
   std::vector<std::string> complaints_;

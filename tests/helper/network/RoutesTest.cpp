@@ -5,133 +5,214 @@
 #include "helper/common/IPv4Address.h"
 #include "helper/network/Routes.h"
 #include "helper/repair/Undo.h"
+#include "tests/helper/network/RecordingRouting.h"
 #include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
+using Kind = PolicyRule::Kind;
 
 namespace {
 
 in_addr address(const char *text) { return addressFrom(text).value(); }
 
-class RecordingTable : public RouteTable {
- public:
-  foundation::Result<Route> lookUp(in_addr) override {
-    if (!found) return foundation::Error{"Netlink", 0, "there is none"};
-    return *found;
-  }
-  foundation::Status add(const Route &route) override {
-    if (failing) return foundation::Error{"Netlink", 0, "not today"};
-    present.push_back(route);
-    return {};
-  }
-  foundation::Status remove(const Route &route) override {
-    std::erase(present, route);
-    return {};
-  }
-  foundation::Status detach(in_addr destination, const std::string &interface) override {
-    Route route;
-    route.destination = destination;
-    route.interface = interface;
-    detached.push_back(route);
-    return {};
-  }
-
-  std::optional<Route> found;
-  bool failing = false;
-  std::vector<Route> present;
-  std::vector<Route> detached;
-};
+const RoutePlan kEverything{{IPv4Network{}}, true, true};
 
 class RoutesTest : public testing::Test {
  protected:
-  RoutesTest() {
-    auto journal = Journal::create(folder_.path("vpnctl"));
-    EXPECT_TRUE(journal);
-    journal_.emplace(std::move(*journal));
-  }
+  // One link after another, each with a journal of its own.
+  struct TestLink {
+    explicit TestLink(RoutesTest &test, RoutePlan plan = kEverything)
+        : journal(std::move(Journal::create(test.folder_.path("vpnctl")).value())),
+          table(7000 + journal.number()),
+          routes(test.routing_, journal, std::move(plan)) {}
+    Journal journal;
+    std::uint32_t table;
+    JournalledRoutes routes;
+  };
 
-  static constexpr std::uint32_t kMetric = 4711;
-  JournalledRoutes routes() { return JournalledRoutes(table_, *journal_, kMetric); }
-  void undo() {
+  void undo(TestLink &link) {
     Undo(
-        table_, [](const std::string &sentence) { FAIL() << sentence; })
-        .takeBack(*journal_);
+        routing_, [](const std::string &sentence) { FAIL() << sentence; })
+        .takeBack(link.journal);
   }
+  // In their order, as "way 7001" and the like.
+  std::vector<std::string> present(bool ipv6 = false) const {
+    std::vector<std::string> lines;
+    for (const PolicyRule &rule : routing_.present)
+      if (rule.ipv6 == ipv6)
+        lines.push_back(std::array{"way", "local", "table", "end"}.at(static_cast<std::size_t>(rule.kind)) +
+                        (rule.table == 0 ? std::string() : " " + std::to_string(rule.table)));
+    return lines;
+  }
+  using Lines = std::vector<std::string>;
 
   const support::TemporaryFolder folder_;
-  std::optional<Journal> journal_;
-  RecordingTable table_;
-  Route way_{address("192.0.2.7"), 32, address("10.0.0.1"), address("10.0.0.2"), "eth0"};
+  support::RecordingRouting routing_;
 };
 
-TEST_F(RoutesTest, PinTheServerAndTakeThePinBack) {
-  table_.found = way_;
-  ASSERT_TRUE(routes().pinServer(address("192.0.2.7")));
-  Route pin = way_;
-  pin.metric = kMetric;
-  EXPECT_EQ(table_.present, std::vector<Route>{pin});
-  undo();
-  EXPECT_TRUE(table_.present.empty());
+TEST_F(RoutesTest, KeepTheWayToTheServerAndTakeItBack) {
+  TestLink link(*this);
+  ASSERT_TRUE(link.routes.keepWay(address("192.0.2.7")));
+  EXPECT_EQ(present(), (Lines{"end 7001", "way 7001"}));
+  EXPECT_EQ(textOf(routing_.present[1].server), "192.0.2.7");
+  undo(link);
+  EXPECT_TRUE(routing_.present.empty());
 }
 
-TEST_F(RoutesTest, LeaveAHostRouteThatWasThere) {
-  table_.found = way_;
-  table_.present = {way_};
-  ASSERT_TRUE(routes().pinServer(address("192.0.2.7")));
-  EXPECT_EQ(table_.present.size(), 2U);
-  undo();
-  EXPECT_EQ(table_.present, std::vector<Route>{way_});
+TEST_F(RoutesTest, CarryEverythingAndNoIPv6) {
+  TestLink link(*this);
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  EXPECT_EQ(present(), (Lines{"local", "table 7001"}));
+  EXPECT_EQ(present(true), (Lines{"local", "table 7001"}));
+  EXPECT_EQ(routing_.led, (support::RecordingRouting::Routes{{{7001, "0.0.0.0/0"}, "ppp0"}}));
+  EXPECT_EQ(routing_.refused.size(), 2U);
+  undo(link);
+  EXPECT_TRUE(routing_.present.empty());
+  EXPECT_TRUE(routing_.led.empty());
+  EXPECT_TRUE(routing_.refused.empty());
 }
 
-TEST_F(RoutesTest, LeaveThePinOfAnotherLinkToTheSameServer) {
-  table_.found = way_;
-  Route others = way_;
-  others.metric = kMetric + 1;
-  table_.present = {others};
-  ASSERT_TRUE(routes().pinServer(address("192.0.2.7")));
-  undo();
-  EXPECT_EQ(table_.present, std::vector<Route>{others});
+TEST_F(RoutesTest, CarryWhatIsWanted) {
+  TestLink link(*this, {{networkFrom("10.0.0.0/8").value(), networkFrom("192.0.2.0/24").value()}, false, true});
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  EXPECT_EQ(present(), (Lines{"local", "table 7001"}));
+  EXPECT_TRUE(present(true).empty());
+  EXPECT_EQ(routing_.led.size(), 2U);
+  EXPECT_EQ(routing_.refused.size(), 2U) << "they, too, do not go past the tunnel while it is down for a moment";
+  EXPECT_FALSE(routing_.refused.contains({7001, "IPv6"}));
 }
 
-TEST_F(RoutesTest, PinNothingWhereThereIsNoWay) {
-  EXPECT_TRUE(routes().pinServer(address("192.0.2.7")));
-  EXPECT_TRUE(table_.present.empty());
-  EXPECT_TRUE(journal_->entries().empty());
+TEST_F(RoutesTest, CarryNothing) {
+  TestLink link(*this, {});
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  EXPECT_TRUE(routing_.present.empty());
+  EXPECT_TRUE(link.journal.entries().empty());
 }
 
-TEST_F(RoutesTest, NoteNothingThatFailed) {
-  table_.found = way_;
-  table_.failing = true;
-  EXPECT_FALSE(routes().pinServer(address("192.0.2.7")));
-  EXPECT_TRUE(journal_->entries().empty());
+TEST_F(RoutesTest, PreferTheTunnelToLocalNetworksOnlyForIPv4) {
+  TestLink link(*this, {{IPv4Network{}}, true, false});
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  EXPECT_EQ(present(), (Lines{"table 7001"}));
+  EXPECT_EQ(present(true), (Lines{"local", "table 7001"})) << "there would be no network without neighbours";
 }
 
-TEST_F(RoutesTest, CarryEverythingInTwoHalves) {
-  ASSERT_TRUE(routes().carryEverything("ppp0", address("10.9.0.2")));
-  ASSERT_EQ(table_.present.size(), 2U);
-  EXPECT_EQ(table_.present[0], (Route{address("0.0.0.0"), 1, {}, address("10.9.0.2"), "ppp0", kMetric}));
-  EXPECT_EQ(table_.present[1], (Route{address("128.0.0.0"), 1, {}, address("10.9.0.2"), "ppp0", kMetric}));
-  EXPECT_EQ(journal_->entries().size(), 2U);
+// The kernel throws routes away when the interface goes down, and nobody else brings them back.
+TEST_F(RoutesTest, CarryAgainWithoutNotingItTwice) {
+  TestLink link(*this);
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  const auto rules = routing_.present;
+  const auto entries = link.journal.entries();
+  routing_.led.clear();
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  EXPECT_EQ(routing_.led.size(), 1U);
+  EXPECT_EQ(routing_.present, rules);
+  EXPECT_EQ(link.journal.entries(), entries);
 }
 
-// The kernel throws them away when the interface goes down, and nobody else brings them back.
-TEST_F(RoutesTest, CarryEverythingAgainWithoutNotingItTwice) {
-  ASSERT_TRUE(routes().carryEverything("ppp0", address("10.9.0.2")));
-  const std::vector<Route> before = table_.present;
-  table_.present.clear();
-  ASSERT_TRUE(routes().carryEverythingAgain("ppp0", address("10.9.0.2")));
-  EXPECT_EQ(table_.present, before);
-  EXPECT_EQ(journal_->entries().size(), 2U);
-  undo();
-  EXPECT_TRUE(table_.present.empty());
-  table_.failing = true;
-  EXPECT_FALSE(routes().carryEverythingAgain("ppp0", address("10.9.0.2")));
+TEST_F(RoutesTest, RefuseWhatCannotBeLedBecauseTheInterfaceIsDownAgain) {
+  TestLink link(*this);
+  routing_.interfaceError = ENETDOWN;
+  EXPECT_TRUE(link.routes.carry("ppp0"));
+  EXPECT_EQ(present(), (Lines{"local", "table 7001"}));
+  EXPECT_TRUE(routing_.refused.contains({7001, "0.0.0.0/0"}));
+  routing_.interfaceError = ENODEV;
+  EXPECT_FALSE(link.routes.carry("ppp0"));
 }
+
+TEST_F(RoutesTest, PutAllWaysBeforeAllTablesAndTheNewestTableFirst) {
+  TestLink first(*this);
+  ASSERT_TRUE(first.routes.keepWay(address("192.0.2.7")));
+  ASSERT_TRUE(first.routes.carry("ppp0"));
+  TestLink second(*this);
+  ASSERT_TRUE(second.routes.keepWay(address("192.0.2.8")));
+  EXPECT_EQ(present(), (Lines{"end 7001", "way 7001", "local", "end 7002", "way 7002", "table 7001"}));
+  ASSERT_TRUE(second.routes.carry("ppp1"));
+  EXPECT_EQ(present(),
+            (Lines{"end 7001", "way 7001", "local", "end 7002", "way 7002", "local", "table 7002", "table 7001"}));
+  EXPECT_EQ(present(true), (Lines{"local", "local", "table 7002", "table 7001"}));
+  TestLink third(*this);
+  ASSERT_TRUE(third.routes.keepWay(address("192.0.2.9")));
+  const Lines rules = present();
+  EXPECT_EQ(Lines(rules.end() - 3, rules.end()), (Lines{"way 7003", "table 7002", "table 7001"}));
+  // Each takes its own away, in any order.
+  undo(first);
+  undo(third);
+  EXPECT_EQ(present(), (Lines{"end 7002", "way 7002", "local", "table 7002"}));
+  undo(second);
+  EXPECT_TRUE(routing_.present.empty());
+}
+
+TEST_F(RoutesTest, PutBackWhatOthersThrowAway) {
+  TestLink other(*this);
+  ASSERT_TRUE(other.routes.carry("ppp1"));
+  TestLink link(*this);
+  ASSERT_TRUE(link.routes.keepWay(address("192.0.2.7")));
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  EXPECT_FALSE(link.routes.putBack().value()) << "nothing is missing";
+  const auto before = routing_.present;
+  for (const PolicyRule &rule : before) {
+    if (rule.table == other.table || rule.kind == Kind::localNetworks) continue;
+    routing_.present = before;
+    std::erase(routing_.present, rule);
+    EXPECT_TRUE(link.routes.putBack().value());
+    EXPECT_TRUE(std::ranges::is_permutation(routing_.present, before));
+    // Whichever it was: no way stands behind a table.
+    const Lines rules = present();
+    EXPECT_LT(std::ranges::find(rules, "way 7002"), std::ranges::find(rules, "table 7002"));
+    EXPECT_LT(std::ranges::find(rules, "way 7002"), std::ranges::find(rules, "table 7001"));
+    EXPECT_LT(std::ranges::find(rules, "table 7002"), std::ranges::find(rules, "table 7001"));
+  }
+}
+
+TEST_F(RoutesTest, PutBackTheRuleThatAllLinksShare) {
+  TestLink link(*this);
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  std::erase(routing_.present, PolicyRule{.kind = Kind::localNetworks});
+  EXPECT_TRUE(link.routes.putBack().value());
+  EXPECT_EQ(present(), (Lines{"local", "table 7001"}));
+}
+
+TEST_F(RoutesTest, PutBackRoutesWithoutARuleMissing) {
+  TestLink link(*this);
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  const auto led = routing_.led;
+  const auto refused = routing_.refused;
+  routing_.led.clear();
+  routing_.refused.clear();
+  EXPECT_TRUE(link.routes.putBack());
+  EXPECT_EQ(routing_.led, led);
+  EXPECT_EQ(routing_.refused, refused);
+}
+
+TEST_F(RoutesTest, MissNoIPv6WhereThereIsNone) {
+  routing_.hasIPv6 = false;
+  TestLink link(*this);
+  ASSERT_TRUE(link.routes.carry("ppp0"));
+  EXPECT_FALSE(link.routes.putBack().value());
+}
+
+class RoutesFailing : public RoutesTest, public ::testing::WithParamInterface<const char *> {};
+
+TEST_P(RoutesFailing, IsToldAndLeavesNothingBehind) {
+  TestLink other(*this);
+  ASSERT_TRUE(other.routes.carry("ppp1"));
+  const auto before = routing_.present;
+  TestLink link(*this);
+  routing_.failing = GetParam();
+  EXPECT_FALSE(link.routes.carry("ppp0"));
+  routing_.failing.clear();
+  undo(link);
+  EXPECT_TRUE(std::ranges::is_permutation(routing_.present, before) || routing_.present.size() == before.size() + 2)
+      << "moved twice at worst";
+  EXPECT_FALSE(routing_.refused.contains({link.table, "0.0.0.0/0"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Routes, RoutesFailing, ::testing::Values("add", "lead", "refuse", "refuse IPv6", "rules"));
 
 TEST_F(RoutesTest, KeepTheServersAddressOffTheTunnel) {
-  ASSERT_TRUE(routes().keepServerOff("ppp0", address("192.0.2.7")));
-  ASSERT_EQ(table_.detached.size(), 1U);
-  EXPECT_EQ(table_.detached[0], (Route{address("192.0.2.7"), 32, {}, {}, "ppp0"}));
+  TestLink link(*this);
+  ASSERT_TRUE(link.routes.keepServerOff("ppp0", address("192.0.2.7")));
+  EXPECT_EQ(routing_.detached, (Lines{"192.0.2.7 ppp0"}));
 }
 
 }  // namespace

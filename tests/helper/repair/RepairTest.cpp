@@ -7,6 +7,7 @@
 #include "helper/network/FileReplacement.h"
 #include "helper/repair/Repair.h"
 #include "helper/repair/Undo.h"
+#include "tests/helper/network/RecordingRouting.h"
 #include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
@@ -15,14 +16,6 @@ using support::writeFile;
 namespace fs = std::filesystem;
 
 namespace {
-
-class NoRoutes : public RouteTable {
- public:
-  foundation::Result<Route> lookUp(in_addr) override { return foundation::Error{}; }
-  foundation::Status add(const Route &) override { return foundation::Error{}; }
-  foundation::Status detach(in_addr, const std::string &) override { return {}; }
-  foundation::Status remove(const Route &) override { return {}; }
-};
 
 class RepairTest : public testing::Test {
  protected:
@@ -46,7 +39,7 @@ class RepairTest : public testing::Test {
   }
   // The link's own end.
   void end(Journal &journal) {
-    NoRoutes routes;
+    support::RecordingRouting routes;
     Undo(routes, [this](const std::string &sentence) { said_.push_back(sentence); }).takeBack(journal);
   }
   std::ptrdiff_t saidOfFile() const {
@@ -188,6 +181,23 @@ TEST_F(RepairTest, KnowsTheWorkOfOtherLinks) {
   EXPECT_TRUE(isOurs());
   writeFile(file_, "before\n");
   EXPECT_FALSE(isOurs()) << "whoever wrote the old text has changed it all the same";
+}
+
+TEST_F(RepairTest, RemembersForAWhileThatAServerWasNotToldOfAnEnd) {
+  const auto repaired = [this] { return repairAbandoned([](const std::string &) {}, bases_); };
+  EXPECT_FALSE(repaired());
+  {
+    auto journal = Journal::create(bases_.running);
+    ASSERT_TRUE(journal);
+    ASSERT_TRUE(journal->note(LoadedConnection{folder_.path("nobody.vici"), "vpnctl-1", 7}));
+  }
+  EXPECT_TRUE(repaired());
+  EXPECT_TRUE(repaired()) << "the next one hears it, too";
+  const std::string mark = bases_.running + "/l2tp-ended-unheard";
+  ASSERT_TRUE(fs::exists(mark));
+  fs::last_write_time(mark, fs::last_write_time(mark) - std::chrono::minutes(3));
+  EXPECT_FALSE(repaired());
+  EXPECT_FALSE(fs::exists(mark));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "helper/repair/Undo.h"
 #include "linux/ChildProcess.h"
+#include "tests/helper/network/RecordingRouting.h"
 #include "tests/support/FewDescriptors.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -18,17 +19,18 @@ using namespace helper;
 
 namespace {
 
-class RecordingTable : public RouteTable {
+AddedRules rule(std::uint32_t table) { return {{PolicyRule{.kind = PolicyRule::Kind::ownTable, .table = table}}}; }
+
+// One rule cannot be removed.
+class StickingRouting : public support::RecordingRouting {
  public:
-  foundation::Result<Route> lookUp(in_addr) override { return foundation::Error{}; }
-  foundation::Status add(const Route &) override { return foundation::Error{}; }
-  foundation::Status detach(in_addr, const std::string &) override { return {}; }
-  foundation::Status remove(const Route &route) override {
-    removed.push_back(route.interface);
-    if (route.interface == "stuck") return foundation::Error{"Netlink", 0, "it sticks"};
+  foundation::Status remove(const PolicyRule &rule) override {
+    tables.push_back(rule.table);
+    if (rule.table == kStuck) return foundation::Error{"Netlink", 0, "it sticks"};
     return {};
   }
-  std::vector<std::string> removed;
+  static constexpr std::uint32_t kStuck = 666;
+  std::vector<std::uint32_t> tables;
 };
 
 class UndoTest : public testing::Test {
@@ -38,20 +40,20 @@ class UndoTest : public testing::Test {
     auto journal = Journal::create(folder_.path("vpnctl"));
     EXPECT_TRUE(journal);
     for (const auto &entry : entries) EXPECT_TRUE(journal->note(entry));
-    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
+    Undo(routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
     EXPECT_EQ(std::filesystem::exists(folder_.path("vpnctl")), !journal->entries().empty());
     return journal->entries();
   }
 
   const support::TemporaryFolder folder_;
-  RecordingTable table_;
+  StickingRouting routing_;
   std::vector<std::string> complaints_;
 };
 
 TEST_F(UndoTest, GoesBackwardsAndPastWhatFailsAndKeepsThat) {
-  const AddedRoute stuck{Route{{}, 1, {}, {}, "stuck"}};
-  const auto left = undo({AddedRoute{Route{{}, 1, {}, {}, "first"}}, stuck, AddedRoute{Route{{}, 1, {}, {}, "last"}}});
-  EXPECT_EQ(table_.removed, (std::vector<std::string>{"last", "stuck", "first"}));
+  const AddedRules stuck = rule(StickingRouting::kStuck);
+  const auto left = undo({rule(7001), stuck, rule(7002)});
+  EXPECT_EQ(routing_.tables, (std::vector<std::uint32_t>{7002, StickingRouting::kStuck, 7001}));
   ASSERT_EQ(complaints_.size(), 1U);
   EXPECT_NE(complaints_[0].find("it sticks"), std::string::npos);
   EXPECT_EQ(left, std::vector<JournalEntry>{stuck});
@@ -67,8 +69,8 @@ TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
     auto journal = Journal::create(folder_.path("vpnctl"));
     ASSERT_TRUE(journal);
     ASSERT_TRUE(journal->note(file));
-    ASSERT_TRUE(journal->note(AddedRoute{Route{{}, 1, {}, {}, "last"}}));
-    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
+    ASSERT_TRUE(journal->note(rule(7002)));
+    Undo(routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
     ReplacedFile told = file;
     told.takenOver = true;
     EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{told});
@@ -79,7 +81,7 @@ TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
   std::vector<foundation::Error> errors;
   auto left = Journal::abandoned(folder_.path("vpnctl"), errors);
   ASSERT_EQ(left.size(), 1U);
-  Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(left[0]);
+  Undo(routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(left[0]);
   std::string line;
   std::getline(std::ifstream(file.path), line);
   EXPECT_EQ(line, "before");
@@ -96,17 +98,16 @@ TEST_F(UndoTest, EndsAProcessThatIsStillThere) {
 }
 
 TEST_F(UndoTest, BeginsNothingAfterItsDeadline) {
-  const std::vector<JournalEntry> entries{AddedRoute{Route{{}, 1, {}, {}, "first"}},
-                                          AddedRoute{Route{{}, 1, {}, {}, "last"}}};
+  const std::vector<JournalEntry> entries{rule(7001), rule(7002)};
   std::vector<Journal> journals;
   for (const char *base : {"/one", "/two"}) {
     journals.push_back(std::move(Journal::create(folder_.path() + base).value()));
     for (const JournalEntry &entry : entries) ASSERT_TRUE(journals.back().note(entry));
   }
   Undo undo(
-      table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }, Undo::Clock::now());
+      routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); }, Undo::Clock::now());
   for (Journal &journal : journals) undo.takeBack(journal);
-  EXPECT_TRUE(table_.removed.empty());
+  EXPECT_TRUE(routing_.tables.empty());
   EXPECT_EQ(complaints_.size(), 1U) << "said once";
   journals.clear();
   // The next one goes on with it.
@@ -128,7 +129,7 @@ TEST_F(UndoTest, LeavesAProgramThatTakesLongerThanItsDeadline) {
   ASSERT_TRUE(journal->note(record));
   const auto begin = Undo::Clock::now();
   Undo(
-      table_, [this](const std::string &sentence) { complaints_.push_back(sentence); },
+      routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); },
       begin + std::chrono::milliseconds(300))
       .takeBack(*journal);
   EXPECT_LT(Undo::Clock::now() - begin, std::chrono::seconds(10));
@@ -149,7 +150,7 @@ TEST_F(UndoTest, KeepsAProcessThatCannotBeLookedAt) {
   auto journal = Journal::create(folder_.path("vpnctl"));
   ASSERT_TRUE(journal);
   ASSERT_TRUE(journal->note(entry));
-  Undo undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); });
+  Undo undo(routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); });
   for (unsigned left = 0; left < 2; ++left) {
     const support::FewDescriptors few(left);
     undo.takeBack(*journal);
@@ -182,7 +183,7 @@ TEST_F(UndoTest, KeepsWhatADaemonMayStillHold) {
   ASSERT_TRUE(journal->note(entry));
   {
     const support::FewDescriptors none(0);
-    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
+    Undo(routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
   }
   EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
   ASSERT_EQ(complaints_.size(), 1U);
@@ -212,7 +213,7 @@ TEST_F(UndoTest, KeepsADaemonThatCannotBeSeen) {
   ASSERT_TRUE(journal->note(daemon));
   {
     const support::FewDescriptors one(1);
-    Undo(table_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
+    Undo(routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
   }
   EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{daemon});
   ASSERT_EQ(complaints_.size(), 1U);

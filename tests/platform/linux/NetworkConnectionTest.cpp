@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -118,6 +119,21 @@ TEST_F(NetworkConnectionTest, AHelperThatDiesIsADisconnectionWithoutPPP) {
   EXPECT_EQ(SCError(), kSCStatusNoStoreServer);
   EXPECT_FALSE(SCPreferencesCreateWithAuthorization("test", {}, authorization));
   EXPECT_EQ(SCError(), kSCStatusNoPrefsSession);
+}
+
+// It may have left all traffic refused.
+TEST_F(NetworkConnectionTest, AHelperThatDiesIsFollowedByOneThatTidiesUp) {
+  const std::string follower = folder().path("follower");
+  const std::string mark = folder().path("mark");
+  support::writeFile(follower, "#!/bin/sh\n>" + mark + "\n");
+  ASSERT_EQ(::chmod(follower.c_str(), 0700), 0);
+  const auto connection = connect(service("dies"), recorder);
+  ASSERT_EQ(std::rename(follower.c_str(), folder().path("vpnctl-helper").c_str()), 0);
+  ASSERT_TRUE(SCNetworkConnectionStart(connection, {}, false));
+  CFRunLoopRun();
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (::access(mark.c_str(), F_OK) < 0 && std::chrono::steady_clock::now() < until) std::this_thread::yield();
+  EXPECT_EQ(::access(mark.c_str(), F_OK), 0);
 }
 
 TEST_F(NetworkConnectionTest, AHelperThatIsAskedToEndTakesTheLinkDownFirst) {

@@ -1,0 +1,77 @@
+// A kernel's routing that is kept in memory, and fails where a test says so.
+
+#pragma once
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "helper/network/Routing.h"
+
+namespace support {
+
+class RecordingRouting : public helper::Routing {
+ public:
+  foundation::Status add(const helper::PolicyRule &rule) override {
+    if (const foundation::Status status = attempt("add"); !status) return status;
+    if (hasIPv6 || !rule.ipv6) present.push_back(rule);
+    return {};
+  }
+  foundation::Status remove(const helper::PolicyRule &rule) override {
+    removed.push_back(rule);
+    if (const foundation::Status status = attempt("remove"); !status) return status;
+    if (const auto found = std::ranges::find(present, rule); found != present.end()) present.erase(found);
+    return {};
+  }
+  foundation::Result<std::vector<helper::PolicyRule>> rules() override {
+    if (const foundation::Status status = attempt("rules"); !status) return status.error();
+    return present;
+  }
+  foundation::Status lead(std::uint32_t table, const helper::IPv4Network &network,
+                          const std::string &interface) override {
+    if (interfaceError != 0) return foundation::errnoError(interfaceError, "lead");
+    if (const foundation::Status status = attempt("lead"); !status) return status;
+    led[{table, helper::textOf(network)}] = interface;
+    return {};
+  }
+  foundation::Status refuse(std::uint32_t table, const helper::IPv4Network &network) override {
+    if (const foundation::Status status = attempt("refuse"); !status) return status;
+    refused[{table, helper::textOf(network)}] = "refused";
+    return {};
+  }
+  foundation::Status refuseIPv6(std::uint32_t table) override {
+    if (const foundation::Status status = attempt("refuse IPv6"); !status) return status;
+    refused[{table, "IPv6"}] = "refused";
+    return {};
+  }
+  foundation::Status clear(const helper::FilledTable &table) override {
+    if (const foundation::Status status = attempt("clear"); !status) return status;
+    for (auto *routes : {&led, &refused})
+      std::erase_if(*routes, [&](const auto &route) { return route.first.first == table.table; });
+    return {};
+  }
+  foundation::Status detach(in_addr destination, const std::string &interface) override {
+    detached.push_back(helper::textOf(destination) + " " + interface);
+    return {};
+  }
+
+  using Routes = std::map<std::pair<std::uint32_t, std::string>, std::string>;  // by table and network
+  std::string failing;                                                          // the call that fails
+  int interfaceError = 0;                                                       // of lead()
+  bool hasIPv6 = true;
+  std::vector<helper::PolicyRule> present;
+  std::vector<helper::PolicyRule> removed;
+  Routes led;
+  Routes refused;
+  std::vector<std::string> detached;
+
+ private:
+  foundation::Status attempt(const std::string &call) const {
+    if (call == failing) return foundation::Error{"Netlink", 0, "it sticks"};
+    return {};
+  }
+};
+
+}  // namespace support
