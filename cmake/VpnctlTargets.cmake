@@ -67,17 +67,40 @@ endfunction()
 # For what hangs. The longest test takes 80 s under the thread sanitizer, and more where the machine has other work.
 set(VPNCTL_TEST_DEADLINE 400)
 
-# vpnctl_test(NAME SOURCES... [USES TARGETS...]): one GoogleTest program, each of its tests known to ctest.
-function(vpnctl_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;USES")
-  add_executable(${name} ${arg_SOURCES})
-  target_link_libraries(${name} PRIVATE vpnctl_options ${arg_USES} GTest::gtest GTest::gtest_main)
-  # What is tested is optimised. What tests it is not: it is compiled more often than it is run.
-  target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0 -g1 -U_FORTIFY_SOURCE>)
+# How tests are compiled, beside what all targets share.
+add_library(vpnctl_test_options INTERFACE)
+target_compile_options(vpnctl_test_options INTERFACE
+  # What is tested is optimised, and watched for undefined behaviour. What tests it is not: it is compiled more often than it
+  # is run.
+  $<$<CONFIG:RelWithDebInfo>:-O0 -g1 -U_FORTIFY_SOURCE> $<$<BOOL:${VPNCTL_SANITIZE}>:-fno-sanitize=undefined>
   # GoogleTest's macros hold an if of their own, whose else is theirs.
-  target_compile_options(${name} PRIVATE -Wno-dangling-else)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${VPNCTL_TEST_DEADLINE})
+  -Wno-dangling-else)
+
+# Reading GoogleTest's headers takes longer than compiling most tests: with VPNCTL_PRECOMPILE all share what was read once.
+function(vpnctl_precompile_test_headers)
+  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test_headers.cpp CONTENT "")
+  add_library(test_headers OBJECT ${PROJECT_BINARY_DIR}/test_headers.cpp)
+  target_link_libraries(test_headers PRIVATE vpnctl_options vpnctl_test_options GTest::gtest)
+  target_precompile_headers(test_headers PRIVATE <gtest/gtest.h> <chrono> <functional> <optional>)
 endfunction()
+
+# vpnctl_test(NAME [THREADED] SOURCES... [USES TARGETS...]): one GoogleTest program, each of its tests known to ctest.
+# THREADED: what it tests has threads, so that the thread sanitizer has something to see.
+function(vpnctl_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADED" "" "SOURCES;USES")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE vpnctl_options ${arg_USES} vpnctl_test_options GTest::gtest GTest::gtest_main)
+  if(TARGET test_headers)
+    target_precompile_headers(${name} REUSE_FROM test_headers)
+  endif()
+  set(labels)
+  if(arg_THREADED)
+    set(labels LABELS threaded)
+    add_dependencies(threaded_tests ${name})
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${VPNCTL_TEST_DEADLINE} ${labels})
+endfunction()
+add_custom_target(threaded_tests)
 
 # vpnctl_fuzz(NAME SOURCE [USES TARGETS...]): a fuzz target. SOURCE defines LLVMFuzzerTestOneInput. With VPNCTL_FUZZ it is a
 # libFuzzer program; otherwise a small driver replays the committed corpus tests/fuzz/corpus/NAME as an ordinary test.
