@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <functional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -53,15 +54,15 @@ int main(int argc, char **argv) {
   foundation::PosixFileSystem fileSystem;
   helper::PreferencesStore preferences(helper::PreferencesStore::kPath, fileSystem, *log);
   helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log);
-  bool serverRemembers = false;
+  std::set<std::string> serversNotTold;
   helper::HelperService service(
       loop.get(), preferences, keychain,
-      helper::plannedLinks(*log, serverRemembers, helper::vpnLinks(loop.get(), keychain, *log)), *log);
+      helper::plannedLinks(*log, serversNotTold, helper::vpnLinks(loop.get(), keychain, *log)), *log);
   std::function<void()> end = [&service] { service.end(); };
   foundation::Status status = helper::endOnSignals(loop.get(), end);
   const auto say = [&log](const std::string &sentence) { log->write(sentence); };
   // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
-  linux::endLoopOnException(loop.get(), [&] { serverRemembers = helper::repairAbandoned(say); });
+  linux::endLoopOnException(loop.get(), [&] { serversNotTold = helper::repairAbandoned(say); });
   if (status) status = service.serve(std::move(*socket));
   if (status) return helper::runLoop(loop.get(), *log);
   log->write("The helper cannot serve: " + status.error().message);

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/link/MachineParts.h"
 #include "helper/link/VPNLink.h"
 
@@ -9,8 +10,17 @@ namespace helper {
 
 using foundation::Value;
 
-LinkFactory plannedLinks(PPPLog &log, const bool &serverRemembers, LinkMaker make, const std::string &settingsPath) {
-  return [&log, &serverRemembers, make = std::move(make), settingsPath](
+namespace {
+
+bool mayRemember(const std::set<std::string> &servers, const std::string &server) {
+  return !servers.empty() && (servers.contains(server) || !addressFrom(server));
+}
+
+}  // namespace
+
+LinkFactory plannedLinks(PPPLog &log, const std::set<std::string> &serversNotTold, LinkMaker make,
+                         const std::string &settingsPath) {
+  return [&log, &serversNotTold, make = std::move(make), settingsPath](
              const Value &preferences, const LinkRequest &request,
              Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<Link>> {
     const auto [settings, complaints] = EngineSettings::read(settingsPath);
@@ -18,7 +28,8 @@ LinkFactory plannedLinks(PPPLog &log, const bool &serverRemembers, LinkMaker mak
     if (!plan) return plan.error();
     for (const std::string &complaint : complaints) log.write(complaint);
     using SourcePort = EngineSettings::SourcePort;
-    if (serverRemembers && plan->kind == TunnelKind::l2tp && plan->l2tp.sourcePort == SourcePort::automatic) {
+    if (mayRemember(serversNotTold, plan->server) && plan->kind == TunnelKind::l2tp &&
+        plan->l2tp.sourcePort == SourcePort::automatic) {
       plan->l2tp.sourcePort = SourcePort::any;
       log.write(
           "The server was not told that the earlier connection has ended: L2TP goes out from another port than 1701, "

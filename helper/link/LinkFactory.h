@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "foundation/Result.h"
@@ -29,10 +30,10 @@ using LinkFactory = std::function<foundation::Result<std::unique_ptr<Link>>(
 using LinkMaker = std::function<std::unique_ptr<Link>(LinkPlan plan, Link::StatusHandler handler)>;
 
 // Makes plans with the settings that the file at SETTINGS_PATH holds at that moment, and links of them with MAKE. LOG
-// outlives it. While SERVER_REMEMBERS, a server may still have a tunnel of a client that has died; L2TP then does not
-// come from its port, if the settings leave the choice: two tunnels between the same two ports are not told apart by
-// every server, and what is said in the new one gets lost in the old.
-LinkFactory plannedLinks(PPPLog &log, const bool &serverRemembers, LinkMaker make,
+// outlives it. SERVERS_NOT_TOLD, addresses, may still have a tunnel of a client that has died; L2TP to one of them, or
+// to a name, then does not come from its port, if the settings leave the choice: two tunnels between the same two ports
+// are not told apart by every server, and what is said in the new one gets lost in the old.
+LinkFactory plannedLinks(PPPLog &log, const std::set<std::string> &serversNotTold, LinkMaker make,
                          const std::string &settingsPath = EngineSettings::kPath);
 
 // Makes VPNLinks on this machine. EVENT, SECRETS and LOG outlive them.

@@ -4,46 +4,64 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <optional>
 #include <vector>
 
 #include "foundation/FileDescriptor.h"
+#include "helper/common/IPv4Address.h"
 #include "helper/journal/Journal.h"
 #include "helper/network/Routing.h"
 #include "helper/repair/Undo.h"
+#include "linux/FolderPaths.h"
 
 namespace helper {
 
 namespace {
 
-bool usesIPSec(const Journal &journal) {
-  return std::ranges::any_of(
-      journal.entries(), [](const JournalEntry &entry) { return std::holds_alternative<LoadedConnection>(entry); });
+// To whose server an L2TP call went, if one did.
+std::optional<in_addr> serverOfL2TP(const Journal &journal) {
+  bool isL2TP = false;
+  std::optional<in_addr> server;
+  for (const JournalEntry &entry : journal.entries()) {
+    isL2TP = isL2TP || std::holds_alternative<LoadedConnection>(entry);
+    if (const auto *added = std::get_if<AddedRules>(&entry))
+      for (const PolicyRule &rule : added->rules)
+        if (rule.kind == PolicyRule::Kind::wayToServer) server = rule.server;
+  }
+  return isL2TP ? server : std::nullopt;
 }
 
-// Kept in a file: the helper that repairs is not always the one that makes the next connection.
-constexpr char kL2TPMark[] = "/l2tp-ended-unheard";
+// A file for each, named after it: the helper that repairs is not always the one that makes the next connection.
+constexpr char kPrefix[] = "l2tp-not-told.";
 // Servers that wait for an answer to their own question have given up by then.
 constexpr std::time_t kServersMemory = 120;
 
-void rememberL2TP(const std::string &folder) {
+void remember(const std::string &folder, in_addr server) {
   ::mkdir(folder.c_str(), 0700);
-  const std::string path = folder + kL2TPMark;
+  const std::string path = folder + "/" + kPrefix + textOf(server);
   const foundation::FileDescriptor mark(
       ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (mark) ::futimens(mark.get(), nullptr);
 }
 
-bool remembersL2TP(const std::string &folder) {
-  const std::string path = folder + kL2TPMark;
-  struct stat mark {};
-  if (::lstat(path.c_str(), &mark) < 0) return false;
-  const std::time_t age = std::time(nullptr) - mark.st_mtime;
-  if (age >= 0 && age < kServersMemory) return true;
-  ::unlink(path.c_str());
-  ::rmdir(folder.c_str());  // if it is empty
-  return false;
+std::set<std::string> remembered(const std::string &folder) {
+  std::set<std::string> servers;
+  std::error_code ignored;
+  for (const std::filesystem::path path : linux::pathsIn(folder, ignored)) {
+    const std::string name = path.filename();
+    struct stat mark {};
+    if (!name.starts_with(kPrefix) || ::lstat(path.c_str(), &mark) < 0) continue;
+    const std::time_t age = std::time(nullptr) - mark.st_mtime;
+    if (age >= 0 && age < kServersMemory)
+      servers.insert(name.substr(std::strlen(kPrefix)));
+    else
+      ::unlink(path.c_str());
+  }
+  if (servers.empty()) ::rmdir(folder.c_str());  // if nothing else is in it
+  return servers;
 }
 
 void repairNow(const std::function<void(const std::string &)> &say, const JournalBases &bases) {
@@ -55,7 +73,8 @@ void repairNow(const std::function<void(const std::string &)> &say, const Journa
   for (const auto &error : errors)
     say("What an earlier connection did to this machine cannot be read: " + error.message + ".");
   if (journals.empty()) return;
-  if (std::ranges::any_of(journals, usesIPSec)) rememberL2TP(bases.running);
+  for (const Journal &journal : journals)
+    if (const auto server = serverOfL2TP(journal)) remember(bases.running, *server);
   const auto routing = NetlinkRouting::open();
   if (!routing) return say("An earlier connection cannot be undone: " + routing.error().message + ".");
   say("An earlier connection ended without tidying up; doing it now.");
@@ -65,9 +84,9 @@ void repairNow(const std::function<void(const std::string &)> &say, const Journa
 
 }  // namespace
 
-bool repairAbandoned(const std::function<void(const std::string &)> &say, const JournalBases &bases) {
+std::set<std::string> repairAbandoned(const std::function<void(const std::string &)> &say, const JournalBases &bases) {
   repairNow(say, bases);
-  return remembersL2TP(bases.running);
+  return remembered(bases.running);
 }
 
 }  // namespace helper

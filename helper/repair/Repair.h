@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <functional>
+#include <set>
 #include <string>
 
 #include "helper/journal/Journal.h"
@@ -20,8 +21,8 @@ struct JournalBases {
 };
 
 // Undoes what links of dead helpers left behind; never touches what one of a living helper did. SAY gets the sentences
-// for the user. Blocks: nothing is begun after the deadline. True if one of them went over L2TP, now or not long ago:
-// nobody has told its server that it has ended.
-bool repairAbandoned(const std::function<void(const std::string &sentence)> &say, const JournalBases &bases = {});
+// for the user. Blocks: nothing is begun after the deadline. What comes back is the addresses of L2TP servers that nobody
+// has told of the end of such a link, now or not long ago.
+std::set<std::string> repairAbandoned(const std::function<void(const std::string &sentence)> &say, const JournalBases &bases = {});
 
 }  // namespace helper

@@ -16,21 +16,23 @@ class LinkFactoryTest : public ::testing::Test {
   foundation::Result<std::unique_ptr<Link>> make(const std::string &kind, const std::string &settings = {},
                                                  const Value &startOptions = {}) {
     support::writeFile(settingsPath, settings);
-    const Value service = Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", kind}}}};
+    const Value service = Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", kind}}},
+                                            {"PPP", Value::Dictionary{{"CommRemoteAddress", server}}}};
     const Value root = Value::Dictionary{{"NetworkServices", Value::Dictionary{{"ID", service}}}};
     const LinkMaker maker = [this](LinkPlan made, Link::StatusHandler) {
       plan = std::move(made);
       return std::unique_ptr<Link>();
     };
-    return plannedLinks(*log, serverRemembers, maker, settingsPath)(root, {"ID", startOptions}, {});
+    return plannedLinks(*log, serversNotTold, maker, settingsPath)(root, {"ID", startOptions}, {});
   }
   std::string logged() const { return support::contentsOf(folder.path("ppp.log")).value_or(""); }
 
   support::TemporaryFolder folder;
   const std::string settingsPath = folder.path("engine.conf");
   foundation::Result<PPPLog> log = PPPLog::open(folder.path("ppp.log"));
-  bool serverRemembers = false;
+  std::set<std::string> serversNotTold;
   std::optional<LinkPlan> plan;
+  std::string server = "192.0.2.7";
 };
 
 TEST_F(LinkFactoryTest, MakesAPlanWithTheMachinesSettings) {
@@ -58,14 +60,24 @@ TEST_F(LinkFactoryTest, AServiceThatIsNoneIsAnError) {
 TEST_F(LinkFactoryTest, L2TPAvoidsItsPortWhileAServerMayRememberIt) {
   ASSERT_TRUE(make("L2TP"));
   EXPECT_EQ(plan->l2tp.sourcePort, SourcePort::automatic);
-  serverRemembers = true;
+  serversNotTold = {"192.0.2.7"};
   ASSERT_TRUE(make("L2TP"));
   EXPECT_EQ(plan->l2tp.sourcePort, SourcePort::any);
   EXPECT_NE(logged().find("L2TP goes out from another port than 1701"), std::string::npos) << logged();
 }
 
+TEST_F(LinkFactoryTest, AnotherServerRemembersNothingButANameMayBeAnybodys) {
+  serversNotTold = {"192.0.2.7"};
+  server = "192.0.2.70";
+  ASSERT_TRUE(make("L2TP"));
+  EXPECT_EQ(plan->l2tp.sourcePort, SourcePort::automatic);
+  server = "vpn.example.org";
+  ASSERT_TRUE(make("L2TP"));
+  EXPECT_EQ(plan->l2tp.sourcePort, SourcePort::any);
+}
+
 TEST_F(LinkFactoryTest, ASourcePortThatIsSetStays) {
-  serverRemembers = true;
+  serversNotTold = {"192.0.2.7"};
   ASSERT_TRUE(make("L2TP", "l2tp = { source_port = \"1701\"; };"));
   EXPECT_EQ(plan->l2tp.sourcePort, SourcePort::wellKnown) << logged();
 }
@@ -76,7 +88,7 @@ TEST_F(LinkFactoryTest, WhereMuchIsToBeLoggedThePlanIsToo) {
 }
 
 TEST_F(LinkFactoryTest, PPTPHasNoPortToAvoid) {
-  serverRemembers = true;
+  serversNotTold = {"192.0.2.7"};
   ASSERT_TRUE(make("PPTP"));
   EXPECT_EQ(logged(), "");
 }

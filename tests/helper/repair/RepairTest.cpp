@@ -184,19 +184,22 @@ TEST_F(RepairTest, KnowsTheWorkOfOtherLinks) {
 }
 
 TEST_F(RepairTest, RemembersForAWhileThatAServerWasNotToldOfAnEnd) {
+  using Servers = std::set<std::string>;
   const auto repaired = [this] { return repairAbandoned([](const std::string &) {}, bases_); };
-  EXPECT_FALSE(repaired());
+  EXPECT_EQ(repaired(), Servers());
   {
     auto journal = Journal::create(bases_.running);
     ASSERT_TRUE(journal);
+    const PolicyRule way{.kind = PolicyRule::Kind::wayToServer, .server = {htonl(0xc0000207)}, .table = 7001};
+    ASSERT_TRUE(journal->note(AddedRules{{way}}));
     ASSERT_TRUE(journal->note(LoadedConnection{folder_.path("nobody.vici"), "vpnctl-1", 7}));
   }
-  EXPECT_TRUE(repaired());
-  EXPECT_TRUE(repaired()) << "the next one hears it, too";
-  const std::string mark = bases_.running + "/l2tp-ended-unheard";
+  EXPECT_EQ(repaired(), Servers{"192.0.2.7"});
+  EXPECT_EQ(repaired(), Servers{"192.0.2.7"}) << "the next one hears it, too";
+  const std::string mark = bases_.running + "/l2tp-not-told.192.0.2.7";
   ASSERT_TRUE(fs::exists(mark));
   fs::last_write_time(mark, fs::last_write_time(mark) - std::chrono::minutes(3));
-  EXPECT_FALSE(repaired());
+  EXPECT_EQ(repaired(), Servers());
   EXPECT_FALSE(fs::exists(mark));
 }
 
