@@ -78,8 +78,9 @@ target_compile_options(vpnctl_test_options INTERFACE
 
 # Reading GoogleTest's headers takes longer than compiling most tests: with VPNCTL_PRECOMPILE all share what was read once.
 function(vpnctl_precompile_test_headers)
-  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test_headers.cpp CONTENT "")
-  add_library(test_headers OBJECT ${PROJECT_BINARY_DIR}/test_headers.cpp)
+  # A program, because it must be compiled as its users are: position-independent for an executable, not for a library.
+  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/test_headers.cpp CONTENT "int main() {}\n")
+  add_executable(test_headers ${PROJECT_BINARY_DIR}/test_headers.cpp)
   target_link_libraries(test_headers PRIVATE vpnctl_options vpnctl_test_options GTest::gtest)
   target_precompile_headers(test_headers PRIVATE <gtest/gtest.h> <chrono> <functional> <optional>)
 endfunction()
