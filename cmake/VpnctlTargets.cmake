@@ -72,9 +72,12 @@ add_library(vpnctl_test_options INTERFACE)
 target_compile_options(vpnctl_test_options INTERFACE
   # What is tested is optimised, and watched for undefined behaviour. What tests it is not: it is compiled more often than it
   # is run.
-  $<$<CONFIG:RelWithDebInfo>:-O0 -g1 -U_FORTIFY_SOURCE> $<$<BOOL:${VPNCTL_SANITIZE}>:-fno-sanitize=undefined>
+  $<$<CONFIG:RelWithDebInfo>:-O0 -g1 -U_FORTIFY_SOURCE>
   # GoogleTest's macros hold an if of their own, whose else is theirs.
   -Wno-dangling-else)
+if(VPNCTL_SANITIZE)
+  target_compile_options(vpnctl_test_options INTERFACE -fno-sanitize=undefined)
+endif()
 
 # Reading GoogleTest's headers takes longer than compiling most tests: with VPNCTL_PRECOMPILE all share what was read once.
 function(vpnctl_precompile_test_headers)

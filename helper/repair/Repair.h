@@ -21,8 +21,9 @@ struct JournalBases {
 };
 
 // Undoes what links of dead helpers left behind; never touches what one of a living helper did. SAY gets the sentences
-// for the user. Blocks: nothing is begun after the deadline. What comes back is the addresses of L2TP servers that nobody
-// has told of the end of such a link, now or not long ago.
-std::set<std::string> repairAbandoned(const std::function<void(const std::string &sentence)> &say, const JournalBases &bases = {});
+// for the user. Blocks: nothing is begun after the deadline. What comes back is the addresses of L2TP servers that
+// nobody has told of the end of such a link, now or not long ago.
+std::set<std::string> repairAbandoned(const std::function<void(const std::string &sentence)> &say,
+                                      const JournalBases &bases = {});
 
 }  // namespace helper

@@ -39,7 +39,7 @@ static const std::regex leftOnPurpose(
     "|file var/lib/vpnctl/System(\\.keychain|Key) .*"  // the keychain and its key
     "|file root/config\\.qolm .*"                      // the configuration, which scenarios rewrite
     "|run vpnctl d"                                    // empty, or its contents show
-    "|run vpnctl/l2tp-not-told\\.[0-9.]+ f"             // until the server has forgotten, too
+    "|run vpnctl/l2tp-not-told\\.[0-9.]+ f"            // until the server has forgotten, too
     "|run pppd2\\.tdb f");                             // pppd's table of units
 
 // Of a process's files: as far as they could be read before it was gone.

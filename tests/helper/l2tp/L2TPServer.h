@@ -42,8 +42,8 @@ class L2TPServer {
   }
 
   const sockaddr_in &address() const { return address_; }
-  // From now on what comes here is refused. The port stays taken, so that no other test gets it and answers: a socket that
-  // is connected elsewhere hears nobody.
+  // From now on what comes here is refused. The port stays taken, so that no other test gets it and answers: a socket
+  // that is connected elsewhere hears nobody.
   void stopListening() {
     sockaddr_in elsewhere = address_;
     elsewhere.sin_port = htons(9);
