@@ -222,10 +222,21 @@ bool isGroup(std::string_view name) {
       table(), [&](const Key &key) { return name == key.group; });
 }
 
+// What holds instead of a setting, a group, a file that cannot be used, as parts of a sentence.
+struct Fallback {
+  const char *one;
+  const char *group;
+  const char *all;
+};
+constexpr Fallback kDefaults{"the default holds", "its defaults hold", "the defaults hold for everything"};
+constexpr Fallback kGeneral{"the general setting holds", "its general settings hold", "the general settings hold"};
+
 // Goes through a parsed file; keeps what can be used and collects what cannot.
 class Reader {
  public:
-  explicit Reader(std::string path) : path_(std::move(path)) {}
+  // What cannot be used leaves BASE as it is; FALLBACK says what that is.
+  Reader(std::string path, const EngineSettings &base, Fallback fallback)
+      : path_(std::move(path)), fallback_(fallback), reading_{base, {}} {}
 
   void complain(unsigned line, const std::string &what) {
     ++troubles_;
@@ -239,7 +250,8 @@ class Reader {
         [this](const config_setting_t *group, const std::string &name) {
           if (!isGroup(name)) return unknown(group, name);
           if (config_setting_is_group(group) != CONFIG_TRUE)
-            return complain(config_setting_source_line(group), name + " must be a group in braces; its defaults hold.");
+            return complain(config_setting_source_line(group),
+                            name + " must be a group in braces; " + fallback_.group + ".");
           readGroup(group, name);
         });
   }
@@ -270,7 +282,7 @@ class Reader {
               table(), [&](const Key &k) { return groupName == k.group && name == k.name; });
           if (key == table().end()) return unknown(value, fullName);
           if (const Expectation expected = key->take(value, reading_.settings); !expected.empty())
-            complain(config_setting_source_line(value), fullName + " must be " + expected + "; the default holds.");
+            complain(config_setting_source_line(value), fullName + " must be " + expected + "; " + fallback_.one + ".");
         });
   }
 
@@ -279,21 +291,58 @@ class Reader {
   }
 
   std::string path_;
+  Fallback fallback_;
   EngineSettings::Reading reading_;
   std::size_t troubles_ = 0;
 };
 
-EngineSettings::Reading onlyDefaults(const std::string &path, const std::string &why) {
-  return {EngineSettings(), {path + ": " + why + "; the defaults hold for everything."}};
+EngineSettings::Reading parseOver(const EngineSettings &base, const std::string &text, const std::string &path,
+                                  Fallback fallback) {
+  Reader reader(path, base, fallback);
+  if (text.find('\0') != std::string::npos) {
+    reader.complain(0, std::string("it holds a zero byte; ") + fallback.all + ".");
+    return reader.take();
+  }
+  if (const unsigned line = lineOfInclude(text); line > 0) {
+    reader.complain(line, std::string("@include cannot be used here; ") + fallback.all + ".");
+    return reader.take();
+  }
+  config_t config;
+  config_init(&config);
+  if (config_read_string(&config, withLongIntegers(text).c_str()) == CONFIG_TRUE) {
+    reader.readRoot(config_root_setting(&config));
+  } else {
+    reader.complain(static_cast<unsigned>(config_error_line(&config)),
+                    std::string(config_error_text(&config)) + "; " + fallback.all + ".");
+  }
+  config_destroy(&config);
+  return reader.take();
+}
+
+EngineSettings::Reading readOver(const EngineSettings &base, const std::string &path, Fallback fallback) {
+  const auto text = readSettingsText(path);
+  if (!text) return {base, {path + ": " + text.error().message + "; " + fallback.all + "."}};
+  if (!*text) return {base, {}};
+  return parseOver(base, **text, path, fallback);
+}
+
+// Addresses and names of hosts can; nothing that leads to another folder.
+bool canBeFileName(std::string_view server) {
+  constexpr std::size_t kLongest = 250;
+  return !server.empty() && server.size() <= kLongest && !server.starts_with('.') &&
+         server.find('/') == std::string_view::npos && isPlainText(server);
 }
 
 }  // namespace
 
-EngineSettings::Reading EngineSettings::read(const std::string &path) {
-  const auto text = readSettingsText(path);
-  if (!text) return onlyDefaults(path, text.error().message);
-  if (!*text) return {};
-  return parse(**text, path);
+EngineSettings::Reading EngineSettings::read(const std::string &path) { return readOver({}, path, kDefaults); }
+
+EngineSettings::Reading EngineSettings::readFor(const std::string &server, const std::string &folder) {
+  Reading general = read(folder + "/engine.conf");
+  if (!canBeFileName(server)) return general;
+  Reading special = readOver(general.settings, folder + "/engine.d/" + server + ".conf", kGeneral);
+  special.complaints.insert(special.complaints.begin(), general.complaints.begin(), general.complaints.end());
+  return special;
 }
 
 std::vector<std::string> EngineSettings::names() {
@@ -303,20 +352,7 @@ std::vector<std::string> EngineSettings::names() {
 }
 
 EngineSettings::Reading EngineSettings::parse(const std::string &text, const std::string &path) {
-  if (text.find('\0') != std::string::npos) return onlyDefaults(path, "it holds a zero byte");
-  if (const unsigned line = lineOfInclude(text); line > 0)
-    return onlyDefaults(path + ":" + std::to_string(line), "@include cannot be used here");
-  config_t config;
-  config_init(&config);
-  Reader reader(path);
-  if (config_read_string(&config, withLongIntegers(text).c_str()) == CONFIG_TRUE) {
-    reader.readRoot(config_root_setting(&config));
-  } else {
-    reader.complain(static_cast<unsigned>(config_error_line(&config)),
-                    std::string(config_error_text(&config)) + "; the defaults hold for everything.");
-  }
-  config_destroy(&config);
-  return reader.take();
+  return parseOver({}, text, path, kDefaults);
 }
 
 }  // namespace helper

@@ -1,5 +1,6 @@
 // What the field needs and a connection's own few settings cannot say: the machine's settings of the engine, from
-// /etc/vpnctl/engine.conf. A plain value; as it is made, everything is the engine's default.
+// /etc/vpnctl/engine.conf, and for one server from /etc/vpnctl/engine.d. A plain value; as it is made, everything is
+// the engine's default.
 //
 // Thread rule: none; read() blocks for the reading.
 
@@ -13,7 +14,8 @@
 namespace helper {
 
 struct EngineSettings {
-  static constexpr char kPath[] = "/etc/vpnctl/engine.conf";
+  static constexpr char kFolder[] = "/etc/vpnctl";            // of engine.conf, and of engine.d
+  static constexpr char kPath[] = "/etc/vpnctl/engine.conf";  // for sentences
 
   // Where L2TP's packets come from: port 1701 if nobody has it and no client has just died on it, otherwise any; always
   // 1701; always any.
@@ -69,7 +71,10 @@ struct EngineSettings {
   // The settings of the file at PATH. Whatever in it cannot be used is a complaint, and its default holds: an unknown
   // key, a wrong type, a value out of range one by one; a syntax error, and a file that others than its owner, this
   // user, may write, as a whole. A missing file is all defaults without a complaint.
-  static Reading read(const std::string &path = kPath);
+  static Reading read(const std::string &path);
+  // Likewise of FOLDER/engine.conf, with the settings of FOLDER/engine.d/SERVER.conf over them. SERVER is an address or
+  // a name; for one that cannot be the name of a file there is none.
+  static Reading readFor(const std::string &server, const std::string &folder = kFolder);
   // Likewise of TEXT; PATH is what complaints call it.
   static Reading parse(const std::string &text, const std::string &path);
   // The names of all settings ("ike.proposals"), for those who document them.

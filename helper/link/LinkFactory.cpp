@@ -19,11 +19,11 @@ bool mayRemember(const std::set<std::string> &servers, const std::string &server
 }  // namespace
 
 LinkFactory plannedLinks(PPPLog &log, const std::set<std::string> &serversNotTold, LinkMaker make,
-                         const std::string &settingsPath) {
-  return [&log, &serversNotTold, make = std::move(make), settingsPath](
+                         const std::string &folder) {
+  return [&log, &serversNotTold, make = std::move(make), folder](
              const Value &preferences, const LinkRequest &request,
              Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<Link>> {
-    const auto [settings, complaints] = EngineSettings::read(settingsPath);
+    const auto [settings, complaints] = EngineSettings::readFor(LinkPlan::serverOf(preferences, request.serviceID), folder);
     auto plan = LinkPlan::make(preferences, request, settings);
     if (!plan) return plan.error();
     for (const std::string &complaint : complaints) log.write(complaint);
@@ -36,7 +36,7 @@ LinkFactory plannedLinks(PPPLog &log, const std::set<std::string> &serversNotTol
           "which a few servers do not accept.");
     }
     if (plan->isInClear())
-      log.write("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in " + settingsPath + ".");
+      log.write("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in the settings in " + folder + ".");
     if (plan->ppp.verbose) log.write("The connection that is asked for: " + plan->description() + ".");
     return make(std::move(*plan), std::move(handler));
   };

@@ -29,12 +29,12 @@ using LinkFactory = std::function<foundation::Result<std::unique_ptr<Link>>(
 // From a plan to its link.
 using LinkMaker = std::function<std::unique_ptr<Link>(LinkPlan plan, Link::StatusHandler handler)>;
 
-// Makes plans with the settings that the file at SETTINGS_PATH holds at that moment, and links of them with MAKE. LOG
+// Makes plans with the engine's settings that the files in FOLDER hold at that moment, and links of them with MAKE. LOG
 // outlives it. SERVERS_NOT_TOLD, addresses, may still have a tunnel of a client that has died; L2TP to one of them, or
 // to a name, then does not come from its port, if the settings leave the choice: two tunnels between the same two ports
 // are not told apart by every server, and what is said in the new one gets lost in the old.
 LinkFactory plannedLinks(PPPLog &log, const std::set<std::string> &serversNotTold, LinkMaker make,
-                         const std::string &settingsPath = EngineSettings::kPath);
+                         const std::string &folder = EngineSettings::kFolder);
 
 // Makes VPNLinks on this machine. EVENT, SECRETS and LOG outlive them.
 LinkMaker vpnLinks(sd_event *event, SecretSource &secrets, PPPLog &log);

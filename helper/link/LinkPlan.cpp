@@ -172,6 +172,10 @@ foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const LinkRequest
   return plan;
 }
 
+std::string LinkPlan::serverOf(const Value &root, const std::string &serviceID) {
+  return root["NetworkServices"][serviceID.c_str()]["PPP"]["CommRemoteAddress"].string();
+}
+
 bool LinkPlan::isInClear() const { return !tunnelKind(kind).needsIPSec && pptp.mppe == EngineSettings::MPPE::none; }
 
 std::string LinkPlan::description() const {

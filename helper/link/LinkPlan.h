@@ -50,6 +50,9 @@ struct LinkPlan {
   static foundation::Result<LinkPlan> make(const foundation::Value &root, const LinkRequest &request,
                                            const EngineSettings &settings);
 
+  // The server of a service, as it writes it; empty when there is no such service.
+  static std::string serverOf(const foundation::Value &root, const std::string &serviceID);
+
   // True when the settings take the encryption away that the tunnel would have.
   bool isInClear() const;
   // One line for people who look for a mistake.

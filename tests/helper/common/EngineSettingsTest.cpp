@@ -296,6 +296,71 @@ TEST_F(EngineSettingsFile, IsRefusedWhenItIsTooLong) {
   EXPECT_EQ(complaint(), refusal("it is longer than 64 KiB"));
 }
 
+// ---- The settings of one server
+
+class ServersSettings : public ::testing::Test {
+ protected:
+  ServersSettings() {
+    std::filesystem::create_directory(folder.path("engine.d"));
+    support::writeFile(folder.path("engine.conf"), "ppp = { mtu = 1400; mru = 1401; routes = [ \"10.0.0.0/8\" ]; };");
+  }
+  void write(const std::string &server, const std::string &text) const {
+    support::writeFile(folder.path("engine.d/" + server + ".conf"), text);
+  }
+  EngineSettings::Reading read(const std::string &server) const {
+    return EngineSettings::readFor(server, folder.path("."));
+  }
+  support::TemporaryFolder folder;
+};
+
+TEST_F(ServersSettings, StandOverTheGeneralOnes) {
+  write("vpn.example.org", "ppp = { mtu = 1300; routes = []; }; l2tp = { deadline = 3; };");
+  const auto [settings, complaints] = read("vpn.example.org");
+  EXPECT_EQ(complaints, Complaints());
+  EXPECT_EQ(settings.ppp.mtu, 1300);
+  EXPECT_EQ(settings.ppp.mru, 1401);
+  EXPECT_EQ(settings.ppp.routes, std::vector<std::string>());
+  EXPECT_EQ(settings.l2tp.deadline, 3s);
+}
+
+TEST_F(ServersSettings, AreForTheServerAsItIsWritten) {
+  write("vpn.example.org", "ppp = { mtu = 1300; };");
+  for (const char *other : {"VPN.example.org", "vpn.example.org.", "vpn.example", "192.0.2.1", ""})
+    EXPECT_EQ(read(other).settings.ppp.mtu, 1400) << other;
+}
+
+TEST_F(ServersSettings, LieInTheirFolderOnly) {
+  support::writeFile(folder.path("other.conf"), "ppp = { mtu = 1300; };");
+  write(".hidden", "ppp = { mtu = 1300; };");
+  for (const std::string server : {"../other", ".hidden", "/etc/x"})
+    EXPECT_EQ(read(server).settings.ppp.mtu, 1400) << server;
+  EXPECT_EQ(read(std::string(5000, 'a')).complaints, Complaints());
+}
+
+TEST_F(ServersSettings, ThatCannotBeUsedLeaveTheGeneralOnes) {
+  write("a", "ppp = { mtu = 1; };\nike = 5;");
+  const auto [settings, complaints] = read("a");
+  EXPECT_EQ(settings.ppp.mtu, 1400);
+  const std::string path = folder.path(".") + "/engine.d/a.conf";
+  EXPECT_EQ(complaints,
+            (Complaints{path + ":1: ppp.mtu must be a whole number from 128 to 16384 (bytes); the general setting holds.",
+                        path + ":2: ike must be a group in braces; its general settings hold."}));
+  write("a", "ppp");
+  EXPECT_EQ(read("a").settings.ppp.mtu, 1400);
+  EXPECT_EQ(read("a").complaints, Complaints{path + ":1: syntax error; the general settings hold."});
+  ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
+  EXPECT_EQ(read("a").complaints, Complaints{path + ": others may write it; chmod go-w it; the general settings hold."});
+}
+
+TEST_F(ServersSettings, AreComplainedAboutAfterTheGeneralOnes) {
+  support::writeFile(folder.path("engine.conf"), "ppp = { mut = 1; };");
+  write("a", "ppp = { mru = 0; };");
+  const Complaints complaints = read("a").complaints;
+  ASSERT_EQ(complaints.size(), 2U);
+  EXPECT_NE(complaints[0].find("ppp.mut"), std::string::npos);
+  EXPECT_NE(complaints[1].find("ppp.mru"), std::string::npos);
+}
+
 // ---- What documents the settings
 
 std::string contents(const std::string &path) { return support::contentsOf(path).value_or(""); }

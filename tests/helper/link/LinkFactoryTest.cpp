@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "helper/link/LinkFactory.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -15,7 +17,7 @@ class LinkFactoryTest : public ::testing::Test {
   // Makes a link of KIND with SETTINGS as the machine's file; its plan is plan().
   foundation::Result<std::unique_ptr<Link>> make(const std::string &kind, const std::string &settings = {},
                                                  const Value &startOptions = {}) {
-    support::writeFile(settingsPath, settings);
+    support::writeFile(folder.path("engine.conf"), settings);
     const Value service = Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", kind}}},
                                             {"PPP", Value::Dictionary{{"CommRemoteAddress", server}}}};
     const Value root = Value::Dictionary{{"NetworkServices", Value::Dictionary{{"ID", service}}}};
@@ -23,12 +25,11 @@ class LinkFactoryTest : public ::testing::Test {
       plan = std::move(made);
       return std::unique_ptr<Link>();
     };
-    return plannedLinks(*log, serversNotTold, maker, settingsPath)(root, {"ID", startOptions}, {});
+    return plannedLinks(*log, serversNotTold, maker, folder.path("."))(root, {"ID", startOptions}, {});
   }
   std::string logged() const { return support::contentsOf(folder.path("ppp.log")).value_or(""); }
 
   support::TemporaryFolder folder;
-  const std::string settingsPath = folder.path("engine.conf");
   foundation::Result<PPPLog> log = PPPLog::open(folder.path("ppp.log"));
   std::set<std::string> serversNotTold;
   std::optional<LinkPlan> plan;
@@ -45,6 +46,17 @@ TEST_F(LinkFactoryTest, ReadsTheSettingsForEachLinkAnew) {
   ASSERT_TRUE(make("L2TP", "ppp = { mtu = 1234; };"));
   ASSERT_TRUE(make("L2TP", "ppp = { mtu = 1235; };"));
   EXPECT_EQ(plan->ppp.mtu, 1235);
+}
+
+TEST_F(LinkFactoryTest, ReadsTheServersOwnSettings) {
+  std::filesystem::create_directory(folder.path("engine.d"));
+  support::writeFile(folder.path("engine.d/192.0.2.7.conf"), "ppp = { mtu = 1300; };");
+  ASSERT_TRUE(make("L2TP", "ppp = { mtu = 1234; mru = 1235; };"));
+  EXPECT_EQ(plan->ppp.mtu, 1300);
+  EXPECT_EQ(plan->ppp.mru, 1235);
+  server = "192.0.2.70";
+  ASSERT_TRUE(make("L2TP", "ppp = { mtu = 1234; mru = 1235; };"));
+  EXPECT_EQ(plan->ppp.mtu, 1234);
 }
 
 TEST_F(LinkFactoryTest, ComplaintsAboutTheSettingsGoToTheLog) {
@@ -95,7 +107,8 @@ TEST_F(LinkFactoryTest, PPTPHasNoPortToAvoid) {
 
 TEST_F(LinkFactoryTest, ALinkInClearIsToldOf) {
   ASSERT_TRUE(make("PPTP", "pptp = { mppe = \"none\"; };"));
-  EXPECT_NE(logged().find("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in " + settingsPath),
+  EXPECT_NE(logged().find("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in the settings in " +
+                          folder.path(".") + "."),
             std::string::npos)
       << logged();
 }
