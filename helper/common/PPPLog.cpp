@@ -29,17 +29,7 @@ std::string timestamp() {
   return {text.data(), 24};  // without the newline
 }
 
-}  // namespace
-
-PPPLog::PPPLog(std::string path, FileDescriptor file) : path_(std::move(path)), file_(std::move(file)) {}
-
-Result<PPPLog> PPPLog::open(const std::string &path) {
-  auto file = openFile(path, O_CREAT);
-  if (!file) return file.error();
-  return PPPLog(path, std::move(*file));
-}
-
-Result<FileDescriptor> PPPLog::openFile(const std::string &path, int flags) {
+Result<FileDescriptor> openFile(const std::string &path, int flags) {
   // Non-blocking for the case that the path is a FIFO; a regular file takes no notice.
   FileDescriptor file(::open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | flags, kMode));
   if (!file) return errnoError(errno, "open " + path);
@@ -55,31 +45,46 @@ Result<FileDescriptor> PPPLog::openFile(const std::string &path, int flags) {
   return file;
 }
 
-void PPPLog::write(std::string_view sentence) {
-  lastWrite_ = std::chrono::steady_clock::now();
-  append(timestamp() + " : " + std::string(sentence));
+}  // namespace
+
+Result<PPPLog> PPPLog::open(const std::string &path) {
+  auto file = openFile(path, O_CREAT);
+  if (!file) return file.error();
+  return PPPLog(std::make_shared<Files>(Files{path, std::move(*file), {}}));
 }
 
-void PPPLog::copy(std::string_view line) { append(std::string(line)); }
+PPPLog PPPLog::labelled(std::function<std::string()> label) const {
+  PPPLog log(files_);
+  log.label_ = std::move(label);
+  return log;
+}
 
-void PPPLog::append(std::string line) {
+void PPPLog::write(std::string_view sentence) {
+  lastWrite_ = std::chrono::steady_clock::now();
+  append(timestamp() + " : ", sentence);
+}
+
+void PPPLog::copy(std::string_view line) { append({}, line); }
+
+void PPPLog::append(const std::string &before, std::string_view text) {
+  std::string line = before + (label_ ? label_() : std::string()) + std::string(text);
   line.resize(std::min(line.size(), kMaximumLine - 1));
   for (char &character : line)
     if (character < ' ' || character > '~') character = '?';
   line += '\n';
-  lookForNewFile();
-  for (const FileDescriptor *file : {&file_, &newFile_})
+  files_->lookForNewFile();
+  for (const FileDescriptor *file : {&files_->file, &files_->newFile})
     while (*file && ::write(file->get(), line.data(), line.size()) < 0 && errno == EINTR) {
     }
 }
 
 // Never makes it: between the two steps of a rotation there is none, and whoever rotates would find ours in its place.
-void PPPLog::lookForNewFile() {
+void PPPLog::Files::lookForNewFile() {
   struct stat open = {};
   struct stat named = {};
-  if (::fstat(newFile_ ? newFile_.get() : file_.get(), &open) < 0 || ::lstat(path_.c_str(), &named) < 0) return;
+  if (::fstat(newFile ? newFile.get() : file.get(), &open) < 0 || ::lstat(path.c_str(), &named) < 0) return;
   if (open.st_dev == named.st_dev && open.st_ino == named.st_ino) return;
-  if (auto file = openFile(path_, 0)) newFile_ = std::move(*file);
+  if (auto latest = openFile(path, 0)) newFile = std::move(*latest);
 }
 
 }  // namespace helper

@@ -7,6 +7,8 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -23,6 +25,10 @@ class PPPLog {
   // and a file that is not ours alone (another owner, a second name) are refused.
   static foundation::Result<PPPLog> open(const std::string &path = kPath);
 
+  // The same file, for one of several who write into it: LABEL, "vpn.example.org: " perhaps, stands before each
+  // sentence and each line. It is asked for each time.
+  PPPLog labelled(std::function<std::string()> label) const;
+
   // Appends one line, "Sat Nov 21 10:00:00 2026 : SENTENCE\n", by one write. Made ASCII (other bytes become '?') and
   // cut to 1000 bytes, so that a follower gets it in one piece. Never blocks for long; a failing write is dropped:
   // there is nobody left to tell.
@@ -30,19 +36,24 @@ class PPPLog {
   // The same for a line of pppd's, which bears no date. Nobody waits for it to be read.
   void copy(std::string_view line);
 
-  const std::string &path() const { return path_; }
-  // When the last sentence was written; the epoch's start before the first.
+  const std::string &path() const { return files_->path; }
+  // When the last sentence was written, by this one; the epoch's start before the first.
   std::chrono::steady_clock::time_point lastWrite() const { return lastWrite_; }
 
  private:
-  PPPLog(std::string path, foundation::FileDescriptor file);
-  static foundation::Result<foundation::FileDescriptor> openFile(const std::string &path, int flags);
-  void append(std::string line);
-  void lookForNewFile();
+  struct Files {
+    std::string path;
+    foundation::FileDescriptor file;
+    foundation::FileDescriptor newFile;  // the latest that has taken its place
 
-  std::string path_;
-  foundation::FileDescriptor file_;
-  foundation::FileDescriptor newFile_;  // the latest that has taken its place
+    void lookForNewFile();
+  };
+
+  explicit PPPLog(std::shared_ptr<Files> files) : files_(std::move(files)) {}
+  void append(const std::string &before, std::string_view text);
+
+  std::shared_ptr<Files> files_;
+  std::function<std::string()> label_;
   std::chrono::steady_clock::time_point lastWrite_{};
 };
 

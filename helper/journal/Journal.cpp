@@ -137,6 +137,12 @@ foundation::Result<Journal> Journal::make(const std::string &base, std::uint32_t
   }
 }
 
+std::size_t Journal::count(const std::string &base) {
+  std::error_code error;
+  const auto folders = linux::pathsIn(base, error);
+  return static_cast<std::size_t>(std::ranges::count_if(folders, isLinks));
+}
+
 std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<foundation::Error> &errors,
                                         std::chrono::milliseconds lockPatience) {
   std::vector<Journal> found;

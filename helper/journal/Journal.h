@@ -97,6 +97,8 @@ class Journal : public IPSecJournal {
   // the next helper. ERRORS tells of both.
   static std::vector<Journal> abandoned(const std::string &base, std::vector<foundation::Error> &errors,
                                         std::chrono::milliseconds lockPatience = kLockPatience);
+  // How many there are below BASE, the abandoned ones too.
+  static std::size_t count(const std::string &base = kBase);
 
   // The link's lasting journal, made below BASE when it is first asked for; this one owns it. What is noted there is on
   // the disk when note() returns.

@@ -21,8 +21,14 @@ constexpr std::chrono::milliseconds kUnnotedGrace{1500};
 
 }  // namespace
 
-MachineParts::MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log, Paths paths)
-    : event_(event), plan_(std::move(plan)), secrets_(secrets), log_(log), paths_(std::move(paths)), clock_(event) {}
+MachineParts::MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, const PPPLog &log, Paths paths)
+    : event_(event),
+      plan_(std::move(plan)),
+      secrets_(secrets),
+      paths_(std::move(paths)),
+      log_(log.labelled(
+          [this] { return Journal::count(paths_.journals) > 1 ? "[" + plan_.server + "] " : std::string(); })),
+      clock_(event) {}
 
 Status MachineParts::open() {
   auto routing = NetlinkRouting::open();

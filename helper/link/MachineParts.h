@@ -30,10 +30,10 @@ class MachineParts : public LinkParts {
     ResolverConfiguration::Paths resolver{};
   };
 
-  // EVENT, SECRETS and LOG outlive it.
-  MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log)
+  // EVENT and SECRETS outlive it. What it writes into LOG bears the server's name while there are several links.
+  MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, const PPPLog &log)
       : MachineParts(event, std::move(plan), secrets, log, Paths()) {}
-  MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, PPPLog &log, Paths paths);
+  MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, const PPPLog &log, Paths paths);
 
   foundation::Status open() override;
   foundation::Result<std::unique_ptr<PPPSession>> startPPP(PPPSession::Handlers handlers) override;
@@ -53,8 +53,8 @@ class MachineParts : public LinkParts {
   sd_event *event_;
   const LinkPlan plan_;
   SecretSource &secrets_;
-  PPPLog &log_;
   const Paths paths_;
+  PPPLog log_;
   linux::EventClock clock_;
   // In the order of their making: what comes later uses what stands before.
   std::unique_ptr<Routing> routing_;

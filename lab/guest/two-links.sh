@@ -97,6 +97,7 @@ both_up() {
   start_second
   wait_said second "PPP Connected"
   expect_second_carries
+  grep -q "^\[$SECOND\] Using interface ppp" "$(root_of cli)/var/log/ppp.log" || fail "the log does not say whose lines are whose"
   expect_ping "$TUNNEL_SERVER"
   expect_first_hop "$SERVER" "$ROUTER"
   expect_first_hop "$SECOND" "$ROUTER"

@@ -63,6 +63,22 @@ TEST_F(PPPLogTest, CopiesALineWithoutADate) {
 }
 
 // Whoever follows the file that was opened first, and whoever looks into the one that stands there, reads everything.
+TEST_F(PPPLogTest, LabelsTheLinesOfOneOfSeveral) {
+  auto log = PPPLog::open(path);
+  ASSERT_TRUE(log);
+  std::string label = "[a] ";
+  PPPLog labelled = log->labelled([&] { return label; });
+  labelled.write("One.");
+  labelled.copy("two");
+  label.clear();
+  labelled.copy("three");
+  log->copy("four");
+  const std::string text = support::contentsOf(path).value();
+  EXPECT_TRUE(text.ends_with(" : [a] One.\n[a] two\nthree\nfour\n")) << text;
+  EXPECT_EQ(labelled.path(), path);
+  EXPECT_EQ(log->lastWrite(), std::chrono::steady_clock::time_point{}) << "each knows its own";
+}
+
 TEST_F(PPPLogTest, GoesOnInBothFilesWhenItIsRotated) {
   auto log = PPPLog::open(path);
   ASSERT_TRUE(log);

@@ -142,12 +142,27 @@ TEST_F(MachinePartsTest, APPPDThatCannotBeNotedIsEnded) {
 TEST_F(MachinePartsTest, LooksForThePlansServer) {
   const auto parts = make();
   std::optional<in_addr> found;
-  const auto question = parts->findServer([&found](const foundation::Result<in_addr> &server) {
-    if (server) found = *server;
+  const auto question = parts->findServer([&found](const foundation::Result<std::vector<in_addr>> &server) {
+    if (server && server->size() == 1) found = server->front();
   });
   EXPECT_FALSE(found) << "later, from the loop";
   ASSERT_TRUE(runUntil([&found] { return found.has_value(); }));
   EXPECT_EQ(ntohl(found->s_addr), 0xc0000201U);
+}
+
+TEST_F(MachinePartsTest, NamesItsServerInTheLogWhileThereAreSeveralLinks) {
+  const auto parts = make();
+  ASSERT_TRUE(parts->open());
+  parts->log("One.");
+  auto other = Journal::create(journals);
+  ASSERT_TRUE(other);
+  parts->log("Two.");
+  other->remove();
+  parts->log("Three.");
+  const std::string text = support::contentsOf(log->path()).value();
+  EXPECT_NE(text.find(" : One.\n"), std::string::npos) << text;
+  EXPECT_NE(text.find(" : [192.0.2.1] Two.\n"), std::string::npos) << text;
+  EXPECT_NE(text.find(" : Three.\n"), std::string::npos) << text;
 }
 
 }  // namespace
