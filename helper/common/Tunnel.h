@@ -34,6 +34,8 @@ class Tunnel {
 
   virtual ~Tunnel() = default;
   virtual void start() = 0;
+  // Asks a server that should be there whether it still is, at once; unless it answers soon, lost follows.
+  virtual void check() = 0;
   // Tells the server, waits for its answers within a deadline of its own.
   virtual void stop() = 0;
 };

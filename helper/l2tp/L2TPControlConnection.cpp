@@ -220,6 +220,12 @@ void L2TPControlConnection::awaitSilence() {
   deadline_ = linux::EventSource::timer(event_, deadlines_.hello, [this] { transport_.send(0, l2tp::Hello{}); });
 }
 
+void L2TPControlConnection::check() {
+  if (state_ != State::established) return;
+  transport_.send(0, l2tp::Hello{});
+  deadline_ = linux::EventSource::timer(event_, deadlines_.check, [this] { unanswered(); });
+}
+
 void L2TPControlConnection::unanswered() {
   const std::string reason = sendError_ == 0 ? "" : std::string(" (") + std::strerror(sendError_) + ")";
   switch (state_) {

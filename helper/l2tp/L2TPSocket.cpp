@@ -34,8 +34,11 @@ foundation::Result<L2TPSocket> L2TPSocket::open(const sockaddr_in &server, Sourc
   if (setsockopt(socket.get(), SOL_SOCKET, SO_NO_CHECK, &on, sizeof on) < 0)
     return foundation::errnoError(errno, "leave out UDP's checksum");
   std::string notice;
+  bool hasWellKnownPort = false;
   if (sourcePort != SourcePort::any) {
-    if (const Status bound = bindTo(socket, wellKnown); !bound) {
+    const Status bound = bindTo(socket, wellKnown);
+    hasWellKnownPort = static_cast<bool>(bound);
+    if (!bound) {
       if (bound.error().code != EADDRINUSE) return bound.error();
       const std::string taken = "UDP port " + std::to_string(wellKnown) + " of this machine is held by " +
                                 udpPortHolder(wellKnown).value_or("a program that cannot be seen");
@@ -48,7 +51,7 @@ foundation::Result<L2TPSocket> L2TPSocket::open(const sockaddr_in &server, Sourc
   }
   if (::connect(socket.get(), reinterpret_cast<const sockaddr *>(&server), sizeof server) < 0)
     return foundation::errnoError(errno, "connect to the server");
-  return L2TPSocket(std::move(socket), std::move(notice));
+  return L2TPSocket(std::move(socket), hasWellKnownPort, std::move(notice));
 }
 
 }  // namespace helper

@@ -23,14 +23,16 @@ class L2TPSocket {
                                              std::uint16_t wellKnown = kPort);
 
   int descriptor() const { return socket_.get(); }
+  bool hasWellKnownPort() const { return hasWellKnownPort_; }
   // What the user should know about the port that it got; empty: nothing. A sentence.
   const std::string &notice() const { return notice_; }
 
  private:
-  L2TPSocket(foundation::FileDescriptor socket, std::string notice)
-      : socket_(std::move(socket)), notice_(std::move(notice)) {}
+  L2TPSocket(foundation::FileDescriptor socket, bool hasWellKnownPort, std::string notice)
+      : socket_(std::move(socket)), hasWellKnownPort_(hasWellKnownPort), notice_(std::move(notice)) {}
 
   foundation::FileDescriptor socket_;
+  bool hasWellKnownPort_;
   std::string notice_;
 };
 

@@ -3,44 +3,26 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 
 #include "helper/common/IPv4Address.h"
 
 namespace helper {
 
-namespace {
-
-L2TPControlConnection::Deadlines deadlinesOf(const EngineSettings::L2TP &settings) {
-  L2TPControlConnection::Deadlines deadlines;
-  deadlines.call = settings.deadline;
-  deadlines.hello = settings.deadPeerDelay;
-  return deadlines;
-}
-
-}  // namespace
+using SourcePort = EngineSettings::SourcePort;
 
 L2TPTunnel::L2TPTunnel(sd_event *event, const sockaddr_in &server, const EngineSettings::L2TP &settings, PPPLog &log,
                        Parts parts, Handlers handlers)
     : event_(event),
       server_(server),
-      sourcePort_(settings.sourcePort),
+      settings_(settings),
       log_(log),
       makeAssociation_(std::move(parts.makeAssociation)),
       handlers_(std::move(handlers)),
-      dataPath_(std::move(parts.dataPath)),
-      control_(
-          event, deadlinesOf(settings),
-          L2TPControlConnection::Handlers{.answered = [this](const L2TPCall &call) { return callIsAnswered(call); },
-                                          .established =
-                                              [this] {
-                                                established_ = true;
-                                                handlers_.up(std::move(channel_));
-                                              },
-                                          .failed = [this](const Failure &failure) { handlers_.failed(failure); },
-                                          .lost = [this](const Loss &loss) { handlers_.lost(loss); },
-                                          .stopped = [this] { endAssociation(); }}) {}
+      port_(parts.port),
+      patience_(parts.patience),
+      dataPath_(std::move(parts.dataPath)) {}
 
 void L2TPTunnel::start() {
   if (!makeAssociation_)
@@ -50,7 +32,11 @@ void L2TPTunnel::start() {
   // Without the kernel's help there is no point in asking the server: say so first.
   if (const auto probe = dataPath_->probe(); !probe)
     return failSoon(DeviceCause::protocolError, "No L2TP connection is possible: " + probe.error().message + ".");
-  auto socket = L2TPSocket::open(server_, sourcePort_);
+  callFrom(settings_.sourcePort);
+}
+
+void L2TPTunnel::callFrom(SourcePort port) {
+  auto socket = L2TPSocket::open(server_, port, port_);
   if (!socket)
     return failSoon(DeviceCause::noServer, "The L2TP server " + textOf(server_.sin_addr) +
                                                " cannot be called: " + socket.error().message + ".");
@@ -60,7 +46,7 @@ void L2TPTunnel::start() {
       IPSecAssociation::Handlers{.up = [this] { protectedNow(); },
                                  .failed = [this](const Failure &failure) { handlers_.failed(failure); },
                                  .lost = [this](const std::string &sentence) { unprotected(sentence); },
-                                 .stopped = [this] { finish(); }});
+                                 .stopped = [this] { associationEnded(); }});
   association_->start(socket_->descriptor());
 }
 
@@ -77,12 +63,39 @@ void L2TPTunnel::protectedNow() {
   while (::recv(socket_->descriptor(), &none, sizeof none, MSG_DONTWAIT) >= 0 || errno == ECONNREFUSED ||
          errno == EINTR) {
   }
-  control_.start(socket_->descriptor());
+  L2TPControlConnection::Deadlines deadlines;
+  deadlines.hello = settings_.deadPeerDelay;
+  // The change takes no time of its own.
+  deadlines.call = portChanged_ ? std::max(settings_.deadline - patience_, patience_) : settings_.deadline;
+  control_.emplace(
+      event_, deadlines,
+      L2TPControlConnection::Handlers{.answered = [this](const L2TPCall &call) { return callIsAnswered(call); },
+                                      .established =
+                                          [this] {
+                                            established_ = true;
+                                            handlers_.up(std::move(channel_));
+                                          },
+                                      .failed = [this](const Failure &failure) { handlers_.failed(failure); },
+                                      .lost = [this](const Loss &loss) { handlers_.lost(loss); },
+                                      .stopped = [this] { endAssociation(); }});
+  control_->start(socket_->descriptor());
+  if (settings_.sourcePort == SourcePort::automatic && socket_->hasWellKnownPort())
+    impatience_ = linux::EventSource::timer(event_, patience_, [this] { changePort(); });
+}
+
+void L2TPTunnel::changePort() {
+  if (control_->isAnswered()) return;
+  log_.write("The L2TP server " + textOf(server_.sin_addr) + " says nothing to UDP port " + std::to_string(port_) +
+             " of this machine, where it may remember an earlier connection; trying from another port.");
+  control_.reset();
+  changingPort_ = true;
+  portChanged_ = true;
+  association_->stop();
 }
 
 void L2TPTunnel::unprotected(const std::string &sentence) {
-  control_.fallSilent();
-  if (stopping_) return;
+  if (control_) control_->fallSilent();
+  if (stopping_ || changingPort_) return;
   if (established_)
     handlers_.lost(Loss{false, sentence});
   else
@@ -96,18 +109,38 @@ foundation::Status L2TPTunnel::callIsAnswered(const L2TPCall &call) {
   return {};
 }
 
+void L2TPTunnel::check() {
+  if (control_) control_->check();
+}
+
 void L2TPTunnel::stop() {
   if (stopping_) return;
   stopping_ = true;
   nextTurn_.reset();
-  control_.stop();
+  impatience_.reset();
+  if (control_)
+    control_->stop();
+  else
+    endAssociation();
 }
 
 void L2TPTunnel::endAssociation() {
   if (association_)
     association_->stop();
   else
-    finish();
+    nextTurn_ = linux::EventSource::soon(
+        event_, [this] { finish(); });
+}
+
+void L2TPTunnel::associationEnded() {
+  if (stopping_) return finish();
+  // Not destroyed here: it is calling us.
+  formerAssociation_ = std::move(association_);
+  nextTurn_ = linux::EventSource::soon(event_, [this] {
+    formerAssociation_.reset();
+    changingPort_ = false;
+    callFrom(SourcePort::any);
+  });
 }
 
 void L2TPTunnel::finish() {

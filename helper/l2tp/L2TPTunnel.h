@@ -28,6 +28,10 @@ class L2TPTunnel : public Tunnel {
     // None when there is no shared secret for IPSec: the tunnel fails then.
     AssociationFactory makeAssociation;
     std::unique_ptr<L2TPDataPath> dataPath;
+    // The port of clients that can have it, and how long a server may be silent towards it: some keep the ended tunnel
+    // of an earlier client there, and throw away what comes from it.
+    std::uint16_t port = L2TPSocket::kPort;
+    std::chrono::milliseconds patience{3000};
   };
 
   // LOG outlives the tunnel.
@@ -35,31 +39,41 @@ class L2TPTunnel : public Tunnel {
              Handlers handlers);
 
   void start() override;
+  void check() override;
   void stop() override;
 
  private:
   void failSoon(DeviceCause cause, std::string sentence);
+  void callFrom(EngineSettings::SourcePort port);
   void protectedNow();
+  void changePort();
   void unprotected(const std::string &sentence);
   foundation::Status callIsAnswered(const L2TPCall &call);
   void endAssociation();
+  void associationEnded();
   void finish();
 
   sd_event *event_;
   sockaddr_in server_;
-  EngineSettings::SourcePort sourcePort_;
+  EngineSettings::L2TP settings_;
   PPPLog &log_;
   AssociationFactory makeAssociation_;
   Handlers handlers_;
+  std::uint16_t port_;
+  std::chrono::milliseconds patience_;
+  bool portChanged_ = false;
+  bool changingPort_ = false;
   bool established_ = false;
   bool stopping_ = false;
   linux::EventSource nextTurn_;
+  linux::EventSource impatience_;
   // What comes later uses what stands before, and ends before it.
   std::optional<L2TPSocket> socket_;
   std::unique_ptr<L2TPDataPath> dataPath_;
   foundation::FileDescriptor channel_;
+  std::unique_ptr<IPSecAssociation> formerAssociation_;  // has stopped
   std::unique_ptr<IPSecAssociation> association_;
-  L2TPControlConnection control_;
+  std::optional<L2TPControlConnection> control_;
 };
 
 }  // namespace helper

@@ -33,9 +33,10 @@ std::unique_ptr<Tunnel> makeL2TP(const TunnelContext &context, const LinkPlan &p
     makeAssociation = [ike, item = plan.sharedSecretItem](IPSecAssociation::Handlers associationHandlers) {
       return makeIKEAssociation(ike, item, std::move(associationHandlers));
     };
-  return std::make_unique<L2TPTunnel>(
-      context.event, addressOf(server, L2TPSocket::kPort), plan.l2tp, context.log,
-      L2TPTunnel::Parts{std::move(makeAssociation), std::make_unique<KernelL2TPDataPath>()}, std::move(handlers));
+  return std::make_unique<L2TPTunnel>(context.event, addressOf(server, L2TPSocket::kPort), plan.l2tp, context.log,
+                                      L2TPTunnel::Parts{.makeAssociation = std::move(makeAssociation),
+                                                        .dataPath = std::make_unique<KernelL2TPDataPath>()},
+                                      std::move(handlers));
 }
 
 constexpr std::array kRows{

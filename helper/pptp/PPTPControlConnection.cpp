@@ -242,6 +242,12 @@ void PPTPControlConnection::scheduleEcho() {
       });
 }
 
+void PPTPControlConnection::check() {
+  if (state_ != State::established) return;
+  wait(deadlines_.check, "no longer answers");
+  send(pptp::EchoRequest{++echoIdentifier_});
+}
+
 void PPTPControlConnection::end(Tunnel::DeviceCause cause, std::string sentence, bool byServer) {
   if (state_ == State::down) return;
   if (state_ == State::stopping) return finishStopping();

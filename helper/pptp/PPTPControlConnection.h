@@ -44,6 +44,7 @@ class PPTPControlConnection {
     std::chrono::milliseconds reply{4000};          // to each request
     std::chrono::milliseconds echoInterval{60000};  // RFC 2637 section 3.1.4
     std::chrono::milliseconds echoReply{60000};
+    std::chrono::milliseconds check{10000};  // to an echo that is asked for
     std::chrono::milliseconds stop{400};
   };
 
@@ -64,6 +65,8 @@ class PPTPControlConnection {
   ~PPTPControlConnection();
 
   void start();
+  // Of a call that is up: asks the server at once, and does not wait long for the answer.
+  void check();
   void stop();
 
  private:

@@ -21,6 +21,7 @@ class PPTPTunnel : public Tunnel {
              std::unique_ptr<PPTPDataPath> dataPath, Handlers handlers);
 
   void start() override;
+  void check() override { control_.check(); }
   void stop() override;
 
  private:

@@ -360,6 +360,34 @@ TEST_F(L2TPControlConnectionTest, AsksWhenItIsQuietAndMissesTheAnswer) {
   expectStopped();
 }
 
+TEST_F(L2TPControlConnectionTest, DoesNotWaitLongForWhatIsChecked) {
+  deadlines_.check = milliseconds(50);
+  server_.play([](L2TPServer &server) {
+    server.answerCall();
+    server.expect<l2tp::Hello>();
+  });
+  connect();
+  ASSERT_TRUE(runUntil([this] { return established_; }));
+  control_->check();
+  expectLost("no longer answers");
+  control_->stop();
+  expectStopped();
+}
+
+TEST_F(L2TPControlConnectionTest, IsThereWhenItAnswersWhatIsChecked) {
+  deadlines_.check = milliseconds(500);
+  server_.play([](L2TPServer &server) {
+    server.answerCall();
+    server.expect<l2tp::Hello>();
+    server.acknowledge();
+    server.send(l2tp::CDN{L2TPServer::kSession, {3, 0, ""}}, server.clientSession());
+  });
+  connect();
+  ASSERT_TRUE(runUntil([this] { return established_; }));
+  control_->check();
+  expectLost("has ended the call: the administrator's doing (result 3, error 0)", true);
+}
+
 TEST_F(L2TPControlConnectionTest, IsLostWhenTheServerEndsTheCall) {
   stopAtOnce_ = true;
   server_.play([](L2TPServer &server) {

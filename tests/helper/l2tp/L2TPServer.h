@@ -154,6 +154,9 @@ class L2TPServer {
     EXPECT_EQ(expect<l2tp::StopCCN>().tunnelID, clientTunnel_);
     acknowledge();
   }
+  // The next client begins from the beginning.
+  void awaitNextClient() { ns_ = nr_ = 0; }
+  std::uint16_t clientPort() const { return ntohs(client_.sin_port); }
   std::uint16_t clientTunnel() const { return clientTunnel_; }
   std::uint16_t clientSession() const { return clientSession_; }
 

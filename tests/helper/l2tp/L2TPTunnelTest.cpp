@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -77,7 +78,10 @@ class L2TPTunnelTest : public support::LoopFixture {
   L2TPTunnel &make() {
     tunnel_.emplace(
         event_, server_.address(), settings_, log_,
-        L2TPTunnel::Parts{hasSecret_ ? makeAssociation_ : nullptr, std::make_unique<FakeDataPath>(path_)},
+        L2TPTunnel::Parts{.makeAssociation = hasSecret_ ? makeAssociation_ : nullptr,
+                          .dataPath = std::make_unique<FakeDataPath>(path_),
+                          .port = port_,
+                          .patience = patience_},
         Tunnel::Handlers{.up = [this](foundation::FileDescriptor channel) { up_ = static_cast<bool>(channel); },
                          .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
                          .lost = [this](const TunnelLoss &loss) { lost_ = loss; },
@@ -116,6 +120,8 @@ class L2TPTunnelTest : public support::LoopFixture {
     return std::make_unique<FakeAssociation>(event_, association_, std::move(handlers));
   };
   EngineSettings::L2TP settings_;
+  std::uint16_t port_ = L2TPSocket::kPort;
+  std::chrono::milliseconds patience_{3000};
   FakeAssociation::Book association_;
   FakeDataPath::Book path_;
   std::optional<bool> up_;
@@ -240,6 +246,95 @@ TEST_F(L2TPTunnelTest, FailsWhenTheAssociationIsLostBeforeTheCall) {
   EXPECT_FALSE(lost_);
   stop();
   EXPECT_FALSE(server_.heardAnything());
+}
+
+// ---- A server that does not hear what comes from the usual port
+
+class L2TPTunnelFromAPort : public L2TPTunnelTest {
+ protected:
+  L2TPTunnelFromAPort() {
+    settings_.sourcePort = EngineSettings::SourcePort::automatic;
+    patience_ = std::chrono::milliseconds(20);
+    // One that nobody has.
+    const foundation::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    socklen_t size = sizeof local;
+    EXPECT_EQ(::bind(socket.get(), reinterpret_cast<const sockaddr *>(&local), size), 0);
+    EXPECT_EQ(::getsockname(socket.get(), reinterpret_cast<sockaddr *>(&local), &size), 0);
+    port_ = ntohs(local.sin_port);
+  }
+};
+
+TEST_F(L2TPTunnelFromAPort, ChangesThePortOfASilentServer) {
+  std::uint16_t first = 0;
+  std::uint16_t second = 0;
+  server_.play([&](L2TPServer &server) {
+    server.expectStart();
+    first = server.clientPort();
+    server.expect<l2tp::StopCCN>();
+    server.awaitNextClient();
+    server.answerCall();
+    second = server.clientPort();
+    server.hearGoodbye();
+  });
+  comeUp();
+  stop();
+  server_.join();
+  EXPECT_EQ(first, port_);
+  EXPECT_NE(second, port_);
+  EXPECT_EQ(association_.events, (Events{"start", "stop", "destroyed", "start", "stop", "stopped"}));
+  const std::string logged = support::contentsOf(folder_.path("log")).value_or("");
+  EXPECT_NE(logged.find("says nothing to UDP port " + std::to_string(port_)), std::string::npos) << logged;
+}
+
+TEST_F(L2TPTunnelFromAPort, DoesSoOnce) {
+  settings_.deadline = std::chrono::milliseconds(100);
+  make().start();
+  expectFailure(DeviceCause::noAnswer, "does not answer on UDP port");
+  EXPECT_EQ(association_.events, (Events{"start", "stop", "destroyed", "start"}));
+  stop();
+}
+
+TEST_F(L2TPTunnelFromAPort, KeepsThePortOfAServerThatAnswers) {
+  server_.play([](L2TPServer &server) {
+    server.answerStart();
+    server.acknowledge();
+  });
+  settings_.deadline = std::chrono::milliseconds(300);
+  make().start();
+  expectFailure(DeviceCause::noAnswer, "does not answer the call request");
+  EXPECT_EQ(association_.events, Events{"start"});
+  stop();
+}
+
+TEST_F(L2TPTunnelFromAPort, KeepsAPortThatTheSettingsName) {
+  settings_.sourcePort = EngineSettings::SourcePort::wellKnown;
+  settings_.deadline = std::chrono::milliseconds(200);
+  make().start();
+  expectFailure(DeviceCause::noAnswer, "does not answer on UDP port");
+  EXPECT_EQ(association_.events, Events{"start"});
+  stop();
+}
+
+TEST_F(L2TPTunnelFromAPort, StopsWhileItChanges) {
+  make().start();
+  ASSERT_TRUE(runUntil([this] { return association_.events.size() == 2; }));
+  stop();
+  EXPECT_EQ(association_.events.front(), "start");
+  EXPECT_EQ(std::ranges::count(association_.events, "start"), 1);
+  EXPECT_EQ(association_.events.back(), "stopped");
+}
+
+TEST_F(L2TPTunnelFromAPort, StopsInTheTurnBetweenTheTwo) {
+  make().start();
+  ASSERT_TRUE(runUntil([this] { return association_.events.size() == 2; }));
+  association_.soon.reset();
+  association_.handlers.stopped();
+  tunnel_->stop();
+  EXPECT_EQ(stopped_, 0);
+  ASSERT_TRUE(runUntil([this] { return stopped_ > 0; }));
+  EXPECT_EQ(std::ranges::count(association_.events, "start"), 1);
 }
 
 TEST_F(L2TPTunnelTest, StopsBeforeItsStart) {

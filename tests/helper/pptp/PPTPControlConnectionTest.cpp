@@ -219,6 +219,32 @@ TEST_F(PPTPControlConnectionTest, AsksForEchoesAndMissesThem) {
   expectLost("no longer answers");
 }
 
+TEST_F(PPTPControlConnectionTest, ChecksAtOnce) {
+  server_.play([](Server &server) {
+    server.answerCall();
+    server.send(pptp::EchoReply{server.expect<pptp::EchoRequest>().identifier});
+    server.send(pptp::CallDisconnectNotify{kServerCall, 3, 0, 0});
+    server.untilClosed();
+  });
+  connect();
+  ASSERT_TRUE(runUntil([this] { return established_.has_value(); }));
+  control_->check();
+  expectLost("has ended the call (result 3, error 0)", true);
+}
+
+TEST_F(PPTPControlConnectionTest, DoesNotWaitLongForWhatIsChecked) {
+  deadlines_.check = milliseconds(20);
+  server_.play([](Server &server) {
+    server.answerCall();
+    server.expect<pptp::EchoRequest>();
+    server.untilClosed();
+  });
+  connect();
+  ASSERT_TRUE(runUntil([this] { return established_.has_value(); }));
+  control_->check();
+  expectLost("no longer answers");
+}
+
 TEST_F(PPTPControlConnectionTest, IsLostWhenTheServerEndsTheCall) {
   server_.play([](Server &server) {
     server.answerCall();
