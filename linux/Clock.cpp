@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "linux/EventSource.h"
+#include "linux/SleepWatch.h"
 
 namespace linux {
 
@@ -14,6 +15,10 @@ Clock::Timer EventClock::after(std::chrono::milliseconds delay, std::function<vo
 
 Clock::Timer EventClock::soon(std::function<void()> handler) {
   return std::make_shared<EventSource>(EventSource::soon(event_, std::move(handler)));
+}
+
+Clock::Timer EventClock::afterSleep(std::function<void(std::chrono::milliseconds slept)> handler) {
+  return std::make_shared<SleepWatch>(event_, std::move(handler));
 }
 
 }  // namespace linux

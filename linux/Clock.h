@@ -24,6 +24,9 @@ class Clock {
   [[nodiscard]] virtual Timer after(std::chrono::milliseconds delay, std::function<void()> handler) = 0;
   // In the loop's next turn.
   [[nodiscard]] virtual Timer soon(std::function<void()> handler) = 0;
+  // Calls HANDLER, from the loop, whenever the system has slept, with for how long. Nothing where the system does not
+  // tell.
+  [[nodiscard]] virtual Timer afterSleep(std::function<void(std::chrono::milliseconds slept)> handler) = 0;
 };
 
 // The system's clock, by EVENT, which outlives it.
@@ -33,6 +36,7 @@ class EventClock : public Clock {
   std::chrono::steady_clock::time_point now() const override;
   Timer after(std::chrono::milliseconds delay, std::function<void()> handler) override;
   Timer soon(std::function<void()> handler) override;
+  Timer afterSleep(std::function<void(std::chrono::milliseconds slept)> handler) override;
 
  private:
   sd_event *event_;

@@ -78,6 +78,7 @@ void PPPDaemon::said(const PluginMessage &message) {
                  [this](const PluginIPUp &up) { handlers_.ipUp(up); },
                  [this](const PluginExit &end) {
                    end_.packetsReceived = end.packetsReceived;
+                   end_.dispute = end.dispute;
                    status_ = end.status;
                  },
              },

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "helper/ppp/PPPPlan.h"
 #include "helper/ppp/PPPSession.h"
 
 namespace helper {
@@ -20,9 +21,17 @@ inline constexpr int kCauseNotAuthenticated = 19;
 // What LastCause says of an end that nobody asked for.
 int lastCause(const PPPEnd &end);
 
-// NOTHING_ARRIVED says why no packet came although the call stood. MPPE_WANTED_BUT_MISSING: the link needs MPPE, and
-// this kernel has no module for it.
-std::string endingSentence(const PPPEnd &end, const std::string &nothingArrived, bool mppeWantedButMissing);
+// What a link wanted of PPP, and what this machine has for it.
+struct PPPExpectations {
+  bool mppe = false;
+  std::set<AuthProtocol> authProtocols{};
+  bool kernelHasMPPE = true;
+  std::string nothingArrived{};  // why no packet came although the call stood
+};
+
+std::string endingSentence(const PPPEnd &end, const PPPExpectations &expected);
+// For one that was hung up before it stood: what was being negotiated, and what about. None when nothing was yet.
+std::optional<std::string> hangUpSentence(const PPPEnd &end, const PPPExpectations &expected);
 
 // True when the kernel has the module ppp_mppe, loaded or built in. pppd makes the kernel load it when it negotiates.
 bool kernelHasMPPE();

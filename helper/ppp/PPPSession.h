@@ -27,6 +27,7 @@ struct PPPEnd {
   bool hungUp = false;    // it was told that the line is gone
   std::uint32_t packetsReceived = 0;
   int furthestPhase = 0;  // of pppd, before it began to end
+  PPPDispute dispute{};
 };
 
 class PPPSession {

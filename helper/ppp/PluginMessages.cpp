@@ -71,7 +71,10 @@ foundation::Result<PluginMessage> decodePluginMessage(std::span<const std::uint8
     case VPNCTL_PLUGIN_EXIT: {
       vpnctl_plugin_exit end{};
       if (!copyRecord(record, end)) break;
-      return PluginMessage(PluginExit{end.status, end.packets_received});
+      const PPPDispute dispute{.wantedAuthentication = end.wanted_authentication,
+                               .address = (end.refused & VPNCTL_PLUGIN_REFUSED_ADDRESS) != 0,
+                               .encryption = (end.refused & VPNCTL_PLUGIN_REFUSED_ENCRYPTION) != 0};
+      return PluginMessage(PluginExit{end.status, end.packets_received, dispute});
     }
     default:
       return malformed("a record of the unknown type " + std::to_string(header.type));

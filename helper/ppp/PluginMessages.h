@@ -39,9 +39,18 @@ struct PluginIPUp {
   bool encrypted = false;  // by MPPE, in both directions
 };
 
+// What the server wanted while PPP was negotiated, and what it refused.
+struct PPPDispute {
+  std::uint32_t wantedAuthentication = 0;  // the protocol's number, times 256, and CHAP's algorithm; 0: none
+  bool address = false;                    // it gives us none
+  bool encryption = false;                 // it takes no MPPE
+  bool operator==(const PPPDispute &) const = default;
+};
+
 struct PluginExit {
   int status = 0;
   std::uint32_t packetsReceived = 0;
+  PPPDispute dispute{};
   bool operator==(const PluginExit &) const = default;
 };
 

@@ -18,7 +18,7 @@
 
 #include <stdint.h>
 
-#define VPNCTL_PLUGIN_VERSION 2
+#define VPNCTL_PLUGIN_VERSION 3
 #define VPNCTL_PLUGIN_NAME_SIZE 16      /* IFNAMSIZ, the zero byte included */
 #define VPNCTL_PLUGIN_PASSWORD_SIZE 255 /* pppd's buffers hold 256 bytes with the zero byte */
 
@@ -60,7 +60,11 @@ struct vpnctl_plugin_exit {
   struct vpnctl_plugin_header header;
   int32_t status;
   uint32_t packets_received;
+  uint32_t wanted_authentication; /* by the server: the protocol's number, times 256, and CHAP's algorithm; 0: none */
+  uint32_t refused;               /* by the server at last, as follows */
 };
+#define VPNCTL_PLUGIN_REFUSED_ADDRESS 1u    /* it gives us none */
+#define VPNCTL_PLUGIN_REFUSED_ENCRYPTION 2u /* it takes no MPPE */
 
 struct vpnctl_plugin_password {
   struct vpnctl_plugin_header header;

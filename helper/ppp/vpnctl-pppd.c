@@ -33,6 +33,10 @@ static uint32_t packets_received; /* none at all means that the way back is bloc
  * of a hang-up. */
 static int own_reason;
 
+/* What the server wanted and refused, for a sentence when nothing comes of it. */
+static uint32_t wanted_authentication;
+static uint32_t refused;
+
 static compat_option options[] = {
     {"vpnctl-socket", o_string, &socket_path, "where vpnctl's helper listens", OPT_PRIV, NULL, 0, 0, NULL, 0, 0},
     {"vpnctl-peer-dns", o_int, &ask_for_dns, "ask the peer for name servers", OPT_PRIV | OPT_NOARG | 1, NULL, 0, 0,
@@ -238,13 +242,53 @@ static void ending(void *context, int code) {
   message.header = header(VPNCTL_PLUGIN_EXIT);
   message.status = own_reason != EXIT_OK && (code == EXIT_HANGUP || code == EXIT_USER_REQUEST) ? own_reason : code;
   message.packets_received = packets_received;
+  message.wanted_authentication = wanted_authentication;
+  message.refused = refused;
   tell(&message, sizeof message);
 }
 
+enum { PROTOCOL_LCP = 0xc021, PROTOCOL_CCP = 0x80fd, PROTOCOL_IPCP = 0x8021 };
+enum { CODE_REQUEST = 1, CODE_ACK = 2, CODE_NAK = 3, CODE_REJECT = 4, CODE_PROTOCOL_REJECT = 8 };
+enum { LCP_AUTHENTICATION = 3, IPCP_ADDRESS = 3 };
+
+/* The value of the first option of that kind with at least SIZE bytes of it, or null. */
+static const unsigned char *find_option(const unsigned char *at, const unsigned char *end, int kind, int size) {
+  while (end - at >= 2 && at[1] >= 2 && at[1] <= end - at) {
+    if (at[0] == kind && at[1] >= 2 + size) return at + 2;
+    at += at[1];
+  }
+  return NULL;
+}
+
+static void note_dispute(int protocol, int code, const unsigned char *data, const unsigned char *end) {
+  const unsigned char *value;
+  if (protocol == PROTOCOL_LCP && code == CODE_REQUEST) {
+    value = find_option(data, end, LCP_AUTHENTICATION, 2);
+    if (value == NULL) return;
+    wanted_authentication = (uint32_t)value[0] << 16 | (uint32_t)value[1] << 8;
+    if (value[-1] > 4) wanted_authentication |= value[2];
+  } else if (protocol == PROTOCOL_LCP && code == CODE_PROTOCOL_REJECT && end - data >= 2) {
+    if ((data[0] << 8 | data[1]) == PROTOCOL_CCP) refused |= VPNCTL_PLUGIN_REFUSED_ENCRYPTION;
+    if ((data[0] << 8 | data[1]) == PROTOCOL_IPCP) refused |= VPNCTL_PLUGIN_REFUSED_ADDRESS;
+  } else if (protocol == PROTOCOL_CCP && code == CODE_REJECT) {
+    refused |= VPNCTL_PLUGIN_REFUSED_ENCRYPTION;
+  } else if (protocol == PROTOCOL_IPCP && code >= CODE_ACK && code <= CODE_REJECT) {
+    static const unsigned char none[4];
+    value = find_option(data, end, IPCP_ADDRESS, 4);
+    if (value == NULL) return;
+    refused &= ~VPNCTL_PLUGIN_REFUSED_ADDRESS;
+    if (code == CODE_REJECT || memcmp(value, none, sizeof none) == 0) refused |= VPNCTL_PLUGIN_REFUSED_ADDRESS;
+  }
+}
+
+/* PACKET begins with address, control, protocol; then code, identifier, length, data. */
 static void packet_received(unsigned char *packet, int length) {
-  (void)packet;
-  (void)length;
+  int size;
   ++packets_received;
+  if (length < 8) return;
+  size = packet[6] << 8 | packet[7];
+  if (size < 4 || size > length - 4) return;
+  note_dispute(packet[2] << 8 | packet[3], packet[4], packet + 8, packet + 4 + size);
 }
 
 /* Asks for name servers as `usepeerdns` does, which would also leave a file of its own under /etc/ppp behind. pppd has

@@ -50,7 +50,7 @@ void write(const char *text) {
   write("ending\nwithout an end");
   phase(9);
   phase(10);
-  say(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), told, 9});
+  say(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), told, 9, 0, 0});
   _exit(status);
 }
 [[noreturn]] void end(int status) { end(status, status); }

@@ -131,7 +131,7 @@ TEST_F(PluginChannelTest, HangingUpStillHears) {
   channel_.hangUp();
   char byte = 0;
   EXPECT_EQ(::recv(plugin_.get(), &byte, 1, 0), 0) << "the plugin sees the end";
-  say(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), 16, 3});
+  say(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), 16, 3, 0, 0});
   ASSERT_TRUE(runUntil([this] { return messages_.size() == 1; }));
   EXPECT_EQ(std::get<PluginExit>(messages_[0]).status, 16);
 }

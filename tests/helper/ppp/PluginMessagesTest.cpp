@@ -39,8 +39,13 @@ TEST(PluginMessages, AreWhatThePluginSays) {
   EXPECT_EQ(
       std::get<PluginPhase>(*decodePluginMessage(bytesOf(vpnctl_plugin_phase{header(VPNCTL_PLUGIN_PHASE), 7, 12}))),
       (PluginPhase{7, 12}));
-  EXPECT_EQ(std::get<PluginExit>(*decodePluginMessage(bytesOf(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), 19, 3}))),
-            (PluginExit{19, 3}));
+  EXPECT_EQ(
+      std::get<PluginExit>(*decodePluginMessage(bytesOf(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), 19, 3, 0, 0}))),
+      (PluginExit{19, 3}));
+  const auto disputed =
+      decodePluginMessage(bytesOf(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), 10, 3, 0xc22305, 3}));
+  EXPECT_EQ(std::get<PluginExit>(*disputed).dispute,
+            (PPPDispute{.wantedAuthentication = 0xc22305, .address = true, .encryption = true}));
   const auto up = std::get<PluginIPUp>(*decodePluginMessage(bytesOf(ipUp())));
   EXPECT_EQ(up.interface, "ppp0");
   EXPECT_EQ(up.localAddress.s_addr, 1U);
@@ -66,7 +71,7 @@ TEST(PluginMessages, NameEachServerOnce) {
 TEST(PluginMessages, AreRefusedInEveryOtherSize) {
   for (const auto &good : {bytesOf(header(VPNCTL_PLUGIN_NEED_CHANNEL)), bytesOf(header(VPNCTL_PLUGIN_NEED_PASSWORD)),
                            bytesOf(vpnctl_plugin_phase{header(VPNCTL_PLUGIN_PHASE), 7, 12}), bytesOf(ipUp()),
-                           bytesOf(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), 19, 3})}) {
+                           bytesOf(vpnctl_plugin_exit{header(VPNCTL_PLUGIN_EXIT), 19, 3, 0, 0})}) {
     auto longer = good;
     longer.push_back(0);
     EXPECT_FALSE(decodePluginMessage(longer));

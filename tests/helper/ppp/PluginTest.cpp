@@ -82,6 +82,9 @@ class PluginTest : public support::LoopFixture {
   }
   // What the helper hears when pppd exits with that status, after it went through these phases, each with the status
   // that it had by then.
+  static void receive(const std::vector<unsigned char> &packet) {
+    stub_receive_packet(packet.data(), static_cast<int>(packet.size()));
+  }
   struct Reached {
     int status;
     int phase;
@@ -194,8 +197,7 @@ TEST_F(PluginTest, ReportsPhasesAddressesAndTheEnd) {
   const FileDescriptor fd(connect());
   messages_.clear();
   stub_phase(4);
-  stub_receive_packet();
-  stub_receive_packet();
+  for (int i = 0; i < 2; ++i) receive({0xff, 0x03, 0x00, 0x21});
   stub_phase(5);
   stub_ip_up();
   stub_exit(19);
@@ -334,5 +336,54 @@ TEST_F(PluginTest, KeepsItsChannelWhenTheEndIsOrderly) {
   char byte = 1;
   EXPECT_EQ(::read(ppp.get(), &byte, 1), 1);
 }
+
+// ---- What the server wants and refuses
+
+struct Said {
+  const char *name;
+  std::vector<std::vector<unsigned char>> packets;  // from the protocol on
+  PPPDispute dispute;
+};
+
+class PluginDispute : public PluginTest, public ::testing::WithParamInterface<Said> {};
+
+TEST_P(PluginDispute, IsToldAtTheEnd) {
+  const FileDescriptor fd(connect());
+  messages_.clear();
+  for (std::vector<unsigned char> packet : GetParam().packets) {
+    packet.insert(packet.begin(), {0xff, 0x03});
+    receive(packet);
+  }
+  stub_exit(10);
+  ASSERT_TRUE(runUntil([this] { return messages_.size() == 1; }));
+  EXPECT_EQ(std::get<PluginExit>(messages_.front()).dispute, GetParam().dispute);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    PluginTest, PluginDispute,
+    ::testing::Values(
+        Said{"PAP", {{0xc0, 0x21, 1, 1, 0, 12, 1, 4, 5, 220, 3, 4, 0xc0, 0x23}}, {.wantedAuthentication = 0xc02300}},
+        Said{"CHAP", {{0xc0, 0x21, 1, 1, 0, 9, 3, 5, 0xc2, 0x23, 5}}, {.wantedAuthentication = 0xc22305}},
+        Said{"theLatestWish",
+             {{0xc0, 0x21, 1, 1, 0, 9, 3, 5, 0xc2, 0x23, 5}, {0xc0, 0x21, 1, 2, 0, 8, 3, 4, 0xc0, 0x23}},
+             {.wantedAuthentication = 0xc02300}},
+        Said{"noWish", {{0xc0, 0x21, 1, 1, 0, 8, 1, 4, 5, 220}}, {}},
+        Said{"aWishOfOurs", {{0xc0, 0x21, 3, 1, 0, 8, 3, 4, 0xc0, 0x23}}, {}},
+        Said{"behindThePacketsEnd", {{0xc0, 0x21, 1, 1, 0, 4, 3, 4, 0xc0, 0x23}}, {}},
+        Said{"longerThanThePacket", {{0xc0, 0x21, 1, 1, 0, 9, 3, 4, 0xc0, 0x23}}, {}},
+        Said{"anOptionThatIsCut", {{0xc0, 0x21, 1, 1, 0, 7, 3, 4, 0xc0}}, {}},
+        Said{"anOptionWithoutLength", {{0xc0, 0x21, 1, 1, 0, 8, 3, 0, 0xc0, 0x23}}, {}},
+        Said{"noCCP", {{0xc0, 0x21, 8, 1, 0, 6, 0x80, 0xfd}}, {.encryption = true}},
+        Said{"noIPCP", {{0xc0, 0x21, 8, 1, 0, 6, 0x80, 0x21}}, {.address = true}},
+        Said{"noIPv6CP", {{0xc0, 0x21, 8, 1, 0, 6, 0x80, 0x57}}, {}},
+        Said{"noMPPE", {{0x80, 0xfd, 4, 1, 0, 10, 18, 6, 1, 0, 0, 0x40}}, {.encryption = true}},
+        Said{"otherMPPE", {{0x80, 0xfd, 3, 1, 0, 10, 18, 6, 1, 0, 0, 0x40}}, {}},
+        Said{"noAddress", {{0x80, 0x21, 4, 1, 0, 10, 3, 6, 0, 0, 0, 0}}, {.address = true}},
+        Said{"noNameServers", {{0x80, 0x21, 4, 1, 0, 10, 129, 6, 0, 0, 0, 0}}, {}},
+        Said{"anAddressThatIsNone", {{0x80, 0x21, 3, 1, 0, 10, 3, 6, 0, 0, 0, 0}}, {.address = true}},
+        Said{"anAddressAfterAll",
+             {{0x80, 0x21, 3, 1, 0, 10, 3, 6, 0, 0, 0, 0}, {0x80, 0x21, 3, 2, 0, 10, 3, 6, 10, 0, 0, 2}},
+             {}}),
+    [](const auto &test) { return test.param.name; });
 
 }  // namespace

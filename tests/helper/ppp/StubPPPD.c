@@ -87,9 +87,11 @@ int stub_channel_connect(void) { return the_channel->connect(); }
 void stub_phase(int phase) { phasechange->func(phasechange->arg, phase); }
 void stub_ip_up(void) { ip_up_notifier->func(ip_up_notifier->arg, 0); }
 void stub_exit(int code) { exitnotify->func(exitnotify->arg, code); }
-void stub_receive_packet(void) {
-  unsigned char packet[1] = {0};
-  snoop_recv_hook(packet, 1);
+void stub_receive_packet(const unsigned char *packet, int size) {
+  unsigned char *copy = malloc((size_t)size); /* so that a sanitizer sees who reads behind it */
+  memcpy(copy, packet, (size_t)size);
+  snoop_recv_hook(copy, size);
+  free(copy);
 }
 static char user_name[] = "alice";
 int stub_chap_password(char *buffer) { return chap_passwd_hook(user_name, buffer); }

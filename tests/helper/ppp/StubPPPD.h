@@ -11,7 +11,8 @@ int stub_channel_connect(void);
 void stub_phase(int phase);
 void stub_ip_up(void);
 void stub_exit(int code);
-void stub_receive_packet(void);
+/* With address and control in front. */
+void stub_receive_packet(const unsigned char *packet, int size);
 int stub_chap_password(char *buffer);
 int stub_pap_password(char *buffer);
 int stub_have_password(void);
