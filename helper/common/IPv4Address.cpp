@@ -23,6 +23,11 @@ bool operator==(const IPv4Network &a, const IPv4Network &b) {
   return a.address.s_addr == b.address.s_addr && a.prefixLength == b.prefixLength;
 }
 
+bool contains(const IPv4Network &network, in_addr address) {
+  const std::uint32_t behind = network.prefixLength == 0 ? UINT32_MAX : (1U << (32 - network.prefixLength)) - 1;
+  return ((ntohl(network.address.s_addr) ^ ntohl(address.s_addr)) & ~behind) == 0;
+}
+
 std::string textOf(const IPv4Network &network) {
   return textOf(network.address) + "/" + std::to_string(network.prefixLength);
 }

@@ -20,6 +20,8 @@ struct IPv4Network {
 };
 bool operator==(const IPv4Network &a, const IPv4Network &b);
 
+bool contains(const IPv4Network &network, in_addr address);
+
 // "10.0.0.0/8".
 std::string textOf(const IPv4Network &network);
 // None for whatever is not that, also when the address has bits behind the prefix.

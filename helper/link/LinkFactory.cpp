@@ -23,7 +23,8 @@ LinkFactory plannedLinks(PPPLog &log, const std::set<std::string> &serversNotTol
   return [&log, &serversNotTold, make = std::move(make), folder](
              const Value &preferences, const LinkRequest &request,
              Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<Link>> {
-    const auto [settings, complaints] = EngineSettings::readFor(LinkPlan::serverOf(preferences, request.serviceID), folder);
+    const auto [settings, complaints] =
+        EngineSettings::readFor(LinkPlan::serverOf(preferences, request.serviceID), folder);
     auto plan = LinkPlan::make(preferences, request, settings);
     if (!plan) return plan.error();
     for (const std::string &complaint : complaints) log.write(complaint);
@@ -36,7 +37,8 @@ LinkFactory plannedLinks(PPPLog &log, const std::set<std::string> &serversNotTol
           "which a few servers do not accept.");
     }
     if (plan->isInClear())
-      log.write("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in the settings in " + folder + ".");
+      log.write("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in the settings in " + folder +
+                ".");
     if (plan->ppp.verbose) log.write("The connection that is asked for: " + plan->description() + ".");
     return make(std::move(*plan), std::move(handler));
   };

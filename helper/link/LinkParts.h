@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 #include "foundation/Result.h"
 #include "foundation/Secret.h"
@@ -28,8 +29,8 @@ namespace helper {
 
 class LinkParts {
  public:
-  // The error's message is a sentence for the PPP log.
-  using AddressHandler = std::function<void(const foundation::Result<in_addr> &server)>;
+  // All addresses of the server, the best first. The error's message is a sentence for the PPP log.
+  using AddressHandler = std::function<void(const foundation::Result<std::vector<in_addr>> &servers)>;
 
   virtual ~LinkParts() = default;
 
@@ -37,7 +38,7 @@ class LinkParts {
   virtual foundation::Status open() = 0;
   // A pppd that runs, is in the journal, and waits for its channel.
   virtual foundation::Result<std::unique_ptr<PPPSession>> startPPP(PPPSession::Handlers handlers) = 0;
-  // Begins to look for the server's address. HANDLER is called once, later; destroying what comes back forgets it.
+  // Begins to look for the server's addresses. HANDLER is called once, later; destroying what comes back forgets it.
   [[nodiscard]] virtual std::shared_ptr<void> findServer(AddressHandler handler) = 0;
   // A tunnel to SERVER, not started.
   virtual std::unique_ptr<Tunnel> makeTunnel(in_addr server, Tunnel::Handlers handlers) = 0;

@@ -15,6 +15,10 @@ namespace {
 
 constexpr std::chrono::milliseconds kPPPGrace{3000};  // two goodbyes to a server that does not hear, and a bit
 constexpr std::chrono::milliseconds kDestructionGrace{1500};
+// The refusal of an account may be overtaken on its way by the end of the call.
+constexpr std::chrono::milliseconds kOvertaken{300};
+// Of the machine; after less no server has given up.
+constexpr std::chrono::milliseconds kShortSleep{10000};
 // Whoever throws our rules away more often than this will not stop.
 constexpr std::size_t kMostPutBacks = 5;
 constexpr std::chrono::seconds kPutBackMemory{10};
@@ -56,36 +60,68 @@ void VPNLink::begin() {
                                .ended = [this](const PPPEnd &end) { pppEnded(end); }});
   if (!ppp) return cannotStart(ppp.error());
   ppp_ = std::move(*ppp);
-  resolution_ = parts_->findServer([this](const foundation::Result<in_addr> &server) { serverFound(server); });
-  // Every stage has a deadline of its own; this is for what none thought of, and never the first.
-  deadline_ = parts_->clock().after(tunnelKind(plan_.kind).deadline(plan_) + plan_.pppDeadline, [this] {
-    fail(kCauseNegotiationFailed, 0,
-         "The connection did not come up in time; the server is very slow or does not answer.");
-  });
+  resolution_ =
+      parts_->findServer([this](const foundation::Result<std::vector<in_addr>> &servers) { serversFound(servers); });
+  giveTime();
   // Last: whoever hears it may stop the link.
   tell(kPhaseConnectingLink);
 }
 
-void VPNLink::serverFound(const foundation::Result<in_addr> &server) {
-  if (!server)
-    return fail(kCauseConnectFailed, static_cast<int>(Tunnel::DeviceCause::noServer), server.error().message);
-  server_ = *server;
+// Every stage has a deadline of its own; this is for what none thought of, and never the first.
+void VPNLink::giveTime() {
+  deadline_ = parts_->clock().after(
+      tunnelKind(plan_.kind).deadline(plan_) + plan_.pppDeadline,
+      [this] {
+        outOfTime_ = true;
+        fail(kCauseNegotiationFailed, 0,
+             "The connection did not come up in time; the server is very slow or does not answer.");
+      });
+}
+
+void VPNLink::serversFound(const foundation::Result<std::vector<in_addr>> &servers) {
+  if (!servers)
+    return fail(kCauseConnectFailed, static_cast<int>(Tunnel::DeviceCause::noServer), servers.error().message);
+  servers_ = *servers;
+  callServer();
+}
+
+void VPNLink::callServer() {
+  const in_addr server = servers_.front();
   // Before the first packet. Without any route to the server the tunnel says so in its own words.
-  if (const Status kept = parts_->routes().keepWay(server_); !kept)
+  if (const Status kept = parts_->routes().keepWay(server); !kept)
     return fail(kCauseFatal, 0, "The way to the server cannot be kept: " + kept.error().message + ".");
-  auto watch = parts_->watchNetwork(server_, {.addressGone = [this](in_addr address) { addressGone(address); },
-                                              .routingChanged = [this] { routingChanged(); }});
+  auto watch = parts_->watchNetwork(server, {.addressGone = [this](in_addr address) { addressGone(address); },
+                                             .routingChanged = [this] { routingChanged(); }});
   if (!watch) return fail(kCauseFatal, 0, "The network cannot be watched: " + watch.error().message + ".");
   network_ = std::move(*watch);
   tunnel_ =
-      parts_->makeTunnel(server_, {.up = [this](foundation::FileDescriptor channel) { tunnelIsUp(std::move(channel)); },
-                                   .failed =
-                                       [this](const Tunnel::Failure &failure) {
-                                         fail(kCauseConnectFailed, static_cast<int>(failure.cause), failure.sentence);
-                                       },
-                                   .lost = [this](const Tunnel::Loss &loss) { tunnelLost(loss); },
-                                   .stopped = [this] { cleanUp(); }});
+      parts_->makeTunnel(server, {.up = [this](foundation::FileDescriptor channel) { tunnelIsUp(std::move(channel)); },
+                                  .failed = [this](const Tunnel::Failure &failure) { tunnelFailed(failure); },
+                                  .lost = [this](const Tunnel::Loss &loss) { tunnelLost(loss); },
+                                  .stopped = [this] { tunnelStopped(); }});
   tunnel_->start();
+}
+
+void VPNLink::tunnelFailed(const Tunnel::Failure &failure) {
+  using Cause = Tunnel::DeviceCause;
+  const bool isThere = failure.cause != Cause::noServer && failure.cause != Cause::noAnswer;
+  if (!isAlive() || isThere || servers_.size() < 2)
+    return fail(kCauseConnectFailed, static_cast<int>(failure.cause), failure.sentence);
+  servers_.erase(servers_.begin());
+  parts_->log(failure.sentence);
+  parts_->log("Trying the next address of " + plan_.server + ", " + textOf(servers_.front()) + ".");
+  giveTime();
+  tunnel_->stop();
+}
+
+void VPNLink::tunnelStopped() {
+  if (!isAlive()) return cleanUp();
+  // Not destroyed here: it is calling us.
+  formerTunnel_ = std::move(tunnel_);
+  next_ = parts_->clock().soon([this] {
+    formerTunnel_.reset();
+    callServer();
+  });
 }
 
 void VPNLink::tunnelIsUp(foundation::FileDescriptor channel) {
@@ -108,17 +144,12 @@ std::optional<foundation::Secret> VPNLink::password(const Peer &peer) {
 
 void VPNLink::pppIsUp(const PluginIPUp &up) {
   if (!isAlive()) return;
-  // pppd has been told to insist; before the first packet goes into the tunnel, we look.
-  if (plan_.ppp.mppe != MPPE::none && !up.encrypted)
-    return fail(kCauseNegotiationFailed, 0,
-                "The connection is to be encrypted, but the server does not encrypt; allow MPPE on the server.");
-  if (facts_.up && up.localAddress.s_addr != facts_.up->localAddress.s_addr)
-    return fail(kCauseNegotiationFailed, 0,
-                "The server has given this machine another address in the middle of the connection.");
+  // Before the first packet goes into the tunnel.
+  if (const auto objection = objectionTo(up)) return fail(kCauseNegotiationFailed, 0, *objection);
   // Also when the server has negotiated once more: the interface was down meanwhile, and the kernel threw its routes
   // away.
   Routes &routes = parts_->routes();
-  Status routed = routes.keepServerOff(up.interface, server_);
+  Status routed = routes.keepServerOff(up.interface, servers_.front());
   if (routed) routed = routes.carry(up.interface);
   if (!routed) return fail(kCauseFatal, 0, "The routes into the tunnel cannot be set: " + routed.error().message + ".");
   if (state_ == State::up) return;
@@ -128,10 +159,29 @@ void VPNLink::pppIsUp(const PluginIPUp &up) {
   });
 }
 
+// What is wrong with what PPP has negotiated.
+std::optional<std::string> VPNLink::objectionTo(const PluginIPUp &up) {
+  // pppd has been told to insist; we look all the same.
+  if (plan_.ppp.mppe != MPPE::none && !up.encrypted)
+    return "The connection is to be encrypted, but the server does not encrypt; allow MPPE on the server.";
+  if (facts_.up && up.localAddress.s_addr != facts_.up->localAddress.s_addr)
+    return "The server has given this machine another address in the middle of the connection.";
+  // Where the tunnel comes before the machine's own networks, all is well.
+  if (plan_.carriesEverything && !plan_.routes.localNetworks) return std::nullopt;
+  const auto network = parts_->routes().networkAround(up.localAddress, up.interface);
+  if (!network) return std::nullopt;
+  return "The server has given this machine the address " + textOf(up.localAddress) +
+         ", which belongs to the network " + textOf(*network) +
+         " that the machine is already in: what is meant for the server's side would stay here. Have the server give "
+         "other addresses, or this network use others; or let the connection carry everything and win, with "
+         "ppp.local_networks = false in engine.conf.";
+}
+
 void VPNLink::becomeUp(const PluginIPUp &up) {
   if (state_ != State::connecting) return;
   state_ = State::up;
   deadline_.reset();
+  sleep_ = parts_->clock().afterSleep([this](std::chrono::milliseconds time) { slept(time); });
   const auto sinceStart = parts_->clock().now().time_since_epoch();
   facts_.up = LinkFacts::Up{.interface = up.interface,
                             .localAddress = up.localAddress,
@@ -185,6 +235,13 @@ void VPNLink::routingChanged() {
   parts_->log("Another program has thrown away routing rules of the connection; they are back.");
 }
 
+void VPNLink::slept(std::chrono::milliseconds time) {
+  if (state_ != State::up || time < kShortSleep) return;
+  parts_->log("This machine has slept for " + std::to_string(std::chrono::round<std::chrono::seconds>(time).count()) +
+              " s; the server is asked whether it still has the connection.");
+  tunnel_->check();
+}
+
 void VPNLink::tunnelLost(const Tunnel::Loss &loss) {
   if (!isAlive()) return;
   if (phases_.ending()) {
@@ -194,20 +251,21 @@ void VPNLink::tunnelLost(const Tunnel::Loss &loss) {
     return;
   }
   parts_->log(loss.sentence);
-  // The refusal itself may be overtaken on the way by the end of the call, and pppd never hears it.
-  if (loss.endedByServer && phases_.current() == kPhaseAuthenticating) {
-    parts_->log(
-        "That was while the account was being checked: the server did not accept the user name or the password.");
-    cause_ = kCauseNotAuthenticated;
-  }
-  end(Farewell::hungUp);
+  if (loss.endedByServer && phases_.current() == kPhaseAuthenticating)
+    deadline_ = parts_->clock().after(kOvertaken, [this] { end(Farewell::hungUp); });
+  else
+    end(Farewell::hungUp);
 }
 
 void VPNLink::pppEnded(const PPPEnd &ended) {
-  if (isAlive()) {
-    const bool lacksMPPE = plan_.ppp.mppe != MPPE::none && !parts_->kernelHasMPPE();
-    parts_->log(endingSentence(ended, tunnelKind(plan_.kind).nothingArrived, lacksMPPE));
-  }
+  const PPPExpectations expected{.mppe = plan_.ppp.mppe != MPPE::none,
+                                 .authProtocols = plan_.ppp.authProtocols,
+                                 .kernelHasMPPE = parts_->kernelHasMPPE(),
+                                 .nothingArrived = tunnelKind(plan_.kind).nothingArrived};
+  if (isAlive())
+    parts_->log(endingSentence(ended, expected));
+  else if (const auto sentence = hangUpSentence(ended, expected); sentence && (!cause_ || outOfTime_) && !facts_.up)
+    parts_->log(*sentence);
   if (!cause_) cause_ = lastCause(ended);
   end(Farewell::orderly);
 }
@@ -217,6 +275,7 @@ void VPNLink::end(Farewell farewell) {
   state_ = State::ending;
   network_.reset();
   resolution_.reset();
+  sleep_.reset();
   deadline_.reset();
   if (!ppp_ || !ppp_->running()) return endTunnel();
   // A pppd that still waits for its channel has nobody to say goodbye to.

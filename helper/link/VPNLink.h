@@ -35,10 +35,13 @@ class VPNLink : public Link {
 
   // Coming up, in this order; pppd starts while the tunnel is still being made.
   void begin();
-  void serverFound(const foundation::Result<in_addr> &server);
+  void giveTime();
+  void serversFound(const foundation::Result<std::vector<in_addr>> &servers);
+  void callServer();
   void tunnelIsUp(foundation::FileDescriptor channel);
   void pppReached(int phase);
   void pppIsUp(const PluginIPUp &up);
+  std::optional<std::string> objectionTo(const PluginIPUp &up);
   void becomeUp(const PluginIPUp &up);
   std::optional<foundation::Secret> password(const Peer &peer);
   bool isAlive() const { return state_ == State::connecting || state_ == State::up; }
@@ -46,9 +49,12 @@ class VPNLink : public Link {
   // What others do to the network meanwhile.
   void addressGone(in_addr address);
   void routingChanged();
+  void slept(std::chrono::milliseconds time);
 
   // Going down: one reason, then pppd, then the tunnel, then everything else.
   void fail(int cause, int deviceCause, const std::string &sentence);
+  void tunnelFailed(const Tunnel::Failure &failure);
+  void tunnelStopped();
   void tunnelLost(const Tunnel::Loss &loss);
   void pppEnded(const PPPEnd &end);
   void end(Farewell farewell);
@@ -65,18 +71,21 @@ class VPNLink : public Link {
   State state_ = State::idle;
   bool stopRequested_ = false;
   bool channelGiven_ = false;
+  bool outOfTime_ = false;
   Farewell farewell_ = Farewell::orderly;
   std::optional<int> cause_;  // decided; what pppd's exit says no longer matters
   LinkPhases phases_;
   LinkFacts facts_;
   LinkStatus status_;
 
-  in_addr server_{};
+  std::vector<in_addr> servers_;  // that may be called, the one that is being called first
   std::unique_ptr<PPPSession> ppp_;
   std::unique_ptr<Tunnel> tunnel_;
+  std::unique_ptr<Tunnel> formerTunnel_;  // has stopped
   std::shared_ptr<void> resolution_;
   std::shared_ptr<void> network_;
   std::vector<std::chrono::steady_clock::time_point> putBacks_;  // not long ago
+  linux::Clock::Timer sleep_;
   linux::Clock::Timer next_;
   linux::Clock::Timer deadline_;
 };

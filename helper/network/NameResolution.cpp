@@ -25,8 +25,8 @@ struct NameResolution::Question {
   Resolver resolver;
   foundation::FileDescriptor done;  // an eventfd
   int error = 0;
-  in_addr address{};
-  std::atomic<bool> answered{false};  // publishes error and address
+  Addresses addresses;
+  std::atomic<bool> answered{false};  // publishes error and addresses
 };
 
 namespace {
@@ -71,14 +71,15 @@ foundation::Result<in_addr> NameResolution::parse(const std::string &text) {
 }
 
 NameResolution::Resolver NameResolution::systemResolver() {
-  return [](const std::string &name, in_addr &address) {
+  return [](const std::string &name, Addresses &addresses) {
     addrinfo hints{};
     hints.ai_family = AF_INET;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo *found = nullptr;
     const int error = getaddrinfo(name.c_str(), nullptr, &hints, &found);
     if (error != 0) return error;
-    address = reinterpret_cast<const sockaddr_in *>(found->ai_addr)->sin_addr;
+    for (const addrinfo *each = found; each != nullptr; each = each->ai_next)
+      addresses.push_back(reinterpret_cast<const sockaddr_in *>(each->ai_addr)->sin_addr);
     freeaddrinfo(found);
     return 0;
   };
@@ -89,7 +90,8 @@ NameResolution::NameResolution(sd_event *event, const std::string &text, Handler
     : handler_(std::move(handler)), name_(text) {
   const auto parsed = parse(text);
   if (!parsed || parsed->s_addr != INADDR_ANY) {
-    answer_ = linux::EventSource::soon(event, [this, parsed] { answer(parsed); });
+    const auto result = parsed ? foundation::Result<Addresses>(Addresses{*parsed}) : parsed.error();
+    answer_ = linux::EventSource::soon(event, [this, result] { answer(result); });
     return;
   }
   question_ = std::make_shared<Question>();
@@ -109,7 +111,7 @@ NameResolution::NameResolution(sd_event *event, const std::string &text, Handler
   sigfillset(&all);
   pthread_sigmask(SIG_SETMASK, &all, &before);
   std::thread([question = question_] {
-    question->error = question->resolver(question->name, question->address);
+    question->error = question->resolver(question->name, question->addresses);
     question->answered = true;
     const std::uint64_t one = 1;
     static_cast<void>(!::write(question->done.get(), &one, sizeof one));
@@ -126,15 +128,20 @@ void NameResolution::answered() {
   if (question_->error != 0)
     return answer(sentence("The name of the server, " + name_ + ", could not be looked up (" +
                            gai_strerror(question_->error) + "); check its spelling and this machine's name service."));
-  if (!canBeServer(question_->address))
+  Addresses usable;
+  for (const in_addr address : question_->addresses)
+    if (usable.size() < kMost && canBeServer(address) &&
+        std::ranges::find(usable, address.s_addr, &in_addr::s_addr) == usable.end())
+      usable.push_back(address);
+  if (usable.empty())
     return answer(sentence("The name of the server, " + name_ + ", stands for an address that no server can have."));
-  answer(question_->address);
+  answer(usable);
 }
 
-void NameResolution::answer(const foundation::Result<in_addr> &address) {
+void NameResolution::answer(const foundation::Result<Addresses> &addresses) {
   // A copy, because whoever hears the answer destroys us.
   const Handler handler = handler_;
-  handler(address);
+  handler(addresses);
 }
 
 }  // namespace helper

@@ -1,5 +1,5 @@
-// From the text of a server's address to its IPv4 address: dotted numbers at once, a name by the system's resolver on a
-// thread of its own, since that may block for long.
+// From the text of a server's address to its IPv4 addresses: dotted numbers at once, a name by the system's resolver on
+// a thread of its own, since that may block for long.
 //
 // Thread rule: the thread of the event loop; the handler is called there, never from within the constructor.
 // Destroying it forgets the question (the thread ends by itself).
@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "foundation/Result.h"
 #include "linux/EventSource.h"
@@ -20,11 +21,14 @@ namespace helper {
 
 class NameResolution {
  public:
-  // The error's message is a sentence for the PPP log, with the remedy.
-  using Handler = std::function<void(const foundation::Result<in_addr> &)>;
-  // What asks the system, replaceable for tests: an error code of getaddrinfo, 0 when ADDRESS is filled.
-  using Resolver = std::function<int(const std::string &name, in_addr &address)>;
+  using Addresses = std::vector<in_addr>;
+  // At least one address and at most kMost, the best first. The error's message is a sentence for the PPP log, with the
+  // remedy.
+  using Handler = std::function<void(const foundation::Result<Addresses> &)>;
+  // What asks the system, replaceable for tests: an error code of getaddrinfo, 0 when ADDRESSES is filled.
+  using Resolver = std::function<int(const std::string &name, Addresses &addresses)>;
 
+  static constexpr std::size_t kMost = 4;
   static constexpr std::chrono::milliseconds kDeadline{8000};
 
   NameResolution(sd_event *event, const std::string &text, Handler handler, Resolver resolver = systemResolver(),
@@ -41,7 +45,7 @@ class NameResolution {
  private:
   struct Question;
   void answered();
-  void answer(const foundation::Result<in_addr> &address);
+  void answer(const foundation::Result<Addresses> &addresses);
 
   Handler handler_;
   std::string name_;

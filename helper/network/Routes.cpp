@@ -20,12 +20,23 @@ JournalledRoutes::JournalledRoutes(Routing &routing, Journal &journal, RoutePlan
     : routing_(routing), journal_(journal), plan_(std::move(plan)), table_(kFirstTable + journal.number()) {}
 
 Status JournalledRoutes::keepWay(in_addr server) {
-  return add({PolicyRule{.kind = Kind::end, .table = table_},
-              PolicyRule{.kind = Kind::wayToServer, .server = server, .table = table_}});
+  const PolicyRule way{.kind = Kind::wayToServer, .server = server, .table = table_};
+  const auto earlier = std::ranges::find(rules_, Kind::wayToServer, &PolicyRule::kind);
+  if (earlier == rules_.end()) return add({PolicyRule{.kind = Kind::end, .table = table_}, way});
+  if (Status removed = routing_.remove(*earlier); !removed) return removed;
+  rules_.erase(earlier);
+  return add({way});
 }
 
 Status JournalledRoutes::keepServerOff(const std::string &interface, in_addr server) {
   return routing_.detach(server, interface);
+}
+
+std::optional<IPv4Network> JournalledRoutes::networkAround(in_addr address, const std::string &interface) {
+  const auto networks = routing_.networks(interface);
+  if (!networks) return std::nullopt;  // whoever cannot be asked is accused of nothing
+  const auto around = std::ranges::find_if(*networks, [=](const IPv4Network &each) { return contains(each, address); });
+  return around == networks->end() ? std::nullopt : std::optional(*around);
 }
 
 Status JournalledRoutes::carry(const std::string &interface) {

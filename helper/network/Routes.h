@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,12 @@ class Routes {
  public:
   virtual ~Routes() = default;
   // Packets to the server go past the tunnels, this one and those of other links: no link depends on another's life.
+  // Called again, for another server, those to the one before no longer do.
   virtual foundation::Status keepWay(in_addr server) = 0;
   // Takes the server's address off INTERFACE: PPP peers that call themselves by it would pull the tunnel into itself.
   virtual foundation::Status keepServerOff(const std::string &interface, in_addr server) = 0;
+  // The network that the machine is in by another interface than INTERFACE, and that ADDRESS belongs to.
+  virtual std::optional<IPv4Network> networkAround(in_addr address, const std::string &interface) = 0;
   // Sends what the tunnel is for through INTERFACE; without one, it is refused from now on. May be called again: the
   // kernel throws routes away when their interface goes down, even for a moment.
   virtual foundation::Status carry(const std::string &interface) = 0;
@@ -36,6 +40,7 @@ class JournalledRoutes : public Routes {
 
   foundation::Status keepWay(in_addr server) override;
   foundation::Status keepServerOff(const std::string &interface, in_addr server) override;
+  std::optional<IPv4Network> networkAround(in_addr address, const std::string &interface) override;
   foundation::Status carry(const std::string &interface) override;
   foundation::Result<bool> putBack() override;
 

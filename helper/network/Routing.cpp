@@ -92,6 +92,17 @@ int indexOf(nl_sock *socket, const std::string &interface) {
   return index;
 }
 
+// Hands everything of one kind to TAKE, with CONTEXT.
+template <class Header>
+Status dump(nl_sock *socket, int type, Header filter, nl_recvmsg_msg_cb_t take, void *context, const char *what) {
+  nl_socket_modify_cb(socket, NL_CB_VALID, NL_CB_CUSTOM, take, context);
+  int code = nl_send_simple(socket, type, NLM_F_DUMP, &filter, sizeof filter);
+  if (code >= 0) code = nl_recvmsgs_default(socket);
+  nl_socket_modify_cb(socket, NL_CB_VALID, NL_CB_DEFAULT, nullptr, nullptr);
+  if (code < 0) return foundation::Error{"Netlink", -code, std::string(what) + ": " + nl_geterror(code)};
+  return {};
+}
+
 std::uint8_t familyOf(bool ipv6) { return ipv6 ? AF_INET6 : AF_INET; }
 
 int sendRule(nl_sock *socket, int type, int flags, const PolicyRule &rule) {
@@ -157,6 +168,27 @@ rtmsg routeHeader(std::uint8_t family, int prefixLength, std::uint8_t type) {
   return header;
 }
 
+struct NetworkSearch {
+  std::uint32_t besides;  // an interface
+  std::vector<IPv4Network> found;
+};
+
+int takeNetwork(nl_msg *message, void *context) {
+  auto &search = *static_cast<NetworkSearch *>(context);
+  const auto *header = static_cast<const rtmsg *>(nlmsg_data(nlmsg_hdr(message)));
+  const nlattr *interface = nlmsg_find_attr(nlmsg_hdr(message), sizeof *header, RTA_OIF);
+  const nlattr *destination = nlmsg_find_attr(nlmsg_hdr(message), sizeof *header, RTA_DST);
+  // The kernel makes such a route for each address that has neighbours.
+  if (header->rtm_table != RT_TABLE_MAIN || header->rtm_type != RTN_UNICAST || header->rtm_protocol != RTPROT_KERNEL ||
+      header->rtm_dst_len == 32 || (header->rtm_flags & (RTNH_F_LINKDOWN | RTNH_F_DEAD)) != 0)
+    return NL_OK;
+  if (interface == nullptr || nla_get_u32(interface) == search.besides || destination == nullptr ||
+      nla_len(destination) != sizeof(in_addr))
+    return NL_OK;
+  search.found.push_back({*static_cast<const in_addr *>(nla_data(destination)), header->rtm_dst_len});
+  return NL_OK;
+}
+
 constexpr int kReplace = NLM_F_CREATE | NLM_F_REPLACE;
 
 // All routes of ours to NETWORK in TABLE.
@@ -195,14 +227,19 @@ Status NetlinkRouting::remove(const PolicyRule &rule) {
 
 foundation::Result<std::vector<PolicyRule>> NetlinkRouting::rules() {
   std::vector<PolicyRule> found;
-  nl_socket_modify_cb(socket_, NL_CB_VALID, NL_CB_CUSTOM, takeRule, &found);
-  fib_rule_hdr every{};
-  every.family = AF_UNSPEC;
-  int code = nl_send_simple(socket_, RTM_GETRULE, NLM_F_DUMP, &every, sizeof every);
-  if (code >= 0) code = nl_recvmsgs_default(socket_);
-  nl_socket_modify_cb(socket_, NL_CB_VALID, NL_CB_DEFAULT, nullptr, nullptr);
-  if (code < 0) return foundation::Error{"Netlink", -code, std::string("read the routing rules: ") + nl_geterror(code)};
+  if (const Status dumped = dump(socket_, RTM_GETRULE, fib_rule_hdr{}, takeRule, &found, "read the routing rules");
+      !dumped)
+    return dumped.error();
   return found;
+}
+
+foundation::Result<std::vector<IPv4Network>> NetlinkRouting::networks(const std::string &besides) {
+  NetworkSearch search{static_cast<std::uint32_t>(indexOf(socket_, besides)), {}};
+  rtmsg ofIPv4{};
+  ofIPv4.rtm_family = AF_INET;
+  if (const Status dumped = dump(socket_, RTM_GETROUTE, ofIPv4, takeNetwork, &search, "read the routes"); !dumped)
+    return dumped.error();
+  return search.found;
 }
 
 Status NetlinkRouting::lead(std::uint32_t table, const IPv4Network &network, const std::string &interface) {

@@ -41,6 +41,9 @@ class Routing {
   virtual foundation::Status refuseIPv6(std::uint32_t table) = 0;
   // Everything that the three above did; success also when there is none of it.
   virtual foundation::Status clear(const FilledTable &table) = 0;
+  // Those that the machine is in, by its addresses, over any interface but BESIDES that has a carrier. An address
+  // without neighbours makes none.
+  virtual foundation::Result<std::vector<IPv4Network>> networks(const std::string &besides) = 0;
   // Whatever route of the main table leads to DESTINATION alone over INTERFACE, whoever made it; success also when
   // there is none.
   virtual foundation::Status detach(in_addr destination, const std::string &interface) = 0;
@@ -59,6 +62,7 @@ class NetlinkRouting : public Routing {
   foundation::Status refuse(std::uint32_t table, const IPv4Network &network) override;
   foundation::Status refuseIPv6(std::uint32_t table) override;
   foundation::Status clear(const FilledTable &table) override;
+  foundation::Result<std::vector<IPv4Network>> networks(const std::string &besides) override;
   foundation::Status detach(in_addr destination, const std::string &interface) override;
 
  private:

@@ -13,6 +13,9 @@
   mute-control    the same, and from SIGUSR1 on it answers no control message
   renegotiate     the same, and at SIGUSR1 it negotiates PPP's addresses once more
   restart         the same, and at SIGUSR1 it negotiates all of PPP once more
+  no-address      the same, but it gives no address
+  leave-authenticating, leave-network
+                  the same, but it ends the call when the client has shown its account, or asks for an address
   twice           the same with a name server, and it negotiates the addresses once more as soon as they stand
   renegotiate-mute, restart-mute
                   the same, and says nothing in PPP after the beginning of that
@@ -44,7 +47,7 @@ import socket
 import struct
 import sys
 
-from ppp_server import PARTS, PPPServer
+from ppp_server import IPCP, PAP, PARTS, PPPServer
 
 MAGIC = 0x1A2B3C4D
 LAST_ECHO = 1008
@@ -110,6 +113,9 @@ class Client:
         self.mute = False
         self.ppp = PPPServer(packets.send)
         self.ppp.twice = self.part == "twice"
+        self.ppp.addresses = self.part != "no-address"
+        self.ppp.leave = lambda: self.say("CDN")
+        self.ppp.leaves_at = {"leave-authenticating": PAP, "leave-network": IPCP}.get(self.part)
         packets.begin(address, call, 0)
 
     def say(self, name, how=None):
@@ -200,7 +206,8 @@ class Client:
                 self.prompt()
             if self.packets.socket in ready:
                 frame = self.packets.receive()
-                if self.part in ("serve", "mute-control", "twice", "close", "mangle", *PARTS):
+                if self.part in ("serve", "mute-control", "twice", "close", "mangle", "no-address", "leave-authenticating",
+                                 "leave-network", *PARTS):
                     self.ppp.receive(frame)
             if self.connection in ready:
                 self.read()

@@ -25,6 +25,10 @@ class PPPServer:
         self.mute = False
         self.twice = False  # to negotiate the addresses so often, and tell a name server
         self.repeated = False
+        self.refused = 0
+        self.addresses = True  # to give one
+        self.leave = None  # how to hang up, and the protocol at whose first request
+        self.leaves_at = None
         self.asked = {}  # by protocol: the client's request with which ours went out; none when it has been granted
 
     def say(self, protocol, code, identifier, data=b""):
@@ -42,6 +46,10 @@ class PPPServer:
             return
         protocol, code, identifier, size = struct.unpack("!HBBH", frame[:6])
         data = frame[6:2 + size]
+        if protocol == self.leaves_at:
+            self.mute = True
+            self.leave()
+            return
         if protocol == IP:
             self.answer_ping(frame[2:])
         elif protocol == LCP:
@@ -70,6 +78,13 @@ class PPPServer:
             self.ask(LCP, identifier)
         elif code == ACK:
             self.asked[LCP] = None
+        elif code in (NAK, REJECT):
+            # It insists, twice, and then ends it.
+            self.refused += 1
+            if self.refused < 3:
+                self.say(LCP, REQUEST, 2 + self.refused, WISHES[LCP])
+            else:
+                self.say(LCP, TERMINATE, 9)
         elif code == TERMINATE:
             self.say(LCP, TERMINATED, identifier)
         elif code == ECHO:
@@ -81,7 +96,7 @@ class PPPServer:
         if code != REQUEST:
             return
         self.ask(IPCP, identifier)
-        given = {ADDRESS: CLIENT}
+        given = {ADDRESS: CLIENT} if self.addresses else {}
         if self.twice:
             given[FIRST_NAME_SERVER] = NAME_SERVER
         unwanted = b"".join(option for kind, option in options(data) if kind not in given)

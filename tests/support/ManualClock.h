@@ -24,6 +24,17 @@ class ManualClock : public linux::Clock {
 
   Timer soon(std::function<void()> handler) override { return after(std::chrono::milliseconds(0), std::move(handler)); }
 
+  Timer afterSleep(std::function<void(std::chrono::milliseconds slept)> handler) override {
+    const auto sleeper = std::make_shared<Sleeper>(std::move(handler));
+    sleepers_.push_back(sleeper);
+    return sleeper;
+  }
+  void sleep(std::chrono::milliseconds time) {
+    sleepers_.remove_if([](const std::weak_ptr<Sleeper> &sleeper) { return sleeper.expired(); });
+    for (const auto &each : std::list(sleepers_))
+      if (const auto sleeper = each.lock()) (*sleeper)(time);
+  }
+
   // Does what is due by then, in its order, and what that makes due.
   void advance(std::chrono::milliseconds time) {
     const auto until = now_ + time;
@@ -55,7 +66,9 @@ class ManualClock : public linux::Clock {
   }
 
   std::chrono::steady_clock::time_point now_{std::chrono::seconds(1000)};
+  using Sleeper = std::function<void(std::chrono::milliseconds)>;
   std::list<std::weak_ptr<Waiting>> waiting_;
+  std::list<std::weak_ptr<Sleeper>> sleepers_;
 };
 
 }  // namespace support

@@ -342,14 +342,16 @@ TEST_F(ServersSettings, ThatCannotBeUsedLeaveTheGeneralOnes) {
   const auto [settings, complaints] = read("a");
   EXPECT_EQ(settings.ppp.mtu, 1400);
   const std::string path = folder.path(".") + "/engine.d/a.conf";
-  EXPECT_EQ(complaints,
-            (Complaints{path + ":1: ppp.mtu must be a whole number from 128 to 16384 (bytes); the general setting holds.",
-                        path + ":2: ike must be a group in braces; its general settings hold."}));
+  EXPECT_EQ(
+      complaints,
+      (Complaints{path + ":1: ppp.mtu must be a whole number from 128 to 16384 (bytes); the general setting holds.",
+                  path + ":2: ike must be a group in braces; its general settings hold."}));
   write("a", "ppp");
   EXPECT_EQ(read("a").settings.ppp.mtu, 1400);
   EXPECT_EQ(read("a").complaints, Complaints{path + ":1: syntax error; the general settings hold."});
   ASSERT_EQ(::chmod(path.c_str(), 0666), 0);
-  EXPECT_EQ(read("a").complaints, Complaints{path + ": others may write it; chmod go-w it; the general settings hold."});
+  EXPECT_EQ(read("a").complaints,
+            Complaints{path + ": others may write it; chmod go-w it; the general settings hold."});
 }
 
 TEST_F(ServersSettings, AreComplainedAboutAfterTheGeneralOnes) {

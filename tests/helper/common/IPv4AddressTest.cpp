@@ -39,4 +39,17 @@ TEST(IPv4Network, NothingElseIsOne) {
 }
 
 }  // namespace
+TEST(IPv4Network, ContainsWhatItsPrefixSays) {
+  const auto in = [](const char *network, const char *address) {
+    return contains(networkFrom(network).value(), addressFrom(address).value());
+  };
+  EXPECT_TRUE(in("0.0.0.0/0", "255.0.0.1"));
+  EXPECT_TRUE(in("128.0.0.0/1", "255.0.0.1"));
+  EXPECT_FALSE(in("128.0.0.0/1", "127.0.0.1"));
+  EXPECT_TRUE(in("192.168.1.0/24", "192.168.1.255"));
+  EXPECT_FALSE(in("192.168.1.0/24", "192.168.2.0"));
+  EXPECT_TRUE(in("192.0.2.7/32", "192.0.2.7"));
+  EXPECT_FALSE(in("192.0.2.7/32", "192.0.2.6"));
+}
+
 }  // namespace helper

@@ -16,8 +16,6 @@ namespace support {
 
 // What the parts share with the test; outlives them all.
 struct LinkMachine {
-  using Address = foundation::Result<in_addr>;
-
   std::vector<std::string> deeds;      // in their order
   std::vector<std::string> sentences;  // of the PPP log
   ManualClock clock;
@@ -26,6 +24,7 @@ struct LinkMachine {
   bool hasMPPE = true;      // the kernel
   bool answersStop = true;  // the tunnel
   bool rulesAreGone = false;
+  std::optional<helper::IPv4Network> around{};  // the address that PPP gets
   bool pppRuns = false;
   std::chrono::milliseconds grace{};  // for pppd's end, as last granted
   bool tunnelThere = false;
@@ -87,6 +86,7 @@ class RecordingTunnel : public helper::Tunnel {
     machine_.record("tunnel gone");
   }
   void start() override { machine_.record("tunnel start"); }
+  void check() override { machine_.record("tunnel check"); }
   void stop() override {
     machine_.record("tunnel stop");
     if (machine_.answersStop) stopped_ = machine_.clock.soon([this] { machine_.tunnel.stopped(); });
@@ -142,6 +142,7 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
     machine_.keptOff = server;
     return machine_.attempt("keep off", interface);
   }
+  std::optional<helper::IPv4Network> networkAround(in_addr, const std::string &) override { return machine_.around; }
   foundation::Status carry(const std::string &interface) override { return machine_.attempt("carry", interface); }
   foundation::Result<bool> putBack() override {
     if (const foundation::Status status = machine_.attempt("put back"); !status) return status.error();

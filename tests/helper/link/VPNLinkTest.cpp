@@ -100,7 +100,7 @@ class VPNLinkTest : public ::testing::Test {
         case Stage::findingServer:
           return machine.clock.run();
         case Stage::makingTunnel:
-          return machine.address(address("192.0.2.1"));
+          return machine.address(std::vector{address("192.0.2.1")});
         case Stage::channelGiven:
           return machine.tunnel.up({});
         case Stage::negotiating:
@@ -324,6 +324,93 @@ INSTANTIATE_TEST_SUITE_P(VPNLink, FailingTunnel,
                                            DeviceCause::networkChanged, DeviceCause::noSharedSecret),
                          [](const auto &test) { return "cause" + std::to_string(static_cast<int>(test.param)); });
 
+// ---- A name with several addresses
+
+class SeveralServers : public VPNLinkTest {
+ protected:
+  SeveralServers() {
+    reach(Stage::findingServer);
+    machine.address(std::vector{address("192.0.2.1"), address("192.0.2.2"), address("192.0.2.3")});
+  }
+  void fail(DeviceCause cause) {
+    // Its handlers may go while they run.
+    const auto failed = machine.tunnel.failed;
+    failed({cause, "It does not answer."});
+  }
+};
+
+TEST_F(SeveralServers, AreCalledOneAfterAnother) {
+  fail(DeviceCause::noAnswer);
+  EXPECT_EQ(machine.deeds.back(), "tunnel stop");
+  machine.clock.run();
+  fail(DeviceCause::noServer);
+  machine.clock.run();
+  machine.tunnel.up({});
+  machine.ppp.ipUp(ipUp());
+  machine.nameServersDone("");
+  EXPECT_EQ(phases(), (Phases{1, 2, 8}));
+  EXPECT_EQ(machine.sentences, (std::vector<std::string>{
+                                   "It does not answer.", "Trying the next address of vpn.example.org, 192.0.2.2.",
+                                   "It does not answer.", "Trying the next address of vpn.example.org, 192.0.2.3."}));
+  for (const char *each : {"192.0.2.1", "192.0.2.2", "192.0.2.3"})
+    for (const char *deed : {"keep way ", "watch ", "tunnel make "}) EXPECT_TRUE(machine.did(deed + std::string(each)));
+  EXPECT_EQ(std::ranges::count(machine.deeds, "tunnel gone"), 2);
+  EXPECT_EQ(machine.keptOff.s_addr, address("192.0.2.3").s_addr);
+}
+
+TEST_F(SeveralServers, AllSilentEndItWithTheLastOnesCause) {
+  fail(DeviceCause::noAnswer);
+  machine.clock.run();
+  fail(DeviceCause::noAnswer);
+  machine.clock.run();
+  fail(DeviceCause::noServer);
+  finish(0);
+  expectDown(kCauseConnectFailed, static_cast<int>(DeviceCause::noServer));
+}
+
+TEST_F(SeveralServers, OneThatAnswersAndRefusesIsTheLast) {
+  fail(DeviceCause::protocolError);
+  finish(0);
+  EXPECT_FALSE(machine.did("tunnel make 192.0.2.2"));
+  expectDown(kCauseConnectFailed, static_cast<int>(DeviceCause::protocolError));
+}
+
+TEST_F(SeveralServers, EachHasItsTime) {
+  machine.clock.advance(seconds(60));
+  fail(DeviceCause::noAnswer);
+  machine.clock.advance(seconds(60));
+  fail(DeviceCause::noAnswer);
+  machine.clock.advance(seconds(60));
+  EXPECT_TRUE(machine.tunnelThere);
+  EXPECT_FALSE(link->isDown());
+}
+
+TEST_F(SeveralServers, AStopBetweenTwoEndsIt) {
+  fail(DeviceCause::noAnswer);
+  link->stop();
+  finish();
+  EXPECT_FALSE(machine.did("tunnel make 192.0.2.2"));
+  expectDown(kCauseUserRequest);
+}
+
+TEST_F(SeveralServers, AStopInTheTurnBetweenTwoEndsIt) {
+  machine.answersStop = false;
+  fail(DeviceCause::noAnswer);
+  machine.tunnel.stopped();
+  link->stop();
+  finish();
+  EXPECT_FALSE(machine.did("tunnel make 192.0.2.2"));
+  expectDown(kCauseUserRequest);
+}
+
+TEST_F(SeveralServers, ThatCannotBeReachedPastTheTunnelsEndIt) {
+  fail(DeviceCause::noAnswer);
+  machine.failing = "keep way";
+  machine.clock.run();
+  finish(0);
+  expectDown(kCauseFatal);
+}
+
 TEST_F(VPNLinkTest, WithoutAPasswordPPPIsToldSo) {
   machine.failing = "password";
   reach(Stage::authenticating);
@@ -369,6 +456,18 @@ TEST_P(Deadline, EndsWhatDoesNotComeUp) {
 
 INSTANTIATE_TEST_SUITE_P(VPNLink, Deadline, ::testing::ValuesIn(stages(Stage::findingServer, Stage::nameServers)),
                          [](const auto &test) { return nameOf(test.param); });
+
+TEST_F(VPNLinkTest, AtTheDeadlineItIsSaidWhatWasNegotiated) {
+  reach(Stage::negotiating);
+  machine.clock.advance(seconds(600));
+  PPPEnd end{.code = 5, .reported = true, .carried = true, .packetsReceived = 20, .furthestPhase = 4};
+  end.dispute.wantedAuthentication = 0xc02300;
+  endPPP(end);
+  finish();
+  ASSERT_EQ(machine.sentences.size(), 2U);
+  EXPECT_NE(machine.sentences[1].find("the server wants the account checked by PAP"), std::string::npos);
+  expectDown(kCauseNegotiationFailed);
+}
 
 TEST_F(VPNLinkTest, ALinkThatIsUpHasNoDeadline) {
   reach(Stage::up);
@@ -418,7 +517,7 @@ TEST_P(StoppedOnHearing, EndsAndStartsNothingMore) {
   if (GetParam() <= kPhaseConnectingLink) {
     EXPECT_FALSE(machine.address) << "nobody looks for the server any more";
   } else {
-    machine.address(address("192.0.2.1"));
+    machine.address(std::vector{address("192.0.2.1")});
     machine.tunnel.up({});
     for (const int phase : {4, 5, 7, 8}) machine.ppp.phase(phase);
     machine.ppp.ipUp(ipUp());
@@ -623,41 +722,125 @@ TEST_F(VPNLinkTest, AServerThatDoesNotEncryptIsNotBelieved) {
   expectDown(kCauseNegotiationFailed);
 }
 
+// ---- An address of a network that the machine is in
+
+TEST_F(VPNLinkTest, AnAddressOfTheMachinesOwnNetworkEndsIt) {
+  machine.around = networkFrom("10.0.0.0/24");
+  reach(Stage::network);
+  machine.ppp.ipUp(ipUp());
+  finish();
+  EXPECT_FALSE(machine.did("carry ppp0"));
+  ASSERT_EQ(machine.sentences.size(), 1U);
+  EXPECT_TRUE(machine.sentences.front().starts_with(
+      "The server has given this machine the address 10.0.0.2, which belongs to the network 10.0.0.0/24 "))
+      << machine.sentences.front();
+  expectDown(kCauseNegotiationFailed);
+}
+
+TEST_F(VPNLinkTest, AnAddressOfTheMachinesOwnNetworkIsFineWhereTheTunnelWins) {
+  machine.around = networkFrom("10.0.0.0/24");
+  LinkPlan before = plan();
+  before.routes.localNetworks = false;
+  make(before);
+  reach(Stage::up);
+  EXPECT_EQ(phases().back(), kPhaseConnected);
+}
+
+TEST_F(VPNLinkTest, ALinkThatDoesNotCarryEverythingNeverWins) {
+  machine.around = networkFrom("10.0.0.0/24");
+  LinkPlan some = plan();
+  some.carriesEverything = false;
+  some.routes.localNetworks = false;
+  make(some);
+  reach(Stage::network);
+  machine.ppp.ipUp(ipUp());
+  finish();
+  expectDown(kCauseNegotiationFailed);
+}
+
+// ---- The machine sleeps
+
+TEST_F(VPNLinkTest, AfterASleepTheServerIsAskedAtOnce) {
+  reach(Stage::up);
+  machine.clock.sleep(seconds(9));
+  EXPECT_FALSE(machine.did("tunnel check"));
+  machine.clock.sleep(seconds(3600));
+  EXPECT_EQ(machine.deeds.back(), "tunnel check");
+  EXPECT_EQ(machine.sentences,
+            std::vector<std::string>{
+                "This machine has slept for 3600 s; the server is asked whether it still has the connection."});
+}
+
+class SleptElsewhere : public VPNLinkTest, public ::testing::WithParamInterface<Stage> {};
+
+TEST_P(SleptElsewhere, NobodyIsAsked) {
+  reach(GetParam());
+  machine.clock.sleep(seconds(3600));
+  EXPECT_FALSE(machine.did("tunnel check"));
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, SleptElsewhere,
+                         ::testing::Values(Stage::findingServer, Stage::makingTunnel, Stage::nameServers,
+                                           Stage::endingPPP, Stage::down),
+                         [](const auto &test) { return nameOf(test.param); });
+
 // ---- The server's hang-up, or the loss of what protects the tunnel
 
 struct HangUp {
   Stage stage;
   bool byServer;
-  int cause;
-  const char *farewell;  // to pppd
+  const char *meanwhile;  // a part of the second sentence; null: there is none
 };
 
-class HungUp : public VPNLinkTest, public ::testing::WithParamInterface<HangUp> {};
+class HungUp : public VPNLinkTest, public ::testing::WithParamInterface<HangUp> {
+ protected:
+  // As pppd ends after it.
+  void endAfterHangUp(int code) {
+    constexpr std::array kFurthest{std::pair{Stage::negotiating, 4}, std::pair{Stage::authenticating, 5},
+                                   std::pair{Stage::network, 7}, std::pair{Stage::nameServers, 8}};
+    const auto *furthest = std::ranges::find(kFurthest, GetParam().stage, [](const auto &pair) { return pair.first; });
+    endPPP(after(code, furthest == kFurthest.end() ? 0 : furthest->second));
+  }
+};
 
 TEST_P(HungUp, EndsIt) {
   reach(GetParam().stage);
   machine.tunnel.lost({.endedByServer = GetParam().byServer, .sentence = "The call has ended."});
-  EXPECT_TRUE(machine.did(GetParam().farewell)) << GetParam().farewell;
-  finish(16);
-  ASSERT_FALSE(machine.sentences.empty());
+  machine.clock.advance(milliseconds(300));
+  EXPECT_TRUE(machine.did("ppp hangUp"));
+  endAfterHangUp(16);
+  finish();
+  ASSERT_EQ(machine.sentences.size(), GetParam().meanwhile == nullptr ? 1U : 2U);
   EXPECT_EQ(machine.sentences.front(), "The call has ended.");
-  const bool refused = GetParam().cause == kCauseNotAuthenticated;
-  EXPECT_EQ(machine.sentences.size(), refused ? 2U : 1U);
-  expectDown(GetParam().cause);
+  if (GetParam().meanwhile != nullptr) EXPECT_NE(machine.sentences[1].find(GetParam().meanwhile), std::string::npos);
+  expectDown(kCauseHungUp);
 }
 
-INSTANTIATE_TEST_SUITE_P(VPNLink, HungUp,
-                         ::testing::Values(HangUp{Stage::channelGiven, true, 16, "ppp hangUp"},
-                                           HangUp{Stage::negotiating, true, 16, "ppp hangUp"},
-                                           HangUp{Stage::authenticating, true, 19, "ppp hangUp"},
-                                           HangUp{Stage::authenticating, false, 16, "ppp hangUp"},
-                                           HangUp{Stage::network, true, 16, "ppp hangUp"},
-                                           HangUp{Stage::nameServers, true, 16, "ppp hangUp"},
-                                           HangUp{Stage::up, true, 16, "ppp hangUp"},
-                                           HangUp{Stage::up, false, 16, "ppp hangUp"}),
-                         [](const auto &test) {
-                           return nameOf(test.param.stage) + (test.param.byServer ? "ByServer" : "Lost");
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    VPNLink, HungUp,
+    ::testing::Values(HangUp{Stage::channelGiven, true, nullptr}, HangUp{Stage::negotiating, true, "(LCP)"},
+                      HangUp{Stage::authenticating, true, "account was checked, before"},
+                      HangUp{Stage::authenticating, false, "account was checked, before"},
+                      HangUp{Stage::network, true, "(CCP, IPCP)"}, HangUp{Stage::nameServers, true, "(CCP, IPCP)"},
+                      HangUp{Stage::up, true, nullptr}, HangUp{Stage::up, false, nullptr}),
+    [](const auto &test) { return nameOf(test.param.stage) + (test.param.byServer ? "ByServer" : "Lost"); });
+
+TEST_F(VPNLinkTest, ARefusalThatTheHangUpHasOvertakenIsWaitedFor) {
+  reach(Stage::authenticating);
+  machine.tunnel.lost({.endedByServer = true, .sentence = "The call has ended."});
+  machine.clock.advance(milliseconds(299));
+  EXPECT_FALSE(machine.did("ppp hangUp"));
+  endPPP(after(19, 5));
+  finish();
+  EXPECT_TRUE(machine.sentences.back().starts_with("The server did not accept the user name"));
+  expectDown(kCauseNotAuthenticated);
+}
+
+TEST_F(VPNLinkTest, ALineThatIsLostWhileTheAccountIsCheckedIsNotWaitedFor) {
+  reach(Stage::authenticating);
+  machine.tunnel.lost({.endedByServer = false, .sentence = "The call has ended."});
+  EXPECT_TRUE(machine.did("ppp hangUp"));
+}
 
 TEST_F(VPNLinkTest, APPPWithoutItsChannelIsNotHungUp) {
   reach(Stage::makingTunnel);

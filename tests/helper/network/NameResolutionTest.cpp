@@ -1,29 +1,49 @@
 #include <arpa/inet.h>
+#include <gmock/gmock.h>
 #include <netdb.h>
 
 #include <condition_variable>
 #include <mutex>
 #include <optional>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/network/NameResolution.h"
 #include "tests/support/LoopFixture.h"
 
 using namespace helper;
+using ::testing::ElementsAre;
 
 namespace {
+
+using Addresses = NameResolution::Addresses;
 
 class NameResolutionTest : public support::LoopFixture {
  protected:
   NameResolution::Handler handler() {
-    return [this](const foundation::Result<in_addr> &result) { answer_ = result; };
+    return [this](const foundation::Result<Addresses> &result) { answer_ = result; };
   }
   static NameResolution::Resolver never() {
-    return [](const std::string &, in_addr &) {
+    return [](const std::string &, Addresses &) {
       ADD_FAILURE() << "nobody was to be asked";
       return EAI_FAIL;
     };
   }
-  std::optional<foundation::Result<in_addr>> answer_;
+  // The addresses that come of those that the system FOUND.
+  std::vector<std::string> answerTo(const std::vector<const char *> &found) {
+    const NameResolution resolution(
+        event_, "vpn.example", handler(),
+        [&found](const std::string &name, Addresses &addresses) {
+          EXPECT_EQ(name, "vpn.example");
+          for (const char *each : found) addresses.push_back({inet_addr(each)});
+          return 0;
+        });
+    EXPECT_TRUE(runUntil([this] { return answer_.has_value(); }));
+    std::vector<std::string> texts;
+    if (answer_ && *answer_)
+      for (const in_addr address : **answer_) texts.push_back(textOf(address));
+    return texts;
+  }
+  std::optional<foundation::Result<Addresses>> answer_;
 };
 
 TEST_F(NameResolutionTest, TakesAnAddressAsItIs) {
@@ -31,38 +51,37 @@ TEST_F(NameResolutionTest, TakesAnAddressAsItIs) {
   EXPECT_FALSE(answer_) << "not from within the constructor";
   ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
   ASSERT_TRUE(*answer_);
-  EXPECT_EQ((*answer_)->s_addr, inet_addr("192.0.2.7"));
+  ASSERT_EQ((*answer_)->size(), 1U);
+  EXPECT_EQ((*answer_)->front().s_addr, inet_addr("192.0.2.7"));
 }
 
-TEST_F(NameResolutionTest, AsksForAName) {
-  const NameResolution resolution(
-      event_, "vpn.example", handler(),
-      [](const std::string &name, in_addr &address) {
-        EXPECT_EQ(name, "vpn.example");
-        address.s_addr = inet_addr("192.0.2.8");
-        return 0;
-      });
-  ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
-  ASSERT_TRUE(*answer_);
-  EXPECT_EQ((*answer_)->s_addr, inet_addr("192.0.2.8"));
+TEST_F(NameResolutionTest, AsksForAName) { EXPECT_THAT(answerTo({"192.0.2.8"}), ElementsAre("192.0.2.8")); }
+
+TEST_F(NameResolutionTest, TellsAllAddressesInTheirOrder) {
+  EXPECT_THAT(answerTo({"192.0.2.8", "192.0.2.1", "192.0.2.9"}), ElementsAre("192.0.2.8", "192.0.2.1", "192.0.2.9"));
+}
+
+TEST_F(NameResolutionTest, TellsEachOnceAndOnlyThoseThatAServerCanHave) {
+  EXPECT_THAT(answerTo({"0.0.0.0", "192.0.2.8", "224.0.0.1", "192.0.2.8", "192.0.2.9"}),
+              ElementsAre("192.0.2.8", "192.0.2.9"));
+}
+
+TEST_F(NameResolutionTest, TellsFourAtMost) {
+  EXPECT_THAT(answerTo({"192.0.2.1", "192.0.2.2", "192.0.2.3", "192.0.2.4", "192.0.2.5"}),
+              ElementsAre("192.0.2.1", "192.0.2.2", "192.0.2.3", "192.0.2.4"));
 }
 
 TEST_F(NameResolutionTest, SaysWhyANameIsNotFound) {
   const NameResolution resolution(
-      event_, "vpn.example", handler(), [](const std::string &, in_addr &) { return EAI_NONAME; });
+      event_, "vpn.example", handler(), [](const std::string &, Addresses &) { return EAI_NONAME; });
   ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
   ASSERT_FALSE(*answer_);
   EXPECT_NE(answer_->error().message.find("vpn.example"), std::string::npos);
 }
 
 TEST_F(NameResolutionTest, RefusesANameForNoServer) {
-  const NameResolution resolution(
-      event_, "vpn.example", handler(),
-      [](const std::string &, in_addr &address) {
-        address.s_addr = INADDR_ANY;
-        return 0;
-      });
-  ASSERT_TRUE(runUntil([this] { return answer_.has_value(); }));
+  EXPECT_THAT(answerTo({"0.0.0.0"}), ElementsAre());
+  ASSERT_TRUE(answer_);
   EXPECT_FALSE(*answer_);
 }
 
@@ -75,7 +94,7 @@ TEST_F(NameResolutionTest, DoesNotWaitForEver) {
   const auto gate = std::make_shared<Gate>();
   const NameResolution resolution(
       event_, "slow.example", handler(),
-      [gate](const std::string &, in_addr &) {
+      [gate](const std::string &, Addresses &) {
         std::unique_lock lock(gate->mutex);
         gate->open.wait(
             lock, [&] { return gate->isOpen; });
@@ -91,7 +110,7 @@ TEST_F(NameResolutionTest, DoesNotWaitForEver) {
 }
 
 TEST_F(NameResolutionTest, CanBeForgottenWhileItAsks) {
-  NameResolution(event_, "vpn.example", handler(), [](const std::string &, in_addr &) { return 0; });
+  NameResolution(event_, "vpn.example", handler(), [](const std::string &, Addresses &) { return 0; });
   EXPECT_FALSE(answer_);
 }
 

@@ -52,6 +52,10 @@ class RecordingRouting : public helper::Routing {
       std::erase_if(*routes, [&](const auto &route) { return route.first.first == table.table; });
     return {};
   }
+  foundation::Result<std::vector<helper::IPv4Network>> networks(const std::string &besides) override {
+    if (const foundation::Status status = attempt("networks"); !status) return status.error();
+    return besides == "ppp0" ? around : std::vector<helper::IPv4Network>();
+  }
   foundation::Status detach(in_addr destination, const std::string &interface) override {
     detached.push_back(helper::textOf(destination) + " " + interface);
     return {};
@@ -66,6 +70,7 @@ class RecordingRouting : public helper::Routing {
   Routes led;
   Routes refused;
   std::vector<std::string> detached;
+  std::vector<helper::IPv4Network> around;  // of interfaces other than ppp0
 
  private:
   foundation::Status attempt(const std::string &call) const {

@@ -59,6 +59,33 @@ TEST_F(RoutesTest, KeepTheWayToTheServerAndTakeItBack) {
   EXPECT_TRUE(routing_.present.empty());
 }
 
+TEST_F(RoutesTest, KeepTheWayToOneServerAtATime) {
+  TestLink link(*this);
+  ASSERT_TRUE(link.routes.keepWay(address("192.0.2.7")));
+  ASSERT_TRUE(link.routes.keepWay(address("192.0.2.8")));
+  EXPECT_EQ(present(), (Lines{"end 7001", "way 7001"}));
+  EXPECT_EQ(textOf(routing_.present[1].server), "192.0.2.8");
+  const auto missed = link.routes.putBack();
+  ASSERT_TRUE(missed);
+  EXPECT_FALSE(*missed);
+  undo(link);
+  EXPECT_TRUE(routing_.present.empty());
+}
+
+TEST_F(RoutesTest, KnowTheNetworkAroundAnAddress) {
+  TestLink link(*this);
+  routing_.around = {networkFrom("10.0.0.0/8").value(), networkFrom("192.168.1.0/24").value()};
+  const auto around = [&](const char *text) {
+    const auto network = link.routes.networkAround(address(text), "ppp0");
+    return network ? textOf(*network) : std::string("none");
+  };
+  EXPECT_EQ(around("192.168.1.255"), "192.168.1.0/24");
+  EXPECT_EQ(around("10.255.0.1"), "10.0.0.0/8");
+  EXPECT_EQ(around("192.168.2.1"), "none");
+  routing_.failing = "networks";
+  EXPECT_EQ(around("10.255.0.1"), "none");
+}
+
 TEST_F(RoutesTest, CarryEverythingAndNoIPv6) {
   TestLink link(*this);
   ASSERT_TRUE(link.routes.carry("ppp0"));

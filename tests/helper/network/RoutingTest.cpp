@@ -206,4 +206,22 @@ TEST_F(RoutingTest, DetachesAlsoTheKernelsOwnRouteToAPeer) {
   EXPECT_TRUE(routing_->detach(address("192.0.2.7"), "ppp77"));
 }
 
+TEST_F(RoutingTest, KnowsTheNetworksThatTheMachineIsIn) {
+  const auto networks = [this](const std::string &besides) {
+    std::vector<std::string> texts;
+    const auto found = routing_->networks(besides);
+    for (const IPv4Network &network : found.value()) texts.push_back(textOf(network));
+    std::ranges::sort(texts);
+    return texts;
+  };
+  using Texts = std::vector<std::string>;
+  ASSERT_TRUE(ip({"addr", "add", "10.3.0.2/32", "dev", "wire0"}));
+  ASSERT_TRUE(ip({"route", "add", "10.4.0.0/24", "via", "10.1.0.1"}));
+  EXPECT_EQ(networks("ppp0"), (Texts{"10.1.0.0/24", "10.2.0.0/24"}));
+  EXPECT_EQ(networks("wire1"), Texts{"10.1.0.0/24"});
+  // Nobody is at its other end any more.
+  ASSERT_TRUE(ip({"link", "set", "wire1", "down"}));
+  EXPECT_EQ(networks("ppp0"), Texts());
+}
+
 }  // namespace
