@@ -9,13 +9,27 @@
 
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "foundation/FileDescriptor.h"
 #include "helper/common/TunnelFailure.h"
 
 namespace helper {
+
+// A tunnel's way for PPP's frames.
+struct TunnelChannel {
+  TunnelChannel(foundation::FileDescriptor connected = {}, std::vector<std::uint8_t> early = {})
+      : socket(std::move(connected)), earlyFrame(std::move(early)) {}
+
+  foundation::FileDescriptor socket;  // connected
+  // What the server has said before the socket could hear it, or just after: an LCP request from address and control
+  // on; empty: nothing.
+  std::vector<std::uint8_t> earlyFrame;
+};
 
 class Tunnel {
  public:
@@ -24,8 +38,8 @@ class Tunnel {
   using Loss = TunnelLoss;
 
   struct Handlers {
-    // The connected socket, for pppd. What the server is called is of no interest any more.
-    std::function<void(foundation::FileDescriptor channel)> up;
+    // The channel, for pppd. What the server is called is of no interest any more.
+    std::function<void(TunnelChannel channel)> up;
     std::function<void(const Failure &)> failed;
     // The server ended the call, or is gone.
     std::function<void(const Loss &)> lost;

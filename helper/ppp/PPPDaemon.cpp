@@ -85,16 +85,15 @@ void PPPDaemon::said(const PluginMessage &message) {
              message);
 }
 
-void PPPDaemon::giveChannel(foundation::FileDescriptor channel) {
+void PPPDaemon::giveChannel(TunnelChannel channel) {
   channel_ = std::move(channel);
   handChannelOver();
 }
 
 void PPPDaemon::handChannelOver() {
-  if (!channelWanted_ || !channel_) return;
+  if (!channelWanted_ || !channel_.socket) return;
   channelWanted_ = false;
-  end_.carried = static_cast<bool>(plugin_.giveChannel(std::move(channel_)));
-  channel_.reset();
+  end_.carried = static_cast<bool>(plugin_.giveChannel(std::exchange(channel_, {})));
 }
 
 void PPPDaemon::terminate(std::chrono::milliseconds grace) {

@@ -36,7 +36,7 @@ class PPPDaemon : public PPPSession {
   bool running() const override { return process_ && process_->running(); }
   pid_t pid() const { return process_ ? process_->pid() : -1; }
 
-  void giveChannel(foundation::FileDescriptor channel) override;
+  void giveChannel(TunnelChannel channel) override;
   void terminate(std::chrono::milliseconds grace) override;
   void hangUp(std::chrono::milliseconds grace) override;
   void closeNow(std::chrono::milliseconds deadline) override;
@@ -55,7 +55,7 @@ class PPPDaemon : public PPPSession {
   PluginChannel plugin_;
   std::optional<LineReader> output_;
   std::optional<linux::ChildProcess> process_;
-  foundation::FileDescriptor channel_;
+  TunnelChannel channel_;
   bool channelWanted_ = false;
   PPPEnd end_;
   std::optional<int> status_;  // why the plugin says that it ended, which pppd's own status may not

@@ -10,8 +10,8 @@
 #include <functional>
 #include <optional>
 
-#include "foundation/FileDescriptor.h"
 #include "foundation/Secret.h"
+#include "helper/common/Tunnel.h"
 #include "helper/ppp/PluginMessages.h"
 
 namespace helper {
@@ -42,8 +42,8 @@ class PPPSession {
 
   virtual ~PPPSession() = default;
   virtual bool running() const = 0;
-  // The tunnel's socket; waits here when pppd has not asked yet.
-  virtual void giveChannel(foundation::FileDescriptor channel) = 0;
+  // The tunnel's; waits here when pppd has not asked yet.
+  virtual void giveChannel(TunnelChannel channel) = 0;
   // Orderly: pppd says goodbye to the server. After GRACE it is killed; at once on a loop that has finished.
   virtual void terminate(std::chrono::milliseconds grace) = 0;
   // The line is gone: pppd ends as after a hang-up. After GRACE it is killed; at once on a loop that has finished.

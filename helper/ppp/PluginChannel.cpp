@@ -75,9 +75,13 @@ void PluginChannel::drain() {
   }
 }
 
-foundation::Status PluginChannel::giveChannel(foundation::FileDescriptor channel) {
-  vpnctl_plugin_header answer{VPNCTL_PLUGIN_VERSION, VPNCTL_PLUGIN_CHANNEL};
-  const int fd = channel.get();
+foundation::Status PluginChannel::giveChannel(TunnelChannel channel) {
+  vpnctl_plugin_channel answer{.header = {VPNCTL_PLUGIN_VERSION, VPNCTL_PLUGIN_CHANNEL}, .length = 0, .frame = {}};
+  if (channel.earlyFrame.size() <= sizeof answer.frame) {
+    answer.length = static_cast<std::uint16_t>(channel.earlyFrame.size());
+    std::ranges::copy(channel.earlyFrame, answer.frame);
+  }
+  const int fd = channel.socket.get();
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof fd)> control{};
   iovec part{&answer, sizeof answer};
   msghdr message{};

@@ -17,6 +17,7 @@
 #include "foundation/Result.h"
 #include "foundation/Secret.h"
 #include "helper/common/Peer.h"
+#include "helper/common/Tunnel.h"
 #include "helper/ppp/PluginMessages.h"
 #include "linux/EventSource.h"
 
@@ -43,7 +44,7 @@ class PluginChannel {
   void adopt(foundation::FileDescriptor connection);
 
   // The answer to PluginNeedsChannel; CHANNEL is closed here.
-  foundation::Status giveChannel(foundation::FileDescriptor channel);
+  foundation::Status giveChannel(TunnelChannel channel);
   // The answer to PluginNeedsPassword; none when there is none to give. At most 255 bytes without a zero byte.
   foundation::Status givePassword(const std::optional<foundation::Secret> &password);
   // The process at the other end.

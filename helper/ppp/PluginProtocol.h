@@ -19,7 +19,8 @@
 #include <stdint.h>
 
 #define VPNCTL_PLUGIN_VERSION 3
-#define VPNCTL_PLUGIN_NAME_SIZE 16      /* IFNAMSIZ, the zero byte included */
+#define VPNCTL_PLUGIN_NAME_SIZE 16 /* IFNAMSIZ, the zero byte included */
+#define VPNCTL_PLUGIN_FRAME_SIZE 256
 #define VPNCTL_PLUGIN_PASSWORD_SIZE 255 /* pppd's buffers hold 256 bytes with the zero byte */
 
 enum {
@@ -37,7 +38,13 @@ struct vpnctl_plugin_header {
   uint16_t type;
 };
 
-/* NEED_CHANNEL, NEED_PASSWORD and CHANNEL are a header and nothing else. */
+/* NEED_CHANNEL and NEED_PASSWORD are a header and nothing else. */
+
+struct vpnctl_plugin_channel {
+  struct vpnctl_plugin_header header;
+  uint16_t length; /* of LCP's request that came before the channel was there, from address and control on; 0: none */
+  unsigned char frame[VPNCTL_PLUGIN_FRAME_SIZE];
+};
 
 struct vpnctl_plugin_phase {
   struct vpnctl_plugin_header header;

@@ -32,6 +32,7 @@ extern int fd_ppp;
 #define COMPAT_ON_IP_UP(handler) ppp_add_notify(NF_IP_UP, handler, NULL)
 #define COMPAT_ON_EXIT(handler) ppp_add_notify(NF_EXIT, handler, NULL)
 #define COMPAT_ESTABLISH(fd) ppp_generic_establish(fd)
+#define COMPAT_SOON(function) ppp_timeout(function, NULL, 0, 10000)
 #define COMPAT_DISESTABLISH(fd) ppp_generic_disestablish(fd)
 typedef struct option compat_option;
 
@@ -56,6 +57,7 @@ typedef struct option compat_option;
 #define COMPAT_ON_IP_UP(handler) add_notifier(&ip_up_notifier, handler, NULL)
 #define COMPAT_ON_EXIT(handler) add_notifier(&exitnotify, handler, NULL)
 #define COMPAT_ESTABLISH(fd) generic_establish_ppp(fd)
+#define COMPAT_SOON(function) timeout(function, NULL, 0, 10000)
 #define COMPAT_DISESTABLISH(fd) generic_disestablish_ppp(fd)
 typedef option_t compat_option;
 

@@ -16,6 +16,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "helper/ppp/Dispute.h"
 #include "helper/ppp/PluginProtocol.h"
 #include "helper/ppp/pppd-compat.h"
 
@@ -33,9 +34,12 @@ static uint32_t packets_received; /* none at all means that the way back is bloc
  * of a hang-up. */
 static int own_reason;
 
-/* What the server wanted and refused, for a sentence when nothing comes of it. */
-static uint32_t wanted_authentication;
-static uint32_t refused;
+static struct dispute dispute; /* for a sentence when nothing comes of the negotiation */
+
+/* What the server said before the channel was there, from address and control on. */
+static unsigned char early_frame[VPNCTL_PLUGIN_FRAME_SIZE];
+static int early_length;
+static int link_requested; /* by the server, through the channel */
 
 static compat_option options[] = {
     {"vpnctl-socket", o_string, &socket_path, "where vpnctl's helper listens", OPT_PRIV, NULL, 0, 0, NULL, 0, 0},
@@ -127,7 +131,7 @@ static int wait_for_answer(void) {
 
 /* The descriptor that comes with CHANNEL, or -1. */
 static int receive_channel(void) {
-  struct vpnctl_plugin_header answer;
+  struct vpnctl_plugin_channel answer;
   union {
     struct cmsghdr align;
     char bytes[CMSG_SPACE(sizeof(int))];
@@ -146,10 +150,13 @@ static int receive_channel(void) {
   if (rights != NULL && rights->cmsg_level == SOL_SOCKET && rights->cmsg_type == SCM_RIGHTS &&
       rights->cmsg_len == CMSG_LEN(sizeof(int)))
     memcpy(&fd, CMSG_DATA(rights), sizeof fd);
-  if (answer.version != VPNCTL_PLUGIN_VERSION || answer.type != VPNCTL_PLUGIN_CHANNEL) {
+  if (answer.header.version != VPNCTL_PLUGIN_VERSION || answer.header.type != VPNCTL_PLUGIN_CHANNEL ||
+      answer.length > sizeof answer.frame) {
     if (fd >= 0) close(fd);
     return -1;
   }
+  early_length = answer.length;
+  memcpy(early_frame, answer.frame, sizeof early_frame);
   return fd;
 }
 
@@ -173,7 +180,31 @@ static int connect_channel(void) {
   return fd;
 }
 
-static int establish_ppp(int fd) { return COMPAT_ESTABLISH(fd); }
+static int is_link_request(const unsigned char *packet, int length) {
+  return length > 4 && (packet[2] << 8 | packet[3]) == PPP_LCP && packet[4] == CONFREQ;
+}
+
+static void packet_received(unsigned char *packet, int length) {
+  ++packets_received;
+  if (is_link_request(packet, length)) link_requested = 1;
+  note_dispute(&dispute, packet, length);
+}
+
+/* As if it had just been read. By then pppd has read what the channel itself has heard; the same request twice could
+ * take down what the first has brought up. */
+static void deliver_early_frame(void *context) {
+  (void)context;
+  if (link_requested) return;
+  packet_received(early_frame, early_length);
+  lcp_protent.input(0, early_frame + 4, early_length - 4);
+}
+
+static int establish_ppp(int fd) {
+  int unit = COMPAT_ESTABLISH(fd);
+  link_requested = 0;
+  if (unit >= 0 && is_link_request(early_frame, early_length)) COMPAT_SOON(deliver_early_frame);
+  return unit;
+}
 
 static void disestablish_ppp(int fd) {
   COMPAT_DISESTABLISH(fd);
@@ -242,53 +273,9 @@ static void ending(void *context, int code) {
   message.header = header(VPNCTL_PLUGIN_EXIT);
   message.status = own_reason != EXIT_OK && (code == EXIT_HANGUP || code == EXIT_USER_REQUEST) ? own_reason : code;
   message.packets_received = packets_received;
-  message.wanted_authentication = wanted_authentication;
-  message.refused = refused;
+  message.wanted_authentication = dispute.wanted_authentication;
+  message.refused = dispute.refused;
   tell(&message, sizeof message);
-}
-
-enum { PROTOCOL_LCP = 0xc021, PROTOCOL_CCP = 0x80fd, PROTOCOL_IPCP = 0x8021 };
-enum { CODE_REQUEST = 1, CODE_ACK = 2, CODE_NAK = 3, CODE_REJECT = 4, CODE_PROTOCOL_REJECT = 8 };
-enum { LCP_AUTHENTICATION = 3, IPCP_ADDRESS = 3 };
-
-/* The value of the first option of that kind with at least SIZE bytes of it, or null. */
-static const unsigned char *find_option(const unsigned char *at, const unsigned char *end, int kind, int size) {
-  while (end - at >= 2 && at[1] >= 2 && at[1] <= end - at) {
-    if (at[0] == kind && at[1] >= 2 + size) return at + 2;
-    at += at[1];
-  }
-  return NULL;
-}
-
-static void note_dispute(int protocol, int code, const unsigned char *data, const unsigned char *end) {
-  const unsigned char *value;
-  if (protocol == PROTOCOL_LCP && code == CODE_REQUEST) {
-    value = find_option(data, end, LCP_AUTHENTICATION, 2);
-    if (value == NULL) return;
-    wanted_authentication = (uint32_t)value[0] << 16 | (uint32_t)value[1] << 8;
-    if (value[-1] > 4) wanted_authentication |= value[2];
-  } else if (protocol == PROTOCOL_LCP && code == CODE_PROTOCOL_REJECT && end - data >= 2) {
-    if ((data[0] << 8 | data[1]) == PROTOCOL_CCP) refused |= VPNCTL_PLUGIN_REFUSED_ENCRYPTION;
-    if ((data[0] << 8 | data[1]) == PROTOCOL_IPCP) refused |= VPNCTL_PLUGIN_REFUSED_ADDRESS;
-  } else if (protocol == PROTOCOL_CCP && code == CODE_REJECT) {
-    refused |= VPNCTL_PLUGIN_REFUSED_ENCRYPTION;
-  } else if (protocol == PROTOCOL_IPCP && code >= CODE_ACK && code <= CODE_REJECT) {
-    static const unsigned char none[4];
-    value = find_option(data, end, IPCP_ADDRESS, 4);
-    if (value == NULL) return;
-    refused &= ~VPNCTL_PLUGIN_REFUSED_ADDRESS;
-    if (code == CODE_REJECT || memcmp(value, none, sizeof none) == 0) refused |= VPNCTL_PLUGIN_REFUSED_ADDRESS;
-  }
-}
-
-/* PACKET begins with address, control, protocol; then code, identifier, length, data. */
-static void packet_received(unsigned char *packet, int length) {
-  int size;
-  ++packets_received;
-  if (length < 8) return;
-  size = packet[6] << 8 | packet[7];
-  if (size < 4 || size > length - 4) return;
-  note_dispute(packet[2] << 8 | packet[3], packet[4], packet + 8, packet + 4 + size);
 }
 
 /* Asks for name servers as `usepeerdns` does, which would also leave a file of its own under /etc/ppp behind. pppd has

@@ -44,7 +44,7 @@ class PPTPControlConnection {
     std::chrono::milliseconds reply{4000};          // to each request
     std::chrono::milliseconds echoInterval{60000};  // RFC 2637 section 3.1.4
     std::chrono::milliseconds echoReply{60000};
-    std::chrono::milliseconds check{10000};  // to an echo that is asked for
+    std::chrono::milliseconds check{20000};  // to an echo that is asked for
     std::chrono::milliseconds stop{400};
   };
 

@@ -51,16 +51,21 @@ foundation::Result<std::uint16_t> KernelPPTPDataPath::bind(in_addr local) {
   if (::getsockname(socket->get(), &address.any, &size) < 0)
     return foundation::errnoError(errno, "read the PPTP socket's call id");
   socket_ = std::move(*socket);
-  return address.pppox.sa_addr.pptp.call_id;
+  const std::uint16_t callID = address.pppox.sa_addr.pptp.call_id;
+  if (auto early = EarlyFrames::listen(callID)) early_ = std::move(*early);
+  return callID;
 }
 
-foundation::Result<foundation::FileDescriptor> KernelPPTPDataPath::connect(in_addr peer, std::uint16_t peerCallID) {
+foundation::Result<TunnelChannel> KernelPPTPDataPath::connect(in_addr peer, std::uint16_t peerCallID) {
   // One that cannot be connected is closed.
   foundation::FileDescriptor socket = std::move(socket_);
   const PPPoXAddress address(peer, peerCallID);
   if (::connect(socket.get(), &address.any, sizeof address.pppox) < 0)
     return foundation::errnoError(errno, "connect the PPTP socket");
-  return socket;
+  // Only now, so that there is no gap; what both have heard the plugin tells apart.
+  std::vector<std::uint8_t> request = early_ ? early_->takeLinkRequest(peer) : std::vector<std::uint8_t>();
+  early_.reset();
+  return TunnelChannel(std::move(socket), std::move(request));
 }
 
 }  // namespace helper

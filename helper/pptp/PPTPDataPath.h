@@ -6,9 +6,12 @@
 #include <netinet/in.h>
 
 #include <cstdint>
+#include <optional>
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
+#include "helper/common/Tunnel.h"
+#include "helper/pptp/EarlyFrames.h"
 
 namespace helper {
 
@@ -20,7 +23,7 @@ class PPTPDataPath {
   // Our call id, for a call from the address LOCAL.
   virtual foundation::Result<std::uint16_t> bind(in_addr local) = 0;
   // The channel to PEER's call, for pppd. Once, after bind().
-  virtual foundation::Result<foundation::FileDescriptor> connect(in_addr peer, std::uint16_t peerCallID) = 0;
+  virtual foundation::Result<TunnelChannel> connect(in_addr peer, std::uint16_t peerCallID) = 0;
 };
 
 // The kernel's PPTP socket, which becomes the channel.
@@ -28,10 +31,11 @@ class KernelPPTPDataPath : public PPTPDataPath {
  public:
   foundation::Status probe() override;
   foundation::Result<std::uint16_t> bind(in_addr local) override;
-  foundation::Result<foundation::FileDescriptor> connect(in_addr peer, std::uint16_t peerCallID) override;
+  foundation::Result<TunnelChannel> connect(in_addr peer, std::uint16_t peerCallID) override;
 
  private:
   foundation::FileDescriptor socket_;
+  std::optional<EarlyFrames> early_;  // none where they cannot be heard: then the server repeats them
 };
 
 }  // namespace helper

@@ -15,6 +15,7 @@ for all that follow
   mute-ppp        the same, and from SIGUSR1 on it says nothing in PPP any more
   renegotiate     the same, and at SIGUSR1 it negotiates PPP's addresses once more
   restart         the same, and at SIGUSR1 it negotiates all of PPP once more
+  wild SEED       the same, and from SIGUSR1 on it does what comes into its mind, until it hangs up
   renegotiate-mute, restart-mute
                   the same, and says nothing in PPP after the beginning of that
   mute-control    the same, and from SIGUSR1 on it neither says nor acknowledges any control message
@@ -54,7 +55,7 @@ import struct
 import sys
 import time
 
-from ppp_server import PARTS, PPPServer
+from ppp_server import PARTS, PPPServer, Wild
 
 SCCRQ, SCCRP, SCCCN, STOPCCN, HELLO, ICRQ, ICRP, ICCN, CDN, WEN, SLI = 1, 2, 3, 4, 6, 10, 11, 12, 14, 15, 16
 NAMES = {"SCCRP": SCCRP, "ICRP": ICRP, "ZLB": 0, "HELLO": HELLO, "SLI": SLI, "WEN": WEN, "CDN": CDN, "StopCCN": STOPCCN}
@@ -110,7 +111,7 @@ class Message:
 class Call:
     """One client at a time: the numbers it gave, how far the two counts of messages are, what is not yet acknowledged."""
 
-    def __init__(self, listener, client, part):
+    def __init__(self, listener, client, part, ordinal):
         self.listener, self.client = listener, client
         self.part, *words = part.split()
         self.ways = list(zip(words[::2], words[1::2]))
@@ -118,6 +119,10 @@ class Call:
         self.unacknowledged = []
         self.asked_again = self.prompted = self.silent = False
         self.ppp = PPPServer(self.send_frame)
+        self.wild = Wild(self.ppp, self.hang_up, f"{part} {ordinal}")
+
+    def hang_up(self, how=None):
+        self.send(CDN, result(3, b"go home"), number(14, SESSION), session=self.session, how=how)
 
     def send(self, kind, *parts, session=0, how=None):
         how = how or next((h for name, h in self.ways if NAMES[name] == kind), "whole")
@@ -171,6 +176,8 @@ class Call:
         """SIGUSR1."""
         self.prompted = True
         self.ppp.prompt(self.part)
+        if self.part == "wild":
+            self.wild.begin()
         self.silent = self.part == "mute-control"
         for name, how in self.ways:
             if name == "HELLO":
@@ -180,7 +187,7 @@ class Call:
             elif name == "WEN":
                 self.send(WEN, avp(34, struct.pack("!HIIIIII", 0, 1, 2, 3, 4, 5, 6)), session=self.session, how=how)
             elif name == "CDN":
-                self.send(CDN, result(3, b"go home"), number(14, SESSION), session=self.session, how=how)
+                self.hang_up(how)
             elif name == "StopCCN":
                 self.send(STOPCCN, result(6, b"closing time"), number(9, TUNNEL), how=how)
         if self.part == "mangle":
@@ -205,7 +212,7 @@ class Call:
             else:
                 self.send(ICRP, number(14, SESSION), session=self.session)
         elif kind == ICCN and self.part == "cdn-later":
-            self.send(CDN, result(3, b"go home"), number(14, SESSION), session=self.session)
+            self.hang_up()
         elif kind == ICCN and self.part == "stopccn-later":
             self.send(STOPCCN, result(6, b"closing time"), number(9, TUNNEL))
         else:
@@ -234,14 +241,14 @@ class Peer:
         self.listener = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.listener.bind((address, 1701))
         self.parts = list(parts)
-        self.call, self.first = None, b""
+        self.call, self.calls, self.first = None, 0, b""
 
     def read(self):
         datagram, client = self.listener.recvfrom(4096)
         flags, length, _, _, count, next_count = struct.unpack("!HHHHHH", datagram[:12].ljust(12, b"\0"))
         if not flags & 0x8000:
             # The client's kernel says neither lengths nor numbers in the packets of the call.
-            if self.call and self.call.part in ("serve", "mute-control", "mangle", *PARTS):
+            if self.call and self.call.part in ("serve", "mute-control", "mangle", "wild", *PARTS):
                 self.call.ppp.receive(datagram[6:])
             return
         values = avps(datagram[12:length])
@@ -251,7 +258,8 @@ class Peer:
             self.first = values.get(9)
             part = self.parts.pop(0) if len(self.parts) > 1 else self.parts[0]
             print("plays", part, flush=True)
-            self.call = Call(self.listener, client, part)
+            self.calls += 1
+            self.call = Call(self.listener, client, part, self.calls)
         if self.call and self.call.part == "garbage":
             self.call.put(b"HTTP/1.1 400 Bad Request\r\n\r\n")
         elif self.call:
@@ -265,6 +273,8 @@ class Peer:
                 self.call.prompt()
             if self.listener in ready:
                 self.read()
+            if self.call:
+                self.call.wild.act()
             if self.call and not self.call.silent:
                 self.call.again()
 

@@ -16,6 +16,8 @@
   no-address      the same, but it gives no address
   leave-authenticating, leave-network
                   the same, but it ends the call when the client has shown its account, or asks for an address
+  first           the same, but it asks for its side of the link as soon as the call stands, and again after 3 s
+  wild SEED       the same, and from SIGUSR1 on it does what comes into its mind, until it hangs up
   twice           the same with a name server, and it negotiates the addresses once more as soon as they stand
   renegotiate-mute, restart-mute
                   the same, and says nothing in PPP after the beginning of that
@@ -47,7 +49,7 @@ import socket
 import struct
 import sys
 
-from ppp_server import IPCP, PAP, PARTS, PPPServer
+from ppp_server import IPCP, PAP, PARTS, PPPServer, Wild
 
 MAGIC = 0x1A2B3C4D
 LAST_ECHO = 1008
@@ -116,6 +118,7 @@ class Client:
         self.ppp.addresses = self.part != "no-address"
         self.ppp.leave = lambda: self.say("CDN")
         self.ppp.leaves_at = {"leave-authenticating": PAP, "leave-network": IPCP}.get(self.part)
+        self.wild = Wild(self.ppp, lambda: self.say("CDN"), f"{part} {call}")
         packets.begin(address, call, 0)
 
     def say(self, name, how=None):
@@ -147,6 +150,8 @@ class Client:
         if self.part == "close":
             raise EOFError
         self.ppp.prompt(self.part)
+        if self.part == "wild":
+            self.wild.begin()
         for name, how in self.ways:
             if name not in ("SCCRP", "OCRP", "StopCCRP"):
                 self.say(name, how)
@@ -167,6 +172,8 @@ class Client:
                 raise EOFError
             self.packets.begin(self.address, self.call, struct.unpack("!H", body[:2])[0])
             self.say("OCRP")
+            if self.part == "first":
+                self.ppp.begin()
         elif control == 5:
             self.connection.sendall(message(6, body[:4] + struct.pack("!BBH", 1, 0, 0)))
         elif control == 6 and struct.unpack("!I", body[:4])[0] == LAST_ECHO:
@@ -200,13 +207,16 @@ class Client:
         if self.is_early("SCCRP"):
             self.say("SCCRP")
         while True:
-            ready, _, _ = select.select([self.connection, self.packets.socket, prompts], [], [])
+            ready, _, _ = select.select([self.connection, self.packets.socket, prompts], [], [],
+                                        self.ppp.wait() if self.part == "first" else self.wild.wait())
+            self.wild.act()
+            self.ppp.remind()
             if prompts in ready:
                 prompts.recv(1)
                 self.prompt()
             if self.packets.socket in ready:
                 frame = self.packets.receive()
-                if self.part in ("serve", "mute-control", "twice", "close", "mangle", "no-address", "leave-authenticating",
+                if self.part in ("serve", "mute-control", "twice", "first", "wild", "close", "mangle", "no-address", "leave-authenticating",
                                  "leave-network", *PARTS):
                     self.ppp.receive(frame)
             if self.connection in ready:

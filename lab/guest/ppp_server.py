@@ -1,7 +1,9 @@
 """The server's half of PPP (RFC 1661, 1332, 1334), as little of it as a client needs to come up and to ping: PAP that
 accepts anybody and prints who it was and how long the password, addresses, echoes. It only answers, and so needs no
 clock: for what got lost, the client asks again."""
+import random
 import struct
+import time
 
 LCP, PAP, IPCP, IP = 0xC021, 0xC023, 0x8021, 0x0021
 REQUEST, ACK, NAK, REJECT, TERMINATE, TERMINATED, ECHO, ECHOED = 1, 2, 3, 4, 5, 6, 9, 10
@@ -26,6 +28,8 @@ class PPPServer:
         self.twice = False  # to negotiate the addresses so often, and tell a name server
         self.repeated = False
         self.refused = 0
+        self.due = None
+        self.client = CLIENT
         self.addresses = True  # to give one
         self.leave = None  # how to hang up, and the protocol at whose first request
         self.leaves_at = None
@@ -60,6 +64,21 @@ class PPPServer:
             print("PAP from", name.decode(errors="replace"), "with", len(password), "bytes", flush=True)
         elif protocol == IPCP:
             self.network(code, identifier, data)
+
+    def begin(self):
+        """Asks for its side of the link without being asked, as a server does whose kernel carries its packets; again after 3 s."""
+        self.asked[LCP] = -1
+        self.say(LCP, REQUEST, 1, WISHES[LCP])
+        self.due = time.monotonic() + 3
+
+    def wait(self):
+        return None if self.due is None else max(0, self.due - time.monotonic())
+
+    def remind(self):
+        if self.due is not None and time.monotonic() >= self.due:
+            self.due = None
+            if self.asked[LCP] == -1:
+                self.begin()
 
     def prompt(self, part):
         """What a peer of that part does when it is told to."""
@@ -96,7 +115,7 @@ class PPPServer:
         if code != REQUEST:
             return
         self.ask(IPCP, identifier)
-        given = {ADDRESS: CLIENT} if self.addresses else {}
+        given = {ADDRESS: self.client} if self.addresses else {}
         if self.twice:
             given[FIRST_NAME_SERVER] = NAME_SERVER
         unwanted = b"".join(option for kind, option in options(data) if kind not in given)
@@ -118,3 +137,57 @@ class PPPServer:
         total = (total & 0xFFFF) + (total >> 16)
         echo = b"\0\0" + struct.pack("!H", total) + packet[head + 4:]
         self.send(struct.pack("!H", IP) + packet[:12] + packet[16:20] + packet[12:16] + packet[20:head] + echo)
+
+
+class Wild:
+    """What a server may do to a link that is up: a few of these deeds in an order that SEED says, and then HANG_UP."""
+
+    def __init__(self, ppp, hang_up, seed):
+        self.ppp, self.hang_up, self.random, self.due = ppp, hang_up, random.Random(seed), None
+        self.left = self.random.randint(2, 6)
+
+    def begin(self):
+        self.due = time.monotonic()
+
+    def wait(self):
+        """How long until the next, in seconds; none when there is none."""
+        return None if self.due is None else max(0, self.due - time.monotonic())
+
+    def act(self):
+        if self.due is None or time.monotonic() < self.due:
+            return
+        self.due = time.monotonic() + self.random.uniform(0.05, 1.5)
+        self.left -= 1
+        if self.left < 0:
+            self.due = None
+            print("hangs up", flush=True)
+            self.hang_up()
+            return
+        deed = self.random.choice((self.addresses, self.everything, self.other_address, self.fall_silent, self.speak,
+                                   self.no_addresses, self.garbage))
+        print("does", deed.__name__, flush=True)
+        deed()
+
+    def addresses(self):
+        self.ppp.renegotiate(IPCP)
+
+    def everything(self):
+        self.ppp.renegotiate(LCP)
+
+    def other_address(self):
+        self.ppp.client = CLIENT[:3] + bytes((self.random.randint(2, 200),))
+        self.ppp.renegotiate(IPCP)
+
+    def fall_silent(self):
+        self.ppp.mute = True
+
+    def speak(self):
+        self.ppp.mute = False
+
+    def no_addresses(self):
+        self.ppp.say(IPCP, TERMINATE, 7)
+
+    def garbage(self):
+        for protocol in (LCP, PAP, IPCP, 0xC223, 0x80FD):
+            size = self.random.randint(0, 40)
+            self.ppp.say(protocol, self.random.randint(1, 15), self.random.randint(0, 255), self.random.randbytes(size))

@@ -76,9 +76,9 @@ TEST_F(PluginChannelTest, HandsTheDescriptorOver) {
   FileDescriptor file(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
   struct stat given {};
   ASSERT_EQ(::fstat(file.get(), &given), 0);
-  ASSERT_TRUE(channel_.giveChannel(std::move(file)));
+  ASSERT_TRUE(channel_.giveChannel(TunnelChannel(std::move(file), {0xff, 0x03, 0xc0})));
 
-  vpnctl_plugin_header answer{};
+  vpnctl_plugin_channel answer{};
   alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
   iovec part{&answer, sizeof answer};
   msghdr message{};
@@ -87,7 +87,9 @@ TEST_F(PluginChannelTest, HandsTheDescriptorOver) {
   message.msg_control = control.data();
   message.msg_controllen = control.size();
   ASSERT_EQ(::recvmsg(plugin_.get(), &message, MSG_CMSG_CLOEXEC), static_cast<ssize_t>(sizeof answer));
-  EXPECT_EQ(answer.type, VPNCTL_PLUGIN_CHANNEL);
+  EXPECT_EQ(answer.header.type, VPNCTL_PLUGIN_CHANNEL);
+  EXPECT_EQ(answer.length, 3);
+  EXPECT_EQ(answer.frame[2], 0xc0);
   const cmsghdr *rights = CMSG_FIRSTHDR(&message);
   ASSERT_NE(rights, nullptr);
   int fd = -1;

@@ -59,7 +59,8 @@ class PluginTest : public support::LoopFixture {
     messages_.push_back(message);
     if (std::holds_alternative<PluginNeedsChannel>(message)) {
       if (refuse_) return channel_.hangUp();
-      EXPECT_TRUE(channel_.giveChannel(FileDescriptor(::open("/dev/zero", O_RDONLY | O_CLOEXEC))));
+      EXPECT_TRUE(
+          channel_.giveChannel(TunnelChannel(FileDescriptor(::open("/dev/zero", O_RDONLY | O_CLOEXEC)), earlyFrame_)));
     }
     if (std::holds_alternative<PluginNeedsPassword>(message)) EXPECT_TRUE(channel_.givePassword(password_));
   }
@@ -80,11 +81,11 @@ class PluginTest : public support::LoopFixture {
     asPPPD([&] { fd = stub_channel_connect(); });
     return fd;
   }
-  // What the helper hears when pppd exits with that status, after it went through these phases, each with the status
-  // that it had by then.
   static void receive(const std::vector<unsigned char> &packet) {
     stub_receive_packet(packet.data(), static_cast<int>(packet.size()));
   }
+  // What the helper hears when pppd exits with that status, after it went through these phases, each with the status
+  // that it had by then.
   struct Reached {
     int status;
     int phase;
@@ -105,6 +106,7 @@ class PluginTest : public support::LoopFixture {
   const support::TemporaryFolder folder_;
   void *plugin_ = nullptr;
   bool refuse_ = false;
+  std::vector<std::uint8_t> earlyFrame_;
   bool closed_ = false;
   std::optional<foundation::Secret> password_ = foundation::Secret("a \\ \"b");
   std::vector<PluginMessage> messages_;
@@ -335,6 +337,51 @@ TEST_F(PluginTest, KeepsItsChannelWhenTheEndIsOrderly) {
   stub_phase(9);
   char byte = 1;
   EXPECT_EQ(::read(ppp.get(), &byte, 1), 1);
+}
+
+// ---- What the server said before the channel was there
+
+TEST_F(PluginTest, GivesLCPWhatCameBeforeTheChannel) {
+  earlyFrame_ = {0xff, 0x03, 0xc0, 0x21, 1, 7, 0, 8, 3, 4, 0xc0, 0x23};
+  const FileDescriptor fd(connect());
+  std::array<unsigned char, 300> packet{};
+  ASSERT_GE(stub_channel_establish(fd.get()), 0);
+  EXPECT_EQ(stub_lcp_packet(packet.data()), -1) << "LCP does not listen yet";
+  stub_next_turn();
+  ASSERT_EQ(stub_lcp_packet(packet.data()), 8);
+  EXPECT_TRUE(std::equal(earlyFrame_.begin() + 4, earlyFrame_.end(), packet.begin()));
+  messages_.clear();
+  stub_exit(10);
+  ASSERT_TRUE(runUntil([this] { return messages_.size() == 1; }));
+  EXPECT_EQ(std::get<PluginExit>(messages_.front()), (PluginExit{10, 1, PPPDispute{.wantedAuthentication = 0xc02300}}));
+}
+
+TEST_F(PluginTest, GivesLCPNoRequestTwice) {
+  earlyFrame_ = {0xff, 0x03, 0xc0, 0x21, 1, 7, 0, 8, 3, 4, 0xc0, 0x23};
+  const FileDescriptor fd(connect());
+  std::array<unsigned char, 300> packet{};
+  ASSERT_GE(stub_channel_establish(fd.get()), 0);
+  receive({0xff, 0x03, 0xc0, 0x21, 2, 1, 0, 4});  // an answer is no request
+  receive(earlyFrame_);
+  stub_next_turn();
+  EXPECT_EQ(stub_lcp_packet(packet.data()), -1);
+}
+
+TEST_F(PluginTest, GivesLCPNothingWhereNothingCame) {
+  const FileDescriptor fd(connect());
+  std::array<unsigned char, 300> packet{};
+  ASSERT_GE(stub_channel_establish(fd.get()), 0);
+  stub_next_turn();
+  EXPECT_EQ(stub_lcp_packet(packet.data()), -1);
+}
+
+TEST_F(PluginTest, GivesLCPNothingOfOtherProtocols) {
+  earlyFrame_ = {0xff, 0x03, 0xc0, 0x23, 1, 7, 0, 4};
+  const FileDescriptor fd(connect());
+  std::array<unsigned char, 300> packet{};
+  ASSERT_GE(stub_channel_establish(fd.get()), 0);
+  stub_next_turn();
+  EXPECT_EQ(stub_lcp_packet(packet.data()), -1);
 }
 
 // ---- What the server wants and refuses

@@ -43,7 +43,14 @@ static int print_all(u_char *packet, int size, printer_func print, void *argumen
   for (i = 0; i < size; ++i) print(argument, " %.2x", packet[i]);
   return size;
 }
-struct protent lcp_protent = {.protocol = 0xc021, .name = "LCP", .printpkt = print_all};
+static u_char lcp_packet[300];
+static int lcp_size = -1;
+static void take_lcp(int unit, u_char *packet, int size) {
+  if (unit != 0 || size < 0 || size > (int)sizeof lcp_packet) return;
+  memcpy(lcp_packet, packet, (size_t)size);
+  lcp_size = size;
+}
+struct protent lcp_protent = {.protocol = 0xc021, .name = "LCP", .printpkt = print_all, .input = take_lcp};
 static struct protent pap = {.protocol = 0xc023, .name = "PAP", .printpkt = print_all};
 static struct protent chap = {.protocol = 0xc223, .name = "CHAP", .printpkt = print_all};
 static struct protent eap = {.protocol = 0xc227, .name = "EAP", .printpkt = print_all};
@@ -56,6 +63,10 @@ void add_options(option_t *options) { known_options = options; }
 void error(char *format, ...) { (void)format; }
 int netif_get_mtu(int unit) { return unit == 0 ? 1400 : -1; }
 int generic_establish_ppp(int fd) { return fd; }
+static void (*due)(void *);
+void timeout(void (*function)(void *), void *context, int seconds, int microseconds) {
+  if (context == NULL && seconds == 0 && microseconds <= 10000) due = function;
+}
 void generic_disestablish_ppp(int fd) { (void)fd; }
 size_t strlcpy(char *to, const char *from, size_t size) {
   snprintf(to, size, "%s", from);
@@ -82,6 +93,20 @@ void stub_set_option(const char *name, const char *value) {
     }
     if (option->type == o_int) *(int *)option->addr = (int)OPT_VAL(option->flags);
   }
+}
+int stub_channel_establish(int fd) {
+  due = NULL;
+  lcp_size = -1;
+  return the_channel->establish_ppp(fd);
+}
+void stub_next_turn(void) {
+  void (*function)(void *) = due;
+  due = NULL;
+  if (function != NULL) function(NULL);
+}
+int stub_lcp_packet(unsigned char *packet) {
+  if (lcp_size > 0) memcpy(packet, lcp_packet, (size_t)lcp_size);
+  return lcp_size;
 }
 int stub_channel_connect(void) { return the_channel->connect(); }
 void stub_phase(int phase) { phasechange->func(phasechange->arg, phase); }

@@ -8,6 +8,11 @@ extern "C" {
 
 void stub_set_option(const char *name, const char *value);
 int stub_channel_connect(void);
+int stub_channel_establish(int fd);
+/* What was to happen soon. */
+void stub_next_turn(void);
+/* What LCP was given to read, into 300 bytes, and its size; -1: nothing. */
+int stub_lcp_packet(unsigned char *packet);
 void stub_phase(int phase);
 void stub_ip_up(void);
 void stub_exit(int code);

@@ -34,11 +34,11 @@ class RecordingDataPath : public PPTPDataPath {
     if (const foundation::Status status = book_.note("bind"); !status) return status.error();
     return kOurCall;
   }
-  foundation::Result<foundation::FileDescriptor> connect(in_addr peer, std::uint16_t peerCallID) override {
+  foundation::Result<TunnelChannel> connect(in_addr peer, std::uint16_t peerCallID) override {
     book_.peer = peer;
     book_.peerCallID = peerCallID;
     if (const foundation::Status status = book_.note("connect"); !status) return status.error();
-    return foundation::FileDescriptor(::dup(STDIN_FILENO));
+    return TunnelChannel(foundation::FileDescriptor(::dup(STDIN_FILENO)));
   }
 
  private:
@@ -51,7 +51,7 @@ class PPTPTunnelTest : public support::LoopFixture {
 
   PPTPTunnel &start() {
     tunnel_.emplace(event_, server_.address(), EngineSettings::PPTP{}, std::make_unique<RecordingDataPath>(path_),
-                    Tunnel::Handlers{.up = [this](foundation::FileDescriptor channel) { up_ = bool(channel); },
+                    Tunnel::Handlers{.up = [this](TunnelChannel channel) { up_ = bool(channel.socket); },
                                      .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
                                      .lost = [this](const TunnelLoss &loss) { lost_ = loss; },
                                      .stopped = [this] { ++stopped_; }});
