@@ -59,7 +59,7 @@ struct EngineSettings {
     std::optional<int> echoInterval;            // seconds between questions whether PPP's other end lives
     std::optional<int> echoFailures;            // how many of them may go unanswered
     std::optional<bool> debug;                  // pppd's packets into the log; none: as the service's VerboseLogging
-    std::chrono::milliseconds deadline{60000};  // for the whole link to stand
+    std::chrono::milliseconds deadline{60000};  // for PPP to stand once the tunnel does
   };
 
   IKE ike;

@@ -34,7 +34,7 @@ class L2TPControlConnection {
   struct Deadlines {
     std::chrono::milliseconds call{10000};   // for the call to stand
     std::chrono::milliseconds hello{60000};  // of silence before we ask (RFC 2661 section 5.5)
-    std::chrono::milliseconds check{10000};  // for the answer when we are asked to ask
+    std::chrono::milliseconds check{20000};  // for the answer when we are asked to ask
     std::chrono::milliseconds stop{400};
     // Before the first message is sent again. The server may have its side of the IPSec association a moment later than
     // we have ours, and until then it hears nothing; but a slow one that hears it twice makes two tunnels of it.
@@ -61,7 +61,7 @@ class L2TPControlConnection {
   // SOCKET is a UDP socket connected to the server; it stays the caller's and must outlive this.
   void start(int socket);
   // False while the server has said nothing.
-  bool isAnswered() const { return state_ != State::idle && state_ != State::starting; }
+  bool isAnswered() const { return state_ != State::idle && (state_ != State::starting || transport_.drained()); }
   // Of a call that is up: asks the server at once, and does not wait long for the answer.
   void check();
   void stop();

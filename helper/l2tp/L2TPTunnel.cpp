@@ -65,8 +65,7 @@ void L2TPTunnel::protectedNow() {
   }
   L2TPControlConnection::Deadlines deadlines;
   deadlines.hello = settings_.deadPeerDelay;
-  // The change takes no time of its own.
-  deadlines.call = portChanged_ ? std::max(settings_.deadline - patience_, patience_) : settings_.deadline;
+  deadlines.call = settings_.deadline;
   control_.emplace(
       event_, deadlines,
       L2TPControlConnection::Handlers{.answered = [this](const L2TPCall &call) { return callIsAnswered(call); },
@@ -80,7 +79,8 @@ void L2TPTunnel::protectedNow() {
                                       .stopped = [this] { endAssociation(); }});
   control_->start(socket_->descriptor());
   if (settings_.sourcePort == SourcePort::automatic && socket_->hasWellKnownPort())
-    impatience_ = linux::EventSource::timer(event_, patience_, [this] { changePort(); });
+    impatience_ =
+        linux::EventSource::timer(event_, std::min(patience_, settings_.deadline / 2), [this] { changePort(); });
 }
 
 void L2TPTunnel::changePort() {
@@ -89,7 +89,6 @@ void L2TPTunnel::changePort() {
              " of this machine, where it may remember an earlier connection; trying from another port.");
   control_.reset();
   changingPort_ = true;
-  portChanged_ = true;
   association_->stop();
 }
 

@@ -61,7 +61,6 @@ class L2TPTunnel : public Tunnel {
   Handlers handlers_;
   std::uint16_t port_;
   std::chrono::milliseconds patience_;
-  bool portChanged_ = false;
   bool changingPort_ = false;
   bool established_ = false;
   bool stopping_ = false;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "helper/common/IPv4Address.h"
+#include "helper/journal/Journal.h"
 #include "helper/link/MachineParts.h"
 #include "helper/link/VPNLink.h"
 
@@ -27,19 +28,20 @@ LinkFactory plannedLinks(PPPLog &log, const std::set<std::string> &serversNotTol
         EngineSettings::readFor(LinkPlan::serverOf(preferences, request.serviceID), folder);
     auto plan = LinkPlan::make(preferences, request, settings);
     if (!plan) return plan.error();
-    for (const std::string &complaint : complaints) log.write(complaint);
+    PPPLog linkLog = log.labelled([&server = plan->server] { return Journal::count() > 0 ? labelOf(server) : ""; });
+    for (const std::string &complaint : complaints) linkLog.write(complaint);
     using SourcePort = EngineSettings::SourcePort;
     if (mayRemember(serversNotTold, plan->server) && plan->kind == TunnelKind::l2tp &&
         plan->l2tp.sourcePort == SourcePort::automatic) {
       plan->l2tp.sourcePort = SourcePort::any;
-      log.write(
+      linkLog.write(
           "The server was not told that the earlier connection has ended: L2TP goes out from another port than 1701, "
           "which a few servers do not accept.");
     }
     if (plan->isInClear())
-      log.write("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in the settings in " + folder +
-                ".");
-    if (plan->ppp.verbose) log.write("The connection that is asked for: " + plan->description() + ".");
+      linkLog.write("Nothing in this connection is encrypted, because pptp.mppe is \"none\" in the settings in " +
+                    folder + ".");
+    if (plan->ppp.verbose) linkLog.write("The connection that is asked for: " + plan->description() + ".");
     return make(std::move(*plan), std::move(handler));
   };
 }

@@ -21,13 +21,14 @@ constexpr std::chrono::milliseconds kUnnotedGrace{1500};
 
 }  // namespace
 
+std::string labelOf(const std::string &server) { return "[" + server + "] "; }
+
 MachineParts::MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, const PPPLog &log, Paths paths)
     : event_(event),
       plan_(std::move(plan)),
       secrets_(secrets),
       paths_(std::move(paths)),
-      log_(log.labelled(
-          [this] { return Journal::count(paths_.journals) > 1 ? "[" + plan_.server + "] " : std::string(); })),
+      log_(log.labelled([this] { return Journal::count(paths_.journals) > 1 ? labelOf(plan_.server) : ""; })),
       clock_(event) {}
 
 Status MachineParts::open() {

@@ -21,6 +21,9 @@
 
 namespace helper {
 
+// What stands before the lines of a link to SERVER in the PPP log while there are several.
+std::string labelOf(const std::string &server);
+
 class MachineParts : public LinkParts {
  public:
   // Where things are; tests point elsewhere.

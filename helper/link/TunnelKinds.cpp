@@ -49,6 +49,7 @@ constexpr std::array kRows{
             "The server took the call, but not one of its packets arrived: something on the way (a firewall, a router "
             "without PPTP pass-through) blocks GRE, IP protocol 47; let it through.",
         .deadline = [](const LinkPlan &plan) { return plan.pptp.deadline; },
+        .deadPeerDelay = [](const LinkPlan &plan) { return plan.pptp.deadPeerDelay; },
         .make = makePPTP},
     TunnelKindRow{
         .kind = TunnelKind::l2tp,
@@ -59,7 +60,9 @@ constexpr std::array kRows{
         .nothingArrived =
             "The server took the call, but not one packet of PPP arrived: PPP does not start there, which its own log "
             "explains, or something on the way drops larger IPSec packets.",
-        .deadline = [](const LinkPlan &plan) { return plan.ike.deadline + plan.l2tp.deadline; },
+        // From one port and from another.
+        .deadline = [](const LinkPlan &plan) { return 2 * (plan.ike.deadline + plan.l2tp.deadline); },
+        .deadPeerDelay = [](const LinkPlan &plan) { return plan.l2tp.deadPeerDelay; },
         .make = makeL2TP},
 };
 

@@ -34,6 +34,8 @@ struct TunnelKindRow {
   const char *nothingArrived;
   // How long the tunnel may take until it is up, all its own deadlines together.
   std::chrono::milliseconds (*deadline)(const LinkPlan &plan);
+  // Of silence before the server is asked whether it lives.
+  std::chrono::seconds (*deadPeerDelay)(const LinkPlan &plan);
   // A tunnel to SERVER, not started. PLAN outlives it.
   std::unique_ptr<Tunnel> (*make)(const TunnelContext &context, const LinkPlan &plan, in_addr server,
                                   Tunnel::Handlers handlers);

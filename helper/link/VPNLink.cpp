@@ -94,11 +94,10 @@ void VPNLink::callServer() {
                                              .routingChanged = [this] { routingChanged(); }});
   if (!watch) return fail(kCauseFatal, 0, "The network cannot be watched: " + watch.error().message + ".");
   network_ = std::move(*watch);
-  tunnel_ =
-      parts_->makeTunnel(server, {.up = [this](foundation::FileDescriptor channel) { tunnelIsUp(std::move(channel)); },
-                                  .failed = [this](const Tunnel::Failure &failure) { tunnelFailed(failure); },
-                                  .lost = [this](const Tunnel::Loss &loss) { tunnelLost(loss); },
-                                  .stopped = [this] { tunnelStopped(); }});
+  tunnel_ = parts_->makeTunnel(server, {.up = [this](TunnelChannel channel) { tunnelIsUp(std::move(channel)); },
+                                        .failed = [this](const Tunnel::Failure &failure) { tunnelFailed(failure); },
+                                        .lost = [this](const Tunnel::Loss &loss) { tunnelLost(loss); },
+                                        .stopped = [this] { tunnelStopped(); }});
   tunnel_->start();
 }
 
@@ -115,16 +114,17 @@ void VPNLink::tunnelFailed(const Tunnel::Failure &failure) {
 }
 
 void VPNLink::tunnelStopped() {
-  if (!isAlive()) return cleanUp();
+  // pppd may still be ending when that was not the last tunnel; endTunnel() goes on.
+  if (!isAlive() && (!ppp_ || !ppp_->running())) return cleanUp();
   // Not destroyed here: it is calling us.
   formerTunnel_ = std::move(tunnel_);
   next_ = parts_->clock().soon([this] {
     formerTunnel_.reset();
-    callServer();
+    if (isAlive()) callServer();
   });
 }
 
-void VPNLink::tunnelIsUp(foundation::FileDescriptor channel) {
+void VPNLink::tunnelIsUp(TunnelChannel channel) {
   if (state_ != State::connecting) return;
   channelGiven_ = true;
   ppp_->giveChannel(std::move(channel));
@@ -143,7 +143,7 @@ std::optional<foundation::Secret> VPNLink::password(const Peer &peer) {
 }
 
 void VPNLink::pppIsUp(const PluginIPUp &up) {
-  if (!isAlive()) return;
+  if (!isAlive() || lost_) return;
   // Before the first packet goes into the tunnel.
   if (const auto objection = objectionTo(up)) return fail(kCauseNegotiationFailed, 0, *objection);
   // Also when the server has negotiated once more: the interface was down meanwhile, and the kernel threw its routes
@@ -167,18 +167,20 @@ std::optional<std::string> VPNLink::objectionTo(const PluginIPUp &up) {
   if (facts_.up && up.localAddress.s_addr != facts_.up->localAddress.s_addr)
     return "The server has given this machine another address in the middle of the connection.";
   // Where the tunnel comes before the machine's own networks, all is well.
-  if (plan_.carriesEverything && !plan_.routes.localNetworks) return std::nullopt;
+  const bool isCarried = std::ranges::any_of(
+      plan_.routes.networks, [&up](const IPv4Network &network) { return contains(network, up.localAddress); });
+  if (isCarried && !plan_.routes.localNetworks) return std::nullopt;
   const auto network = parts_->routes().networkAround(up.localAddress, up.interface);
   if (!network) return std::nullopt;
   return "The server has given this machine the address " + textOf(up.localAddress) +
          ", which belongs to the network " + textOf(*network) +
          " that the machine is already in: what is meant for the server's side would stay here. Have the server give "
-         "other addresses, or this network use others; or let the connection carry everything and win, with "
-         "ppp.local_networks = false in engine.conf.";
+         "other addresses, or this network use others; or let the connection win, with ppp.local_networks = false" +
+         (isCarried ? "" : " and this network in ppp.routes") + " in engine.conf.";
 }
 
 void VPNLink::becomeUp(const PluginIPUp &up) {
-  if (state_ != State::connecting) return;
+  if (state_ != State::connecting || lost_) return;
   state_ = State::up;
   deadline_.reset();
   sleep_ = parts_->clock().afterSleep([this](std::chrono::milliseconds time) { slept(time); });
@@ -236,14 +238,16 @@ void VPNLink::routingChanged() {
 }
 
 void VPNLink::slept(std::chrono::milliseconds time) {
-  if (state_ != State::up || time < kShortSleep) return;
+  if (state_ != State::up ||
+      time < std::min<std::chrono::milliseconds>(kShortSleep, tunnelKind(plan_.kind).deadPeerDelay(plan_)))
+    return;
   parts_->log("This machine has slept for " + std::to_string(std::chrono::round<std::chrono::seconds>(time).count()) +
               " s; the server is asked whether it still has the connection.");
   tunnel_->check();
 }
 
 void VPNLink::tunnelLost(const Tunnel::Loss &loss) {
-  if (!isAlive()) return;
+  if (!isAlive() || std::exchange(lost_, true)) return;
   if (phases_.ending()) {
     // pppd is on its way out for a reason of its own, a refused password perhaps, which its exit tells better; the
     // server has only heard of it first.
@@ -271,6 +275,7 @@ void VPNLink::pppEnded(const PPPEnd &ended) {
 }
 
 void VPNLink::end(Farewell farewell) {
+  if (state_ == State::down) return;
   if (state_ != State::ending) farewell_ = farewell;
   state_ = State::ending;
   network_.reset();

@@ -38,7 +38,7 @@ class VPNLink : public Link {
   void giveTime();
   void serversFound(const foundation::Result<std::vector<in_addr>> &servers);
   void callServer();
-  void tunnelIsUp(foundation::FileDescriptor channel);
+  void tunnelIsUp(TunnelChannel channel);
   void pppReached(int phase);
   void pppIsUp(const PluginIPUp &up);
   std::optional<std::string> objectionTo(const PluginIPUp &up);
@@ -72,6 +72,7 @@ class VPNLink : public Link {
   bool stopRequested_ = false;
   bool channelGiven_ = false;
   bool outOfTime_ = false;
+  bool lost_ = false;  // the tunnel, after it was up
   Farewell farewell_ = Farewell::orderly;
   std::optional<int> cause_;  // decided; what pppd's exit says no longer matters
   LinkPhases phases_;

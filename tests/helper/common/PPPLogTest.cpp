@@ -62,7 +62,6 @@ TEST_F(PPPLogTest, CopiesALineWithoutADate) {
   EXPECT_EQ(log->lastWrite(), std::chrono::steady_clock::time_point()) << "nobody waits for it to be read";
 }
 
-// Whoever follows the file that was opened first, and whoever looks into the one that stands there, reads everything.
 TEST_F(PPPLogTest, LabelsTheLinesOfOneOfSeveral) {
   auto log = PPPLog::open(path);
   ASSERT_TRUE(log);
@@ -79,6 +78,7 @@ TEST_F(PPPLogTest, LabelsTheLinesOfOneOfSeveral) {
   EXPECT_EQ(log->lastWrite(), std::chrono::steady_clock::time_point{}) << "each knows its own";
 }
 
+// Whoever follows the file that was opened first, and whoever looks into the one that stands there, reads everything.
 TEST_F(PPPLogTest, GoesOnInBothFilesWhenItIsRotated) {
   auto log = PPPLog::open(path);
   ASSERT_TRUE(log);

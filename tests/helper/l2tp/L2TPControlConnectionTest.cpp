@@ -2,6 +2,7 @@
 #include <sys/epoll.h>
 
 #include <optional>
+#include <thread>
 
 #include "helper/l2tp/L2TPControlConnection.h"
 #include "tests/helper/l2tp/L2TPServer.h"
@@ -360,10 +361,17 @@ TEST_F(L2TPControlConnectionTest, AsksWhenItIsQuietAndMissesTheAnswer) {
   expectStopped();
 }
 
+// A call that stands, with nothing of it still on its way.
+void answerCallQuietly(L2TPServer &server) {
+  server.answerStart();
+  server.send(l2tp::ICRP{L2TPServer::kSession}, server.clientSession());
+  server.expect<l2tp::ICCN>();
+}
+
 TEST_F(L2TPControlConnectionTest, DoesNotWaitLongForWhatIsChecked) {
   deadlines_.check = milliseconds(50);
   server_.play([](L2TPServer &server) {
-    server.answerCall();
+    answerCallQuietly(server);
     server.expect<l2tp::Hello>();
   });
   connect();
@@ -375,17 +383,32 @@ TEST_F(L2TPControlConnectionTest, DoesNotWaitLongForWhatIsChecked) {
 }
 
 TEST_F(L2TPControlConnectionTest, IsThereWhenItAnswersWhatIsChecked) {
-  deadlines_.check = milliseconds(500);
+  deadlines_.check = milliseconds(1000);
   server_.play([](L2TPServer &server) {
-    server.answerCall();
+    answerCallQuietly(server);
     server.expect<l2tp::Hello>();
     server.acknowledge();
+    std::this_thread::sleep_for(milliseconds(1500));
     server.send(l2tp::CDN{L2TPServer::kSession, {3, 0, ""}}, server.clientSession());
   });
   connect();
   ASSERT_TRUE(runUntil([this] { return established_; }));
   control_->check();
   expectLost("has ended the call: the administrator's doing (result 3, error 0)", true);
+}
+
+TEST_F(L2TPControlConnectionTest, IsAnsweredByABareAcknowledgementToo) {
+  server_.play([](L2TPServer &server) {
+    server.expectStart();
+    server.acknowledge();
+  });
+  connect();
+  EXPECT_FALSE(control_->isAnswered());
+  EXPECT_TRUE(runUntil([this] { return control_->isAnswered(); }));
+}
+
+TEST(L2TPControlConnectionDeadlines, GiveASlowServerTimeBeforeItHearsTheFirstMessageAgain) {
+  EXPECT_GE(L2TPControlConnection::Deadlines().firstRetry, milliseconds(300));
 }
 
 TEST_F(L2TPControlConnectionTest, IsLostWhenTheServerEndsTheCall) {

@@ -76,20 +76,19 @@ class L2TPTunnelTest : public support::LoopFixture {
   }
 
   L2TPTunnel &make() {
-    tunnel_.emplace(
-        event_, server_.address(), settings_, log_,
-        L2TPTunnel::Parts{.makeAssociation = hasSecret_ ? makeAssociation_ : nullptr,
-                          .dataPath = std::make_unique<FakeDataPath>(path_),
-                          .port = port_,
-                          .patience = patience_},
-        Tunnel::Handlers{.up = [this](foundation::FileDescriptor channel) { up_ = static_cast<bool>(channel); },
-                         .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
-                         .lost = [this](const TunnelLoss &loss) { lost_ = loss; },
-                         .stopped =
-                             [this] {
-                               ++stopped_;
-                               association_.events.emplace_back("stopped");
-                             }});
+    tunnel_.emplace(event_, server_.address(), settings_, log_,
+                    L2TPTunnel::Parts{.makeAssociation = hasSecret_ ? makeAssociation_ : nullptr,
+                                      .dataPath = std::make_unique<FakeDataPath>(path_),
+                                      .port = port_,
+                                      .patience = patience_},
+                    Tunnel::Handlers{.up = [this](TunnelChannel channel) { up_ = static_cast<bool>(channel.socket); },
+                                     .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
+                                     .lost = [this](const TunnelLoss &loss) { lost_ = loss; },
+                                     .stopped =
+                                         [this] {
+                                           ++stopped_;
+                                           association_.events.emplace_back("stopped");
+                                         }});
     return *tunnel_;
   }
   void comeUp() {
@@ -301,7 +300,8 @@ TEST_F(L2TPTunnelFromAPort, KeepsThePortOfAServerThatAnswers) {
     server.answerStart();
     server.acknowledge();
   });
-  settings_.deadline = std::chrono::milliseconds(300);
+  patience_ = std::chrono::milliseconds(1000);
+  settings_.deadline = std::chrono::milliseconds(2500);
   make().start();
   expectFailure(DeviceCause::noAnswer, "does not answer the call request");
   EXPECT_EQ(association_.events, Events{"start"});

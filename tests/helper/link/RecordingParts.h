@@ -59,7 +59,7 @@ class RecordingPPP : public helper::PPPSession {
   RecordingPPP &operator=(const RecordingPPP &) = delete;
   ~RecordingPPP() override { machine_.ppp = {}; }
   bool running() const override { return machine_.pppRuns; }
-  void giveChannel(foundation::FileDescriptor) override { machine_.record("ppp channel"); }
+  void giveChannel(helper::TunnelChannel) override { machine_.record("ppp channel"); }
   void terminate(std::chrono::milliseconds grace) override { end("ppp terminate", grace); }
   void hangUp(std::chrono::milliseconds grace) override { end("ppp hangUp", grace); }
   void closeNow(std::chrono::milliseconds deadline) override {

@@ -393,11 +393,23 @@ TEST_F(SeveralServers, AStopBetweenTwoEndsIt) {
   expectDown(kCauseUserRequest);
 }
 
+TEST_F(SeveralServers, ATunnelThatStopsBeforePPPDoesNotCleanUp) {
+  fail(DeviceCause::noAnswer);
+  link->stop();
+  machine.clock.run();
+  EXPECT_FALSE(machine.did("take back")) << "pppd still runs";
+  finish();
+  EXPECT_FALSE(machine.did("tunnel make 192.0.2.2"));
+  expectDown(kCauseUserRequest);
+}
+
 TEST_F(SeveralServers, AStopInTheTurnBetweenTwoEndsIt) {
   machine.answersStop = false;
   fail(DeviceCause::noAnswer);
   machine.tunnel.stopped();
   link->stop();
+  machine.clock.run();
+  EXPECT_FALSE(machine.did("take back")) << "pppd still runs";
   finish();
   EXPECT_FALSE(machine.did("tunnel make 192.0.2.2"));
   expectDown(kCauseUserRequest);
@@ -740,21 +752,24 @@ TEST_F(VPNLinkTest, AnAddressOfTheMachinesOwnNetworkEndsIt) {
 TEST_F(VPNLinkTest, AnAddressOfTheMachinesOwnNetworkIsFineWhereTheTunnelWins) {
   machine.around = networkFrom("10.0.0.0/24");
   LinkPlan before = plan();
+  before.routes.networks = {*machine.around};
   before.routes.localNetworks = false;
   make(before);
   reach(Stage::up);
   EXPECT_EQ(phases().back(), kPhaseConnected);
 }
 
-TEST_F(VPNLinkTest, ALinkThatDoesNotCarryEverythingNeverWins) {
+TEST_F(VPNLinkTest, ALinkThatDoesNotCarryTheNetworkDoesNotWin) {
   machine.around = networkFrom("10.0.0.0/24");
   LinkPlan some = plan();
   some.carriesEverything = false;
+  some.routes.networks = {networkFrom("10.1.0.0/16").value()};
   some.routes.localNetworks = false;
   make(some);
   reach(Stage::network);
   machine.ppp.ipUp(ipUp());
   finish();
+  EXPECT_NE(machine.sentences.front().find(" and this network in ppp.routes in engine.conf."), std::string::npos);
   expectDown(kCauseNegotiationFailed);
 }
 
@@ -769,6 +784,15 @@ TEST_F(VPNLinkTest, AfterASleepTheServerIsAskedAtOnce) {
   EXPECT_EQ(machine.sentences,
             std::vector<std::string>{
                 "This machine has slept for 3600 s; the server is asked whether it still has the connection."});
+}
+
+TEST_F(VPNLinkTest, AServerThatIsAskedOftenIsAskedAfterAShortSleepToo) {
+  LinkPlan often = plan();
+  often.pptp.deadPeerDelay = seconds(3);
+  make(often);
+  reach(Stage::up);
+  machine.clock.sleep(seconds(4));
+  EXPECT_EQ(machine.deeds.back(), "tunnel check");
 }
 
 class SleptElsewhere : public VPNLinkTest, public ::testing::WithParamInterface<Stage> {};
@@ -834,6 +858,20 @@ TEST_F(VPNLinkTest, ARefusalThatTheHangUpHasOvertakenIsWaitedFor) {
   finish();
   EXPECT_TRUE(machine.sentences.back().starts_with("The server did not accept the user name"));
   expectDown(kCauseNotAuthenticated);
+}
+
+TEST_F(VPNLinkTest, WhatIsLostOnceIsNotLostAgain) {
+  reach(Stage::authenticating);
+  machine.tunnel.lost({.endedByServer = true, .sentence = "The call has ended."});
+  machine.tunnel.lost({.endedByServer = false, .sentence = "IPSec is gone."});
+  EXPECT_FALSE(machine.did("ppp hangUp")) << "a refusal is still waited for";
+  machine.ppp.phase(kPhaseNegotiatingNetwork);
+  machine.ppp.ipUp(ipUp());
+  EXPECT_FALSE(machine.did("carry ppp0")) << "what pppd says later changes nothing";
+  machine.clock.advance(milliseconds(300));
+  finish(16);
+  EXPECT_EQ(std::ranges::count(machine.sentences, "IPSec is gone."), 0);
+  expectDown(kCauseHungUp);
 }
 
 TEST_F(VPNLinkTest, ALineThatIsLostWhileTheAccountIsCheckedIsNotWaitedFor) {
