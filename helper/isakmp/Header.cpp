@@ -7,7 +7,7 @@ namespace helper::isakmp {
 namespace {
 
 constexpr std::uint8_t kVersion = 0x10;
-constexpr std::uint8_t kKnownFlags = 7;
+constexpr std::uint8_t kKnownFlags = kFlagEncrypted | kFlagCommit;  // the third says: authenticated, not encrypted
 
 bool isKnown(std::uint8_t exchange) {
   switch (static_cast<ExchangeType>(exchange)) {

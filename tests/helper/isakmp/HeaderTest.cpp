@@ -48,7 +48,8 @@ TEST_P(WrongISAKMPHeader, IsRefused) {
 INSTANTIATE_TEST_SUITE_P(Each, WrongISAKMPHeader,
                          testing::Values(Row{"another version", 17, 0x20}, Row{"another version", 17, 0x11},
                                          Row{"an unknown exchange", 18, 6}, Row{"an unknown exchange", 18, 33},
-                                         Row{"unknown flags", 19, 8}, Row{"unknown flags", 19, 0x80},
+                                         Row{"unknown flags", 19, 4}, Row{"unknown flags", 19, 8},
+                                         Row{"unknown flags", 19, 0x80},
                                          Row{"a length that is not the datagram's", 27, 27},
                                          Row{"a length that is not the datagram's", 27, 29},
                                          Row{"a length that is not the datagram's", 24, 1}));
