@@ -14,7 +14,10 @@ namespace helper::isakmp {
 using Bytes = std::vector<std::uint8_t>;
 using View = std::span<const std::uint8_t>;
 
-inline void append(Bytes &out, View bytes) { out.insert(out.end(), bytes.begin(), bytes.end()); }
+// Byte by byte: in insert() and resize() g++ 12 sees copies past the end at -O2.
+inline void append(Bytes &out, View bytes) {
+  for (const std::uint8_t byte : bytes) out.push_back(byte);
+}
 
 inline void append8(Bytes &out, std::uint8_t value) { out.push_back(value); }
 

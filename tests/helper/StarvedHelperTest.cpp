@@ -325,8 +325,7 @@ TEST_F(StarvedHelperTest, NotByItsStartersLimits) {
   ASSERT_TRUE(added) << "it has died";
   EXPECT_EQ(added->status, wire::errSecSuccess);
   ASSERT_EQ(helper.connection().startLink(kService, {}, false), wire::kSCStatusOK);
-  Listener listener(helper.connection());
-  EXPECT_TRUE(listener.waitForPhase(2));
+  EXPECT_TRUE(Listener(helper.connection()).waitForPhase(2));
   const auto all = pppds();
   ASSERT_EQ(all.size(), 1U);
   for (const int process : {helper.pid(), all.front()}) {
