@@ -96,7 +96,10 @@ void PhaseOnes::fail(Suspicion suspicion) {
 }
 
 void PhaseOnes::add(std::shared_ptr<Association> association) {
-  if (associations_.size() == kMostAssociations) remove(associations_.front());
+  if (associations_.size() == kMostAssociations) {
+    const auto oldest = associations_.front();
+    remove(oldest);
+  }
   session_.server = association->terms().peer;
   rekeyAt_ = association->rekeyAt();
   associations_.push_back(association);

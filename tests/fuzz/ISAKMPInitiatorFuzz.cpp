@@ -29,7 +29,8 @@ class Input {
     return value;
   }
   View piece() {
-    const std::size_t size = std::min<std::size_t>(byte(), bytes_.size());
+    const std::size_t wanted = byte();
+    const std::size_t size = std::min(wanted, bytes_.size());
     const View piece = bytes_.first(size);
     bytes_ = bytes_.subspan(size);
     return piece;

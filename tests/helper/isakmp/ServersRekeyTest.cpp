@@ -212,6 +212,33 @@ TEST(ServersRekey, TakesPartWhenTheServerReplacesPhaseOne) {
   }
 }
 
+// A server that makes IKE's keys anew again and again, and ends none of them.
+TEST(ServersRekey, KeepsAFewAssociationsOnly) {
+  Conversation conversation(planFromPort500(), serverSeeingPort500());
+  up(conversation);
+  const auto first = conversation.server.association();
+  const auto question = [&](const std::shared_ptr<Association> &association) {
+    return association->tell(conversation.server.random(),
+                             Notification{kProtocolISAKMP, notify::kAreYouThere, association->cookieBytes(), {1}});
+  };
+  for (int i = 0; i < 6; ++i) {
+    ServersMainMode servers(conversation);
+    ASSERT_TRUE(servers.run(conversation)) << conversation.drops();
+    conversation.server.adopt(servers.mainMode.association(Instant(0)));
+    const std::size_t sent = conversation.toServer.size();
+    conversation.deliver(question(first));
+    EXPECT_EQ(conversation.toServer.size(), sent + (i < 3 ? 1 : 0)) << i;
+    conversation.pass(seconds(1));
+  }
+  const std::size_t sent = conversation.toServer.size();
+  conversation.deliver(question(conversation.server.association()));
+  EXPECT_EQ(conversation.toServer.size(), sent + 1);
+  EXPECT_TRUE(conversation.isUp());
+  // The pair is ended, and each association that is left.
+  conversation.stop();
+  EXPECT_EQ(conversation.server.deletions().size(), 5U);
+}
+
 TEST(ServersRekey, RepeatsItsAnswersInTheServersMainMode) {
   Conversation conversation(planFromPort500(), serverSeeingPort500());
   up(conversation);
