@@ -262,9 +262,10 @@ void VPNLink::tunnelLost(const Tunnel::Loss &loss) {
 }
 
 void VPNLink::pppEnded(const PPPEnd &ended) {
-  const PPPExpectations expected{.mppe = plan_.ppp.mppe != MPPE::none,
+  const bool wantsMPPE = plan_.ppp.mppe != MPPE::none;
+  const PPPExpectations expected{.mppe = wantsMPPE,
                                  .authProtocols = plan_.ppp.authProtocols,
-                                 .kernelHasMPPE = parts_->kernelHasMPPE(),
+                                 .kernelHasMPPE = !wantsMPPE || parts_->kernelHasMPPE(),
                                  .nothingArrived = tunnelKind(plan_.kind).nothingArrived};
   if (isAlive())
     parts_->log(endingSentence(ended, expected));

@@ -1,6 +1,7 @@
 // What a PPTP server says in PPP before our end of the call can hear it. The kernel's socket hears nothing until it
 // knows the server's call id, which comes with the answer to the call. A server whose packets its kernel carries, too,
-// sends its first request in that very moment, and the next one only after three seconds.
+// sends its first request in that very moment, and the next one only after its restart timer, three seconds in RFC
+// 1661.
 //
 // Thread rule: one thread. Nothing blocks.
 
