@@ -25,7 +25,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::milliseconds kProgramDeadline{20000};  // a dozen shell scripts, on a slow machine
+constexpr std::chrono::milliseconds kProgramDeadline{30000};  // a dozen shell scripts, on a slow machine
 
 std::string nameserverLines(const std::vector<in_addr> &servers) {
   std::string lines;

@@ -35,8 +35,9 @@ class Keychain : public SecretSource {
   // "/usr/sbin/racoon", the IKE daemon: the charon executables that distributions install.
   static Roles defaultRoles();
 
-  // Another helper holds the lock for one write; two seconds are ages.
-  static constexpr std::chrono::milliseconds kLockPatience{2000};
+  // Another helper holds the lock for one write, but a slow disk may take its time for that, and the lock goes to
+  // whoever is fastest. Half of what a caller waits for an answer.
+  static constexpr std::chrono::milliseconds kLockPatience{5000};
 
   // FOLDER (no trailing slash) holds "System.keychain" and "SystemKey"; it is made (0700) when something is first
   // written. FILE_SYSTEM and LOG outlive this.

@@ -31,8 +31,9 @@ class PreferencesStore {
     std::string signature;     // opaque; it changes whenever the file does
   };
 
-  // Another helper holds the lock for one write; two seconds are ages.
-  static constexpr std::chrono::milliseconds kLockPatience{2000};
+  // Another helper holds the lock for one write, but a slow disk may take its time for that, and the lock goes to
+  // whoever is fastest. Half of what a caller waits for an answer.
+  static constexpr std::chrono::milliseconds kLockPatience{5000};
 
   // FILE_SYSTEM and LOG outlive this.
   PreferencesStore(std::string path, foundation::FileSystem &fileSystem, PPPLog &log,

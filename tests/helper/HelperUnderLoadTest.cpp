@@ -68,8 +68,15 @@ bool changeKeychain(StartedHelper &helper, const std::string &prefix) {
   for (int i = 0; i < kTimes; ++i) {
     const auto added = helper.connection().addKeychainItem({{kServiceAttribute, prefix + std::to_string(i)}},
                                                            Secret(std::string_view("secret")), "access", {});
-    if (!added || added->status != wire::errSecSuccess) return false;
-    if (i % 2 == 1 && helper.connection().deleteKeychainItem(added->item) != wire::errSecSuccess) return false;
+    if (!added || added->status != wire::errSecSuccess) {
+      ADD_FAILURE() << prefix << i << " is not added: " << (added ? std::to_string(added->status) : "no answer");
+      return false;
+    }
+    if (i % 2 == 0) continue;
+    if (const auto status = helper.connection().deleteKeychainItem(added->item); status != wire::errSecSuccess) {
+      ADD_FAILURE() << prefix << i << " is not removed: " << (status ? std::to_string(*status) : "no answer");
+      return false;
+    }
   }
   return true;
 }
