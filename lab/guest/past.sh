@@ -43,6 +43,22 @@ nothing_past() {
   say "nothing went past the tunnel"
 }
 
+# After prompt, a server that ends it: until the tool begins to end, within 90 s, nothing goes past. What is sent after that goes as
+# before the connection.
+is_ending() { printed_or_over "Terminating PPP connection" || printed "Disconnecting PPP link"; }
+ends_with_nothing_past() { # COUNT, as gone_past said it while the link was up
+  local past=$1 count end=$((SECONDS + 90))
+  while :; do
+    count=$(gone_past)
+    ! is_ending || break
+    past=$count
+    [ "$SECONDS" -lt "$end" ] || fail "it does not end"
+  done
+  expect_exit 0
+  stop_pinging
+  [ "$past" = "$1" ] || fail "$((past - $1)) packets went past the tunnel"
+}
+
 # refused6 ADDRESS: IPv6 to it is refused, and that at once.
 refused6() {
   local said
