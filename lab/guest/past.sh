@@ -67,7 +67,11 @@ refused6() {
 }
 
 # Pings elsewhere, 20 a second, until stop_pinging; then LOST is how many seconds' worth of them got no answer.
-start_pinging() { spawn pinging cli ping -n -i 0.05 "$ELSEWHERE"; }
+start_pinging() {
+  spawn pinging cli stdbuf -oL ping -n -i 0.05 "$ELSEWHERE"
+  # It looks for a route once, and must have found one before the server is asked to take it away.
+  within 30 grep -q "^PING" "$logs/pinging.out" || fail "the pings do not begin"
+}
 stop_pinging() {
   local sent got
   signal cli pinging INT
