@@ -48,7 +48,7 @@ if(VPNCTL_SANITIZE)
 endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
-# Half of compiling a room is reading the standard library's headers: with VPNCTL_PRECOMPILE all share what was read once. What a
+# Much of compiling a room is reading the standard library's headers: with VPNCTL_PRECOMPILE all share what was read once. What a
 # file itself must include is seen by the presets without. Not for optimised builds: g++ 12 then takes the headers for ours, and warns of
 # what they do.
 function(vpnctl_precompile_headers)
