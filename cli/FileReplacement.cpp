@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <random>
 
 #include "foundation/FileReplacement.h"
 
 namespace GB {
 
+using foundation::Result;
 using foundation::Status;
 
 namespace {
@@ -33,7 +35,25 @@ void synchroniseFolderOf(const std::string &path, foundation::FileSystem &fileSy
   if (file) static_cast<void>(fileSystem.synchronize(file->get(), folder));
 }
 
+constexpr int kMaximumLinks = 40;  // as the system follows
+
+// What PATH leads to, if it is a symbolic link; the last of them may lead nowhere.
+Result<std::string> followed(std::string path) {
+  for (int links = 0; links < kMaximumLinks; ++links) {
+    std::error_code error;
+    const std::filesystem::path target = std::filesystem::read_symlink(path, error);
+    if (error) return path;
+    path = target.is_absolute() ? target.string() : foundation::folderOf(path) + "/" + target.string();
+  }
+  return foundation::errnoError(ELOOP, "save " + path);
+}
+
 }  // namespace
+
+Status replaceFileBehindLinks(const std::string &path, std::string_view bytes) {
+  const Result<std::string> target = followed(path);
+  return target ? replaceFile(*target, bytes) : Status(target.error());
+}
 
 Status replaceFile(const std::string &path, std::string_view bytes) {
   const auto failed = [&](int errnum) { return foundation::errnoError(errnum, "save " + path); };
@@ -56,7 +76,8 @@ Status replaceFile(const std::string &path, std::string_view bytes) {
   std::random_device random;
   Status status = failed(EEXIST);
   for (int attempt = 0; attempt < kAttempts && !status && status.error().code == EEXIST; ++attempt) {
-    fresh.path = path + "." + std::to_string(random()) + ".new";
+    // Not made of the file's own name, which may be as long as a name can be.
+    fresh.path = foundation::folderOf(path) + "/.vpnctl-cli." + std::to_string(random()) + ".new";
     status = foundation::replaceFile(path, bytes, fresh, fileSystem);
   }
   if (!status) return failed(status.error().code);

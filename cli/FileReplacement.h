@@ -15,4 +15,7 @@ namespace GB {
 // FIFO (EINVAL). Errors are POSIX's, "save PATH: reason". Blocks on the disk.
 foundation::Status replaceFile(const std::string &path, std::string_view bytes);
 
+// The same for the file that PATH leads to, when it is a symbolic link; the link stays.
+foundation::Status replaceFileBehindLinks(const std::string &path, std::string_view bytes);
+
 }  // namespace GB

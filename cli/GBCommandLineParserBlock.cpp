@@ -1,11 +1,17 @@
-// Parsing with the block that comes with the parser: values go into settings, errors to standard error.
+// Parsing with the block that comes with the parser: values go into settings, errors to standard error, by stdio alone,
+// so that a program which only parses carries no formatter of ours.
 
 #include <cstdio>
 
 #include "cli/GBCommandLineParser.h"
-#include "cli/GBPrint.h"
 
 namespace GB {
+
+namespace {
+
+const char *shown(const std::optional<std::string> &text) { return text ? text->c_str() : "(null)"; }
+
+}  // namespace
 
 void GBCommandLineParser::validateSimplifiedOptionsWithSelector(std::string_view) {}
 
@@ -19,13 +25,13 @@ GBParseBlock GBCommandLineParser::simplifiedOptionsParserBlock() {
         if (settings_) settings_->addArgument(value.string());
         break;
       case GBParseEventOptionNotInGroup:
-        gbfprintln(stderr, "Invalid option %@ for group %@!", option, currentOptionsGroupName_);
+        std::fprintf(stderr, "Invalid option %s for group %s!\n", shown(option), shown(currentOptionsGroupName_));
         break;
       case GBParseEventMissingValue:
-        gbfprintln(stderr, "Missing value for command line option %s, try --help!", option->c_str());
+        std::fprintf(stderr, "Missing value for command line option %s, try --help!\n", shown(option));
         break;
       case GBParseEventUnknownOption:
-        gbfprintln(stderr, "Unknown command line option %@, try --help!", option);
+        std::fprintf(stderr, "Unknown command line option %s, try --help!\n", shown(option));
         break;
     }
   };

@@ -15,6 +15,18 @@ GBSettings::GBSettings(std::string name, std::shared_ptr<GBSettings> parent)
   registerArrayForKey(GBSettingsArgumentsKey);
 }
 
+GBSettings::~GBSettings() {
+  // One layer after the other: each taking its parent along would need a stack as deep as the layers.
+  std::shared_ptr<GBSettings> next = std::move(parent_);
+  while (next && next.use_count() == 1) next = std::move(next->parent_);
+}
+
+void GBSettings::setParent(std::shared_ptr<GBSettings> parent) {
+  for (const GBSettings *layer = parent.get(); layer != nullptr; layer = layer->parent_.get())
+    if (layer == this) throw std::invalid_argument("layers of settings cannot form a ring");
+  parent_ = std::move(parent);
+}
+
 const foundation::Value *GBSettings::localValue(std::string_view key) const {
   const auto entry = storage_.find(key);
   return entry != storage_.end() ? &entry->second : nullptr;

@@ -44,14 +44,22 @@ class GBSettings {
 
   static std::shared_ptr<GBSettings> settingsWithName(std::string name, std::shared_ptr<GBSettings> parent);
   // A layer without values whose one array key is that of the arguments. PARENT is shared; without one this is the
-  // bottom layer. Layers must not form a ring.
+  // bottom layer.
   explicit GBSettings(std::string name, std::shared_ptr<GBSettings> parent = nullptr);
+  GBSettings(const GBSettings &) = default;
+  GBSettings(GBSettings &&) = default;
+  GBSettings &operator=(const GBSettings &) = default;
+  GBSettings &operator=(GBSettings &&) = default;
+  // As many layers as there are may die with this one.
+  ~GBSettings();
 
   // Free text, shown as a column's title by the values table.
   const std::string &name() const { return name_; }
   void setName(std::string name) { name_ = std::move(name); }
   const std::shared_ptr<GBSettings> &parent() const { return parent_; }
-  void setParent(std::shared_ptr<GBSettings> parent) { parent_ = std::move(parent); }
+  // Walks the layers from PARENT down: one that this layer is below of would close a ring, and is refused by
+  // std::invalid_argument.
+  void setParent(std::shared_ptr<GBSettings> parent);
   const KeySet &arrayKeys() const { return arrayKeys_; }
   void setArrayKeys(KeySet keys) { arrayKeys_ = std::move(keys); }
   // The values of this layer alone.
@@ -62,8 +70,9 @@ class GBSettings {
   // value is a dictionary, its entries are taken and its key, a mere heading, is dropped; dictionaries further down are
   // values. Dashes in front of a key go ("--output" is "output"). Storing follows setObjectForKey: array keys collect.
   //
-  // False on failure; then the layer is as it was. A missing file leaves *ERROR alone; anything else fills it: "POSIX"
-  // (not readable), "PropertyList" (not to be parsed; with line or offset), GBSettingsErrorDomain.
+  // False on failure; then the layer is as it was. What is no regular file is a failure. A missing file leaves *ERROR
+  // alone; anything else fills it: "POSIX" (not readable), "PropertyList" (not to be parsed; with line or offset),
+  // GBSettingsErrorDomain.
   [[nodiscard]] bool loadSettingsFromPlist(const std::string &path, foundation::Error *error = nullptr);
 
   // Writes this layer's values, without the parents', as an XML property list. The file is replaced whole, or on

@@ -5,6 +5,7 @@
 
 #include "cli/FileReplacement.h"
 #include "cli/GBSettings.h"
+#include "cli/SettingsFile.h"
 #include "foundation/OpenStepPropertyList.h"
 #include "foundation/PropertyList.h"
 
@@ -27,25 +28,31 @@ bool fail(foundation::Error *error, foundation::Error reason) {
   return false;
 }
 
+// Stores what FILE, which NAME names, holds, in place of what SETTINGS held.
+foundation::Status store(const foundation::Value &file, const std::string &name, GBSettings *settings) {
+  if (!file.isDictionary()) {
+    return foundation::Error{.domain = std::string(GBSettingsErrorDomain),
+                             .code = 1,
+                             .message = name + ": the top level is not a dictionary"};
+  }
+  settings->setStorage({});
+  for (const auto &[key, value] : file.dictionary()) {
+    if (value.isDictionary())
+      for (const auto &[innerKey, innerValue] : value.dictionary())
+        settings->setObjectForKey(innerValue, withoutDashes(innerKey));
+    else
+      settings->setObjectForKey(value, withoutDashes(key));
+  }
+  return {};
+}
+
 }  // namespace
 
 bool GBSettings::loadSettingsFromPlist(const std::string &path, foundation::Error *error) {
   const foundation::Result<Value> file = foundation::propertyListOfAnyFormFromFile(path);
   if (!file) return isMissing(file.error()) ? false : fail(error, file.error());
-  if (!file->isDictionary()) {
-    return fail(error, {.domain = std::string(GBSettingsErrorDomain),
-                        .code = 1,
-                        .message = path + ": the top level is not a dictionary"});
-  }
-  storage_.clear();
-  for (const auto &[key, value] : file->dictionary()) {
-    if (value.isDictionary())
-      for (const auto &[innerKey, innerValue] : value.dictionary())
-        setObjectForKey(innerValue, withoutDashes(innerKey));
-    else
-      setObjectForKey(value, withoutDashes(key));
-  }
-  return true;
+  const foundation::Status stored = store(*file, path, this);
+  return stored ? true : fail(error, stored.error());
 }
 
 bool GBSettings::saveSettingsToPlist(const std::string &path, foundation::Error *error) const {
@@ -53,6 +60,18 @@ bool GBSettings::saveSettingsToPlist(const std::string &path, foundation::Error 
   if (!text) return fail(error, text.error());
   const foundation::Status written = replaceFile(path, *text);
   return written ? true : fail(error, written.error());
+}
+
+foundation::Status loadSettings(GBSettings &settings, const std::string &path) {
+  const auto bytes = foundation::propertyListBytesFromFile(path, foundation::FileKinds::regularAndPipes);
+  if (!bytes) return bytes.error();
+  const foundation::Result<foundation::Value> file = foundation::propertyListOfAnyForm(*bytes, path);
+  return file ? store(*file, path, &settings) : foundation::Status(file.error());
+}
+
+foundation::Status saveSettings(const GBSettings &settings, const std::string &path) {
+  const foundation::Result<std::string> text = foundation::xmlPropertyList(settings.storage());
+  return text ? replaceFileBehindLinks(path, *text) : foundation::Status(text.error());
 }
 
 }  // namespace GB

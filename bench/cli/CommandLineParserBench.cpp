@@ -7,37 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "bench/cli/ParserArguments.h"
 #include "cli/GBCommandLineParser.h"
 
 namespace {
 
-constexpr int kOptions = 200;
-
-std::string optionName(int number) { return "option-" + std::to_string(number % kOptions); }
-
-// Every fourth of the options is a switch; values come joined and apart by turns; the last tenth is positional.
-bool isSwitch(int number) { return number % 4 == 3; }
-
-std::vector<std::string> argumentList(std::int64_t count) {
-  const auto size = static_cast<std::size_t>(count);
-  std::vector<std::string> arguments;
-  for (int i = 0; arguments.size() + 1 < size - size / 10; ++i) {
-    const int option = i * 7 % kOptions;
-    if (isSwitch(option)) {
-      arguments.push_back("--" + optionName(option));
-    } else if (i % 2 == 0) {
-      arguments.push_back("--" + optionName(option) + "=value-" + std::to_string(i));
-    } else {
-      arguments.push_back("--" + optionName(option));
-      arguments.push_back("value-" + std::to_string(i));
-    }
-  }
-  while (arguments.size() < size) arguments.push_back("file-" + std::to_string(arguments.size()));
-  return arguments;
-}
-
 void registerAll(GB::GBCommandLineParser &parser) {
-  for (int i = 0; i < kOptions; ++i)
+  for (int i = 0; i < kOptionCount; ++i)
     parser.registerOption(optionName(i), isSwitch(i) ? GB::GBOptionNoValue : GB::GBOptionRequiresValue);
 }
 
@@ -73,10 +49,10 @@ void registerAndParseByCLI11(benchmark::State &state) {
   std::reverse(arguments.begin(), arguments.end());  // as its parse() wants a vector
   for (auto _ : state) {
     CLI::App app;
-    std::vector<std::string> values(kOptions);
-    bool flags[kOptions] = {};
+    std::vector<std::string> values(kOptionCount);
+    bool flags[kOptionCount] = {};
     std::vector<std::string> files;
-    for (int i = 0; i < kOptions; ++i) {
+    for (int i = 0; i < kOptionCount; ++i) {
       CLI::Option *option = isSwitch(i) ? app.add_flag("--" + optionName(i), flags[i])
                                         : app.add_option("--" + optionName(i), values[static_cast<std::size_t>(i)]);
       option->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);

@@ -1,0 +1,43 @@
+// The sentences about a command line, and what they are made of. Private to it.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/Command.h"
+#include "cli/CommandLine.h"
+
+namespace GB {
+
+foundation::Error commandLineError(CommandLineFault fault, std::string message);
+
+// BYTES in quotation marks; what is no printable UTF-8 as "\xNN", so that no terminal is made to do anything by it.
+std::string inQuotes(std::string_view bytes);
+
+// VALUE as a whole number; an error when it is none, or not from MINIMUM to MAXIMUM.
+foundation::Result<std::int64_t> wholeNumber(const Option &option, std::string_view value, std::int64_t minimum,
+                                             std::int64_t maximum);
+
+// Where VALUE is among the option's choices.
+foundation::Result<std::size_t> chosen(const Option &option, std::string_view value);
+
+// The one of the offered names that TYPED was probably meant to be.
+class Suggestion {
+ public:
+  explicit Suggestion(std::string_view typed);
+
+  void offer(std::string_view name);
+  // "; did you mean PREFIXname?", or nothing.
+  std::string sentence(std::string_view prefix) const;
+
+ private:
+  std::string_view typed_;
+  std::string_view best_;
+  std::size_t distance_;
+};
+
+}  // namespace GB
