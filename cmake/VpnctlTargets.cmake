@@ -17,7 +17,9 @@ add_library(vpnctl_hardening INTERFACE)
 target_compile_options(vpnctl_hardening INTERFACE -fstack-protector-strong)
 # All symbols are bound at the start: binding one at its first call saves the vector registers on the stack, and with them
 # what was last copied, secrets too.
-target_link_options(vpnctl_hardening INTERFACE -Wl,-z,relro,-z,now)
+if(NOT APPLE)
+  target_link_options(vpnctl_hardening INTERFACE -Wl,-z,relro,-z,now)
+endif()
 if(CMAKE_BUILD_TYPE STREQUAL "Release" OR CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
   # A distribution's flags, or its compiler, may have chosen already.
   set(CMAKE_REQUIRED_FLAGS -O2)
@@ -103,21 +105,28 @@ function(vpnctl_precompile_test_headers)
   target_precompile_headers(test_headers PRIVATE <gtest/gtest.h> <chrono> <functional> <optional>)
 endfunction()
 
-# vpnctl_test(NAME [THREADED] SOURCES... [USES TARGETS...]): one GoogleTest program, each of its tests known to ctest.
+# vpnctl_test(NAME [THREADED] [ALONE] SOURCES... [USES TARGETS...]): one GoogleTest program, each of its tests known to ctest.
+# With a sanitizer the program is one test, unless ALONE says that each of its tests needs a process of its own: there starting and
+# ending a process takes longer than most tests.
 # THREADED: what it tests has threads, so that the thread sanitizer has something to see.
 function(vpnctl_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADED" "" "SOURCES;USES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADED;ALONE" "" "SOURCES;USES")
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE vpnctl_options ${arg_USES} vpnctl_test_options GTest::gtest GTest::gtest_main)
   if(TARGET test_headers)
     target_precompile_headers(${name} REUSE_FROM test_headers)
   endif()
-  set(labels)
+  set(properties TIMEOUT ${VPNCTL_TEST_DEADLINE})
   if(arg_THREADED)
-    set(labels LABELS threaded)
+    list(APPEND properties LABELS threaded)
     add_dependencies(threaded_tests ${name})
   endif()
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${VPNCTL_TEST_DEADLINE} ${labels})
+  if(VPNCTL_SANITIZE AND NOT arg_ALONE)
+    add_test(NAME ${name} COMMAND ${name} --gtest_brief=1)
+    set_tests_properties(${name} PROPERTIES ${properties})
+  else()
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
+  endif()
 endfunction()
 add_custom_target(threaded_tests)
 

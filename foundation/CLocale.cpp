@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <locale>
 #include <sstream>
@@ -24,12 +24,13 @@ bool isSign(std::string_view text, std::size_t index) {
 
 }  // namespace
 
+// Not by std::to_chars: the C++ library of macOS has it for real numbers only since 13.3.
 std::string shortestReal(double number, int precision) {
   if (std::isnan(number)) return "nan";
+  if (std::isinf(number)) return number < 0 ? "-inf" : "inf";
   std::array<char, 64> buffer{};
-  const auto [end, error] =
-      std::to_chars(buffer.data(), buffer.data() + buffer.size(), number, std::chars_format::general, precision);
-  return {buffer.data(), end};
+  const int length = std::snprintf(buffer.data(), buffer.size(), "%.*g", precision, number);
+  return withDecimalPoint({buffer.data(), static_cast<std::size_t>(length)});
 }
 
 std::string withDecimalPoint(std::string_view printed) {

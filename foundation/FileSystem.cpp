@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "foundation/SyncFile.h"
+
 namespace foundation {
 
 Result<FileDescriptor> PosixFileSystem::open(const std::string &path, int flags, mode_t mode) {
@@ -23,7 +25,7 @@ Status PosixFileSystem::write(int file, std::string_view bytes, const std::strin
 }
 
 Status PosixFileSystem::synchronize(int file, const std::string &path) {
-  while (::fsync(file) < 0)
+  while (syncFile(file) < 0)
     if (errno != EINTR) return errnoError(errno, "fsync " + path);
   return {};
 }

@@ -31,8 +31,8 @@ class ProcessInfo {
   // argv[0] without folders, as the console log shows it.
   static std::string processName();
 
-  // argv from the program's path on, byte for byte; empty when the system does not say. What the program
-  // itself did to its argument vector, getopt's reordering for example, does not show.
+  // argv from the program's path on, byte for byte, without /proc too; empty when the system does not say. What the
+  // program itself did to its argument vector, getopt's reordering for example, does not show.
   static std::vector<std::string> arguments();
 };
 

@@ -23,18 +23,9 @@ Result<Value> propertyListFromData(std::string_view bytes, std::string_view name
                                        : propertyListFromXML(bytes, name, limits);
 }
 
-Result<std::string> propertyListBytesFromFile(const std::string &path) {
-  // Non-blocking, so that a FIFO in the file's place cannot hold us; for a regular file it means nothing.
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!file) return errnoError(errno, "open " + path);
-  struct stat status {};
-  if (::fstat(file.get(), &status) != 0) return errnoError(errno, "read " + path);
-  if (S_ISDIR(status.st_mode)) return errnoError(EISDIR, "read " + path);
-  if (!S_ISREG(status.st_mode)) {
-    return Error{
-        .domain = std::string(kPOSIXErrorDomain), .code = EINVAL, .message = "read " + path + ": not a regular file"};
-  }
+namespace {
 
+Result<std::string> bytesOf(const FileDescriptor &file, const std::string &path) {
   std::string bytes;
   std::array<char, 65536> buffer;
   for (;;) {
@@ -46,6 +37,27 @@ Result<std::string> propertyListBytesFromFile(const std::string &path) {
     if (bytes.size() > kPropertyListMaximumSize) return errnoError(EFBIG, "read " + path);
   }
   return bytes;
+}
+
+}  // namespace
+
+Result<std::string> propertyListBytesFromFile(const std::string &path, FileKinds kinds) {
+  // Non-blocking, so that a FIFO in the file's place cannot hold us; for a regular file it means nothing.
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!file) return errnoError(errno, "open " + path);
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0) return errnoError(errno, "read " + path);
+  if (S_ISDIR(status.st_mode)) return errnoError(EISDIR, "read " + path);
+  if (S_ISFIFO(status.st_mode) && kinds == FileKinds::regularAndPipes) {
+    // Once more, and waiting. The first descriptor stays: a writer who has seen it would lose its reader.
+    const FileDescriptor pipe(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+    return pipe ? bytesOf(pipe, path) : errnoError(errno, "open " + path);
+  }
+  if (!S_ISREG(status.st_mode)) {
+    return Error{
+        .domain = std::string(kPOSIXErrorDomain), .code = EINVAL, .message = "read " + path + ": not a regular file"};
+  }
+  return bytesOf(file, path);
 }
 
 Result<Value> propertyListFromFile(const std::string &path) {

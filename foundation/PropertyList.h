@@ -36,8 +36,11 @@ Result<Value> propertyListFromData(std::string_view bytes, std::string_view name
 // (EFBIG) or not a regular file.
 Result<Value> propertyListFromFile(const std::string &path);
 
+// What may be read. A pipe is waited for, until somebody opens and closes its other end.
+enum class FileKinds { regular, regularAndPipes };
+
 // The bytes alone, with the same errors.
-Result<std::string> propertyListBytesFromFile(const std::string &path);
+Result<std::string> propertyListBytesFromFile(const std::string &path, FileKinds kinds = FileKinds::regular);
 
 // The XML form: header, DOCTYPE, one tab per level, keys sorted, `<dict/>` and `<array/>` when empty, reals as %.17g,
 // base64 lines, dates in UTC, only < > & escaped, a final newline. A null Value, or text that XML cannot carry (control

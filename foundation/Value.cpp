@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -9,9 +10,75 @@
 
 namespace foundation {
 
+namespace {
+
+// Takes the containers that die with a container, and lets them die one after the other: if each took its own along, a
+// deep value would need as deep a stack.
+class Grave {
+ public:
+  Grave() : isOutermost_(outermost_ == nullptr) {
+    if (isOutermost_) outermost_ = &values_;
+  }
+  Grave(const Grave &) = delete;
+  Grave &operator=(const Grave &) = delete;
+  ~Grave() {
+    if (!isOutermost_) return;
+    while (!values_.empty()) {
+      const Value next = std::move(values_.back());
+      values_.pop_back();
+    }
+    outermost_ = nullptr;
+  }
+
+  void take(Value *value) {
+    if (!value->isArray() && !value->isDictionary()) return;
+    try {
+      outermost_->push_back(std::move(*value));
+    } catch (const std::bad_alloc &) {
+      // Then it dies where it is.
+    }
+  }
+
+ private:
+  static thread_local Value::Array *outermost_;  // the thread's, while a container dies
+
+  bool isOutermost_;
+  Value::Array values_;
+};
+
+thread_local Value::Array *Grave::outermost_ = nullptr;
+
+struct DictionaryBox {
+  explicit DictionaryBox(Value::Dictionary initial) : entries(std::move(initial)) {}
+  DictionaryBox(const DictionaryBox &) = delete;
+  DictionaryBox &operator=(const DictionaryBox &) = delete;
+  ~DictionaryBox() {
+    Grave grave;
+    for (auto &[key, element] : entries) grave.take(&element);
+  }
+
+  Value::Dictionary entries;
+};
+
+std::shared_ptr<const Value::Dictionary> boxed(Value::Dictionary entries) {
+  const auto box = std::make_shared<DictionaryBox>(std::move(entries));
+  return {box, &box->entries};
+}
+
+}  // namespace
+
 struct Value::ArrayBox {
+  ArrayBox(Array initial, bool mayChange) : elements(std::move(initial)), isMutable(mayChange) {}
+  ArrayBox(const ArrayBox &) = delete;
+  ArrayBox &operator=(const ArrayBox &) = delete;
+  ~ArrayBox() {
+    Grave grave;
+    for (Value &element : elements) grave.take(&element);
+  }
+  bool operator==(const ArrayBox &other) const { return elements == other.elements; }
+
   Array elements;
-  bool isMutable = false;
+  bool isMutable;
 };
 
 namespace {
@@ -126,17 +193,17 @@ constexpr bool kIsPointer<std::shared_ptr<T>> = true;
 
 Value::Value(std::string text) : state_(std::make_shared<const std::string>(std::move(text))) {}
 Value::Value(Data data) : state_(std::make_shared<const Data>(std::move(data))) {}
-Value::Value(Array array) : state_(std::make_shared<ArrayBox>(ArrayBox{std::move(array), false})) {
+Value::Value(Array array) : state_(std::make_shared<ArrayBox>(std::move(array), false)) {
   for (const Value &element : this->array()) requireObject(element);
 }
-Value::Value(Dictionary dictionary) : state_(std::make_shared<const Dictionary>(std::move(dictionary))) {
+Value::Value(Dictionary dictionary) : state_(boxed(std::move(dictionary))) {
   for (const auto &[key, element] : this->dictionary()) requireObject(element);
 }
 
 Value Value::mutableArray(Array array) {
   for (const Value &element : array) requireObject(element);
   Value value;
-  value.state_ = std::make_shared<ArrayBox>(ArrayBox{std::move(array), true});
+  value.state_ = std::make_shared<ArrayBox>(std::move(array), true);
   return value;
 }
 
@@ -189,14 +256,14 @@ void Value::set(std::string key, Value value) {
   requireObject(value);
   Dictionary changed = dictionary();
   changed.insert_or_assign(std::move(key), std::move(value));
-  state_ = std::make_shared<const Dictionary>(std::move(changed));
+  state_ = boxed(std::move(changed));
 }
 
 void Value::remove(std::string_view key) {
   if (find(key) == nullptr) return;
   Dictionary changed = dictionary();
   changed.erase(changed.find(key));
-  state_ = std::make_shared<const Dictionary>(std::move(changed));
+  state_ = boxed(std::move(changed));
 }
 
 void Value::append(Value element) {
@@ -207,9 +274,9 @@ void Value::append(Value element) {
     (*box)->elements.push_back(std::move(element));
     return;
   }
-  ArrayBox changed{array(), isMutableArray()};
-  changed.elements.push_back(std::move(element));
-  state_ = std::make_shared<ArrayBox>(std::move(changed));
+  auto changed = std::make_shared<ArrayBox>(array(), isMutableArray());
+  changed->elements.push_back(std::move(element));
+  state_ = std::move(changed);
 }
 
 bool Value::boolValue() const {
@@ -305,8 +372,6 @@ bool Value::operator==(const Value &other) const {
           return equal(comparable(left), comparable(right));
         else if constexpr (!std::same_as<Left, Right>)
           return false;
-        else if constexpr (std::same_as<Left, std::shared_ptr<ArrayBox>>)
-          return left == right || left->elements == right->elements;
         else if constexpr (kIsPointer<Left>)
           return left == right || *left == *right;
         else

@@ -43,13 +43,16 @@ struct Attributes {
 };
 
 // In a prepared child. Only system calls: whatever else other threads were at when it was made will never be finished.
-[[noreturn]] void waitAndRun(int gate, char *const *arguments, char *const *environment) {
+[[noreturn]] void waitAndRun(int gate, const ChildProcess::Streams &streams, char *const *arguments,
+                             char *const *environment) {
   constexpr int kGate = STDERR_FILENO + 1;
   struct sigaction usual {};
   for (int number = 1; number < NSIG; ++number) sigaction(number, &usual, nullptr);
   setsid();
   const int nothing = open("/dev/null", O_RDWR);
-  for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) dup2(nothing, stream);
+  dup2(streams.input >= 0 ? streams.input : nothing, STDIN_FILENO);
+  dup2(nothing, STDOUT_FILENO);
+  dup2(streams.error >= 0 ? streams.error : nothing, STDERR_FILENO);
   if (gate != kGate) dup2(gate, kGate);
   fcntl(kGate, F_SETFD, FD_CLOEXEC);
   // With everything else the other end of the gate: it must be nobody's but our parent's.
@@ -98,7 +101,8 @@ foundation::Result<ChildProcess> ChildProcess::spawn(const std::vector<std::stri
 }
 
 foundation::Result<ChildProcess> ChildProcess::prepare(const std::vector<std::string> &arguments,
-                                                       const std::vector<std::string> &environment) {
+                                                       const std::vector<std::string> &environment,
+                                                       const Streams &streams) {
   std::array<int, 2> ends{};
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) < 0)
     return foundation::errnoError(errno, "start " + arguments.front());
@@ -109,7 +113,7 @@ foundation::Result<ChildProcess> ChildProcess::prepare(const std::vector<std::st
   const auto environmentPointers = pointers(environment);
   const pid_t pid = fork();
   if (pid < 0) return foundation::errnoError(errno, "start " + arguments.front());
-  if (pid == 0) waitAndRun(childs.get(), argumentPointers.data(), environmentPointers.data());
+  if (pid == 0) waitAndRun(childs.get(), streams, argumentPointers.data(), environmentPointers.data());
   auto child = follow(pid, arguments.front());
   if (child) child->gate_ = std::move(gate);
   return child;
@@ -153,7 +157,9 @@ void ChildProcess::watch(sd_event *event, Handler handler) {
     if (!reap()) return;
     watch_.reset();
     kill_.reset();
-    handler_(end_);
+    // It may destroy this object.
+    const auto told = std::move(handler_);
+    told(End(end_));
   });
 }
 

@@ -4,7 +4,7 @@
 // Usual sequence: spawn, watch(handler); terminate(deadline) asks for the end. Destroying one whose process still runs
 // kills it and waits for its end. Or, for whoever has to write its number down first: prepare, watch, release.
 //
-// Thread rule: the thread of the event loop. Nothing but the destructor and waitFor blocks.
+// Thread rule: the thread of the event loop. Nothing but the destructor, release and waitFor blocks.
 
 #pragma once
 
@@ -41,8 +41,9 @@ class ChildProcess {
                                                 const std::vector<std::string> &environment, const Streams &streams);
   // As spawn(), but the program does not run before release(): until then the process only waits, and ends when we do.
   static foundation::Result<ChildProcess> prepare(const std::vector<std::string> &arguments,
-                                                  const std::vector<std::string> &environment);
-  // An error when the program cannot be run; the process has ended then.
+                                                  const std::vector<std::string> &environment, const Streams &streams);
+  // Blocks until the program runs, and is what /proc says that the process runs, which after spawn() it may not be yet.
+  // An error when it cannot be run; the process has ended then.
   foundation::Status release();
   ChildProcess(ChildProcess &&) = default;
   ChildProcess &operator=(ChildProcess &&) = delete;
@@ -52,7 +53,7 @@ class ChildProcess {
   bool running() const { return running_; }
   // How it ended; meaningless while it runs.
   const End &end() const { return end_; }
-  // Tells HANDLER, once, from the loop. After this the object must not move.
+  // Tells HANDLER, once, from the loop; it may destroy this object. After this the object must not move.
   void watch(sd_event *event, Handler handler);
   void signal(int number);
   // SIGTERM, and SIGKILL when the process still runs after GRACE. Needs watch().

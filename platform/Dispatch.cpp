@@ -2,9 +2,6 @@
 
 #include <signal.h>
 
-#include <cerrno>
-#include <cmath>
-#include <ctime>
 #include <thread>
 #include <utility>
 
@@ -40,14 +37,6 @@ void dispatch_async(const dispatch_queue_t &queue, dispatch_block_t block) {
   pthread_sigmask(SIG_SETMASK, &everything, &before);
   std::thread(std::move(block)).detach();
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
-void sleepForTimeInterval(double seconds) {
-  double whole = 0;
-  const double fraction = std::modf(seconds, &whole);
-  timespec left{static_cast<std::time_t>(whole), static_cast<long>(fraction * 1e9)};
-  while (nanosleep(&left, &left) != 0 && errno == EINTR) {
-  }
 }
 
 }  // namespace platform

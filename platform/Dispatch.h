@@ -1,7 +1,7 @@
-// Queues and the signal source. Built on plain threads, the same for every backend.
+// Queues and the signal source.
 //
-// Usual sequence for a signal: dispatch_source_create, dispatch_source_set_event_handler, dispatch_resume, then the
-// caller sets the signal's action to ignore. Resuming blocks the signal in the calling thread, so it must come before
+// Usual sequence for a signal: dispatch_source_create, dispatch_source_set_event_handler, dispatch_resume,
+// ignoreObservedSignal. Resuming blocks the signal in the calling thread, so it must come before
 // other threads are made.
 
 #pragma once
@@ -35,9 +35,9 @@ void dispatch_source_set_event_handler(const dispatch_source_t &source, dispatch
 // Starts observing: the signal is blocked in this thread and in those it makes, and read on a thread of the source's
 // own.
 void dispatch_resume(const dispatch_source_t &source);
-// Counts as one more arrival of the signal. For a caller that is about to set the ignore action, which discards a
-// signal that is pending already.
-void dispatch_source_merge_data(const dispatch_source_t &source, std::uintptr_t value);
+// Sets the ignore action for the signal that SOURCE observes, which has been resumed. Where that throws a signal away
+// that has arrived already, the source is told of it.
+void ignoreObservedSignal(const dispatch_source_t &source);
 
 // Sleeps this thread for SECONDS.
 void sleepForTimeInterval(double seconds);

@@ -3,7 +3,6 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/SCErrorState.h"
 #include "platform/SystemConfiguration.h"
 
 namespace platform {
@@ -35,17 +34,7 @@ constexpr std::array<std::pair<std::int32_t, const char *>, 20> kPhrases{{
 // PPP exit statuses are printed through this table too, so the range ends where BSD's errno values do, not Linux's.
 constexpr std::int32_t kLastErrno = 106;
 
-thread_local std::int32_t lastError = kSCStatusOK;
-
 }  // namespace
-
-std::int32_t SCError() { return lastError; }
-
-void setSCError(std::int32_t status) { lastError = status; }
-
-void setSCErrorForNullArgument() {
-  if (lastError == kSCStatusOK) lastError = kSCStatusInvalidArgument;
-}
 
 std::string SCErrorString(std::int32_t status) {
   for (const auto &[code, phrase] : kPhrases)

@@ -57,7 +57,8 @@ using AuthorizationEnvironment = std::vector<AuthorizationItem>;
 OSStatus AuthorizationCreate(const AuthorizationRights *rights, const AuthorizationEnvironment *environment,
                              AuthorizationFlags flags, AuthorizationRef *authorization);
 // Obtains RIGHTS ("system.preferences" is the one there is) for the reference. May block on an administrator's password
-// dialog when interaction is allowed. AUTHORIZED_RIGHTS, if not null, receives what was granted.
+// dialog when interaction is allowed. AUTHORIZED_RIGHTS, if not null, receives what was granted, whose
+// values are not to be used.
 OSStatus AuthorizationCopyRights(const AuthorizationRef &authorization, const AuthorizationRights &rights,
                                  const AuthorizationEnvironment *environment, AuthorizationFlags flags,
                                  AuthorizationRights *authorizedRights);
@@ -118,11 +119,13 @@ OSStatus SecKeychainCopyDomainDefault(SecPreferencesDomain domain, SecKeychainRe
 OSStatus SecKeychainSearchCreateFromAttributes(const SecKeychainRef &keychain, SecItemClass itemClass,
                                                const SecKeychainAttributeList *attributes,
                                                SecKeychainSearchRef *search);
-// The next item. errSecItemNotFound whenever there is none to give, for whatever reason.
+// The next item. errSecItemNotFound when there is none to give. Any other failure may have more items behind it, but
+// not without end: who asks until there is none comes to that.
 OSStatus SecKeychainSearchCopyNext(const SecKeychainSearchRef &search, SecKeychainItemRef *item);
 OSStatus SecKeychainItemDelete(const SecKeychainItemRef &item);
 
-// PATH is not looked at: it may name a program that does not exist (yet).
+// PATH may name a program that does not exist (yet). Where the system does not take that, the list will be without it,
+// and a line on the console says so.
 OSStatus SecTrustedApplicationCreateFromPath(const char *path, SecTrustedApplicationRef *application);
 OSStatus SecAccessCreate(const std::string &descriptor,
                          const std::vector<SecTrustedApplicationRef> &trustedApplications, SecAccessRef *access);

@@ -1,6 +1,6 @@
 // The network part of the platform API: preferences, services, interfaces, protocols, sets and connections, under the
-// names that macOS gives them. One backend is chosen when a program is linked: platform/linux, or platform/fake for
-// tests.
+// names that macOS gives them. One backend is chosen when a program is linked: platform/linux, platform/macos, or
+// platform/fake for tests.
 //
 // Usual sequence: SCPreferencesCreateWithAuthorization; change services (all in memory); SCPreferencesCommitChanges,
 // SCPreferencesApplyChanges; SCNetworkConnectionCreateWithServiceID, ...ScheduleWithRunLoop, ...Start; CFRunLoopRun,
@@ -135,13 +135,14 @@ SCNetworkProtocolRef SCNetworkServiceCopyProtocol(const SCNetworkServiceRef &ser
 
 // The protocol's configuration, a dictionary; a null Value when it has none.
 foundation::Value SCNetworkProtocolGetConfiguration(const SCNetworkProtocolRef &protocol);
-// Replaces the whole dictionary.
+// Replaces the whole dictionary. kSCStatusInvalidArgument for what no property list can hold, as in the calls below.
 bool SCNetworkProtocolSetConfiguration(const SCNetworkProtocolRef &protocol, const foundation::Value &configuration);
 
 // The bottom layer that everything stands on.
 extern const SCNetworkInterfaceRef kSCNetworkInterfaceIPv4;
 // A new layer of TYPE on INTERFACE. Empty with kSCStatusInvalidArgument when the layers do not fit (PPTP and L2TP stand
-// on IPv4, PPP on either of them). Clears SCError().
+// on IPv4, PPP on either of them), with kSCStatusConnectionIgnore for PPTP where the system has none, which a line on
+// the console says. Clears SCError().
 SCNetworkInterfaceRef SCNetworkInterfaceCreateWithInterface(const SCNetworkInterfaceRef &interface,
                                                             const std::string &type);
 // The configuration of the layer's own type, a dictionary; a null Value when there is none.
@@ -207,10 +208,11 @@ struct SCNetworkConnectionContext {
 SCNetworkConnectionRef SCNetworkConnectionCreateWithServiceID(const std::optional<std::string> &serviceID,
                                                               SCNetworkConnectionCallBack callback,
                                                               const SCNetworkConnectionContext &context);
-// The status of the last change that was delivered (inside a callback: of the change it tells). Never blocks.
+// The status of the last change that was delivered (inside a callback: of the change it tells), without blocking. macOS
+// is asked for the present one, which may block.
 SCNetworkConnectionStatus SCNetworkConnectionGetStatus(const SCNetworkConnectionRef &connection);
 // A dictionary of that same moment with "PPP" {Status, LastCause, DeviceLastCause, ...} and, when up, "IPv4"
-// {Addresses, ...}. A null Value when there is none. Never blocks.
+// {Addresses, ...}. A null Value when there is none. Blocks as the one before.
 foundation::Value SCNetworkConnectionCopyExtendedStatus(const SCNetworkConnectionRef &connection);
 // Callbacks arrive on the thread that runs RUN_LOOP; MODE is kCFRunLoopDefaultMode. Learns whether the service is up
 // already, which blocks for a round trip. Clears SCError().

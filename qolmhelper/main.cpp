@@ -3,7 +3,6 @@
 
 #include <getopt.h>
 #include <libconfig.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -133,19 +132,6 @@ std::shared_ptr<TN::TNConnectorPPP> makeConnector() {
   return known->make(std::move(server), std::move(account), std::move(accountPassword), std::move(secret));
 }
 
-// Setting the ignore action throws a pending signal away, and one may be pending between the moment the source blocked
-// it and its thread reads it: the source is told of that one. That narrows the loss to the moment between the two calls
-// here.
-void ignoreSignal(int signal, const platform::dispatch_source_t &source) {
-  sigset_t pending;
-  sigpending(&pending);
-  struct sigaction ignore = {};
-  ignore.sa_handler = SIG_IGN;
-  sigemptyset(&ignore.sa_mask);
-  sigaction(signal, &ignore, nullptr);
-  if (sigismember(&pending, signal) == 1) platform::dispatch_source_merge_data(source, 1);
-}
-
 platform::dispatch_source_t armTeardown(const std::shared_ptr<TN::TNConnectorPPP> &connector) {
   const platform::dispatch_source_t source = platform::dispatch_source_create(
       platform::DISPATCH_SOURCE_TYPE_SIGNAL, SIGUSR1, 0,
@@ -156,7 +142,7 @@ platform::dispatch_source_t armTeardown(const std::shared_ptr<TN::TNConnectorPPP
     std::exit(0);
   });
   platform::dispatch_resume(source);
-  ignoreSignal(SIGUSR1, source);
+  platform::ignoreObservedSignal(source);
   return source;
 }
 

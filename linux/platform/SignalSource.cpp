@@ -23,7 +23,7 @@ struct SourceState : std::enable_shared_from_this<SourceState> {
   int signal = 0;
   dispatch_queue_t queue;
   foundation::FileDescriptor signals;
-  foundation::FileDescriptor wake;  // an eventfd: merged data, or the source's end
+  foundation::FileDescriptor wake;  // an eventfd: the source's end
 
   std::mutex mutex;
   dispatch_block_t handler;
@@ -57,18 +57,9 @@ struct SourceState : std::enable_shared_from_this<SourceState> {
         if (errno == EINTR) continue;
         return;
       }
-      if (ready[1].revents != 0) {
-        std::uint64_t count = 0;
-        const bool merged = read(wake.get(), &count, sizeof count) == sizeof count;
-        {
-          const std::lock_guard lock(mutex);
-          if (cancelled) return;
-        }
-        if (merged) arrive();
-      }
+      if (ready[1].revents != 0) return;
       signalfd_siginfo information;
-      if (ready[0].revents != 0 && read(signals.get(), &information, sizeof information) == sizeof information)
-        arrive();
+      if (read(signals.get(), &information, sizeof information) == sizeof information) arrive();
     }
   }
 };
@@ -122,8 +113,18 @@ void dispatch_resume(const dispatch_source_t &source) {
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-void dispatch_source_merge_data(const dispatch_source_t &source, std::uintptr_t value) {
-  eventfd_write(source->state->wake.get(), value);
+// Setting the ignore action throws a pending signal away, and one may be pending between the moment the source blocked
+// it and its thread reads it: the source is told of that one. That narrows the loss to the moment between the two calls
+// here.
+void ignoreObservedSignal(const dispatch_source_t &source) {
+  const int signal = source->state->signal;
+  sigset_t pending;
+  sigpending(&pending);
+  struct sigaction ignore = {};
+  ignore.sa_handler = SIG_IGN;
+  sigemptyset(&ignore.sa_mask);
+  sigaction(signal, &ignore, nullptr);
+  if (sigismember(&pending, signal) == 1) source->state->arrive();
 }
 
 }  // namespace platform

@@ -7,6 +7,7 @@
 #include "TNUtils/TNKeyChain.h"
 #include "foundation/ProcessInfo.h"
 #include "platform/fake/FakePlatform.h"
+#include "tests/qolmhelper/Backend.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -187,7 +188,8 @@ TEST_F(TNKeyChainTest, FailuresOfTheKeychainAreIgnored) {
     testing::internal::CaptureStderr();
     store();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_EQ(platform_.calls("SecKeychainItemCreateFromContent").size(), 2u) << call;
+    if (kRecordsCallsOnNothing || call != std::string("SecKeychainCopyDomainDefault"))
+      EXPECT_EQ(platform_.calls("SecKeychainItemCreateFromContent").size(), 2u) << call;
   }
 }
 

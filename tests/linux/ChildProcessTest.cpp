@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
 #include <optional>
 
 #include "linux/ChildProcess.h"
@@ -49,6 +50,25 @@ TEST_F(ChildProcessTest, TellsItsStatus) {
   EXPECT_FALSE(process_->running());
 }
 
+TEST_F(ChildProcessTest, ItsHandlerMayDestroyIt) {
+  auto process = ChildProcess::spawn({"/bin/true"}, {}, {});
+  ASSERT_TRUE(process);
+  process_.emplace(std::move(*process));
+  const std::string usual(100, 'x');
+  std::string seen;
+  // What it has captured must still be there afterwards.
+  process_->watch(
+      event_,
+      [held = usual, this, &seen](const ChildProcess::End &end) {
+        process_.reset();
+        seen = held;
+        end_ = end;
+      });
+  ASSERT_TRUE(runUntil([this] { return end_.has_value(); }));
+  EXPECT_EQ(seen, usual);
+  EXPECT_TRUE(end_->exited);
+}
+
 TEST_F(ChildProcessTest, PreparedItRunsWhenItIsReleased) {
   support::TemporaryFolder folder;
   // Deliberately not close-on-exec.
@@ -60,7 +80,7 @@ TEST_F(ChildProcessTest, PreparedItRunsWhenItIsReleased) {
            "; export -p | grep -v PWD; for fd in 3 4 5 6 7 8 9; do [ -e /proc/$$/fd/$fd ] && echo $fd; done; "
            "read -r p c s pp pg sid rest </proc/$$/stat; [ $sid = $$ ] && echo own; "
            "while read a b; do case $a in SigBlk:|SigIgn:) echo ${b#????????};; esac; done </proc/$$/status; exit 19"},
-      {"ONE=1", "PATH=/bin:/usr/bin"});
+      {"ONE=1", "PATH=/bin:/usr/bin"}, {});
   ASSERT_TRUE(process);
   process_.emplace(std::move(*process));
   process_->watch(event_, [this](const ChildProcess::End &end) { end_ = end; });
@@ -75,12 +95,37 @@ TEST_F(ChildProcessTest, PreparedItRunsWhenItIsReleased) {
 }
 
 TEST_F(ChildProcessTest, PreparedFromNothingItCannotBeReleased) {
-  auto process = ChildProcess::prepare({"/nowhere/at/all"}, {});
+  auto process = ChildProcess::prepare({"/nowhere/at/all"}, {}, {});
   ASSERT_TRUE(process);
   const auto released = process->release();
   ASSERT_FALSE(released);
   EXPECT_EQ(released.error().code, ENOENT);
   EXPECT_FALSE(process->running());
+}
+
+// After spawn() /proc may say for a moment that it is what we are.
+TEST_F(ChildProcessTest, ReleasedItIsWhatItRuns) {
+  const auto program = std::filesystem::canonical("/bin/sleep");
+  for (int time = 0; time < 100; ++time) {
+    auto process = ChildProcess::prepare({"/bin/sleep", "100"}, {}, {});
+    ASSERT_TRUE(process);
+    ASSERT_TRUE(process->release());
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(process->pid()) + "/exe"), program);
+  }
+}
+
+TEST_F(ChildProcessTest, PreparedItHasItsStreams) {
+  const foundation::FileDescriptor input(::memfd_create("input", MFD_CLOEXEC));
+  const foundation::FileDescriptor error(::memfd_create("error", MFD_CLOEXEC));
+  ASSERT_EQ(::pwrite(input.get(), "heard", 5, 0), 5);
+  auto process = ChildProcess::prepare({"/bin/sh", "-c", "read -r word; echo $word >&2"}, {},
+                                       {.input = input.get(), .error = error.get()});
+  ASSERT_TRUE(process);
+  ASSERT_TRUE(process->release());
+  ASSERT_TRUE(process->waitFor(std::chrono::seconds(30)));
+  std::array<char, 10> said{};
+  ASSERT_EQ(::pread(error.get(), said.data(), said.size(), 0), 6);
+  EXPECT_STREQ(said.data(), "heard\n");
 }
 
 // With whoever prepared it: nobody else knows of it.
@@ -91,7 +136,7 @@ TEST_F(ChildProcessTest, PreparedItEndsWhenItIsNotReleased) {
   support::TemporaryFolder folder;
   const pid_t parent = ::fork();
   if (parent == 0) {
-    const auto process = ChildProcess::prepare({"/bin/sh", "-c", "echo yes >" + folder.path("ran")}, {});
+    const auto process = ChildProcess::prepare({"/bin/sh", "-c", "echo yes >" + folder.path("ran")}, {}, {});
     ::_exit(process ? 0 : 1);
   }
   int status = -1;

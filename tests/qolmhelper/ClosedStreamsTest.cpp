@@ -34,8 +34,9 @@ TEST_P(ClosedStreams, DoNotChangeARun) {
   const Outcome outcome = run(scene);
   EXPECT_EQ(outcome.output, unlessClosed(GetParam(), 1, kEcho));
   EXPECT_EQ(outcome.error, unlessClosed(GetParam(), 2,
-                                        "Starting pptp connection...\nInitializing PPP network connection\n"
-                                        "PPP Connected\nPPP Network connection disconnected\nExit.\n"));
+                                        "Starting " + kProtocol +
+                                            " connection...\nInitializing PPP network connection\n"
+                                            "PPP Connected\nPPP Network connection disconnected\nExit.\n"));
   EXPECT_EQ(outcome.signal, 0);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.count("SCNetworkConnectionStop"), 0) << "something that was printed counted as SIGUSR1";

@@ -13,7 +13,7 @@ namespace TN {
 namespace {
 
 const std::map<std::string, std::string> kKeys{
-    {"protocol", "pptp"}, {"ip", "192.0.2.1"}, {"username", "ann"}, {"password", "pw"}, {"shared_secret", "ss"}};
+    {"protocol", kProtocol}, {"ip", "192.0.2.1"}, {"username", "ann"}, {"password", "pw"}, {"shared_secret", "ss"}};
 
 std::string configurationOf(const std::map<std::string, std::string> &values) {
   std::string text;
@@ -38,7 +38,7 @@ TEST(Configuration, EchoesTheFiveSettingsOnOneLine) {
 TEST(Configuration, IgnoresOtherSettingsAndTheirOrder) {
   const Outcome outcome =
       runConfigured(std::string("shared_secret = \"ss\"; other = 5; group = { protocol = \"l2tp\"; };") +
-                    "password = \"pw\"; username = \"ann\"; ip = \"192.0.2.1\"; protocol = \"pptp\";");
+                    "password = \"pw\"; username = \"ann\"; ip = \"192.0.2.1\"; protocol = \"" + kProtocol + "\";");
   EXPECT_EQ(outcome.output, kEcho);
   EXPECT_EQ(outcome.error, "Cannot get authorization!");
 }
@@ -253,7 +253,7 @@ TEST(Configuration, WhatIsWrongWithALongFileIsToldAsOfAShortOne) {
     EXPECT_EQ(outcome.error, "error parse config: config.qolm\nconfig.qolm:7 - syntax error\n");
     EXPECT_EQ(outcome.status, 1);
   }
-  EXPECT_EQ(runConfigured(longText).output.find("protocol: pptpip: 192.0.2.1"), 0U);
+  EXPECT_EQ(runConfigured(longText).output.find("protocol: " + kProtocol + "ip: 192.0.2.1"), 0U);
 }
 
 // Text that is not UTF-8 is a null object: a service cannot hold it, while a secret is then simply one of no bytes.

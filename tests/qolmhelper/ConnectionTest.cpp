@@ -18,14 +18,14 @@ Outcome runScript(const std::string &script) {
   return run(scene);
 }
 
-constexpr const char *kBanner = "Starting pptp connection...\n";
+const std::string kBanner = "Starting " + kProtocol + " connection...\n";
 
 TEST(Connection, AWholeRunSaysItsStatusLinesAndEndsWithStatus0) {
   const Outcome outcome = runScript(
       "up status 1 ppp=1\nup status 1 ppp=2\nup status 1 ppp=4\nup status 1 ppp=5\nup status 1 ppp=7\n"
       "up status 2 ppp=8\nup status 3 ppp=9\nup status 3 ppp=10\nup status 0 ppp=0 cause=5\n");
   EXPECT_EQ(outcome.output, kEcho);
-  EXPECT_EQ(outcome.error, std::string(kBanner) +
+  EXPECT_EQ(outcome.error, kBanner +
                                "Initializing PPP network connection\n"
                                "Connecting PPP link\n"
                                "Negotiating PPP link\n"
@@ -70,12 +70,12 @@ TEST(Connection, ARefusedAuthorizationEndsWithStatus1) {
 
 TEST(Connection, WithoutAServiceListThereIsNoConnection) {
   const Outcome outcome = runScript("fail SCNetworkServiceCopyAll 1003");
-  EXPECT_EQ(outcome.error, std::string(kBanner) + "No network services\nError: Access refused, code: 1003\n");
+  EXPECT_EQ(outcome.error, kBanner + "No network services\nError: Access refused, code: 1003\n");
   EXPECT_EQ(outcome.status, 0);
 }
 
 TEST(Connection, WithoutItsInterfacesThereIsNoConnection) {
-  const std::map<std::string, std::string> layers{{"PPTP", "times=1"}, {"PPP", "times=1 after=1"}};
+  const std::map<std::string, std::string> layers{{kLayer, "times=1"}, {"PPP", "times=1 after=1"}};
   for (const auto &[layer, which] : layers) {
     const Outcome outcome = runScript("fail SCNetworkInterfaceCreateWithInterface 1001 " + which);
     EXPECT_EQ(outcome.error,
@@ -88,14 +88,14 @@ TEST(Connection, WithoutItsInterfacesThereIsNoConnection) {
 
 TEST(Connection, WithoutACurrentSetThereIsNoConnection) {
   const Outcome outcome = runScript("no-current-set");
-  EXPECT_EQ(outcome.error, std::string(kBanner) + "Error: No such entry, code: 1004\n");
+  EXPECT_EQ(outcome.error, kBanner + "Error: No such entry, code: 1004\n");
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.count("SecKeychainItemCreateFromContent"), 2);
 }
 
 TEST(Connection, AFailedCommitLeavesNoConnectionButTheItems) {
   const Outcome outcome = runScript("fail SCPreferencesCommitChanges 3005");
-  EXPECT_EQ(outcome.error, std::string(kBanner) + "Error: The preferences have changed meanwhile, code: 3005\n");
+  EXPECT_EQ(outcome.error, kBanner + "Error: The preferences have changed meanwhile, code: 3005\n");
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.count("SecKeychainItemCreateFromContent"), 2);
   EXPECT_EQ(outcome.count("SCPreferencesApplyChanges"), 0);
@@ -103,7 +103,7 @@ TEST(Connection, AFailedCommitLeavesNoConnectionButTheItems) {
 
 TEST(Connection, AKeychainThatRefusesDoesNotStopTheAttempt) {
   const Outcome outcome = runScript("fail SecKeychainItemCreateFromContent -61\nup status 0 ppp=0");
-  EXPECT_EQ(outcome.error, std::string(kBanner) + "PPP Network connection disconnected\nExit.\n");
+  EXPECT_EQ(outcome.error, kBanner + "PPP Network connection disconnected\nExit.\n");
   EXPECT_EQ(outcome.status, 0);
 }
 
@@ -113,7 +113,7 @@ TEST(Connection, WithoutAnAccessListTheProcessEndsAbnormally) {
                                                  {"SecAccessCreate", "165"}};
   for (const auto &[call, line] : lines) {
     const Outcome outcome = runScript("item Corvanelle one ann\nitem Corvanelle two ann\nfail " + call + " -50");
-    EXPECT_EQ(outcome.error, std::string(kBanner) +
+    EXPECT_EQ(outcome.error, kBanner +
                                  "Assertion failed: (err == errSecSuccess), function +[TNKeyChain setupACL], "
                                  "file TNKeyChain, line " +
                                  line + ".\n");
@@ -127,7 +127,7 @@ TEST(Connection, AFailedStartSaysNothingButExit) {
   for (const char *const script :
        {"fail SCNetworkConnectionStart 5001", "fail SCNetworkConnectionScheduleWithRunLoop 1001"}) {
     const Outcome outcome = runScript(script);
-    EXPECT_EQ(outcome.error, std::string(kBanner) + "Exit.\n") << script;
+    EXPECT_EQ(outcome.error, kBanner + "Exit.\n") << script;
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.count("CFRunLoopRun"), 0);
   }
@@ -150,23 +150,23 @@ TEST(Connection, OnlyADisconnectedServiceIsStarted) {
 
 TEST(Connection, ADropIsToldWithItsErrorAndItsCause) {
   const Outcome outcome = runScript("up status 2 ppp=8\nup status 0 ppp=0 error=2002 cause=19");
-  EXPECT_EQ(outcome.error, std::string(kBanner) +
+  EXPECT_EQ(outcome.error, kBanner +
                                "PPP Connected\nError: The VPN service is not there\nError: No such device, cause: 19\n"
                                "PPP Network connection disconnected\nExit.\n");
 }
 
 TEST(Connection, ADropWithoutErrorAndCauseIsOnlyItsStatus) {
-  EXPECT_EQ(runScript("up status 0").error, std::string(kBanner) + "Unknown status\nExit.\n");
+  EXPECT_EQ(runScript("up status 0").error, kBanner + "Unknown status\nExit.\n");
 }
 
 TEST(Connection, AnExtendedStatusWithoutAPhaseIsAnUnknownStatus) {
   EXPECT_EQ(runScript("up status 1 ppp=text\nup status 1 ppp=absent\nup status 0 ppp=text").error,
-            std::string(kBanner) + "Unknown status\nUnknown status\nUnknown status\nExit.\n");
+            kBanner + "Unknown status\nUnknown status\nUnknown status\nExit.\n");
 }
 
 TEST(Connection, TheStatusIsAskedForAndNotTakenFromTheCallback) {
   EXPECT_EQ(runScript("up status 2 ppp=8 argument=0\nup status 0 ppp=0 argument=2").error,
-            std::string(kBanner) + "PPP Connected\nPPP Network connection disconnected\nExit.\n");
+            kBanner + "PPP Connected\nPPP Network connection disconnected\nExit.\n");
 }
 
 TEST(Connection, WithoutAPPPLogOnlyTheCopyIsLost) {

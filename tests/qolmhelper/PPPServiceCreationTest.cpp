@@ -10,6 +10,7 @@
 
 #include "qolmhelper/TNConnectorL2TP.h"
 #include "qolmhelper/TNConnectorPPTP.h"
+#include "tests/qolmhelper/Backend.h"
 #include "tests/qolmhelper/ServiceFixture.h"
 
 namespace TN {
@@ -26,8 +27,11 @@ struct Protocol {
   ServiceFixture::Made (*make)(std::optional<std::string> server, std::optional<std::string> username);
 };
 
-const std::vector<Protocol> kProtocols{{"l2tp", "L2TP", ServiceFixture::make<TNConnectorL2TP>},
-                                       {"pptp", "PPTP", ServiceFixture::make<TNConnectorPPTP>}};
+const std::vector<Protocol> kProtocols = [] {
+  std::vector<Protocol> protocols{{"l2tp", "L2TP", ServiceFixture::make<TNConnectorL2TP>}};
+  if (kHasPPTP) protocols.push_back({"pptp", "PPTP", ServiceFixture::make<TNConnectorPPTP>});
+  return protocols;
+}();
 
 // Whether that thread of ours comes to wait for something.
 bool sleeps(pid_t thread) {
@@ -163,8 +167,9 @@ TEST_P(UnsavedService, LeavesNoConnectionButTheItems) {
   for (const std::string &call : notReached) EXPECT_EQ(count(call), 0u) << call;
   ASSERT_EQ(platform_.items.size(), 2u);
   EXPECT_EQ(platform_.items[1].service, kFirstID);
-  EXPECT_EQ(platform_.calls().back(),
-            "SCNetworkConnectionCreateWithServiceID(null, callback, {0, info, null, null, null})");
+  if (kRecordsCallsOnNothing)
+    EXPECT_EQ(platform_.calls().back(),
+              "SCNetworkConnectionCreateWithServiceID(null, callback, {0, info, null, null, null})");
   EXPECT_EQ(count("SCNetworkServiceGetServiceID"), 1u);
   EXPECT_EQ(connector_->connection(), nullptr);
 }
@@ -273,7 +278,7 @@ TEST_P(PPPServiceCreationTest, AnotherThreadsStopAfterAFailedAttemptMakesNone) {
   std::thread([&] { connector_->disconnect(); }).join();
   EXPECT_EQ(count("SCNetworkServiceCreate"), 1u);
   EXPECT_EQ(platform_.calls("SCNetworkConnectionStop"),
-            std::vector<std::string>{"SCNetworkConnectionStop(null, true)"});
+            std::vector<std::string>(kRecordsCallsOnNothing ? 1 : 0, "SCNetworkConnectionStop(null, true)"));
 }
 
 TEST_P(PPPServiceCreationTest, TheThreadThatConnectsMakesTheConnectionWhoeverMadeTheConnector) {
@@ -293,7 +298,7 @@ TEST_P(PPPServiceCreationTest, OnceAnotherThreadHasConnectedAStopMakesNone) {
   testing::internal::GetCapturedStderr();
   EXPECT_EQ(count("SCNetworkServiceCreate"), 1u);
   EXPECT_EQ(platform_.calls("SCNetworkConnectionStop"),
-            std::vector<std::string>{"SCNetworkConnectionStop(null, true)"});
+            std::vector<std::string>(kRecordsCallsOnNothing ? 1 : 0, "SCNetworkConnectionStop(null, true)"));
 }
 
 }  // namespace

@@ -22,7 +22,7 @@ TEST(Teardown, StopsAConnectionThatIsUp) {
   ASSERT_TRUE(tool.waitForError("PPP Connected\n"));
   tool.send(SIGUSR1);
   const Outcome outcome = tool.finish();
-  EXPECT_EQ(outcome.error, std::string("Starting pptp connection...\nInitializing PPP network connection\n") +
+  EXPECT_EQ(outcome.error, "Starting " + kProtocol + " connection...\nInitializing PPP network connection\n" +
                                "PPP Connected\n" + kCleanEnd);
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(std::count(outcome.calls.begin(), outcome.calls.end(), "SCNetworkConnectionStop(connection, true)"), 1);
@@ -115,11 +115,15 @@ TEST_P(TeardownAtEveryCall, IsNotLost) {
     EXPECT_NE(std::find(errors.begin(), errors.end(), outcome.error), errors.end()) << outcome.error;
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(withoutTheStop(outcome), withoutTheStop(usual));
-    EXPECT_EQ(std::count(outcome.calls.begin(), outcome.calls.end(), kStop), 1);
-    EXPECT_EQ(outcome.count("SCNetworkConnectionStop"), 1);
+    const auto stops = std::count(outcome.calls.begin(), outcome.calls.end(), kStop);
+    EXPECT_GE(stops, 1);
+    EXPECT_LE(stops, kMostStops);
+    EXPECT_EQ(outcome.count("SCNetworkConnectionStop"), stops);
   }
 }
-INSTANTIATE_TEST_SUITE_P(Protocols, TeardownAtEveryCall, testing::Values("pptp", "l2tp"),
+INSTANTIATE_TEST_SUITE_P(Protocols, TeardownAtEveryCall,
+                         testing::ValuesIn(kHasPPTP ? std::vector<std::string>{"pptp", "l2tp"}
+                                                    : std::vector<std::string>{"l2tp"}),
                          [](const auto &parameter) { return parameter.param; });
 
 TEST(Teardown, WithoutAConnectionTheRunEndsAsItWouldHave) {
@@ -127,12 +131,14 @@ TEST(Teardown, WithoutAConnectionTheRunEndsAsItWouldHave) {
   scene.script =
       "raise SCPreferencesCreateWithAuthorization " + std::to_string(SIGUSR1) + "\nfail SCNetworkServiceCopyAll 1003";
   const Outcome outcome = run(scene);
-  EXPECT_EQ(outcome.error, "Starting pptp connection...\nNo network services\nError: Access refused, code: 1003\n");
+  EXPECT_EQ(outcome.error,
+            "Starting " + kProtocol + " connection...\nNo network services\nError: Access refused, code: 1003\n");
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.count("SCNetworkServiceCopyAll"), 1);
 }
 
 TEST(Teardown, ASignalThatIsPendingWhenIgnoringBeginsIsNotLost) {
+  if (!kIgnoringLosesSignals) GTEST_SKIP() << "this backend's source sees what is ignored";
   Scene scene;
   scene.program = VPNCTL_FAKE_WRAPPED;
   scene.environment = {{"VPNCTL_TEST_PENDING", "1"}};

@@ -52,8 +52,7 @@ void readOnce(foundation::FileDescriptor &pipe, std::string &text) {
 
 std::string configurationFor(const std::string &protocol) {
   std::string configuration = kConfiguration;
-  const std::string usual = "pptp";
-  return configuration.replace(configuration.find(usual), usual.size(), protocol);
+  return configuration.replace(configuration.find(kProtocol), kProtocol.size(), protocol);
 }
 
 std::vector<std::string> Outcome::callNames() const {

@@ -16,14 +16,16 @@
 #include <vector>
 
 #include "foundation/FileDescriptor.h"
+#include "tests/qolmhelper/Backend.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace TN {
 
-inline constexpr const char *kConfiguration =
-    "protocol = \"pptp\";\nip = \"192.0.2.1\";\nusername = \"ann\";\npassword = \"pw\";\nshared_secret = \"ss\";\n";
+inline const std::string kConfiguration =
+    "protocol = \"" + kProtocol +
+    "\";\nip = \"192.0.2.1\";\nusername = \"ann\";\npassword = \"pw\";\nshared_secret = \"ss\";\n";
 // What the tool echoes of it.
-inline constexpr const char *kEcho = "protocol: pptpip: 192.0.2.1username: annpassword: pwshared_secret: ss";
+inline const std::string kEcho = "protocol: " + kProtocol + "ip: 192.0.2.1username: annpassword: pwshared_secret: ss";
 
 // The same for another protocol.
 std::string configurationFor(const std::string &protocol);

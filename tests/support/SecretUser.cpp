@@ -1,8 +1,8 @@
 // What the helper does with secrets once a link wants them, without the link: secret-user FOLDER SERVICE
 //
-// Takes the service's secret out of the keychain below FOLDER, as the helper does, gives it to a plugin and to an IKE
-// daemon, which are nobody, and lets go of everything. Then it says so on standard output, and ends with its standard
-// input.
+// Takes the service's secret out of the keychain below FOLDER, as the helper does, gives it to a plugin and to a
+// process that speaks IKE, which are nobody, and lets go of everything. Then it says so on standard output, and ends
+// with its standard input.
 
 #include <sys/socket.h>
 #include <systemd/sd-event.h>
@@ -13,7 +13,7 @@
 
 #include "foundation/ProcessMemory.h"
 #include "foundation/Secret.h"
-#include "helper/ike/ViciConnection.h"
+#include "helper/ike/IKEProtocol.h"
 #include "helper/ppp/PluginChannel.h"
 #include "helper/store/Keychain.h"
 #include "helper/store/PreferencesStore.h"
@@ -35,7 +35,7 @@ bool use(sd_event *event, const std::string &folder, const std::string &service)
   foundation::PosixFileSystem fileSystem;
   helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
   auto [plugin, pppd] = socketPair(SOCK_SEQPACKET);
-  auto [vici, daemon] = socketPair(SOCK_STREAM);
+  auto [ike, child] = socketPair(SOCK_SEQPACKET);
   const auto peer = helper::Peer::ofSocket(plugin.get());
   if (!peer) return false;
   const helper::PreferencesStore preferences(folder + "/etc/preferences.plist", fileSystem, *log);
@@ -47,9 +47,8 @@ bool use(sd_event *event, const std::string &folder, const std::string &service)
   channel.adopt(std::move(plugin));
   if (!channel.givePassword(*secret)) return false;
 
-  helper::ViciConnection connection(event, std::move(vici), {[](const auto &, const auto &) {}, [](const auto &) {}});
-  connection.request("load-shared", helper::vici::Section().add("type", "IKE").add("data", *secret),
-                     std::chrono::seconds(1), [copy = *secret](const auto &) {});
+  const auto record = helper::encode(helper::IKEStart{{}, *secret});
+  if (::send(ike.get(), record.data(), record.size(), MSG_NOSIGNAL) < 0) return false;
   return true;
 }
 

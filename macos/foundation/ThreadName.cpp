@@ -1,0 +1,10 @@
+#include "foundation/ThreadName.h"
+
+#include <pthread.h>
+
+namespace foundation {
+
+// A longer one would be refused.
+void setThreadName(const std::string &name) { pthread_setname_np(name.substr(0, 63).c_str()); }
+
+}  // namespace foundation
