@@ -14,6 +14,7 @@
 
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
+#include "helper/ike/IKEPath.h"
 #include "helper/repair/Repair.h"
 #include "linux/EventSource.h"
 #include "linux/SystemdOwners.h"
@@ -53,7 +54,8 @@ int main(int argc, char **argv) {
   if (sd_event_default(linux::Out(loop)) < 0) return 1;
   foundation::PosixFileSystem fileSystem;
   helper::PreferencesStore preferences(helper::PreferencesStore::kPath, fileSystem, *log);
-  helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log);
+  // Who the access list of an item calls the IKE daemon.
+  helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log, {{"/usr/sbin/racoon", {helper::ikePath()}}});
   std::set<std::string> serversNotTold;
   helper::HelperService service(
       loop.get(), preferences, keychain,

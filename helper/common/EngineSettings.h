@@ -17,24 +17,28 @@ struct EngineSettings {
   static constexpr char kFolder[] = "/etc/vpnctl";            // of engine.conf, and of engine.d
   static constexpr char kPath[] = "/etc/vpnctl/engine.conf";  // for sentences
 
-  // Where L2TP's packets come from: port 1701 if nobody has it and no client has just died on it, otherwise any; always
-  // 1701; always any.
+  // Where L2TP's packets come from: port 1701 if nobody has it and no client has just died on it, otherwise any, and
+  // the other one if the server does not take the first; always 1701; always any.
   enum class SourcePort { automatic, wellKnown, any };
   // What PPTP's encryption is to be: as the service says (required), 128 bits required, none.
   enum class MPPE { service, require128, none };
+
+  // How IKE begins: who is who is said when it is protected, or before.
+  enum class IKEMode { main, aggressive };
 
   // What becomes of IPv6 while a link carries everything: it is refused, or goes on past it.
   enum class IPv6 { refuse, leave };
 
   struct IKE {
-    std::vector<std::string> proposals;     // strongSwan's notation ("aes256-sha1-modp1024"); empty: the broad default
-    std::vector<std::string> espProposals;  // likewise
-    std::string remoteIdentity = "%any";    // what the server must call itself
+    std::vector<std::string> proposals;      // strongSwan's notation ("aes256-sha1-modp1024"); empty: the broad default
+    std::vector<std::string> espProposals;   // likewise; with a group for perfect forward secrecy
+    std::string localIdentity = "%address";  // what we call ourselves
+    std::string remoteIdentity = "%any";     // what the server must call itself
+    IKEMode mode = IKEMode::main;
     std::chrono::milliseconds deadline{30000};  // for the association to stand
     std::chrono::seconds lifetime{3600};        // of the IKE SA, before it is made anew
     std::chrono::seconds espLifetime{3600};     // likewise of the ESP SAs
     std::chrono::seconds deadPeerDelay{30};     // of silence before the server is asked whether it lives; 0: never
-    std::string socket;                         // the daemon's control socket; empty: the usual places
   };
   struct L2TP {
     SourcePort sourcePort = SourcePort::automatic;

@@ -55,6 +55,12 @@ Result<Peer> Peer::ofSocket(int socket) {
   return Peer(credentials.pid, credentials.uid, std::move(process));
 }
 
+Result<Peer> Peer::ofChild(pid_t child) {
+  FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0U)));
+  if (!process) return errnoError(errno, "open process " + std::to_string(child));
+  return Peer(child, ::getuid(), std::move(process));
+}
+
 bool Peer::runs(const std::string &path) const {
   struct stat wanted = {};
   struct stat running = {};

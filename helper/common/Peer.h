@@ -19,6 +19,9 @@ class Peer {
   // From SO_PEERCRED of a connected socket. An error when the process is gone already.
   static foundation::Result<Peer> ofSocket(int socket);
 
+  // A child of this process that has not been waited for.
+  static foundation::Result<Peer> ofChild(pid_t child);
+
   pid_t pid() const { return pid_; }
   uid_t uid() const { return uid_; }
   // True when the process still lives and runs the very file at PATH (device and inode of /proc/PID/exe).

@@ -1,24 +1,32 @@
 #include "helper/ike/IKEAssociation.h"
 
-#include <arpa/inet.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
+#include <cerrno>
+#include <cstring>
+#include <utility>
 
 #include "helper/common/IPv4Address.h"
-#include "helper/ike/Charon.h"
+#include "helper/ike/IKESentences.h"
 #include "helper/ike/SocketPolicy.h"
+#include "linux/Process.h"
 
 namespace helper {
 
+using foundation::Error;
+using foundation::Result;
 using foundation::Status;
+using isakmp::Reason;
+using isakmp::Refused;
+using isakmp::Stage;
 
 namespace {
 
-constexpr std::chrono::milliseconds kTakeBack{1000};
+constexpr std::uint16_t kIKEPort = 500;
+// 15 seconds of silence in one stage; the deadline of all of them is another.
+constexpr int kTries = 4;
 // Below it are the numbers that IKE daemons give away one after another, and those kept for people.
 constexpr std::uint32_t kLowestReqid = 0x01000000;
 constexpr char kNoIPSec[] = "the kernel has no IPSec: load its modules (modprobe -a esp4 xfrm_user)";
@@ -30,17 +38,10 @@ std::uint32_t randomNumber() {
   return number;
 }
 
-Status flowOf(int socket, UDPFlow &flow) {
-  sockaddr_in local{};
-  sockaddr_in remote{};
-  socklen_t size = sizeof local;
-  if (::getsockname(socket, reinterpret_cast<sockaddr *>(&local), &size) < 0)
-    return foundation::errnoError(errno, "ask for the socket's address");
-  size = sizeof remote;
-  if (::getpeername(socket, reinterpret_cast<sockaddr *>(&remote), &size) < 0)
-    return foundation::errnoError(errno, "ask for the server's address");
-  flow = {local.sin_addr, ntohs(local.sin_port), remote.sin_addr, ntohs(remote.sin_port)};
-  return {};
+isakmp::IPv4Bytes bytesOf(in_addr address) {
+  isakmp::IPv4Bytes bytes{};
+  std::memcpy(bytes.data(), &address, bytes.size());
+  return bytes;
 }
 
 }  // namespace
@@ -49,164 +50,323 @@ IKEAssociation::IKEAssociation(const IKEContext &context, std::string secretName
     : context_(context), secretName_(std::move(secretName)), parts_(std::move(parts)), handlers_(std::move(handlers)) {}
 
 IKEAssociation::~IKEAssociation() {
-  nextTurn_.reset();
-  const Status takenBack = daemon_ ? daemon_->closeNow() : Status();
-  daemon_.reset();
-  forget(takenBack);
+  closeChild();
+  forget();
 }
 
-void IKEAssociation::start(int socket) {
+void IKEAssociation::start(int socket, int other) {
   if (started_ || stopping_) return;
   started_ = true;
   until_ = std::chrono::steady_clock::now() + context_.settings.deadline;
   // The guard has to stand before anybody can send anything.
-  if (Status prepared = prepare(socket); !prepared) {
-    nextTurn_ = linux::EventSource::soon(context_.event, [this, reason = prepared.error().message] {
-      fail(DeviceCause::protocolError, "No IPSec association is possible: " + reason + ".");
-    });
-    return;
-  }
-  daemon_ = parts_.daemon(IKEDaemon::Handlers{
-      .ready = [this] { daemonIsReady(); },
-      .unusable = [this](const std::string &sentence) { fail(DeviceCause::protocolError, sentence); },
-      .established = [this] { negotiated(); },
-      .refused = [this](const IKERefusal &refusal) { refused(refusal); },
-      .lost = [this](const std::string &sentence) { handlers_.lost(sentence); },
-      .closed =
-          [this](const Status &takenBack) {
-            forget(takenBack);
-            handlers_.stopped();
-          }});
-  daemon_->open();
+  Status prepared = prepare(socket, other);
+  nextTurn_ = linux::EventSource::soon(context_.event, [this, prepared = std::move(prepared)] {
+    if (!prepared)
+      return fail(DeviceCause::protocolError, "No IPSec association is possible: " + prepared.error().message + ".");
+    deadline_ = linux::EventSource::timer(context_.event, context_.settings.deadline, [this] { giveUp(stage_); });
+    attempt();
+  });
 }
 
-Status IKEAssociation::prepare(int socket) {
-  if (Status known = flowOf(socket, flow_); !known) return known;
-  server_ = textOf(flow_.remote);
+// Returns its port. Which of two the server takes it says only later, so nothing may leave either before.
+Result<std::uint16_t> IKEAssociation::guard(int socket) {
+  if (const Status guarded = parts_.guard(socket, reqid_); !guarded)
+    return Error{"IPSec", guarded.error().code, std::string(kNoIPSec) + " (" + guarded.error().message + ")"};
+  sockaddr_in local{};
+  socklen_t size = sizeof local;
+  if (::getsockname(socket, reinterpret_cast<sockaddr *>(&local), &size) < 0)
+    return foundation::errnoError(errno, "ask for the socket's port");
+  const std::uint16_t port = ntohs(local.sin_port);
+  flowSockets_[port] = socket;
+  return port;
+}
+
+Status IKEAssociation::prepare(int socket, int other) {
+  sockaddr_in local{};
+  sockaddr_in remote{};
+  socklen_t size = sizeof local;
+  if (::getsockname(socket, reinterpret_cast<sockaddr *>(&local), &size) < 0)
+    return foundation::errnoError(errno, "ask for the socket's address");
+  size = sizeof remote;
+  if (::getpeername(socket, reinterpret_cast<sockaddr *>(&remote), &size) < 0)
+    return foundation::errnoError(errno, "ask for the server's address");
+  local_ = local.sin_addr;
+  remote_ = remote.sin_addr;
+  flowRemotePort_ = ntohs(remote.sin_port);
+  server_ = textOf(remote_);
   auto table = parts_.table();
-  if (!table) return foundation::Error{"IPSec", 0, kNoIPSec};
+  if (!table) return Error{"IPSec", 0, kNoIPSec};
   table_ = std::move(*table);
-  plan_.reqid = kLowestReqid + randomNumber() % (0x7fffffff - kLowestReqid);
-  if (Status guarded = parts_.guard(socket, plan_.reqid); !guarded)
-    return foundation::Error{"IPSec", guarded.error().code,
-                             std::string(kNoIPSec) + " (" + guarded.error().message + ")"};
-  std::array<char, 9> unique{};
-  std::snprintf(unique.data(), unique.size(), "%08x", randomNumber());
-  plan_.name = std::string("vpnctl-") + unique.data();
-  plan_.local = flow_.local;
-  plan_.localPort = flow_.localPort;
-  plan_.remote = flow_.remote;
-  plan_.remotePort = flow_.remotePort;
-  plan_.remoteIdentity = context_.settings.remoteIdentity;
+  reqid_ = kLowestReqid + randomNumber() % (0x7fffffff - kLowestReqid);
+  const auto port = guard(socket);
+  if (!port) return port.error();
+  flowLocalPort_ = *port;
+  if (other >= 0) {
+    const auto otherPort = guard(other);
+    if (!otherPort) return otherPort.error();
+    otherFlowLocalPort_ = *otherPort;
+  }
+  // Not before the guard, which may be what loads the modules. From here on a packet that meets it leaves a state.
+  if (Status noted = context_.journal.noteFlow({reqid_}); !noted) return noted;
+  noted_ = true;
+  std::vector<std::string> unusable;
+  auto proposals = IKEProposals::from(context_.settings, few_, unusable);
+  if (!proposals)
+    return Error{"IPSec", 0,
+                 std::string(EngineSettings::kPath) + " leaves nothing to offer: " + proposals.error().message};
+  for (const std::string &why : unusable)
+    context_.log.write(std::string(EngineSettings::kPath) + ": " + why + "; it is not offered to the server.");
+  proposals_ = std::move(*proposals);
+  if (context_.settings.mode == EngineSettings::IKEMode::aggressive)
+    context_.log.write(
+        "IKE's aggressive mode is set: whoever asks the server, or reads along, gets what is needed to try out shared "
+        "secrets at home; only a long random one withstands that.");
   return {};
 }
 
-void IKEAssociation::daemonIsReady() {
+void IKEAssociation::attempt() {
+  stage_ = Stage::firstAnswer;
+  auto socket = parts_.socket(local_, way_ == Way::wellKnownPort ? kIKEPort : std::uint16_t{0});
+  if (!socket) {
+    // Somebody has the port that is the last hope: what was said before holds.
+    if (furthest_) return fail(*furthest_);
+    return fail(DeviceCause::protocolError, "No IPSec association is possible: " + socket.error().message + ".");
+  }
+  socket_ = std::move(*socket);
+  if (const Status opened = openPairs(socket_); !opened)
+    return fail(DeviceCause::protocolError, "No IPSec association is possible: " + opened.error().message + ".");
+  if (!startChild() || !readSecret() || !orderStart()) return;
+  // One way may take its share of the time, so that some is left for the others.
+  patience_ = linux::EventSource::timer(context_.event, std::min(parts_.silence, context_.settings.deadline / 4),
+                                        [this] { giveUp(Stage::firstAnswer); });
+}
+
+Status IKEAssociation::openPairs(const IKESocket &socket) {
+  auto states = parts_.states(reqid_);
+  if (!states) return states.error();
+  auto watch = parts_.watch([this](const ESPStateWatch::News &news) { statesRemoved(news); });
+  if (!watch) return watch.error();
+  watch_ = std::move(*watch);
+  pairs_ = std::make_unique<ESPPairs>(
+      std::move(*states), ESPPairs::Terms{local_, remote_, socket.port, proposals_.esp, way_ == Way::encapsulated,
+                                          context_.settings.espLifetime});
+  return {};
+}
+
+bool IKEAssociation::startChild() {
+  auto child = parts_.speaker(IKESpeaker::Handlers{.report = [this](const IKEReport &report) { reported(report); },
+                                                   .ended = [this](const Status &how) { childEnded(how); }});
+  if (!child) {
+    fail(DeviceCause::protocolError, "No IPSec association is possible: " + child.error().message + ".");
+    return false;
+  }
+  child_ = std::move(*child);
+  // It ends by itself when we do, unless somebody has stopped it.
+  if (const auto startTime = linux::startTimeOf(child_->pid())) {
+    const StartedProcess entry{child_->pid(), *startTime};
+    if (context_.journal.noteProcess(entry)) notedProcess_ = entry;
+  }
+  return true;
+}
+
+bool IKEAssociation::readSecret() {
+  if (secret_) return true;
+  const auto peer = child_->peer();
+  auto secret = peer ? context_.secrets.secretForService(secretName_, context_.secretUse, *peer)
+                     : Result<foundation::Secret>(peer.error());
+  if (secret && secret->size() > kLargestIKEText)
+    secret = Error{"vpnctl-ike", 0, "it is longer than " + std::to_string(kLargestIKEText) + " bytes"};
+  if (secret) {
+    secret_ = std::move(*secret);
+    return true;
+  }
+  closeChild();
+  fail(DeviceCause::noSharedSecret, "There is no shared secret for the connection: " + secret.error().message + ".");
+  return false;
+}
+
+bool IKEAssociation::orderStart() {
+  const Status ordered = child_->order(IKEStart{plan(), *secret_}, socket_.descriptor.get());
+  if (ordered) return true;
+  closeChild();
+  fail(DeviceCause::protocolError, "No IPSec association is possible: " + ordered.error().message + ".");
+  return false;
+}
+
+isakmp::Plan IKEAssociation::plan() const {
   const EngineSettings::IKE &settings = context_.settings;
-  const IKEProposals broad = IKEProposals::broad();
-  std::vector<std::string> lacking;
-  plan_.proposals = knownProposals(
-      settings.proposals.empty() ? broad.ike : settings.proposals,
-      [this](const std::string &algorithm) { return daemon_->knows(algorithm); }, lacking);
-  plan_.espProposals = settings.espProposals.empty() ? broad.esp : settings.espProposals;
-  if (!lacking.empty())
-    context_.log.write("The IKE daemon (" + daemon_->description() + ") lacks " + commaSeparated(lacking) +
-                       "; what needs it is not offered to the server.");
-  if (plan_.proposals.empty())
-    return fail(DeviceCause::protocolError,
-                "The IKE daemon (" + daemon_->description() +
-                    ") has the algorithms for none of the IKE proposals; install its plugins (on Debian: apt install "
-                    "libstrongswan-standard-plugins).");
-  const auto peer = daemon_->peer();
-  if (!peer) return fail(DeviceCause::protocolError, "The IKE daemon is gone: " + peer.error().message + ".");
-  auto secret = context_.secrets.secretForService(secretName_, context_.secretUse, *peer);
-  if (!secret)
-    return fail(DeviceCause::noSharedSecret,
-                "There is no shared secret for the connection: " + secret.error().message + ".");
-  secret_ = std::move(*secret);
-  LoadedConnection entry{daemon_->controlSocket(), plan_.name, plan_.reqid};
-  if (const Status written = context_.journal.noteConnection(entry); !written)
-    return fail(DeviceCause::protocolError, "The IPSec association cannot be begun: " + written.error().message + ".");
-  noted_ = std::move(entry);
-  negotiate();
+  isakmp::Plan plan;
+  plan.local = bytesOf(local_);
+  plan.localPort = socket_.port;
+  plan.remote = bytesOf(remote_);
+  plan.flowLocalPort = flowLocalPort_;
+  plan.otherFlowLocalPort = otherFlowLocalPort_;
+  plan.flowRemotePort = flowRemotePort_;
+  plan.identity = isakmp::Identification::of(plan.local);
+  if (settings.localIdentity != "%address")
+    plan.identity = isakmp::Identification::fromText(settings.localIdentity).value_or(plan.identity);
+  if (settings.remoteIdentity != "%any") plan.peerIdentity = isakmp::Identification::fromText(settings.remoteIdentity);
+  plan.ike = proposals_.ike;
+  plan.esp = proposals_.esp;
+  plan.aggressive = settings.mode == EngineSettings::IKEMode::aggressive;
+  plan.startOn4500 = plan.forceEncapsulation = way_ == Way::encapsulated;
+  plan.ikeLifetime = settings.lifetime;
+  plan.espLifetime = settings.espLifetime;
+  plan.deadPeerDelay = settings.deadPeerDelay;
+  plan.timing.tries = kTries;
+  return plan;
 }
 
-void IKEAssociation::negotiate() {
-  plan_.deadline = std::chrono::duration_cast<std::chrono::milliseconds>(until_ - std::chrono::steady_clock::now());
-  if (plan_.deadline.count() <= 0)
-    return fail(DeviceCause::noAnswer, "The IPSec association with " + server_ + " did not come up in time.");
-  daemon_->negotiate(plan_, *secret_);
+void IKEAssociation::reported(const IKEReport &report) {
+  // Whatever it still says, it was told to end, or has said why it does.
+  if (stopping_ || refusal_ || lost_) return;
+  std::visit([this](const auto &said) { handle(said); }, report);
 }
 
-void IKEAssociation::negotiated() {
+void IKEAssociation::handle(const isakmp::StageReached &reached) {
+  stage_ = reached.stage;
+  if (stage_ != Stage::firstAnswer) patience_.reset();
+}
+
+void IKEAssociation::handle(const isakmp::NeedSPI &need) { answer(pairs_->allocate(need)); }
+void IKEAssociation::handle(const isakmp::InstallState &state) { answer(pairs_->install(state)); }
+
+void IKEAssociation::handle(const isakmp::RemoveStates &states) {
+  if (const Status removed = pairs_->remove(states); !removed) forbid(removed.error().message);
+}
+
+void IKEAssociation::answer(const Result<IKEOrder> &order) {
+  if (!order) return forbid(order.error().message);
+  // Otherwise it has ended, or does not read; both are told, or noticed.
+  static_cast<void>(child_->order(*order, -1));
+}
+
+void IKEAssociation::handle(const isakmp::Established &established) {
+  if (up_ || !pairs_->anyStands()) return forbid("that an association stands that does not");
+  const auto flow = flowSockets_.find(established.flowLocalPort);
+  if (flow == flowSockets_.end()) return forbid("other packets than it was to protect");
+  up_ = true;
   secret_.reset();
-  // What was negotiated is what counts, not what was asked for.
-  if (const Status right = table_->protects(flow_, plan_.reqid); !right)
-    return fail(DeviceCause::protocolError,
-                "The IPSec association with " + server_ + " is of no use: " + right.error().message + ".");
-  handlers_.up();
+  patience_.reset();
+  deadline_.reset();
+  furthest_.reset();
+  handlers_.up(flow->second);
 }
 
-void IKEAssociation::refused(const IKERefusal &refusal) {
+void IKEAssociation::handle(const isakmp::Replaced &replaced) {
+  if (!up_ || !pairs_->stands(replaced.pair)) forbid("that an association stands that does not");
+}
+
+void IKEAssociation::handle(const Refused &refused) {
+  if (up_) return forbid("a refusal of what stands");
+  refusal_ = refused;
+  awaitEnd();
+}
+
+void IKEAssociation::handle(const isakmp::Lost &lost) {
+  if (!up_) return forbid("the loss of what never stood");
+  lost_ = sentenceFor(lost, server_);
+  awaitEnd();
+}
+
+// It was not asked to.
+void IKEAssociation::handle(const isakmp::Stopped &) { forbid("that it was told to stop"); }
+
+// Whoever speaks with strangers may be one by now.
+void IKEAssociation::forbid(const std::string &what) {
+  childEnded(Error{"vpnctl-ike", 0, "it asked for what it may not, " + what});
+}
+
+// Before it stands, the server's word on it would come to nothing, and the silence is told.
+void IKEAssociation::statesRemoved(const ESPStateWatch::News &news) {
+  if (!up_ || stopping_ || lost_ || !pairs_->misses(news)) return;
+  lost_ =
+      "Another program has taken the connection's IPSec associations out of the kernel (an IKE daemon that starts may "
+      "take out all there are); without them nothing can be sent.";
+  static_cast<void>(child_->order(IKEStop{}, -1));
+  awaitEnd();
+}
+
+void IKEAssociation::giveUp(Stage stage) {
+  if (stopping_ || refusal_ || !child_) return;
+  refusal_ = Refused{stage, Reason::silence, 0, {}, false};
+  static_cast<void>(child_->order(IKEStop{}, -1));
+  awaitEnd();
+}
+
+// It says farewell where there is something to end, and ends. One that does not is ended.
+void IKEAssociation::awaitEnd() {
+  patience_ = linux::EventSource::timer(
+      context_.event, parts_.farewell, [this] { childEnded({}); });
+}
+
+void IKEAssociation::childEnded(const Status &how) {
+  closeChild();
+  if (stopping_) {
+    forget();
+    return handlers_.stopped();
+  }
+  if (refusal_) return attemptFailed(*std::exchange(refusal_, std::nullopt));
+  const std::string ended =
+      "The process that speaks IKE (vpnctl-ike) has ended" + (how ? std::string() : " (" + how.error().message + ")");
+  secret_.reset();
+  if (!up_) return fail(DeviceCause::protocolError, ended + " while it was needed.");
+  const std::string sentence = lost_.value_or(ended + "; without it the IPSec association cannot be kept.");
+  up_ = false;
+  handlers_.lost(sentence);
+}
+
+void IKEAssociation::attemptFailed(const Refused &refusal) {
+  // The one that came further says more, and a word more than none.
+  if (!furthest_ || refusal.stage > furthest_->stage ||
+      (refusal.stage == furthest_->stage && furthest_->reason == Reason::silence))
+    furthest_ = refusal;
+  if (std::chrono::steady_clock::now() >= until_ || !findAnotherWay(refusal)) return fail(*furthest_);
+  attempt();
+}
+
+bool IKEAssociation::findAnotherWay(const Refused &refusal) {
   const EngineSettings::IKE &settings = context_.settings;
+  const bool silent = refusal.reason == Reason::silence;
   // Some servers choke on many proposals, with a refusal or in silence.
-  const bool choked = refusal.stage == IKEStage::firstAnswer || refusal.stage == IKEStage::proposals
-                          ? settings.proposals.empty()
-                          : refusal.stage == IKEStage::association && !refusal.silent && settings.espProposals.empty();
-  const IKEProposals few = IKEProposals::few();
-  std::vector<std::string> lacking;
-  auto proposals = knownProposals(
-      few.ike, [this](const std::string &algorithm) { return daemon_->knows(algorithm); }, lacking);
-  if (choked && !firstRefusal_ && !proposals.empty() && std::chrono::steady_clock::now() < until_) {
-    firstRefusal_ = refusal;
-    if (settings.proposals.empty()) plan_.proposals = std::move(proposals);
-    if (settings.espProposals.empty()) plan_.espProposals = few.esp;
-    return negotiate();
+  const bool mayHaveChoked = refusal.stage == Stage::firstAnswer
+                                 ? settings.proposals.empty()
+                                 : refusal.stage == Stage::association && refusal.reason == Reason::noProposal &&
+                                       settings.espProposals.empty();
+  const bool nothingHeard = silent && refusal.stage == Stage::firstAnswer;
+  if (nothingHeard) {
+    if (way_ == Way::wellKnownPort) return false;
+    way_ = way_ == Way::usual ? Way::encapsulated : Way::wellKnownPort;
+  } else if (!mayHaveChoked || few_) {
+    return false;
   }
-  // The one that came further says more.
-  const IKERefusal &told = firstRefusal_ && firstRefusal_->stage > refusal.stage ? *firstRefusal_ : refusal;
-  const bool unanswered = told.silent && told.stage <= IKEStage::keyExchange;
-  fail(unanswered ? DeviceCause::noAnswer : DeviceCause::protocolError, sentenceFor(told));
+  few_ = true;
+  std::vector<std::string> told;
+  auto proposals = IKEProposals::from(settings, few_, told);
+  if (proposals) proposals_ = std::move(*proposals);
+  return true;
 }
 
-std::string IKEAssociation::sentenceFor(const IKERefusal &refusal) const {
-  const EngineSettings::IKE &settings = context_.settings;
-  const IKEProposals broad = IKEProposals::broad();
-  const std::string file = EngineSettings::kPath;
-  const std::string daemon = daemon_->description();
-  switch (refusal.stage) {
-    case IKEStage::begin:
-      return "The IKE daemon (" + daemon + ") could not begin to talk to " + server_ +
-             "; the system's log says why. A daemon without IKE version 1 does the same.";
-    case IKEStage::firstAnswer:
-      return "The server " + server_ +
-             " does not answer on UDP port 500 (IKE); check the address, and that a firewall lets UDP ports 500 and "
-             "4500 through.";
-    case IKEStage::proposals:
-      return "The server " + server_ + " refuses how IKE is to be protected; offered were " +
-             commaSeparated(settings.proposals.empty() ? broad.ike : settings.proposals) +
-             ". What the server knows can be set as ike.proposals in " + file + ".";
-    case IKEStage::keyExchange:
-      return "The server " + server_ + (refusal.silent ? " stopped answering" : " gave up") +
-             " during IKE's key exchange; a firewall may drop large packets, or UDP port 4500.";
-    case IKEStage::authentication:
-      return "The server " + server_ + (refusal.silent ? " stopped answering" : " said no") +
-             " when the shared secret was to be proved: the shared secret is probably wrong, or the server knows this "
-             "client under another address" +
-             (settings.remoteIdentity == "%any" ? "" : ", or it is not called " + settings.remoteIdentity) + ".";
-    case IKEStage::association:
-      if (!table_->knowsESP()) return "The kernel cannot do ESP: load its module (modprobe esp4).";
-      return "The server " + server_ + " accepts the shared secret but " +
-             (refusal.silent ? "stopped answering" : "refuses") + " when packets are to be protected; offered were " +
-             commaSeparated(settings.espProposals.empty() ? broad.esp : settings.espProposals) +
-             ", transport mode, for UDP port " + std::to_string(flow_.remotePort) +
-             ". What the server knows can be set as ike.esp_proposals in " + file + ".";
-  }
-  return {};
+void IKEAssociation::fail(const Refused &refusal) {
+  std::vector<std::string> told;
+  const auto offered = IKEProposals::from(context_.settings, false, told);
+  const IKESituation situation{.server = server_,
+                               .settings = context_.settings,
+                               .offered = offered ? *offered : proposals_,
+                               .identity = plan().identity.text(),
+                               .flowLocalPort = flowLocalPort_,
+                               .otherFlowLocalPort = otherFlowLocalPort_,
+                               .flowRemotePort = flowRemotePort_,
+                               .kernelRefusal = pairs_ ? pairs_->refusal() : std::string(),
+                               .kernelKnowsESP = refusal.reason != Reason::notInstalled || table_->knowsESP()};
+  const bool unanswered = refusal.reason == Reason::silence && refusal.stage <= Stage::keyExchange;
+  fail(unanswered ? DeviceCause::noAnswer : DeviceCause::protocolError, sentenceFor(refusal, situation));
 }
 
 void IKEAssociation::fail(DeviceCause cause, std::string sentence) {
   secret_.reset();
+  deadline_.reset();
+  patience_.reset();
   handlers_.failed(TunnelFailure{cause, std::move(sentence)});
 }
 
@@ -214,51 +374,63 @@ void IKEAssociation::stop() {
   if (stopping_) return;
   stopping_ = true;
   secret_.reset();
-  if (daemon_) return daemon_->close();
-  nextTurn_ = linux::EventSource::soon(context_.event, [this] { handlers_.stopped(); });
-}
-
-// What the daemon could not take out of the kernel goes now, because it died, or because a packet met the guard and the
-// kernel waits for an association for it. What stays, here or there, stays noted: whoever undoes the journal tries
-// again, and tells.
-void IKEAssociation::forget(const Status &takenBack) {
-  const Status removed = table_ ? table_->remove(plan_.reqid) : Status();
-  table_.reset();
-  if (!noted_) {
-    if (!removed) context_.log.write("IPSec: " + removed.error().message + ".");
-    return;
+  deadline_.reset();
+  if (child_) {
+    static_cast<void>(child_->order(IKEStop{}, -1));
+    return awaitEnd();
   }
-  if (takenBack && removed) context_.journal.forgetConnection(*noted_);
-  noted_.reset();
+  nextTurn_ = linux::EventSource::soon(context_.event, [this] {
+    forget();
+    handlers_.stopped();
+  });
 }
 
-std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, const std::string &secretName,
+// What was told of it is true no more.
+void IKEAssociation::closeChild() {
+  patience_.reset();
+  child_.reset();
+  if (notedProcess_) context_.journal.forgetProcess(*notedProcess_);
+  notedProcess_.reset();
+}
+
+// Also what no pair was made of: a packet met the guard, and the kernel waits for an association for it. What stays
+// there stays noted: whoever undoes the journal tries again, and tells.
+void IKEAssociation::forget() {
+  watch_.reset();
+  pairs_.reset();
+  const Status removed = table_ ? table_->remove(reqid_) : Status();
+  table_.reset();
+  socket_ = {};
+  if (noted_ && removed) context_.journal.forgetFlow({reqid_});
+  if (!noted_ && !removed) context_.log.write("IPSec: " + removed.error().message + ".");
+  noted_ = false;
+}
+
+std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, const std::string &program,
+                                                     const std::string &secretName,
                                                      IPSecAssociation::Handlers handlers) {
-  const auto daemon = [context](IKEDaemon::Handlers daemonHandlers) -> std::unique_ptr<IKEDaemon> {
-    const EngineSettings::IKE &settings = context.settings;
-    CharonProcess::Places places;
-    if (!settings.socket.empty()) places.controlSockets = {settings.socket};
-    return std::make_unique<Charon>(context.event, context.journal, places,
-                                    Charon::Settings{settings.lifetime, settings.espLifetime, settings.deadPeerDelay},
-                                    Charon::Deadlines{}, std::move(daemonHandlers));
+  const auto speaker = [event = context.event,
+                        program](IKESpeaker::Handlers told) -> Result<std::unique_ptr<IKESpeaker>> {
+    auto process = IKEProcess::start(event, program, std::move(told));
+    if (!process) return process.error();
+    return std::unique_ptr<IKESpeaker>(std::move(*process));
   };
-  const auto table = []() -> foundation::Result<std::unique_ptr<XfrmTable>> {
+  const auto states = [](std::uint32_t reqid) -> Result<std::unique_ptr<ESPStates>> {
+    auto opened = NetlinkESPStates::open(reqid);
+    if (!opened) return opened.error();
+    return std::unique_ptr<ESPStates>(std::move(*opened));
+  };
+  const auto watch = [event = context.event](ESPStateWatch::Handler removed) {
+    return NetlinkESPStateWatch::start(event, std::move(removed));
+  };
+  const auto table = []() -> Result<std::unique_ptr<XfrmTable>> {
     auto opened = NetlinkXfrmTable::open();
     if (!opened) return opened.error();
     return std::unique_ptr<XfrmTable>(std::move(*opened));
   };
-  return std::make_unique<IKEAssociation>(context, secretName, IKEAssociation::Parts{daemon, table, guardSocket},
-                                          std::move(handlers));
-}
-
-Status takeBack(const LoadedConnection &entry) {
-  const Status takenBack = Charon::takeBack(entry.controlSocket, entry.name, kTakeBack);
-  Status removed;
-  if (auto table = NetlinkXfrmTable::open(); table)
-    removed = (*table)->remove(entry.reqid);
-  else if (table.error().code != NetlinkXfrmTable::kNoIPSec)
-    removed = table.error();
-  return takenBack ? removed : takenBack;
+  return std::make_unique<IKEAssociation>(
+      context, secretName, IKEAssociation::Parts{speaker, IKESocket::open, states, watch, table, guardSocket},
+      std::move(handlers));
 }
 
 }  // namespace helper

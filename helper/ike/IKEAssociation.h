@@ -1,14 +1,15 @@
-// The IPSec association of one UDP socket, negotiated by the system's IKE daemon: IKE version 1, main mode, a shared
-// secret on both sides, ESP in transport mode.
+// The IPSec association of one UDP socket: IKE version 1 with a shared secret on both sides, ESP in transport mode.
+// vpnctl-ike speaks with the server; this one decides which way it tries, checks what it says, and tells the kernel.
 //
 // Sequence, handlers and thread rule: IPSecAssociation's. What goes wrong before `up` is told with the stage and the
-// remedy; small things the user should know (an algorithm the daemon lacks) go to the PPP log.
+// remedy; small things the user should know (a proposal that cannot be used) go to the PPP log.
 
 #pragma once
 
 #include <systemd/sd-event.h>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,8 +18,10 @@
 #include "helper/common/EngineSettings.h"
 #include "helper/common/PPPLog.h"
 #include "helper/common/SecretSource.h"
-#include "helper/ike/IKEDaemon.h"
+#include "helper/ike/ESPPairs.h"
+#include "helper/ike/IKEProcess.h"
 #include "helper/ike/IKEProposals.h"
+#include "helper/ike/IKESocket.h"
 #include "helper/ike/IPSecAssociation.h"
 #include "helper/ike/XfrmTable.h"
 #include "helper/journal/IPSecJournal.h"
@@ -40,9 +43,15 @@ class IKEAssociation : public IPSecAssociation {
  public:
   // The machine around it.
   struct Parts {
-    std::function<std::unique_ptr<IKEDaemon>(IKEDaemon::Handlers)> daemon;
+    std::function<foundation::Result<std::unique_ptr<IKESpeaker>>(IKESpeaker::Handlers)> speaker;
+    std::function<foundation::Result<IKESocket>(in_addr local, std::uint16_t port)> socket;
+    std::function<foundation::Result<std::unique_ptr<ESPStates>>(std::uint32_t reqid)> states;
+    std::function<foundation::Result<std::unique_ptr<ESPStateWatch>>(ESPStateWatch::Handler)> watch;
     std::function<foundation::Result<std::unique_ptr<XfrmTable>>()> table;
     std::function<foundation::Status(int socket, std::uint32_t reqid)> guard;
+    // How long a server may say nothing at all before another way to it is tried, and vpnctl-ike its own end.
+    std::chrono::milliseconds silence{7000};
+    std::chrono::milliseconds farewell{1500};
   };
 
   // SECRETNAME: the keychain's item.
@@ -51,43 +60,86 @@ class IKEAssociation : public IPSecAssociation {
   IKEAssociation &operator=(const IKEAssociation &) = delete;
   ~IKEAssociation() override;
 
-  void start(int socket) override;
+  void start(int socket, int other) override;
   void stop() override;
 
  private:
-  foundation::Status prepare(int socket);
-  void daemonIsReady();
-  void negotiate();
-  void negotiated();
-  void refused(const IKERefusal &refusal);
-  std::string sentenceFor(const IKERefusal &refusal) const;
+  // How the server is reached: on port 500, as everybody does; on port 4500 from the first message, with ESP in UDP,
+  // where only that gets through; from port 500, for servers that hear nothing else.
+  enum class Way { usual, encapsulated, wellKnownPort };
+
+  foundation::Status prepare(int socket, int other);
+  foundation::Result<std::uint16_t> guard(int socket);
+  void attempt();
+  foundation::Status openPairs(const IKESocket &socket);
+  bool startChild();
+  bool readSecret();
+  bool orderStart();
+  isakmp::Plan plan() const;
+
+  void reported(const IKEReport &report);
+  void handle(const isakmp::StageReached &reached);
+  void handle(const isakmp::NeedSPI &need);
+  void handle(const isakmp::InstallState &state);
+  void handle(const isakmp::RemoveStates &states);
+  void handle(const isakmp::Established &established);
+  void handle(const isakmp::Replaced &replaced);
+  void handle(const isakmp::Refused &refused);
+  void handle(const isakmp::Lost &lost);
+  void handle(const isakmp::Stopped &stopped);
+  void answer(const foundation::Result<IKEOrder> &order);
+  void forbid(const std::string &what);
+
+  void statesRemoved(const ESPStateWatch::News &news);
+  void giveUp(isakmp::Stage stage);
+  void awaitEnd();
+  void childEnded(const foundation::Status &how);
+  void attemptFailed(const isakmp::Refused &refusal);
+  bool findAnotherWay(const isakmp::Refused &refusal);
   void fail(DeviceCause cause, std::string sentence);
-  void forget(const foundation::Status &takenBack);
+  void fail(const isakmp::Refused &refusal);
+  void closeChild();
+  void forget();
 
   IKEContext context_;
   std::string secretName_;
   Parts parts_;
   Handlers handlers_;
   std::string server_;  // its address, for sentences
-  UDPFlow flow_;
-  IKEPlan plan_;
+  in_addr local_{};
+  in_addr remote_{};
+  std::map<std::uint16_t, int> flowSockets_;  // by their ports
+  std::uint16_t flowLocalPort_ = 0;
+  std::optional<std::uint16_t> otherFlowLocalPort_;
+  std::uint16_t flowRemotePort_ = 0;
+  std::uint32_t reqid_ = 0;
+  Way way_ = Way::usual;
+  bool few_ = false;  // proposals
+  IKEProposals proposals_;
   std::chrono::steady_clock::time_point until_{};
   bool started_ = false;
   bool stopping_ = false;
-  std::optional<IKERefusal> firstRefusal_;  // a second try is under way, or over
-  std::optional<LoadedConnection> noted_;
-  std::optional<foundation::Secret> secret_;  // while it may be needed for a second try
+  bool up_ = false;
+  isakmp::Stage stage_ = isakmp::Stage::firstAnswer;
+  std::optional<isakmp::Refused> refusal_;  // of this attempt
+  std::optional<isakmp::Refused> furthest_;
+  std::optional<std::string> lost_;  // a sentence; about to be told
+  bool noted_ = false;
+  std::optional<StartedProcess> notedProcess_;
+  std::optional<foundation::Secret> secret_;  // while it may be needed for another try
   std::unique_ptr<XfrmTable> table_;
-  std::unique_ptr<IKEDaemon> daemon_;
+  IKESocket socket_;  // the kernel takes ESP out of UDP on it as long as it is open here
+  std::unique_ptr<ESPPairs> pairs_;
+  std::unique_ptr<ESPStateWatch> watch_;
+  std::unique_ptr<IKESpeaker> child_;
   linux::EventSource nextTurn_;
+  linux::EventSource patience_;
+  linux::EventSource deadline_;
 };
 
-// SECRET_NAME: the keychain's item. Not started.
-std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, const std::string &secretName,
+// PROGRAM is vpnctl-ike. SECRET_NAME: the keychain's item. Not started.
+std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, const std::string &program,
+                                                     const std::string &secretName,
                                                      IPSecAssociation::Handlers handlers);
-
-// Takes back what a helper had given to an IKE daemon, and what the kernel got from it. Blocks, for as long as the
-// daemon takes for its answers, a second each at most. The error is a sentence part.
-foundation::Status takeBack(const LoadedConnection &entry);
 
 }  // namespace helper

@@ -1,43 +1,54 @@
 #include "helper/ike/IKEProposals.h"
 
-#include <algorithm>
-#include <sstream>
-
 namespace helper {
 
-IKEProposals IKEProposals::broad() {
-  return {{"aes256-sha256-modp2048", "aes256-sha256-modp1536", "aes256-sha256-modp1024", "aes256-sha1-modp2048",
-           "aes256-sha1-modp1536", "aes256-sha1-modp1024", "aes256-sha1-ecp384", "aes128-sha1-modp1024",
-           "aes128-sha1-ecp256", "3des-sha1-modp2048", "3des-sha1-modp1024"},
-          {"aes256-sha256", "aes256-sha1", "aes128-sha1", "3des-sha1"}};
+using foundation::Error;
+using foundation::Result;
+
+namespace {
+
+template <class Proposal>
+std::string commaSeparated(const std::vector<Proposal> &proposals) {
+  std::string text;
+  for (const Proposal &proposal : proposals) text += (text.empty() ? "" : ", ") + proposal.text();
+  return text;
 }
 
-IKEProposals IKEProposals::few() {
-  return {{"aes256-sha1-modp2048", "aes128-sha1-modp1024", "3des-sha1-modp1024"},
-          {"aes256-sha1", "aes128-sha1", "3des-sha1"}};
+// Those of TEXTS that PARSE takes, one by one and then together.
+template <class Proposal>
+Result<std::vector<Proposal>> usable(const std::vector<std::string> &texts,
+                                     Result<std::vector<Proposal>> (*parse)(const std::vector<std::string> &),
+                                     std::vector<std::string> &unusable) {
+  std::vector<std::string> good;
+  for (const std::string &text : texts)
+    if (const auto parsed = parse({text}))
+      good.push_back(text);
+    else
+      unusable.push_back(parsed.error().message);
+  if (good.empty()) return Error{"ISAKMP", 0, unusable.back()};
+  return parse(good);
 }
 
-std::vector<std::string> knownProposals(const std::vector<std::string> &proposals,
-                                        const std::function<bool(const std::string &)> &knows,
-                                        std::vector<std::string> &lacking) {
-  std::vector<std::string> kept;
-  for (const std::string &proposal : proposals) {
-    bool whole = true;
-    std::istringstream algorithms(proposal);
-    for (std::string algorithm; std::getline(algorithms, algorithm, '-');) {
-      if (knows(algorithm)) continue;
-      whole = false;
-      if (std::find(lacking.begin(), lacking.end(), algorithm) == lacking.end()) lacking.push_back(algorithm);
-    }
-    if (whole) kept.push_back(proposal);
+}  // namespace
+
+Result<IKEProposals> IKEProposals::from(const EngineSettings::IKE &settings, bool few,
+                                        std::vector<std::string> &unusable) {
+  IKEProposals proposals{few ? isakmp::fewIKEProposals() : isakmp::defaultIKEProposals(),
+                         few ? isakmp::fewESPProposals() : isakmp::defaultESPProposals()};
+  if (!settings.proposals.empty()) {
+    auto set = usable(settings.proposals, isakmp::parseIKEProposals, unusable);
+    if (!set) return set.error();
+    proposals.ike = std::move(*set);
   }
-  return kept;
+  if (!settings.espProposals.empty()) {
+    auto set = usable(settings.espProposals, isakmp::parseESPProposals, unusable);
+    if (!set) return set.error();
+    proposals.esp = std::move(*set);
+  }
+  return proposals;
 }
 
-std::string commaSeparated(const std::vector<std::string> &texts) {
-  std::string result;
-  for (const std::string &text : texts) result += (result.empty() ? "" : ", ") + text;
-  return result;
-}
+std::string IKEProposals::ikeText() const { return commaSeparated(ike); }
+std::string IKEProposals::espText() const { return commaSeparated(esp); }
 
 }  // namespace helper

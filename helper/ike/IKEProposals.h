@@ -1,32 +1,30 @@
-// What is offered to a server: how IKE and ESP may be protected, in strongSwan's notation, the best first.
+// What is offered to a server: how IKE and ESP may be protected, the best first.
 //
-// Thread rule: none of these keeps state.
+// Thread rule: plain values.
 
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
+
+#include "helper/common/EngineSettings.h"
+#include "helper/isakmp/Proposals.h"
 
 namespace helper {
 
 struct IKEProposals {
-  std::vector<std::string> ike;
-  std::vector<std::string> esp;
+  std::vector<isakmp::IKEProposal> ike;
+  std::vector<isakmp::ESPProposal> esp;
 
-  // What the clients of the widespread systems offer, together: what servers in the field are made for.
-  static IKEProposals broad();
-  // For servers that choke on many: what nearly all of them know.
-  static IKEProposals few();
+  // What the settings name, without those of their proposals that are unknown: each is a sentence part in UNUSABLE.
+  // What they leave open is what the clients of the widespread systems offer, together; with FEW, for servers that
+  // choke on many, what nearly all of them know. An error, a sentence part, when nothing that can be used is left.
+  static foundation::Result<IKEProposals> from(const EngineSettings::IKE &settings, bool few,
+                                               std::vector<std::string> &unusable);
+
+  // "aes256-sha1-modp1024, aes128-sha1-modp1024"
+  std::string ikeText() const;
+  std::string espText() const;
 };
-
-// Keeps the proposals whose every algorithm KNOWS says yes to. Each algorithm that it says no to is put once into
-// LACKING.
-std::vector<std::string> knownProposals(const std::vector<std::string> &proposals,
-                                        const std::function<bool(const std::string &algorithm)> &knows,
-                                        std::vector<std::string> &lacking);
-
-// "a, b, c"
-std::string commaSeparated(const std::vector<std::string> &texts);
 
 }  // namespace helper

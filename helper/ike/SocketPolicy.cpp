@@ -19,18 +19,35 @@ struct Policy {
 
 constexpr auto kNever = std::numeric_limits<std::uint64_t>::max();
 
+// The selector is as wide as it can be: the socket itself is what is selected.
+xfrm_userpolicy_info everything() {
+  xfrm_userpolicy_info info{};
+  info.sel.family = AF_INET;
+  info.lft.soft_byte_limit = kNever;
+  info.lft.hard_byte_limit = kNever;
+  info.lft.soft_packet_limit = kNever;
+  info.lft.hard_packet_limit = kNever;
+  info.action = XFRM_POLICY_ALLOW;
+  info.share = XFRM_SHARE_ANY;
+  return info;
+}
+
+// INFO is the first member of POLICY.
+template <class Policy>
+foundation::Status set(int socket, Policy &policy, xfrm_userpolicy_info &info, const char *context) {
+  for (const std::uint8_t direction : {XFRM_POLICY_OUT, XFRM_POLICY_IN}) {
+    info.dir = direction;
+    if (::setsockopt(socket, IPPROTO_IP, IP_XFRM_POLICY, &policy, sizeof policy) < 0)
+      return foundation::errnoError(errno, context);
+  }
+  return {};
+}
+
 }  // namespace
 
 foundation::Status guardSocket(int socket, std::uint32_t reqid) {
   Policy policy;
-  // The selector is as wide as it can be: the socket itself is what is selected.
-  policy.info.sel.family = AF_INET;
-  policy.info.lft.soft_byte_limit = kNever;
-  policy.info.lft.hard_byte_limit = kNever;
-  policy.info.lft.soft_packet_limit = kNever;
-  policy.info.lft.hard_packet_limit = kNever;
-  policy.info.action = XFRM_POLICY_ALLOW;
-  policy.info.share = XFRM_SHARE_ANY;
+  policy.info = everything();
   policy.ways.family = AF_INET;
   policy.ways.id.proto = IPPROTO_ESP;
   policy.ways.reqid = reqid;
@@ -40,12 +57,12 @@ foundation::Status guardSocket(int socket, std::uint32_t reqid) {
   policy.ways.aalgos = std::numeric_limits<std::uint32_t>::max();
   policy.ways.ealgos = std::numeric_limits<std::uint32_t>::max();
   policy.ways.calgos = std::numeric_limits<std::uint32_t>::max();
-  for (const std::uint8_t direction : {XFRM_POLICY_OUT, XFRM_POLICY_IN}) {
-    policy.info.dir = direction;
-    if (::setsockopt(socket, IPPROTO_IP, IP_XFRM_POLICY, &policy, sizeof policy) < 0)
-      return foundation::errnoError(errno, "guard the socket");
-  }
-  return {};
+  return set(socket, policy, policy.info, "guard the socket");
+}
+
+foundation::Status exemptSocket(int socket) {
+  xfrm_userpolicy_info policy = everything();
+  return set(socket, policy, policy, "exempt the socket from IPSec");
 }
 
 }  // namespace helper

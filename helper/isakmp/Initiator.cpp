@@ -23,7 +23,8 @@ Initiator::Initiator(Plan plan, foundation::Secret presharedKey, Randomness &ran
                              .allGone = [this](bool byServer) { allPairsGone(byServer); },
                              .rekey = [this] { replacePair(); }}),
       deadPeer_(session_.plan.deadPeerDelay, session_.plan.timing),
-      limit_(kBurst, kPerSecond) {}
+      unsignedLimit_(kBurst, kPerSecond),
+      signedLimit_(kBurst, kPerSecond) {}
 
 Outputs Initiator::start(Instant now) {
   if (started_ || session_.ended) return {};
@@ -49,11 +50,12 @@ void Initiator::dispatch(ServerPort port, View datagram) {
   }
   const auto header = decodeHeader(datagram);
   if (!header) return session_.drop(header.error().message);
-  if (port != session_.port) return session_.drop("from the other port");
+  const bool moves = port == ServerPort::natTraversal && phaseOnes_.mayMoveToEncapsulation(header->cookies);
+  if (port != session_.port && !moves) return session_.drop("from the other port");
   switch (header->exchange) {
     case ExchangeType::main:
     case ExchangeType::aggressive:
-      return phaseOnes_.receive(*header, datagram, limit_);
+      return phaseOnes_.receive(*header, datagram, unsignedLimit_);
     case ExchangeType::informational:
     case ExchangeType::quick:
       return phaseTwo(*header, datagram);
@@ -67,8 +69,8 @@ void Initiator::phaseTwo(const Header &header, View message) {
     return session_.drop("cookies of no exchange");
   }
   if (header.messageID == 0) return session_.drop("no message id");
-  if (header.exchange == ExchangeType::quick) return quickModes_.receive(association, header, message, limit_);
-  if (!limit_.allows(session_.now)) return session_.drop("too much at once");
+  if (header.exchange == ExchangeType::quick) return quickModes_.receive(association, header, message, signedLimit_);
+  if (!signedLimit_.hasRoom(session_.now)) return session_.drop("too much at once");
   informational(association, header, message);
 }
 
@@ -81,6 +83,7 @@ void Initiator::informational(const std::shared_ptr<Association> &association, c
   const auto expected = hash1(association->hash(), association->keys(), header.messageID, chain.rest());
   if (first.type != PayloadType::hash || !equalInConstantTime(first.body, expected.bytes()))
     return session_.drop("a wrong hash");
+  signedLimit_.count(session_.now);
   if (!association->takeMessageID(header.messageID)) return session_.drop("a message id for the second time");
   deadPeer_.heard(session_.now);
   for (const Payload &payload : chain.payloads()) {
@@ -230,12 +233,17 @@ void Initiator::pairStands(const QuickMode &quickMode) {
   if (session_.up) return session_.tell(Replaced{quickMode.pair()});
   session_.up = true;
   const Association::Terms &terms = quickMode.association()->terms();
-  session_.tell(Established{terms.proposal, quickMode.proposal(), terms.encapsulated,
+  session_.tell(Established{terms.proposal, quickMode.proposal(), terms.encapsulated, quickMode.flowLocalPort(),
                             session_.roundTrip.value_or(std::chrono::milliseconds(0))});
 }
 
 void Initiator::pairFailed(const Failure &failure) {
-  if (!session_.up) return refuse(failure);
+  if (!session_.up) {
+    const bool saysNo = failure.suspicion.notification != 0;
+    if (!saysNo || !phaseOnes_.newest() || !quickModes_.changeFlow()) return refuse(failure);
+    refusedFlow_ = failure;
+    return quickModes_.begin(phaseOnes_.newest());
+  }
   if (quickModes_.hasPair()) return quickModes_.tryAgainLater();
   lose(serverLeaves_, failure.suspicion.reason, failure.suspicion.detail);
 }
@@ -255,8 +263,11 @@ void Initiator::replacePair() {
 }
 
 void Initiator::refuse(const Failure &failure) {
-  const Suspicion &suspicion = failure.suspicion;
-  end(Refused{failure.stage, suspicion.reason, suspicion.notification, suspicion.detail, failure.certificateRequested});
+  // Servers say no to one flow, and then nothing to the other, or end the association.
+  const bool isMute = failure.suspicion.notification == 0 && failure.suspicion.reason != Reason::notInstalled;
+  const Failure &told = refusedFlow_ && isMute ? *refusedFlow_ : failure;
+  const Suspicion &suspicion = told.suspicion;
+  end(Refused{told.stage, suspicion.reason, suspicion.notification, suspicion.detail, told.certificateRequested});
 }
 
 void Initiator::lose(bool byServer, Reason reason, std::string detail) {

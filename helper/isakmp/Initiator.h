@@ -67,11 +67,14 @@ class Initiator {
   PhaseOnes phaseOnes_;
   QuickModes quickModes_;
   DeadPeerDetection deadPeer_;
-  RateLimit limit_;
+  // Forgeries use up the first only, so that the server is still heard among them.
+  RateLimit unsignedLimit_;
+  RateLimit signedLimit_;
   std::optional<Instant> keepAlive_;
   bool started_ = false;
   bool wantsPair_ = true;      // as soon as phase 1 stands
   bool serverLeaves_ = false;  // it has deleted something that was ours
+  std::optional<Failure> refusedFlow_;
 };
 
 }  // namespace helper::isakmp

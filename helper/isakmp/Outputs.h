@@ -76,6 +76,7 @@ struct Established {
   IKEProposal ike;
   ESPProposal esp;
   bool encapsulated = false;
+  std::uint16_t flowLocalPort = 0;  // which of the plan's
   std::chrono::milliseconds roundTrip{0};
 };
 // A later pair stands, and everything is to be sent by it: the outbound half installed last.

@@ -106,6 +106,10 @@ void PhaseOnes::add(std::shared_ptr<Association> association) {
   handlers_.established(association);
 }
 
+bool PhaseOnes::mayMoveToEncapsulation(const Cookies &cookies) const {
+  return serversAttempt_ && serversAttempt_->cookies() == cookies && serversAttempt_->encapsulated();
+}
+
 void PhaseOnes::receiveFromServer(const Header &header, View datagram, RateLimit &limit) {
   if (!session_.up) return session_.drop("an exchange of the server's before there is anything");
   const bool first = header.cookies.responder == Cookie{};
@@ -126,8 +130,9 @@ void PhaseOnes::receiveFromServer(const Header &header, View datagram, RateLimit
     if (!serversAttempt_) serversAttemptEnds_.reset();
     return;
   }
+  // Before that anybody can pretend that there is a NAT.
+  if (reaction.done && serversAttempt_->encapsulated()) session_.encapsulate();
   if (reaction.reply) session_.send(*reaction.reply);
-  if (serversAttempt_->encapsulated()) session_.encapsulate();
   if (!reaction.done) return;
   auto association = serversAttempt_->association(session_.now);
   association->lastAnswer.keep(datagram, *reaction.reply);

@@ -30,6 +30,8 @@ class PhaseOnes {
   bool isUnderWay() const { return attempt_.has_value(); }
   // A message of main or aggressive mode.
   void receive(const Header &header, View datagram, RateLimit &limit);
+  // Whether this is an exchange of the server's that has found a NAT: it goes on from port 4500.
+  bool mayMoveToEncapsulation(const Cookies &cookies) const;
   // An informational message that belongs to no association that stands.
   void notified(const Header &header, View datagram);
 

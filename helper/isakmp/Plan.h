@@ -35,6 +35,9 @@ struct Plan {
   // The packets to be protected: UDP between these ports of the two.
   std::uint16_t flowLocalPort = 0;
   std::uint16_t flowRemotePort = 1701;
+  // Another port of ours that will do. It comes first behind a NAT, where others may have the usual one towards the
+  // server already, and otherwise once the server has refused flowLocalPort.
+  std::optional<std::uint16_t> otherFlowLocalPort;
 
   Identification identity;                     // ours
   std::optional<Identification> peerIdentity;  // none: any, but the same as long as it lasts

@@ -12,8 +12,9 @@ constexpr std::size_t kLongestNonce = 256;
 
 }  // namespace
 
-QuickMode::QuickMode(const Plan &plan, std::shared_ptr<Association> association, Randomness &random, PairID pair)
-    : plan_(plan), association_(std::move(association)), random_(random), pair_(pair) {}
+QuickMode::QuickMode(const Plan &plan, std::shared_ptr<Association> association, Randomness &random, PairID pair,
+                     std::uint16_t flowLocalPort)
+    : plan_(plan), association_(std::move(association)), random_(random), pair_(pair), flowLocalPort_(flowLocalPort) {}
 
 InstallState QuickMode::state(Direction direction) const {
   const ESPProposal &proposal = choice_.proposal;
@@ -85,7 +86,7 @@ foundation::Status QuickMode::takeKeyExchange(std::optional<View> peer) {
   return {};
 }
 
-Identification QuickMode::ownFlow() const { return Identification::of(plan_.local, kProtocolUDP, plan_.flowLocalPort); }
+Identification QuickMode::ownFlow() const { return Identification::of(plan_.local, kProtocolUDP, flowLocalPort_); }
 
 Identification QuickMode::peerFlow() const {
   return Identification::of(plan_.remote, kProtocolUDP, plan_.flowRemotePort);

@@ -13,12 +13,14 @@ namespace helper::isakmp {
 
 class QuickMode {
  public:
-  // PLAN and RANDOM must outlive it.
-  QuickMode(const Plan &plan, std::shared_ptr<Association> association, Randomness &random, PairID pair);
+  // PLAN and RANDOM must outlive it. FLOWLOCALPORT: which of the plan's.
+  QuickMode(const Plan &plan, std::shared_ptr<Association> association, Randomness &random, PairID pair,
+            std::uint16_t flowLocalPort);
 
   PairID pair() const { return pair_; }
   const std::shared_ptr<Association> &association() const { return association_; }
   std::uint32_t messageID() const { return messageID_; }
+  std::uint16_t flowLocalPort() const { return flowLocalPort_; }
   std::uint32_t inboundSPI() const { return ownSPI_; }
   std::uint32_t outboundSPI() const { return choice_.spi; }
   const ESPProposal &proposal() const { return choice_.proposal; }
@@ -53,6 +55,7 @@ class QuickMode {
   std::shared_ptr<Association> association_;
   Randomness &random_;
   PairID pair_;
+  std::uint16_t flowLocalPort_;
   std::uint32_t messageID_ = 0;
   std::uint32_t ownSPI_ = 0;
   Bytes iv_;

@@ -28,11 +28,28 @@ bool QuickModes::isUnderWay() const {
       [](const auto &exchange) { return exchange->ours && exchange->step != Step::done; });
 }
 
+void QuickModes::chooseFlow(const Association &association) {
+  if (flowLocalPort_) return;
+  const Plan &plan = session_.plan;
+  flowLocalPort_ =
+      association.terms().natAtUs ? plan.otherFlowLocalPort.value_or(plan.flowLocalPort) : plan.flowLocalPort;
+}
+
+bool QuickModes::changeFlow() {
+  const Plan &plan = session_.plan;
+  if (hasChangedFlow_ || !plan.otherFlowLocalPort) return false;
+  hasChangedFlow_ = true;
+  flowLocalPort_ = flowLocalPort_ == plan.flowLocalPort ? *plan.otherFlowLocalPort : plan.flowLocalPort;
+  return true;
+}
+
 void QuickModes::begin(const std::shared_ptr<Association> &association) {
   if (isUnderWay()) return;
   lastAssociation_ = association;
+  chooseFlow(*association);
   auto exchange = std::make_unique<Exchange>();
-  exchange->ours = std::make_unique<QuickModeInitiator>(session_.plan, association, session_.random, ++lastPair_);
+  exchange->ours =
+      std::make_unique<QuickModeInitiator>(session_.plan, association, session_.random, ++lastPair_, *flowLocalPort_);
   exchange->replaced = pairs_.ids();
   exchange->stepEnds = session_.now + session_.plan.timing.answerMemory;
   exchanges_.push_back(std::move(exchange));
@@ -60,8 +77,8 @@ void QuickModes::receive(const std::shared_ptr<Association> &association, const 
     return exchange->quickMode().association() == association && exchange->quickMode().messageID() == header.messageID;
   });
   if (place == exchanges_.end()) {
-    if (!limit.allows(session_.now)) return session_.drop("too much at once");
-    return receiveOffer(association, header, datagram);
+    if (!limit.hasRoom(session_.now)) return session_.drop("too much at once");
+    return receiveOffer(association, header, datagram, limit);
   }
   Exchange &exchange = **place;
   if (const Bytes *answer = exchange.lastAnswer.to(datagram)) return session_.send(*answer);
@@ -73,7 +90,8 @@ void QuickModes::receive(const std::shared_ptr<Association> &association, const 
     receiveLast(exchange, header, datagram);
 }
 
-void QuickModes::receiveOffer(const std::shared_ptr<Association> &association, const Header &header, View datagram) {
+void QuickModes::receiveOffer(const std::shared_ptr<Association> &association, const Header &header, View datagram,
+                              RateLimit &limit) {
   // Before there is a pair the server has nothing to replace.
   if (!session_.up) return session_.drop("an exchange of the server's before there is anything");
   const auto ofServer = std::count_if(exchanges_.begin(), exchanges_.end(), [](const auto &exchange) {
@@ -81,8 +99,11 @@ void QuickModes::receiveOffer(const std::shared_ptr<Association> &association, c
   });
   if (ofServer == kMostOfServer) return session_.drop("too many exchanges of the server's");
   auto exchange = std::make_unique<Exchange>();
-  exchange->theirs = std::make_unique<QuickModeResponder>(session_.plan, association, session_.random, lastPair_ + 1);
+  exchange->theirs =
+      std::make_unique<QuickModeResponder>(session_.plan, association, session_.random, lastPair_ + 1, *flowLocalPort_);
   const Reaction reaction = exchange->theirs->receiveOffer(header, datagram);
+  // What is refused has been signed; what is only dropped has not.
+  if (reaction.dropped.empty() || reaction.fatal) limit.count(session_.now);
   if (!reaction.dropped.empty()) {
     session_.drop(reaction.dropped);
     if (!reaction.fatal || !association->takeMessageID(header.messageID)) return;

@@ -34,6 +34,8 @@ class QuickModes {
   QuickModes(Session &session, Handlers handlers) : session_(session), handlers_(std::move(handlers)) {}
 
   void begin(const std::shared_ptr<Association> &association);
+  // Whether the plan has another port of ours that has not been asked for, which begin() asks for from now on.
+  bool changeFlow();
   // Whether we have begun one.
   bool isUnderWay() const;
   bool hasPair() const { return !pairs_.empty(); }
@@ -88,8 +90,10 @@ class QuickModes {
 
   using Place = std::vector<std::unique_ptr<Exchange>>::iterator;
 
+  void chooseFlow(const Association &association);
   Place find(PairID pair);
-  void receiveOffer(const std::shared_ptr<Association> &association, const Header &header, View datagram);
+  void receiveOffer(const std::shared_ptr<Association> &association, const Header &header, View datagram,
+                    RateLimit &limit);
   void receiveAnswer(Exchange &exchange, const Header &header, View datagram);
   void receiveLast(Exchange &exchange, const Header &header, View datagram);
   void installInbound(Exchange &exchange);
@@ -107,6 +111,8 @@ class QuickModes {
   std::vector<std::unique_ptr<Exchange>> exchanges_;
   PairTable pairs_;
   PairID lastPair_ = 0;
+  std::optional<std::uint16_t> flowLocalPort_;
+  bool hasChangedFlow_ = false;
   std::shared_ptr<Association> lastAssociation_;  // for what is to be told of a pair
 };
 

@@ -8,40 +8,33 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <string>
 
 #include "foundation/Result.h"
 
 namespace helper {
 
-// What an IKE daemon was given for us, and what the kernel got from it.
-struct LoadedConnection {
-  std::string controlSocket;  // the daemon's
-  std::string name;           // of the connection; of the shared secret, too
-  std::uint32_t reqid = 0;    // of the association's states and policies in the kernel
-  bool operator==(const LoadedConnection &) const = default;
+// What the kernel got for an association.
+struct ProtectedFlow {
+  std::uint32_t reqid = 0;  // of its states
+  bool operator==(const ProtectedFlow &) const = default;
 };
 
-// An IKE daemon that a helper started, perhaps another than the one that writes this down: whoever uses it last ends
-// it. Told from a later process of the same number by its start time.
-struct StartedDaemon {
+// A process that we started, told from a later one of the same number by its start time (field 22 of /proc/PID/stat).
+struct StartedProcess {
   pid_t pid = -1;
   std::uint64_t startTime = 0;
-  std::string useFile;  // its users hold it locked
-  // The machine had the daemon's rule for routes before: it stays.
-  bool ruleWasThere = false;
-  bool operator==(const StartedDaemon &) const = default;
+  bool operator==(const StartedProcess &) const = default;
 };
 
 class IPSecJournal {
  public:
   virtual ~IPSecJournal() = default;
   // When this fails, the change must not be made.
-  virtual foundation::Status noteConnection(const LoadedConnection &entry) = 0;
-  virtual foundation::Status noteDaemon(const StartedDaemon &entry) = 0;
+  virtual foundation::Status noteFlow(const ProtectedFlow &entry) = 0;
+  virtual foundation::Status noteProcess(const StartedProcess &entry) = 0;
   // The change has been taken back.
-  virtual void forgetConnection(const LoadedConnection &entry) = 0;
-  virtual void forgetDaemon(const StartedDaemon &entry) = 0;
+  virtual void forgetFlow(const ProtectedFlow &entry) = 0;
+  virtual void forgetProcess(const StartedProcess &entry) = 0;
 };
 
 }  // namespace helper

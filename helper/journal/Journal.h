@@ -29,13 +29,6 @@
 
 namespace helper {
 
-// A process that we started, told from a later one of the same number by its start time (field 22 of /proc/PID/stat).
-struct StartedProcess {
-  pid_t pid = -1;
-  std::uint64_t startTime = 0;
-  bool operator==(const StartedProcess &) const = default;
-};
-
 // Routing rules that we added, in this order.
 struct AddedRules {
   std::vector<PolicyRule> rules;
@@ -69,8 +62,8 @@ struct ReplacedFile {
   bool operator==(const ReplacedFile &) const = default;
 };
 
-using JournalEntry = std::variant<StartedProcess, AddedRules, FilledTable, ResolvconfRecord, ReplacedFile,
-                                  LoadedConnection, StartedDaemon>;
+using JournalEntry =
+    std::variant<StartedProcess, AddedRules, FilledTable, ResolvconfRecord, ReplacedFile, ProtectedFlow>;
 
 class Journal : public IPSecJournal {
  public:
@@ -126,10 +119,10 @@ class Journal : public IPSecJournal {
   foundation::Status forget(std::size_t index);
   // More is known of the entry at INDEX.
   foundation::Status replace(std::size_t index, JournalEntry entry);
-  foundation::Status noteConnection(const LoadedConnection &entry) override { return note(entry); }
-  foundation::Status noteDaemon(const StartedDaemon &entry) override { return note(entry); }
-  void forgetConnection(const LoadedConnection &entry) override { forgetEntry(entry); }
-  void forgetDaemon(const StartedDaemon &entry) override { forgetEntry(entry); }
+  foundation::Status noteFlow(const ProtectedFlow &entry) override { return note(entry); }
+  foundation::Status noteProcess(const StartedProcess &entry) override { return note(entry); }
+  void forgetFlow(const ProtectedFlow &entry) override { forgetEntry(entry); }
+  void forgetProcess(const StartedProcess &entry) override { forgetEntry(entry); }
   // Removes the folder and everything in it.
   void remove();
 

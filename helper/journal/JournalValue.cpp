@@ -82,19 +82,9 @@ struct ToValue {
     value.set("TakenOver", entry.takenOver);
     return value;
   }
-  Value operator()(const LoadedConnection &entry) const {
-    Value value = dictionary("IKEConnection");
-    value.set("ControlSocket", entry.controlSocket);
-    value.set("Name", entry.name);
+  Value operator()(const ProtectedFlow &entry) const {
+    Value value = dictionary("IPSec");
     value.set("ReqID", static_cast<std::uint64_t>(entry.reqid));
-    return value;
-  }
-  Value operator()(const StartedDaemon &entry) const {
-    Value value = dictionary("IKEDaemon");
-    value.set("PID", static_cast<std::int64_t>(entry.pid));
-    value.set("StartTime", entry.startTime);
-    value.set("UseFile", entry.useFile);
-    value.set("RuleWasThere", entry.ruleWasThere);
     return value;
   }
 };
@@ -154,20 +144,11 @@ std::optional<JournalEntry> entryFrom(const Value &value) {
     if (pid <= 1 || pid > INT32_MAX) return std::nullopt;
     return StartedProcess{static_cast<pid_t>(pid), value["StartTime"].unsignedIntegerValue()};
   }
-  if (kind == "IKEConnection") {
+  if (kind == "IPSec") {
     const std::uint64_t reqid = value["ReqID"].unsignedIntegerValue();
-    LoadedConnection entry{value["ControlSocket"].string(), value["Name"].string(), static_cast<std::uint32_t>(reqid)};
     // 0 is what stands for everybody's.
-    if (!entry.controlSocket.starts_with('/') || entry.name.empty() || reqid == 0 || reqid > UINT32_MAX)
-      return std::nullopt;
-    return entry;
-  }
-  if (kind == "IKEDaemon") {
-    const std::int64_t pid = value["PID"].integerValue();
-    StartedDaemon entry{static_cast<pid_t>(pid), value["StartTime"].unsignedIntegerValue(), value["UseFile"].string(),
-                        value["RuleWasThere"].boolValue()};
-    if (pid <= 1 || pid > INT32_MAX || !entry.useFile.starts_with('/')) return std::nullopt;
-    return entry;
+    if (reqid == 0 || reqid > UINT32_MAX) return std::nullopt;
+    return ProtectedFlow{static_cast<std::uint32_t>(reqid)};
   }
   if (kind == "Rules") return rulesFrom(value);
   if (kind == "Table") return tableFrom(value);

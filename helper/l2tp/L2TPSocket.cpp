@@ -54,4 +54,11 @@ foundation::Result<L2TPSocket> L2TPSocket::open(const sockaddr_in &server, Sourc
   return L2TPSocket(std::move(socket), hasWellKnownPort, std::move(notice));
 }
 
+std::uint16_t L2TPSocket::port() const {
+  sockaddr_in local{};
+  socklen_t size = sizeof local;
+  if (::getsockname(socket_.get(), reinterpret_cast<sockaddr *>(&local), &size) < 0) return 0;
+  return ntohs(local.sin_port);
+}
+
 }  // namespace helper

@@ -24,6 +24,8 @@ class L2TPSocket {
 
   int descriptor() const { return socket_.get(); }
   bool hasWellKnownPort() const { return hasWellKnownPort_; }
+  // Ours; 0 when nobody knows.
+  std::uint16_t port() const;
   // What the user should know about the port that it got; empty: nothing. A sentence.
   const std::string &notice() const { return notice_; }
 

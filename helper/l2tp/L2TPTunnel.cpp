@@ -35,19 +35,27 @@ void L2TPTunnel::start() {
   callFrom(settings_.sourcePort);
 }
 
+// The settings may leave it to the server.
+void L2TPTunnel::openOtherSocket() {
+  otherSocket_.reset();
+  if (settings_.sourcePort != SourcePort::automatic || hasChangedPort_ || !socket_->hasWellKnownPort()) return;
+  if (auto other = L2TPSocket::open(server_, SourcePort::any)) otherSocket_ = std::move(*other);
+}
+
 void L2TPTunnel::callFrom(SourcePort port) {
-  auto socket = L2TPSocket::open(server_, port, port_);
-  if (!socket)
+  auto opened = L2TPSocket::open(server_, port, port_);
+  if (!opened)
     return failSoon(DeviceCause::noServer, "The L2TP server " + textOf(server_.sin_addr) +
-                                               " cannot be called: " + socket.error().message + ".");
-  socket_ = std::move(*socket);
+                                               " cannot be called: " + opened.error().message + ".");
+  socket_ = std::move(*opened);
   if (!socket_->notice().empty()) log_.write(socket_->notice());
+  openOtherSocket();
   association_ = makeAssociation_(
-      IPSecAssociation::Handlers{.up = [this] { protectedNow(); },
+      IPSecAssociation::Handlers{.up = [this](int socket) { protectedNow(socket); },
                                  .failed = [this](const Failure &failure) { handlers_.failed(failure); },
                                  .lost = [this](const std::string &sentence) { unprotected(sentence); },
                                  .stopped = [this] { associationEnded(); }});
-  association_->start(socket_->descriptor());
+  association_->start(socket_->descriptor(), otherSocket_ ? otherSocket_->descriptor() : -1);
 }
 
 void L2TPTunnel::failSoon(DeviceCause cause, std::string sentence) {
@@ -56,8 +64,11 @@ void L2TPTunnel::failSoon(DeviceCause cause, std::string sentence) {
 }
 
 // Only now may anything be sent.
-void L2TPTunnel::protectedNow() {
+void L2TPTunnel::protectedNow(int socket) {
   if (stopping_) return;
+  const bool hasChoice = otherSocket_.has_value();
+  if (hasChoice && socket == otherSocket_->descriptor()) socket_ = std::move(otherSocket_);
+  otherSocket_.reset();
   // What came before the guard stood came in clear, and the kernel asks no more: nobody had anything to tell us yet.
   char none = 0;
   while (::recv(socket_->descriptor(), &none, sizeof none, MSG_DONTWAIT) >= 0 || errno == ECONNREFUSED ||
@@ -78,17 +89,18 @@ void L2TPTunnel::protectedNow() {
                                       .lost = [this](const Loss &loss) { handlers_.lost(loss); },
                                       .stopped = [this] { endAssociation(); }});
   control_->start(socket_->descriptor());
-  if (settings_.sourcePort == SourcePort::automatic && socket_->hasWellKnownPort())
+  if (hasChoice)
     impatience_ =
         linux::EventSource::timer(event_, std::min(patience_, settings_.deadline / 2), [this] { changePort(); });
 }
 
 void L2TPTunnel::changePort() {
   if (control_->isAnswered()) return;
-  log_.write("The L2TP server " + textOf(server_.sin_addr) + " says nothing to UDP port " + std::to_string(port_) +
-             " of this machine, where it may remember an earlier connection; trying from another port.");
+  const std::string why = socket_->hasWellKnownPort() ? ", where it may remember an earlier connection" : "";
+  log_.write("The L2TP server " + textOf(server_.sin_addr) + " says nothing to UDP port " +
+             std::to_string(socket_->port()) + " of this machine" + why + "; trying from another port.");
   control_.reset();
-  changingPort_ = true;
+  changingPort_ = hasChangedPort_ = true;
   association_->stop();
 }
 
@@ -138,13 +150,14 @@ void L2TPTunnel::associationEnded() {
   nextTurn_ = linux::EventSource::soon(event_, [this] {
     formerAssociation_.reset();
     changingPort_ = false;
-    callFrom(SourcePort::any);
+    callFrom(socket_->hasWellKnownPort() ? SourcePort::any : SourcePort::automatic);
   });
 }
 
 void L2TPTunnel::finish() {
   dataPath_.reset();
   socket_.reset();
+  otherSocket_.reset();
   handlers_.stopped();
 }
 

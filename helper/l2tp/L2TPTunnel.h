@@ -45,7 +45,8 @@ class L2TPTunnel : public Tunnel {
  private:
   void failSoon(DeviceCause cause, std::string sentence);
   void callFrom(EngineSettings::SourcePort port);
-  void protectedNow();
+  void openOtherSocket();
+  void protectedNow(int socket);
   void changePort();
   void unprotected(const std::string &sentence);
   foundation::Status callIsAnswered(const L2TPCall &call);
@@ -62,12 +63,14 @@ class L2TPTunnel : public Tunnel {
   std::uint16_t port_;
   std::chrono::milliseconds patience_;
   bool changingPort_ = false;
+  bool hasChangedPort_ = false;
   bool established_ = false;
   bool stopping_ = false;
   linux::EventSource nextTurn_;
   linux::EventSource impatience_;
   // What comes later uses what stands before, and ends before it.
   std::optional<L2TPSocket> socket_;
+  std::optional<L2TPSocket> otherSocket_;  // of another port; until it is known which of the two the server takes
   std::unique_ptr<L2TPDataPath> dataPath_;
   foundation::FileDescriptor channel_;
   std::unique_ptr<IPSecAssociation> formerAssociation_;  // has stopped

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "helper/ike/IKEAssociation.h"
+#include "helper/ike/IKEPath.h"
 #include "helper/l2tp/L2TPTunnel.h"
 #include "helper/pptp/PPTPTunnel.h"
 
@@ -31,7 +32,7 @@ std::unique_ptr<Tunnel> makeL2TP(const TunnelContext &context, const LinkPlan &p
   L2TPTunnel::AssociationFactory makeAssociation;
   if (!plan.sharedSecretItem.empty())
     makeAssociation = [ike, item = plan.sharedSecretItem](IPSecAssociation::Handlers associationHandlers) {
-      return makeIKEAssociation(ike, item, std::move(associationHandlers));
+      return makeIKEAssociation(ike, ikePath(), item, std::move(associationHandlers));
     };
   return std::make_unique<L2TPTunnel>(context.event, addressOf(server, L2TPSocket::kPort), plan.l2tp, context.log,
                                       L2TPTunnel::Parts{.makeAssociation = std::move(makeAssociation),

@@ -26,7 +26,7 @@ std::optional<in_addr> serverOfL2TP(const Journal &journal) {
   bool isL2TP = false;
   std::optional<in_addr> server;
   for (const JournalEntry &entry : journal.entries()) {
-    isL2TP = isL2TP || std::holds_alternative<LoadedConnection>(entry);
+    isL2TP = isL2TP || std::holds_alternative<ProtectedFlow>(entry);
     if (const auto *added = std::get_if<AddedRules>(&entry))
       for (const PolicyRule &rule : added->rules)
         if (rule.kind == PolicyRule::Kind::wayToServer) server = rule.server;
@@ -47,6 +47,13 @@ void remember(const std::string &folder, in_addr server) {
   if (mark) ::futimens(mark.get(), nullptr);
 }
 
+// The clock that stamps files. That of time() may be a tick behind it, and what was made just now would be of tomorrow.
+std::time_t now() {
+  timespec time{};
+  ::clock_gettime(CLOCK_REALTIME, &time);
+  return time.tv_sec;
+}
+
 std::set<std::string> remembered(const std::string &folder) {
   std::set<std::string> servers;
   std::error_code ignored;
@@ -54,7 +61,7 @@ std::set<std::string> remembered(const std::string &folder) {
     const std::string name = path.filename();
     struct stat mark {};
     if (!name.starts_with(kPrefix) || ::lstat(path.c_str(), &mark) < 0) continue;
-    const std::time_t age = std::time(nullptr) - mark.st_mtime;
+    const std::time_t age = now() - mark.st_mtime;
     if (age >= 0 && age < kServersMemory)
       servers.insert(name.substr(std::strlen(kPrefix)));
     else

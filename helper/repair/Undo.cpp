@@ -6,8 +6,7 @@
 #include <algorithm>
 #include <chrono>
 
-#include "helper/ike/CharonProcess.h"
-#include "helper/ike/IKEAssociation.h"
+#include "helper/ike/XfrmTable.h"
 #include "helper/network/FileReplacement.h"
 #include "helper/ppp/PPPPIDFile.h"
 #include "linux/ChildProcess.h"
@@ -139,16 +138,10 @@ void Undo::takeBack(Journal &journal, std::size_t index) {
   static_cast<void>(forGood_ ? journal.forget(index) : journal.replace(index, std::move(file)));
 }
 
-bool Undo::takeBack(const LoadedConnection &entry) {
-  const auto taken = helper::takeBack(entry);
+bool Undo::takeBack(const ProtectedFlow &entry) {
+  const auto taken = removeIPSecStates(entry.reqid);
   if (!taken) complain_("An IPSec association of a connection could not be taken back: " + taken.error().message + ".");
   return static_cast<bool>(taken);
-}
-
-bool Undo::takeBack(const StartedDaemon &entry) {
-  const auto ended = CharonProcess::endDaemon(entry, kProcessGrace, {});
-  if (!ended) complain_("The IKE daemon of a connection could not be ended: " + ended.error().message + ".");
-  return static_cast<bool>(ended);
 }
 
 }  // namespace helper

@@ -39,8 +39,7 @@ class Undo {
   bool takeBack(const FilledTable &entry);
   bool takeBack(const ResolvconfRecord &entry);
   void takeBack(Journal &journal, std::size_t index);
-  bool takeBack(const LoadedConnection &entry);
-  bool takeBack(const StartedDaemon &entry);
+  bool takeBack(const ProtectedFlow &entry);
 
   bool isLate();
   // Of PATIENCE, what the deadline leaves.

@@ -62,13 +62,6 @@ bool isAcceptable(const KeychainItem::Access &access) {
 
 }  // namespace
 
-Keychain::Roles Keychain::defaultRoles() {
-  return {{"/usr/sbin/racoon",
-           {"/usr/lib/ipsec/charon", "/usr/libexec/ipsec/charon", "/usr/lib/strongswan/charon",
-            "/usr/libexec/strongswan/charon", "/usr/sbin/charon-systemd", "/usr/lib/ipsec/charon-systemd",
-            "/usr/libexec/strongswan/charon-systemd"}}};
-}
-
 Keychain::Keychain(const std::string &folder, foundation::FileSystem &fileSystem, PPPLog &log, Roles roles,
                    std::chrono::milliseconds lockPatience)
     : file_(folder + "/System.keychain", fileSystem),

@@ -32,8 +32,6 @@ class Keychain : public SecretSource {
 
   // An access list may name a role; these are the programs that play it.
   using Roles = std::map<std::string, std::vector<std::string>>;
-  // "/usr/sbin/racoon", the IKE daemon: the charon executables that distributions install.
-  static Roles defaultRoles();
 
   // Another helper holds the lock for one write, but a slow disk may take its time for that, and the lock goes to
   // whoever is fastest. Half of what a caller waits for an answer.
@@ -41,7 +39,7 @@ class Keychain : public SecretSource {
 
   // FOLDER (no trailing slash) holds "System.keychain" and "SystemKey"; it is made (0700) when something is first
   // written. FILE_SYSTEM and LOG outlive this.
-  Keychain(const std::string &folder, foundation::FileSystem &fileSystem, PPPLog &log, Roles roles = defaultRoles(),
+  Keychain(const std::string &folder, foundation::FileSystem &fileSystem, PPPLog &log, Roles roles = {},
            std::chrono::milliseconds lockPatience = kLockPatience);
 
   // A new item; its identifier. Missing account and service are empty, a missing label is the service. Without a USE

@@ -1,6 +1,8 @@
 // Stands in for libFuzzer in ordinary builds: gives every file of the folders (or files) on the command line to the
 // fuzz target, whole, and cut in two at every byte: a stream comes in two pieces, anything else is two inputs. What a
 // corpus has taught stays learnt on machines that never fuzz.
+//
+// With a sanitizer, which makes a run ten times as long, at every seventh byte.
 
 #include <algorithm>
 #include <cstdint>
@@ -18,6 +20,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 
 namespace {
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kStep = 7;  // no power of two: fields begin at those
+#else
+constexpr std::size_t kStep = 1;
+#endif
+
 std::vector<std::filesystem::path> filesOf(const std::filesystem::path &path) {
   if (!std::filesystem::is_directory(path)) return {path};
   std::vector<std::filesystem::path> files;
@@ -31,11 +39,11 @@ void replay(const std::string &bytes) {
   const auto *data = reinterpret_cast<const std::uint8_t *>(bytes.data());
   LLVMFuzzerTestOneInput(data, bytes.size());
   if (fuzzSplitInput != nullptr) {
-    for (std::size_t at = 1; fuzzSplitInput(data, bytes.size(), at); ++at) {
+    for (std::size_t at = 1; fuzzSplitInput(data, bytes.size(), at); at += kStep) {
     }
     return;
   }
-  for (std::size_t at = 1; at < bytes.size(); ++at) {
+  for (std::size_t at = 1; at < bytes.size(); at += kStep) {
     // Copies, so that reading past an end is seen.
     const std::vector<std::uint8_t> first(data, data + at);
     const std::vector<std::uint8_t> second(data + at, data + bytes.size());

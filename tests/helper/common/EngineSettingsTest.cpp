@@ -26,7 +26,8 @@ void expectDefaults(const EngineSettings &settings) {
   EXPECT_EQ(settings.ike.lifetime, defaults.ike.lifetime);
   EXPECT_EQ(settings.ike.espLifetime, defaults.ike.espLifetime);
   EXPECT_EQ(settings.ike.deadPeerDelay, defaults.ike.deadPeerDelay);
-  EXPECT_EQ(settings.ike.socket, defaults.ike.socket);
+  EXPECT_EQ(settings.ike.localIdentity, defaults.ike.localIdentity);
+  EXPECT_EQ(settings.ike.mode, defaults.ike.mode);
   EXPECT_EQ(settings.l2tp.sourcePort, defaults.l2tp.sourcePort);
   EXPECT_EQ(settings.l2tp.deadline, defaults.l2tp.deadline);
   EXPECT_EQ(settings.l2tp.deadPeerDelay, defaults.l2tp.deadPeerDelay);
@@ -58,7 +59,8 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
       lifetime = 60;
       esp_lifetime = 30;
       dead_peer_delay = 0;
-      socket = "/run/other.vici";
+      local_identity = "@branch";
+      mode = "aggressive";
     };
     l2tp : { source_port = "any"; deadline = 8; dead_peer_delay = 11; };
     pptp = { mppe = "require-128"; deadline = 9; dead_peer_delay = 12; };
@@ -80,7 +82,8 @@ TEST(EngineSettings, EveryKeyIsTakenOver) {
   EXPECT_EQ(settings.ike.lifetime, 60s);
   EXPECT_EQ(settings.ike.espLifetime, 30s);
   EXPECT_EQ(settings.ike.deadPeerDelay, 0s);
-  EXPECT_EQ(settings.ike.socket, "/run/other.vici");
+  EXPECT_EQ(settings.ike.localIdentity, "@branch");
+  EXPECT_EQ(settings.ike.mode, EngineSettings::IKEMode::aggressive);
   EXPECT_EQ(settings.l2tp.sourcePort, EngineSettings::SourcePort::any);
   EXPECT_EQ(settings.l2tp.deadline, 8s);
   EXPECT_EQ(settings.l2tp.deadPeerDelay, 11s);
@@ -140,13 +143,18 @@ constexpr const char *kAuthentication =
 constexpr const char *kDomains =
     "2: ppp.domains must be a list of domains such as [ \"corp.example\" ]; the default holds.";
 constexpr const char *kSeconds = "must be a whole number from 1 to 600 (seconds); the default holds.";
-constexpr const char *kSocket = "ike.socket must be an absolute path in quotes; the default holds.";
+constexpr const char *kLocalIdentity =
+    "2: ike.local_identity must be an address, a name, \"user@name\", \"@group\", or \"%address\", in quotes; the "
+    "default "
+    "holds.";
 
 INSTANTIATE_TEST_SUITE_P(
     Kinds, UnusableSetting,
     ::testing::Values(
         // Keys that are none.
         Unusable{"\n\nike = { propsals = []; };", "3: there is no setting ike.propsals."},
+        Unusable{"ike = { socket = \"/run/charon.vici\"; };",
+                 "1: there is no setting ike.socket any more: no IKE daemon is asked. Take it out."},
         Unusable{"mtu = 1400;", "1: there is no setting mtu."},
         Unusable{"ppp = {};\n\nikev2 = { deadline = 5; };", "3: there is no setting ikev2."},
         Unusable{"ppp = { source_port = \"any\"; };", "1: there is no setting ppp.source_port."},
@@ -199,8 +207,10 @@ INSTANTIATE_TEST_SUITE_P(
                  "2: ike.remote_identity must be an address, a name, or \"%any\", in quotes; the default holds."},
         Unusable{"ike = {\n remote_identity = \"a\\nb\"; };",
                  "2: ike.remote_identity must be an address, a name, or \"%any\", in quotes; the default holds."},
-        Unusable{"ike = {\n socket = \"charon.vici\"; };", std::string("2: ") + kSocket},
-        Unusable{"ike = {\n socket = \"/" + std::string(107, 'x') + "\"; };", std::string("2: ") + kSocket},
+        Unusable{"ike = {\n local_identity = \"\"; };", kLocalIdentity},
+        Unusable{"ike = {\n local_identity = \"" + std::string(201, 'x') + "\"; };", kLocalIdentity},
+        Unusable{"ike = {\n mode = \"quick\"; };",
+                 "2: ike.mode must be one of \"main\", \"aggressive\"; the default holds."},
         Unusable{"pptp = {\n mppe = \"off\"; };",
                  "2: pptp.mppe must be one of \"service\", \"require-128\", \"none\"; the default holds."},
         // The file as a whole.
@@ -384,7 +394,6 @@ TEST(EngineSettingsExample, CanBeUsedUncommented) {
   auto [settings, complaints] = parse(uncommentedExample());
   EXPECT_EQ(complaints, Complaints());
   // Their defaults depend on the service.
-  settings.ike.socket.clear();
   const auto deadline = settings.ppp.deadline;
   settings.ppp = EngineSettings::PPP();
   settings.ppp.deadline = deadline;

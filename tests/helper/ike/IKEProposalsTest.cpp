@@ -6,50 +6,50 @@ using namespace helper;
 
 namespace {
 
-using Texts = std::vector<std::string>;
+class IKEProposalsTest : public ::testing::Test {
+ protected:
+  EngineSettings::IKE settings;
+  std::vector<std::string> unusable;
+};
 
-TEST(IKEProposalsTest, KeepsWhatIsKnownInOrder) {
-  Texts lacking;
-  const auto kept = knownProposals(
-      {"aes256-sha256-modp2048", "3des-sha1-modp1024", "aes128-sha1-modp1024", "3des-md5"},
-      [](const std::string &algorithm) { return algorithm != "3des" && algorithm != "md5"; }, lacking);
-  EXPECT_EQ(kept, (Texts{"aes256-sha256-modp2048", "aes128-sha1-modp1024"}));
-  EXPECT_EQ(lacking, (Texts{"3des", "md5"}));
+TEST_F(IKEProposalsTest, OffersManyOrFew) {
+  const auto many = IKEProposals::from(settings, false, unusable);
+  ASSERT_TRUE(many);
+  EXPECT_EQ(many->ike, isakmp::defaultIKEProposals());
+  EXPECT_EQ(many->esp, isakmp::defaultESPProposals());
+  const auto few = IKEProposals::from(settings, true, unusable);
+  ASSERT_TRUE(few);
+  EXPECT_EQ(few->ikeText(), "aes256-sha1-modp2048, aes128-sha1-modp1024, 3des-sha1-modp1024");
+  EXPECT_EQ(few->espText(), "aes256-sha1, aes128-sha1, 3des-sha1");
+  EXPECT_TRUE(unusable.empty());
 }
 
-TEST(IKEProposalsTest, KeepsEverythingThatIsKnown) {
-  Texts lacking;
-  const Texts broad = IKEProposals::broad().ike;
-  EXPECT_EQ(knownProposals(
-                broad, [](const std::string &) { return true; }, lacking),
-            broad);
-  EXPECT_TRUE(lacking.empty());
+TEST_F(IKEProposalsTest, WhatIsSetStaysAlsoWhereFewAreWanted) {
+  settings.proposals = {"aes256-sha512-modp4096"};
+  settings.espProposals = {"aes128-sha256-modp2048"};
+  const auto proposals = IKEProposals::from(settings, true, unusable);
+  ASSERT_TRUE(proposals);
+  EXPECT_EQ(proposals->ikeText(), "aes256-sha512-modp4096");
+  EXPECT_EQ(proposals->espText(), "aes128-sha256-modp2048");
 }
 
-// What servers in the field are made for; each that falls out leaves some of them without an answer.
-TEST(IKEProposalsTest, TheManyAreThese) {
-  const IKEProposals broad = IKEProposals::broad();
-  EXPECT_EQ(broad.ike,
-            (Texts{"aes256-sha256-modp2048", "aes256-sha256-modp1536", "aes256-sha256-modp1024", "aes256-sha1-modp2048",
-                   "aes256-sha1-modp1536", "aes256-sha1-modp1024", "aes256-sha1-ecp384", "aes128-sha1-modp1024",
-                   "aes128-sha1-ecp256", "3des-sha1-modp2048", "3des-sha1-modp1024"}));
-  EXPECT_EQ(broad.esp, (Texts{"aes256-sha256", "aes256-sha1", "aes128-sha1", "3des-sha1"}));
+TEST_F(IKEProposalsTest, LeavesOutWhatIsUnknown) {
+  settings.proposals = {"camellia256-sha1-modp2048", "aes256-sha1-modp2048", "aes256-sha1"};
+  const auto proposals = IKEProposals::from(settings, false, unusable);
+  ASSERT_TRUE(proposals);
+  EXPECT_EQ(proposals->ikeText(), "aes256-sha1-modp2048");
+  EXPECT_EQ(unusable, (std::vector<std::string>{"proposal \"camellia256-sha1-modp2048\": cannot use \"camellia256\"",
+                                                "proposal \"aes256-sha1\": no group"}));
 }
 
-TEST(IKEProposalsTest, TheFewAreAmongTheMany) {
-  const IKEProposals broad = IKEProposals::broad();
-  const IKEProposals few = IKEProposals::few();
-  EXPECT_LT(few.ike.size(), broad.ike.size());
-  for (const std::string &proposal : few.ike)
-    EXPECT_NE(std::find(broad.ike.begin(), broad.ike.end(), proposal), broad.ike.end()) << proposal;
-  for (const std::string &proposal : few.esp)
-    EXPECT_NE(std::find(broad.esp.begin(), broad.esp.end(), proposal), broad.esp.end()) << proposal;
-}
-
-TEST(IKEProposalsTest, ListsForPeople) {
-  EXPECT_EQ(commaSeparated({}), "");
-  EXPECT_EQ(commaSeparated({"a"}), "a");
-  EXPECT_EQ(commaSeparated({"a", "b"}), "a, b");
+TEST_F(IKEProposalsTest, NothingLeftIsAnError) {
+  settings.proposals = {"camellia256-sha1-modp2048"};
+  const auto none = IKEProposals::from(settings, false, unusable);
+  ASSERT_FALSE(none);
+  EXPECT_EQ(none.error().message, "proposal \"camellia256-sha1-modp2048\": cannot use \"camellia256\"");
+  settings.proposals.clear();
+  settings.espProposals = {"aes256-sha1-modp2048", "aes256-sha1-modp1024"};
+  EXPECT_FALSE(IKEProposals::from(settings, false, unusable)) << "two groups before the server has chosen";
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #pragma once
 
-#include <functional>
-#include <string>
 #include <vector>
 
 #include "helper/journal/IPSecJournal.h"
@@ -12,24 +10,21 @@ namespace helper::testing {
 
 class RecordingJournal : public IPSecJournal {
  public:
-  foundation::Status noteConnection(const LoadedConnection &entry) override {
+  foundation::Status noteFlow(const ProtectedFlow &entry) override {
     if (broken) return foundation::Error{"Test", 0, "no room"};
-    connections.push_back(entry);
+    flows.push_back(entry);
     return {};
   }
-  foundation::Status noteDaemon(const StartedDaemon &entry) override {
-    if (broken) return foundation::Error{"Test", 0, "no room"};
-    daemons.push_back(entry);
-    if (onNoteDaemon) onNoteDaemon();
+  foundation::Status noteProcess(const StartedProcess &entry) override {
+    processes.push_back(entry);
     return {};
   }
-  void forgetConnection(const LoadedConnection &entry) override { std::erase(connections, entry); }
-  void forgetDaemon(const StartedDaemon &entry) override { std::erase(daemons, entry); }
+  void forgetFlow(const ProtectedFlow &entry) override { std::erase(flows, entry); }
+  void forgetProcess(const StartedProcess &entry) override { std::erase(processes, entry); }
 
   bool broken = false;
-  std::function<void()> onNoteDaemon;
-  std::vector<LoadedConnection> connections;
-  std::vector<StartedDaemon> daemons;
+  std::vector<ProtectedFlow> flows;
+  std::vector<StartedProcess> processes;
 };
 
 }  // namespace helper::testing

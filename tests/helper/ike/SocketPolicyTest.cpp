@@ -40,7 +40,23 @@ TEST(SocketPolicyTest, NothingPassesWithoutAnAssociation) {
   EXPECT_LT(::send(guarded.get(), "y", 1, 0), 0);
 }
 
+TEST(SocketPolicyTest, ExemptEverythingPasses) {
+  sockaddr_in ours{};
+  sockaddr_in theirs{};
+  const FileDescriptor exempt = udp(ours);
+  const FileDescriptor other = udp(theirs);
+  if (!helper::guardSocket(exempt.get(), 0x01234567)) GTEST_SKIP() << "this kernel guards no sockets, or we may not";
+  const auto status = helper::exemptSocket(exempt.get());
+  ASSERT_TRUE(status) << status.error().message;
+  char byte = 0;
+  ASSERT_EQ(::sendto(exempt.get(), "x", 1, 0, reinterpret_cast<sockaddr *>(&theirs), sizeof theirs), 1);
+  EXPECT_EQ(::recv(other.get(), &byte, 1, 0), 1);
+  ASSERT_EQ(::sendto(other.get(), "y", 1, 0, reinterpret_cast<sockaddr *>(&ours), sizeof ours), 1);
+  EXPECT_EQ(::recv(exempt.get(), &byte, 1, 0), 1);
+}
+
 TEST(SocketPolicyTest, WhatIsNoSocketIsAnError) {
+  EXPECT_EQ(helper::exemptSocket(-1).error().code, EBADF);
   const auto status = helper::guardSocket(-1, 1);
   ASSERT_FALSE(status);
   EXPECT_EQ(status.error().code, EBADF);

@@ -10,9 +10,12 @@
 
 #include "foundation/FileDescriptor.h"
 #include "helper/common/IPv4Address.h"
+#include "helper/ike/ESPStateWatch.h"
+#include "helper/ike/ESPStates.h"
 #include "helper/ike/SocketPolicy.h"
 #include "helper/ike/XfrmTable.h"
 #include "linux/ChildProcess.h"
+#include "linux/SystemdOwners.h"
 
 using foundation::FileDescriptor;
 using namespace helper;
@@ -32,14 +35,6 @@ bool ip(const std::string &arguments) {
   return program && program->waitFor(std::chrono::seconds(10)) && program->end().exited && program->end().code == 0;
 }
 
-std::string policy(const char *direction, const char *from, int fromPort, const char *to, int toPort,
-                   std::uint32_t reqid) {
-  std::ostringstream text;
-  text << "xfrm policy add src " << from << "/32 dst " << to << "/32 proto udp sport " << fromPort << " dport "
-       << toPort << " dir " << direction << " tmpl proto esp mode transport reqid " << reqid;
-  return text.str();
-}
-
 // Each test's body runs in a network of its own.
 class XfrmTableTest : public testing::Test {
  protected:
@@ -55,65 +50,44 @@ class XfrmTableTest : public testing::Test {
     }).join();
     if (!possible) GTEST_SKIP() << "no network namespace or no IPSec here";
   }
-
-  UDPFlow flow_{address("127.0.0.1"), 40000, address("127.0.0.2"), 1701};
 };
-
-TEST_F(XfrmTableTest, NothingThereProtectsNothing) {
-  inNetwork([&](XfrmTable &table) {
-    const auto status = table.protects(flow_, kReqid);
-    ASSERT_FALSE(status);
-    EXPECT_EQ(status.error().message, "it protects one direction only");
-  });
-}
-
-TEST_F(XfrmTableTest, ComparesThePoliciesWithTheFlow) {
-  inNetwork([&](XfrmTable &table) {
-    ASSERT_TRUE(ip(policy("out", "127.0.0.1", 40000, "127.0.0.2", 1701, kReqid)));
-    EXPECT_EQ(table.protects(flow_, kReqid).error().message, "it protects one direction only");
-    ASSERT_TRUE(ip(policy("in", "127.0.0.2", 1701, "127.0.0.1", 40000, kReqid)));
-    // Somebody else's does not matter.
-    ASSERT_TRUE(ip(policy("out", "127.0.0.1", 40001, "127.0.0.2", 1701, kReqid + 1)));
-    EXPECT_EQ(table.protects(flow_, kReqid).error().message, "it has no keys in the kernel for one direction");
-    UDPFlow other = flow_;
-    other.localPort = 1701;
-    EXPECT_EQ(table.protects(other, kReqid).error().message,
-              "it is for other addresses or ports than those of the connection");
-  });
-}
-
-TEST_F(XfrmTableTest, RemovesItsOwnPoliciesOnly) {
-  inNetwork([&](XfrmTable &table) {
-    ASSERT_TRUE(ip(policy("out", "127.0.0.1", 40000, "127.0.0.2", 1701, kReqid)));
-    ASSERT_TRUE(ip(policy("in", "127.0.0.2", 1701, "127.0.0.1", 40000, kReqid)));
-    ASSERT_TRUE(ip(policy("out", "127.0.0.1", 40001, "127.0.0.2", 1701, kReqid + 1)));
-    EXPECT_TRUE(table.remove(kReqid));
-    EXPECT_FALSE(ip("xfrm policy get src 127.0.0.1/32 dst 127.0.0.2/32 proto udp sport 40000 dport 1701 dir out"));
-    EXPECT_FALSE(ip("xfrm policy get src 127.0.0.2/32 dst 127.0.0.1/32 proto udp sport 1701 dport 40000 dir in"));
-    EXPECT_TRUE(ip("xfrm policy get src 127.0.0.1/32 dst 127.0.0.2/32 proto udp sport 40001 dport 1701 dir out"));
-    EXPECT_TRUE(table.remove(kReqid));
-  });
-}
 
 std::string state(const char *from, const char *to, const char *verb) {
   return std::string("xfrm state ") + verb + " src " + from + " dst " + to + " proto esp";
 }
 
-// Between the two ends of a state that was left; and nowhere else, nor when none was left: then the daemon lives, and
-// what it begins is its own.
-TEST_F(XfrmTableTest, RemovesWhatADeadDaemonHadBegun) {
+TEST_F(XfrmTableTest, RemovesItsOwnStatesOnly) {
   inNetwork([&](XfrmTable &table) {
-    const std::string own = " mode transport min 0x1000 max 0x1000 reqid " + std::to_string(kReqid);
-    ASSERT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "allocspi") + own));
-    ASSERT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "allocspi") + " mode tunnel min 0x2000 max 0x2000"));
-    ASSERT_TRUE(ip(state("127.0.0.3", "127.0.0.1", "allocspi") + " mode tunnel min 0x3000 max 0x3000"));
+    const auto own = [](std::uint32_t reqid) { return " mode transport reqid " + std::to_string(reqid); };
+    ASSERT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "allocspi") + own(kReqid) + " min 0x1000 max 0x1000"));
+    ASSERT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "allocspi") + own(kReqid + 1) + " min 0x2000 max 0x2000"));
     EXPECT_TRUE(table.remove(kReqid));
     EXPECT_FALSE(ip(state("127.0.0.2", "127.0.0.1", "get") + " spi 0x1000"));
-    EXPECT_FALSE(ip(state("127.0.0.2", "127.0.0.1", "get") + " spi 0x2000"));
-    EXPECT_TRUE(ip(state("127.0.0.3", "127.0.0.1", "get") + " spi 0x3000"));
-    ASSERT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "allocspi") + " mode tunnel min 0x2000 max 0x2000"));
-    EXPECT_TRUE(table.remove(kReqid));
     EXPECT_TRUE(ip(state("127.0.0.2", "127.0.0.1", "get") + " spi 0x2000"));
+    EXPECT_TRUE(table.remove(kReqid));
+  });
+}
+
+std::string withSPI(std::uint32_t spi) {
+  return state("127.0.0.2", "127.0.0.1", "get") + " spi " + std::to_string(spi);
+}
+
+TEST_F(XfrmTableTest, RemovesWhatESPStatesHasBegun) {
+  inNetwork([&](XfrmTable &table) {
+    const auto states = NetlinkESPStates::open(kReqid);
+    ASSERT_TRUE(states);
+    const auto spi = (*states)->allocate(address("127.0.0.2"), address("127.0.0.1"));
+    const auto other = (*states)->allocate(address("127.0.0.2"), address("127.0.0.1"));
+    ASSERT_TRUE(spi && other);
+    EXPECT_NE(*spi, *other);
+    EXPECT_GE(*spi, 0xc0000000U);
+    EXPECT_TRUE(ip(withSPI(*spi)));
+    EXPECT_TRUE((*states)->remove(address("127.0.0.2"), address("127.0.0.1"), *spi));
+    EXPECT_TRUE((*states)->remove(address("127.0.0.2"), address("127.0.0.1"), *spi)) << "once is enough";
+    EXPECT_FALSE(ip(withSPI(*spi)));
+    EXPECT_TRUE(ip(withSPI(*other)));
+    EXPECT_TRUE(table.remove(kReqid));
+    EXPECT_FALSE(ip(withSPI(*other)));
   });
 }
 
@@ -141,6 +115,35 @@ TEST_F(XfrmTableTest, RemovesWhatWaitsForAnAssociation) {
     EXPECT_LT(::send(guarded.get(), "x", 1, 0), 0);
     EXPECT_GT(::recv(daemon.get(), bytes, sizeof bytes, 0), 0);
     EXPECT_TRUE(table.remove(kReqid));
+  });
+}
+
+TEST_F(XfrmTableTest, IsHeardOfWhenStatesAreTakenAway) {
+  inNetwork([&](XfrmTable &table) {
+    linux::EventLoop loop;
+    ASSERT_GE(sd_event_new(linux::Out(loop)), 0);
+    std::vector<ESPStateWatch::News> news;
+    const auto watch = NetlinkESPStateWatch::start(
+        loop.get(), [&](const auto &heard) { news.push_back(heard); });
+    ASSERT_TRUE(watch) << watch.error().message;
+    const auto states = NetlinkESPStates::open(kReqid);
+    ASSERT_TRUE(states);
+    const auto spi = (*states)->allocate(address("127.0.0.2"), address("127.0.0.1"));
+    ASSERT_TRUE(spi);
+    EXPECT_TRUE((*states)->has(address("127.0.0.2"), address("127.0.0.1"), *spi));
+    ASSERT_TRUE(table.remove(kReqid));
+    EXPECT_FALSE((*states)->has(address("127.0.0.2"), address("127.0.0.1"), *spi));
+    ASSERT_GE(sd_event_run(loop.get(), 1'000'000), 0);
+    ASSERT_EQ(news.size(), 1U);
+    ASSERT_EQ(news[0].removed.size(), 1U);
+    EXPECT_EQ(news[0].removed[0].spi, *spi);
+    EXPECT_EQ(news[0].removed[0].destination.s_addr, address("127.0.0.1").s_addr);
+    EXPECT_FALSE(news[0].all);
+    ASSERT_TRUE((*states)->allocate(address("127.0.0.2"), address("127.0.0.1")));
+    ASSERT_TRUE(ip("xfrm state flush"));
+    ASSERT_GE(sd_event_run(loop.get(), 1'000'000), 0);
+    ASSERT_EQ(news.size(), 2U);
+    EXPECT_TRUE(news[1].all);
   });
 }
 

@@ -99,6 +99,11 @@ TEST_P(HintAfter, IsForgottenWhenTheServerGoesOn) {
   swallow(conversation, GetParam().answers);
   conversation.start();
   conversation.deliver(clearNotification(conversation, GetParam().type, GetParam().answers > 0));
+  // One answer, and then nothing for longer than a refusal is waited for.
+  const std::size_t next = conversation.fromServer.size();
+  conversation.passes = [next](bool toServer, std::size_t number) { return toServer || number <= next; };
+  conversation.pass(seconds(6));
+  EXPECT_EQ(conversation.count<Refused>(), 0U);
   conversation.passes = [](bool, std::size_t) { return true; };
   conversation.pass(kLong);
   EXPECT_TRUE(conversation.isUp()) << conversation.drops();

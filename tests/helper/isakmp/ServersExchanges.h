@@ -25,7 +25,7 @@ inline Plan mirrored(const Plan &plan) {
 struct ServersQuickMode {
   explicit ServersQuickMode(Conversation &there, std::uint32_t spi = 0xcc000077)
       : plan(mirrored(there.plan)),
-        quickMode(plan, there.server.association(), there.server.random(), 1),
+        quickMode(plan, there.server.association(), there.server.random(), 1, plan.flowLocalPort),
         first(quickMode.firstMessage(spi)) {}
 
   // Our last answer, if it is one.

@@ -279,6 +279,40 @@ TEST(ServersRekey, DoesNotLetAnybodyElseReplacePhaseOne) {
   EXPECT_TRUE(conversation.isUp());
 }
 
+// The server as somebody sees it who is before its NAT.
+void putBehindNAT(ServersMainMode &servers) { servers.plan.local = {172, 16, 0, 5}; }
+
+TEST(ServersRekey, FindsANATOnTheWay) {
+  Conversation conversation(planFromPort500(), serverSeeingPort500());
+  up(conversation);
+  ServersMainMode servers(conversation);
+  servers.plan.identity = Identification::of({10, 9, 0, 1});
+  putBehindNAT(servers);
+  conversation.deliver(servers.first);
+  conversation.deliver(*servers.receive(conversation.toServer.back()).reply);
+  EXPECT_EQ(conversation.all<Send>().back().port, ServerPort::ike);
+  Bytes proof(4);
+  append(proof, *servers.receive(conversation.toServer.back()).reply);
+  conversation.deliver(Send{ServerPort::natTraversal, proof});
+  EXPECT_EQ(conversation.count<Encapsulate>(), 1U) << conversation.drops();
+  EXPECT_EQ(conversation.all<Send>().back().port, ServerPort::natTraversal);
+  const Bytes &answer = conversation.toServer.back();
+  EXPECT_TRUE(servers.receive(Bytes(answer.begin() + 4, answer.end())).done);
+}
+
+// Whoever reads the answers gets as far as the fifth message.
+TEST(ServersRekey, BelievesInANATOnlyWhoKnowsTheSecret) {
+  Conversation conversation(planFromPort500(), serverSeeingPort500());
+  up(conversation);
+  ServersMainMode stranger(conversation, "another");
+  putBehindNAT(stranger);
+  EXPECT_FALSE(stranger.run(conversation));
+  conversation.stop();
+  EXPECT_EQ(conversation.count<Encapsulate>(), 0U);
+  for (const Send &send : conversation.all<Send>()) EXPECT_EQ(send.port, ServerPort::ike);
+  EXPECT_EQ(conversation.server.deletions().size(), 2U);
+}
+
 TEST(ServersRekey, IsNotKeptBusyWithBeginnings) {
   Conversation conversation(planFromPort500(), serverSeeingPort500());
   up(conversation);
@@ -289,6 +323,35 @@ TEST(ServersRekey, IsNotKeptBusyWithBeginnings) {
   conversation.pass(seconds(5));
   ServersMainMode servers(conversation);
   EXPECT_TRUE(servers.run(conversation)) << conversation.drops();
+}
+
+TEST(ServersRekey, IsHeardAmongForgeries) {
+  Conversation conversation;
+  up(conversation);
+  const auto association = conversation.server.association();
+  const auto ask = [&] {
+    return conversation.server.tell(
+        Notification{kProtocolISAKMP, notify::kAreYouThere, association->cookieBytes(), {0, 0, 0, 1}});
+  };
+  for (int i = 0; i < 100; ++i) {
+    conversation.deliver(ServersMainMode(conversation, "another").first);
+    Bytes forged = ask();
+    forged.back() ^= 1;
+    conversation.deliver(forged);
+    forged = ServersQuickMode(conversation).first;
+    forged.back() ^= 1;
+    conversation.deliver(forged);
+  }
+  EXPECT_TRUE(conversation.dropped("too much at once"));  // of what nobody has signed
+  const std::size_t notified = conversation.server.notifications().size();
+  conversation.deliver(ask());
+  EXPECT_EQ(conversation.server.notifications().size(), notified + 1);
+  ServersQuickMode servers(conversation);
+  conversation.deliver(servers.first);
+  EXPECT_TRUE(servers.receive(conversation));
+  // There is a limit to what is signed, too.
+  for (int i = 0; i < 100; ++i) conversation.deliver(ask());
+  EXPECT_LE(conversation.server.notifications().size(), notified + 40);
 }
 
 }  // namespace

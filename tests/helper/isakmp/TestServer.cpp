@@ -1,5 +1,6 @@
 #include "tests/helper/isakmp/TestServer.h"
 
+#include <algorithm>
 #include <array>
 
 namespace helper::isakmp {
@@ -263,6 +264,11 @@ std::optional<Bytes> TestServer::quickMode(const Header &header, View message) {
   const auto opened = openSealed(header, message, association->cipher(), association->keys().encryption, quick.iv);
   if (!opened) return std::nullopt;
   quick.messageID = header.messageID;
+  if (first && !protects(opened->chain)) {
+    quick.lastMessage = copyOf(message);
+    quick.lastAnswer = association->tell(random_, Notification{kProtocolESP, notify::kInvalidID, {}, {}});
+    return quick.lastAnswer;
+  }
   const std::optional<PayloadWriter> answer = first ? quickAnswer(*association, quick, opened->chain) : std::nullopt;
   if (!first) quickLast(*association, quick, opened->chain);
   if (!answer) return std::nullopt;
@@ -279,6 +285,11 @@ std::optional<Bytes> TestServer::quickMode(const Header &header, View message) {
   quick.lastAnswer =
       sealedMessage(answerHeader, payloads, association->cipher(), association->keys().encryption, quick.iv);
   return quick.lastAnswer;
+}
+
+bool TestServer::protects(const PayloadChain &chain) const {
+  const auto client = decodeIdentification(*chain.find(identification));
+  return options_.protectedPorts.empty() || std::ranges::count(options_.protectedPorts, client->port) > 0;
 }
 
 // The payloads after the hash.

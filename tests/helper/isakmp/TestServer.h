@@ -36,6 +36,8 @@ struct TestServerOptions {
   bool answersQuestions = true;  // whether it lives
   bool commit = false;           // the client is to wait
   bool acceptsAnything = false;  // chooses the first transform, whatever it is
+  // Of the client; others are refused. Empty: any.
+  std::vector<std::uint16_t> protectedPorts;
   // Payloads of a message before they are hashed and sent.
   std::function<void(Message, PayloadList &)> edit = [](Message, PayloadList &) {};
   bool wrongHash = false;  // from now on
@@ -101,6 +103,7 @@ class TestServer {
   Bytes half(const PayloadChain &chain);
   std::optional<Bytes> proof(const Header &header, View message);
   std::optional<Bytes> quickMode(const Header &header, View message);
+  bool protects(const PayloadChain &chain) const;
   std::optional<PayloadWriter> quickAnswer(const Association &association, Quick &quick, const PayloadChain &chain);
   void quickLast(const Association &association, Quick &quick, const PayloadChain &chain);
   std::optional<Bytes> informational(const Header &header, View message);

@@ -36,8 +36,7 @@ std::vector<JournalEntry> oneOfEach() {
           ResolvconfRecord{"/sbin/resolvconf", "ppp0.vpnctl"},
           file,
           link,
-          LoadedConnection{"/run/charon.vici", "vpnctl-1", UINT32_MAX},
-          StartedDaemon{4712, 17, "/run/vpnctl/charon", true}};
+          ProtectedFlow{UINT32_MAX}};
 }
 
 class JournalTest : public testing::Test {
@@ -86,27 +85,23 @@ TEST_F(JournalTest, RefusesWhatMakesNoSense) {
   EXPECT_FALSE(journalEntries(withEntry("Networks", Value::Array{Value("everything")}, 2)));
   EXPECT_FALSE(journalEntries(withEntry("Program", "resolvconf", 3)));
   EXPECT_FALSE(journalEntries(withEntry("Path", "etc/resolv.conf", 4)));
-  EXPECT_FALSE(journalEntries(withEntry("ControlSocket", "charon.vici", 6)));
-  EXPECT_FALSE(journalEntries(withEntry("Name", "", 6)));
   EXPECT_FALSE(journalEntries(withEntry("ReqID", 0, 6)));
   EXPECT_FALSE(journalEntries(withEntry("ReqID", std::uint64_t{1} << 32, 6)));
-  EXPECT_FALSE(journalEntries(withEntry("PID", 1, 7)));
-  EXPECT_FALSE(journalEntries(withEntry("UseFile", "charon", 7)));
 }
 
 TEST_F(JournalTest, AnAssociationForgetsItsOwnEntries) {
   auto journal = Journal::create(base_);
   ASSERT_TRUE(journal);
   IPSecJournal &seam = *journal;
-  const LoadedConnection connection{"/run/charon.vici", "vpnctl-1", 7};
-  const StartedDaemon daemon{4712, 17, "/run/vpnctl/charon", false};
-  ASSERT_TRUE(seam.noteDaemon(daemon));
-  ASSERT_TRUE(seam.noteConnection(connection));
+  const ProtectedFlow flow{7};
+  const StartedProcess process{4712, 17};
+  ASSERT_TRUE(seam.noteFlow(flow));
+  ASSERT_TRUE(seam.noteProcess(process));
   ASSERT_TRUE(journal->note(StartedProcess{4711, 1}));
-  seam.forgetConnection(connection);
-  seam.forgetConnection(connection);
-  EXPECT_EQ(journal->entries(), (std::vector<JournalEntry>{daemon, StartedProcess{4711, 1}}));
-  seam.forgetDaemon(daemon);
+  seam.forgetProcess(process);
+  seam.forgetProcess(process);
+  EXPECT_EQ(journal->entries(), (std::vector<JournalEntry>{flow, StartedProcess{4711, 1}}));
+  seam.forgetFlow(flow);
   EXPECT_EQ(journal->entries(), (std::vector<JournalEntry>{StartedProcess{4711, 1}}));
 }
 

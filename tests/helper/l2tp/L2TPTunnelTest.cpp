@@ -23,12 +23,16 @@ class FakeAssociation : public IPSecAssociation {
     IPSecAssociation::Handlers handlers;
     std::function<void()> onStart;
     linux::EventSource soon;
+    int socket = -1;
+    int other = -1;
   };
   FakeAssociation(sd_event *event, Book &book, Handlers handlers) : event_(event), book_(book) {
     book_.handlers = std::move(handlers);
   }
   ~FakeAssociation() override { book_.events.emplace_back("destroyed"); }
-  void start(int socket) override {
+  void start(int socket, int other) override {
+    book_.socket = socket;
+    book_.other = other;
     sockaddr_in peer{};
     socklen_t size = sizeof peer;
     EXPECT_EQ(::getpeername(socket, reinterpret_cast<sockaddr *>(&peer), &size), 0) << "not connected";
@@ -71,7 +75,7 @@ class FakeDataPath : public L2TPDataPath {
 class L2TPTunnelTest : public support::LoopFixture {
  protected:
   L2TPTunnelTest() {
-    association_.onStart = [this] { association_.handlers.up(); };
+    association_.onStart = [this] { association_.handlers.up(association_.socket); };
     settings_.sourcePort = EngineSettings::SourcePort::any;
   }
 
@@ -233,7 +237,7 @@ TEST_F(L2TPTunnelTest, FailsWhenTheAssociationIsLostBeforeTheCall) {
   server_.play([](L2TPServer &server) { server.expectStart(); });
   bool asked = false;
   association_.onStart = [&] {
-    association_.handlers.up();
+    association_.handlers.up(association_.socket);
     asked = true;
   };
   make().start();
@@ -285,6 +289,59 @@ TEST_F(L2TPTunnelFromAPort, ChangesThePortOfASilentServer) {
   EXPECT_EQ(association_.events, (Events{"start", "stop", "destroyed", "start", "stop", "stopped"}));
   const std::string logged = support::contentsOf(folder_.path("log")).value_or("");
   EXPECT_NE(logged.find("says nothing to UDP port " + std::to_string(port_)), std::string::npos) << logged;
+}
+
+TEST_F(L2TPTunnelFromAPort, CallsFromTheOtherOneWhenTheServerTakesThat) {
+  association_.onStart = [this] { association_.handlers.up(association_.other); };
+  std::uint16_t caller = 0;
+  server_.play([&](L2TPServer &server) {
+    server.answerCall();
+    caller = server.clientPort();
+    server.hearGoodbye();
+  });
+  comeUp();
+  EXPECT_NE(caller, port_);
+  // Nobody is kept from the usual one any longer.
+  EXPECT_TRUE(L2TPSocket::open(server_.address(), EngineSettings::SourcePort::wellKnown, port_));
+  stop();
+  server_.join();
+  EXPECT_EQ(association_.events, (Events{"start", "stop", "stopped"}));
+}
+
+TEST_F(L2TPTunnelFromAPort, GoesFromTheOtherOneToTheUsual) {
+  association_.onStart = [this] {
+    association_.handlers.up(association_.other < 0 ? association_.socket : association_.other);
+  };
+  std::uint16_t first = 0;
+  std::uint16_t second = 0;
+  server_.play([&](L2TPServer &server) {
+    server.expectStart();
+    first = server.clientPort();
+    server.expect<l2tp::StopCCN>();
+    server.awaitNextClient();
+    server.answerCall();
+    second = server.clientPort();
+    server.hearGoodbye();
+  });
+  comeUp();
+  EXPECT_EQ(association_.other, -1);
+  stop();
+  server_.join();
+  EXPECT_NE(first, port_);
+  EXPECT_EQ(second, port_);
+  const std::string logged = support::contentsOf(folder_.path("log")).value_or("");
+  EXPECT_NE(logged.find("says nothing to UDP port " + std::to_string(first) + " of this machine; trying"),
+            std::string::npos)
+      << logged;
+}
+
+TEST_F(L2TPTunnelFromAPort, LeavesNoChoiceWhereTheSettingsDoNot) {
+  for (const auto port : {EngineSettings::SourcePort::wellKnown, EngineSettings::SourcePort::any}) {
+    settings_.sourcePort = port;
+    association_.onStart = nullptr;
+    make().start();
+    EXPECT_EQ(association_.other, -1);
+  }
 }
 
 TEST_F(L2TPTunnelFromAPort, DoesSoOnce) {
@@ -347,7 +404,7 @@ TEST_F(L2TPTunnelTest, DoesNotStartAfterAStopInTheSameTurn) {
   association_.onStart = nullptr;
   make().start();
   tunnel_->stop();
-  association_.handlers.up();  // has been on its way
+  association_.handlers.up(association_.socket);  // has been on its way
   ASSERT_TRUE(runUntil([this] { return stopped_ > 0; }));
   EXPECT_FALSE(server_.heardAnything());
 }

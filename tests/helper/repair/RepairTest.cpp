@@ -192,7 +192,7 @@ TEST_F(RepairTest, RemembersForAWhileThatAServerWasNotToldOfAnEnd) {
     ASSERT_TRUE(journal);
     const PolicyRule way{.kind = PolicyRule::Kind::wayToServer, .server = {htonl(0xc0000207)}, .table = 7001};
     ASSERT_TRUE(journal->note(AddedRules{{way}}));
-    ASSERT_TRUE(journal->note(LoadedConnection{folder_.path("nobody.vici"), "vpnctl-1", 7}));
+    ASSERT_TRUE(journal->note(ProtectedFlow{7}));
   }
   EXPECT_EQ(repaired(), Servers{"192.0.2.7"});
   EXPECT_EQ(repaired(), Servers{"192.0.2.7"}) << "the next one hears it, too";

@@ -171,65 +171,22 @@ TEST_F(UndoTest, LeavesAnotherProcessOfTheSameNumberAlone) {
   EXPECT_FALSE(process->waitFor(std::chrono::milliseconds(50)));
 }
 
-TEST_F(UndoTest, ADaemonThatIsGoneHasNothingToGiveBack) {
-  EXPECT_TRUE(undo({LoadedConnection{folder_.path("charon.vici"), "vpnctl-1", 4711}}).empty());
+TEST_F(UndoTest, AnAssociationThatIsGoneIsNoMatter) {
+  EXPECT_TRUE(undo({ProtectedFlow{4711}}).empty());
   EXPECT_TRUE(complaints_.empty());
 }
 
-TEST_F(UndoTest, KeepsWhatADaemonMayStillHold) {
-  const LoadedConnection entry{folder_.path("charon.vici"), "vpnctl-1", 4711};
+TEST_F(UndoTest, KeepsAnAssociationThatTheKernelMayStillHave) {
   auto journal = Journal::create(folder_.path("vpnctl"));
   ASSERT_TRUE(journal);
-  ASSERT_TRUE(journal->note(entry));
+  ASSERT_TRUE(journal->note(ProtectedFlow{4711}));
   {
     const support::FewDescriptors none(0);
     Undo(routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
   }
-  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{entry});
+  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{ProtectedFlow{4711}});
   ASSERT_EQ(complaints_.size(), 1U);
-  EXPECT_NE(complaints_[0].find("could not be taken back: connect to " + entry.controlSocket), std::string::npos);
-}
-
-TEST_F(UndoTest, LeavesADaemonThatSomebodyStillUses) {
-  const std::string useFile = folder_.path("use");
-  const foundation::FileDescriptor user(::open(useFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  ASSERT_EQ(::flock(user.get(), LOCK_SH), 0);
-  auto program = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
-  ASSERT_TRUE(program);
-  EXPECT_TRUE(
-      undo({StartedDaemon{program->pid(), linux::startTimeOf(program->pid()).value_or(0), useFile, true}}).empty());
-  EXPECT_FALSE(program->waitFor(std::chrono::milliseconds(0)));
-  EXPECT_TRUE(std::filesystem::exists(useFile));
-}
-
-TEST_F(UndoTest, KeepsADaemonThatCannotBeSeen) {
-  const std::string useFile = folder_.path("use");
-  auto program = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
-  ASSERT_TRUE(program);
-  const StartedDaemon daemon{program->pid(), linux::startTimeOf(program->pid()).value_or(0), useFile, true};
-  std::ofstream(useFile) << daemon.pid << " " << daemon.startTime << " 1\n";
-  auto journal = Journal::create(folder_.path("vpnctl"));
-  ASSERT_TRUE(journal);
-  ASSERT_TRUE(journal->note(daemon));
-  {
-    const support::FewDescriptors one(1);
-    Undo(routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(*journal);
-  }
-  EXPECT_EQ(journal->entries(), std::vector<JournalEntry>{daemon});
-  ASSERT_EQ(complaints_.size(), 1U);
-  EXPECT_NE(complaints_[0].find("could not be ended: look at process"), std::string::npos);
-  EXPECT_FALSE(program->waitFor(std::chrono::milliseconds(0)));
-}
-
-TEST_F(UndoTest, EndsADaemonThatNobodyUses) {
-  const std::string useFile = folder_.path("use");
-  auto program = linux::ChildProcess::spawn({"/bin/sleep", "1000"}, {}, {});
-  ASSERT_TRUE(program);
-  const StartedDaemon daemon{program->pid(), linux::startTimeOf(program->pid()).value_or(0), useFile, true};
-  std::ofstream(useFile) << daemon.pid << " " << daemon.startTime << " 1\n";
-  EXPECT_TRUE(undo({daemon}).empty());
-  EXPECT_TRUE(program->waitFor(std::chrono::milliseconds(0)));
-  EXPECT_FALSE(std::filesystem::exists(useFile));
+  EXPECT_NE(complaints_[0].find("An IPSec association of a connection could not be taken back: "), std::string::npos);
 }
 
 }  // namespace

@@ -128,8 +128,6 @@ TEST_F(KeychainTest, ARoleStandsForThePrograms) {
   EXPECT_EQ(codeForService("S"), wire::errSecSuccess);
   ASSERT_EQ(add(attributes("L", "user", "T"), "secret", {"/foreign"}), wire::errSecSuccess);
   EXPECT_EQ(codeForService("T"), wire::errSecAuthFailed);
-  EXPECT_EQ(Keychain::defaultRoles().size(), 1U);
-  EXPECT_FALSE(Keychain::defaultRoles().at("/usr/sbin/racoon").empty());
 }
 
 TEST_F(KeychainTest, AnyAccountOfTheServiceThatTrustsThePeer) {

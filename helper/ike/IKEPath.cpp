@@ -1,0 +1,7 @@
+#include "helper/ike/IKEPath.h"
+
+namespace helper {
+
+const char *ikePath() { return VPNCTL_IKE_PATH; }
+
+}  // namespace helper
