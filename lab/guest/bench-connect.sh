@@ -4,7 +4,7 @@ bench_connect() {
   local run way host command stop after key value name ways
   case $protocol in
     pptp) ways=(vpnctl networkmanager by-hand by-hand-no-delay) ;;
-    l2tp) ways=(vpnctl networkmanager by-hand vpnctl-own-daemon) ;;
+    l2tp) ways=(vpnctl networkmanager by-hand) ;;
   esac
   for ((run = 0; run <= runs; run++)); do
     for way in "${ways[@]}"; do

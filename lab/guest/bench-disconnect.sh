@@ -1,5 +1,5 @@
-# How long until all is over: after SIGUSR1 until the tool has ended, after SIGKILL until everything else has, too. The tool
-# starts the IKE daemon itself, so that there is something more to take down. At that moment the machine is as it was found.
+# How long until all is over: after SIGUSR1 until the tool has ended, after SIGKILL until everything else has, too. At that moment
+# the machine is as it was found.
 
 bench_disconnect() {
   local run signal host command stop after key value name

@@ -6,7 +6,7 @@ way() {
   host=cli stop=15 after=()
   case $protocol-$1 in
     *-networkmanager) host=nm command=(nmcli connection up "$protocol") stop="nmcli connection down $protocol" ;;
-    *-vpnctl | l2tp-vpnctl-own-daemon) command=("$VPNCTL" -c "$CONFIG") stop=10 after=(--after "PPP Connected") ;;
+    *-vpnctl) command=("$VPNCTL" -c "$CONFIG") stop=10 after=(--after "PPP Connected") ;;
     pptp-by-hand) by_hand_pptp ;;
     pptp-by-hand-no-delay) by_hand_pptp connect-delay 0 ;;
     pptp-by-hand-same-mtu) by_hand_pptp mtu 1448 mru 1448 ;; # vpnctl's, so that only the data paths differ
@@ -36,17 +36,17 @@ BY_HAND_L2TP='
   trap ending TERM
   wait'
 
-# make_ready WAY: the IKE daemon of cli runs for everybody but the one who starts it himself.
+# make_ready WAY: the IKE daemon of cli runs for whoever needs it, and for nobody else.
 make_ready() {
   case $protocol-$1 in
     *-networkmanager | pptp-*) ;;
-    l2tp-vpnctl-own-daemon) ! running_now charon-cli || stop_charon cli ;;
+    l2tp-vpnctl) ! running_now charon-cli || stop_charon cli ;;
     l2tp-*) running_now charon-cli || prepare_by_hand_l2tp >/dev/null ;;
   esac
 }
 
 # Between two runs all ends are idle again.
-CLIENT_PROCESSES=(pppd pptp xl2tpd vpnctl-helper starter)
+CLIENT_PROCESSES=(pppd pptp xl2tpd vpnctl-helper vpnctl-ike starter)
 idle() {
   local end
   for end in cli nm; do

@@ -113,7 +113,7 @@ expect_l2tp_port() {
   within 10 l2tp_port_is "$1" "${2:-xl2tpd}" || fail "as the server last said, L2TP comes from port ${port:-none}"
 }
 l2tp_port_is() { # what a server says takes a moment until it is in its file
-  port=$(sed -n "s/.*Connection established to $CLIENT, \([0-9]*\)\..*/\1/p" "$logs/$2.err" | tail -n 1)
+  port=$(sed -n "s/.*Connection established to [0-9.]*, \([0-9]*\)\..*/\1/p" "$logs/$2.err" | tail -n 1)
   case $1 in
     own) [ "$port" = 1701 ] ;;
     other) [ -n "$port" ] && [ "$port" != 1701 ] ;;

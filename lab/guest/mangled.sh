@@ -3,10 +3,7 @@
 
 case $PROTOCOL in
   pptp) PEER=peer ALL_UP=("${UP[@]}") ;;
-  l2tp)
-    PEER=l2tp-peer ALL_UP=("${UP_L2TP[@]}")
-    start_charon cli # the system's, so that not each of them has to start one
-    ;;
+  l2tp) PEER=l2tp-peer ALL_UP=("${UP_L2TP[@]}") ;;
 esac
 
 # each COMMAND ROW...: a peer plays the rows in turn, each "MESSAGE HOW...|PATTERN"; COMMAND is what holds, and gets the pattern.

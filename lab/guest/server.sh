@@ -68,7 +68,7 @@ start_l2tp_peer() {
 }
 
 # The IPSec side of such a server, in the temper that these say: IKE_PROPOSALS, ESP_PROPOSALS, IKE_REKEY, ESP_REKEY (seconds),
-# SERVER_IDENTITY, SERVER_SECRET. From now on the server neither hears nor says L2TP in clear.
+# SERVER_IDENTITY, SERVER_SECRET, CLIENT_PORTS (A-B). From now on the server neither hears nor says L2TP in clear.
 start_ipsec_server() {
   start_charon "$SERVER_HOST"
   on "$SERVER_HOST" ip -batch - <<EOF
@@ -99,7 +99,7 @@ connections {
       l2tp {
         mode = transport
         local_ts = dynamic[udp/1701]
-        remote_ts = dynamic[udp]
+        remote_ts = dynamic[udp${CLIENT_PORTS:+/$CLIENT_PORTS}]
         esp_proposals = ${ESP_PROPOSALS:-aes256-sha256,aes128-sha1,3des-sha1}
         rekey_time = ${ESP_REKEY:-3600}s
         rand_time = 0s
@@ -144,6 +144,8 @@ start_server() {
   local name=$1 protocol=$2 port=$3
   [ "$SERVER_HOST" = srv ] || name+=-$SERVER_HOST
   shift 3
+  # What still serves a connection that has ended would be taken for a part of the host, and missed when it is gone.
+  within 20 no_process "$SERVER_HOST" pppd pptpctrl || fail "an earlier connection is still served on $SERVER_HOST"
   spawn "$name" "$SERVER_HOST" "$@"
   within 60 listens "$port" "$protocol" || fail "$name does not listen on $protocol port $port"
   baseline "$SERVER_HOST"

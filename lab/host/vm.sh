@@ -19,12 +19,13 @@ vm_boot() {
   # Software emulation, always: a /dev/kvm that exists may still hang for ever, and figures compare only if all are made alike.
   # no_timer_check: the kernel waits for its timer for so many turns, not so much time, and hangs for ever if a busy machine is late.
   # mitigations=off: nobody attacks this kernel, and what protects it costs a tenth of the time under emulation.
+  # norandmaps: what QEMU has translated of a program is used again only at the same address; starting one then costs a third.
   # slab_nomerge: what a connection is made of is counted for itself.
   # The host is shown read-only; multidevs=remap because its files may lie on several file systems.
   timeout --foreground --kill-after=5 "$vm_deadline" qemu-system-x86_64 -accel tcg,thread=multi -cpu max -m 2048 -smp 2 \
     -nodefaults -no-user-config -display none -no-reboot \
     -kernel "$cache/guest/vmlinuz" -initrd "$cache/guest/initramfs.gz" \
-    -append "console=ttyS1 quiet panic=-1 no_timer_check slab_nomerge mitigations=off main=$main" \
+    -append "console=ttyS1 quiet panic=-1 no_timer_check slab_nomerge mitigations=off norandmaps main=$main" \
     "$@" -serial "file:$out/kernel.log" \
     -fsdev local,id=host,path=/,security_model=none,readonly=on,multidevs=remap \
     -device virtio-9p-pci,fsdev=host,mount_tag=host \

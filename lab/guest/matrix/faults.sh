@@ -85,30 +85,21 @@ fault_helper_killed() {
 }
 # It is told before the tool copies the log.
 repairs_told() { grep -c "An earlier connection ended without tidying up" "$(root_of cli)/var/log/ppp.log" || true; }
-fault_charon_killed() {
-  kill_named cli charon
+fault_ike_killed() {
+  kill_named cli vpnctl-ike
   case $stage in
-    ike) expect_failed "The IKE daemon .* while it was needed" ;;
-    control) expect_failed "$WITHOUT_DAEMON" ;;
+    ike) expect_failed "The process that speaks IKE .* while it was needed" ;;
+    control) expect_failed "$WITHOUT_IKE" ;;
     terminating) expect_end_as_begun ;;
-    *) expect_hung_up 16 "$WITHOUT_DAEMON" ;;
+    *) expect_hung_up 16 "$WITHOUT_IKE" ;;
   esac
 }
-WITHOUT_DAEMON="The IKE daemon .*without it the IPSec association cannot be kept"
+WITHOUT_IKE="The process that speaks IKE .*without it the IPSec association cannot be kept"
 expect_failed() {
   expect_exit 0 60
   moment=
   expect_tunnel_failure "$1"
 }
-# What the system's daemon leaves when it is killed is not ours to take away; what was made in the kernel for us is.
-fault_system_charon_killed() {
-  fault_charon_killed
-  wait_end charon-cli
-  rm -f "$(root_of cli)"/run/charon.*
-  on cli ip rule del pref 220
-  on cli ip -6 rule del pref 220
-}
-
 # ---- The server and the wire
 
 fault_server_killed() {
@@ -168,7 +159,7 @@ fault_control_lost() {
   else
     drop_from_server "$L2TP_CONTROL"
     WIRE+=(dropped)
-    expect_hung_up 16 "The L2TP server $SERVER no longer answers"
+    expect_hung_up 16 "The (L2TP )?server $SERVER no longer answers" # IKE may find out first
   fi
 }
 

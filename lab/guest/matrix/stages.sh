@@ -11,7 +11,7 @@
 #   terminating     stopped by SIGUSR1, and the wire is silent, so that pppd waits for the server's goodbye
 
 # The machine's settings. Where the cell waits for us to find something out by ourselves, we find it out soon; everywhere else the
-# stage is to last. And what the IKE daemons compute is cheap.
+# stage is to last. And what is computed for IKE is cheap.
 settings() {
   local deadline=60 ike_deadline=60 echoes=10 control=30 mppe=service
   case $fault in
@@ -39,9 +39,6 @@ END
 prepare() {
   IKE_PROPOSALS=aes128-sha1-modp1024 ESP_PROPOSALS=aes128-sha1
   settings | put cli /etc/vpnctl/engine.conf
-  # What the server and the wire do is the same whoever started the IKE daemon of this machine. Here it is the system's; with all
-  # other faults there is none, and the helper starts one, which has to end as well.
-  case $protocol-$fault in l2tp-*-ended | l2tp-*-lost | l2tp-*-deleted | l2tp-server-* | l2tp-cable-*) start_charon cli ;; esac
   serve
   case $protocol-$stage in
     *-start) echo "nameserver $NOBODY" | put cli /etc/resolv.conf ;;
@@ -123,8 +120,6 @@ start_at_terminal() {
 }
 
 reach() {
-  [ "$fault" != system-charon-killed ] || start_charon cli
-  : >"$(root_of cli)/var/log/charon.log"
   asked=$(times_asked)
   start_at_terminal
   "reach_$stage"
@@ -140,7 +135,7 @@ reach_start() {
 has_process() { ! no_process cli "$1"; }
 reach_ike() {
   wait_status "Connecting PPP link"
-  within 60 grep -qs "to $NOBODY\[500\]" "$(root_of cli)/var/log/charon.log" || fail "no packet of IKE is sent"
+  within 60 has_process vpnctl-ike || fail "nobody speaks IKE"
 }
 reach_control() {
   case $fault in call-ended | tunnel-ended) return ;; esac # the peer does it by itself
@@ -164,13 +159,12 @@ reach_connected() {
   wait_status "PPP Connected"
   if [ "$round" = 1 ]; then expect_ping "$TUNNEL_SERVER"; fi
 }
+# The server asks for new keys, and hears no answer.
 reach_rekeying() {
-  local association
   reach_connected
   swallow udp dport 500
-  association=$(connections_of cli | sed -n 's/^list-sa event {\(vpnctl-[0-9a-f]*\) {.*/\1/p')
-  on cli swanctl --rekey --child "$association" >>"$logs/rekey.log" 2>&1 || fail "no new keys for ESP are asked for"
-  on cli swanctl --rekey --ike "$association" >>"$logs/rekey.log" 2>&1 || fail "no new keys for IKE are asked for"
+  on srv swanctl --rekey --child l2tp >>"$logs/rekey.log" 2>&1 || fail "no new keys for ESP are asked for"
+  on srv swanctl --rekey --ike l2tp >>"$logs/rekey.log" 2>&1 || fail "no new keys for IKE are asked for"
 }
 reach_terminating() {
   reach_connected
