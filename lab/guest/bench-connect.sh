@@ -1,7 +1,7 @@
 # How long until the link has its address, how long its end takes, and how much memory vpnctl needs meanwhile.
 
 bench_connect() {
-  local run way host command stop after key value name ways
+  local run way host command stop after key value name ways associated
   case $protocol in
     pptp) ways=(vpnctl networkmanager by-hand by-hand-no-delay) ;;
     l2tp) ways=(vpnctl networkmanager by-hand) ;;
@@ -11,8 +11,20 @@ bench_connect() {
       way "$way"
       make_ready "$way"
       attempt "$way" observe || continue
+      associated=
       while read -r key value name; do
         case $key in
+          association) associated=$value ;;
+          link)
+            figure "$way" link "$value"
+            [ -z "$associated" ] || figure "$way" associated "$associated" # the last one before; a later one is a rekeying
+            ;;
+          line)
+            case $name in
+              "Connecting PPP link") figure "$way" started "$value" ;;
+              "PPP Connected") figure "$way" connected "$value" ;;
+            esac
+            ;;
           address) figure "$way" seconds "$value" && echo "$protocol $way: $value s" ;;
           peak) figure "$way" "peak $name" "$value" ;;
           ended) figure "$way" ended "$name" ;;

@@ -84,6 +84,8 @@ def connect(figures):
         rows[-1] += [decimal(figures.ratio(other, "seconds", way)) for other, _ in goals]
         rows[-1] += [f"{figures.median(way, what):.2f}" for what in ("ended", "gone")]
     table(head, rows)
+    table([f"{figures.protocol}: what vpnctl's time is spent on", "median s"],
+          [[name, f"{seconds:.2f}"] for name, seconds in stages(figures)])
     for other, limit in goals:
         ratio = figures.ratio(other, "seconds")
         figures.judge(f"at most {limit} of {figures.name(other)}", ratio is not None and ratio <= limit, decimal(ratio))
@@ -91,6 +93,22 @@ def connect(figures):
         peaks = [max(values) for (way, what), values in figures.values.items() if what == "peak " + process]
         shown = f"{max(peaks) / 1024:.1f} MiB" if peaks else "not seen"
         figures.judge(f"peak memory of {process} at most 8 MiB", bool(peaks) and max(peaks) <= 8 * 1024, shown)
+
+
+def stages(figures):
+    """What vpnctl's time is spent on, in medians: (stage, seconds) in their order, until "PPP Connected"."""
+    moments = [("process", "started"), ("IKE", "associated"), ("tunnel", "link"), ("PPP", "seconds"),
+               ("routes and name servers", "connected")]
+    result = []
+    previous = None
+    for name, moment in moments:
+        values = figures.values.get(("vpnctl", moment))
+        if not values:
+            continue
+        durations = values if previous is None else [now - before for now, before in zip(values, previous)]
+        result.append((name, statistics.median(durations)))
+        previous = values
+    return result
 
 
 def disconnect(figures):
@@ -144,4 +162,5 @@ def main():
     return 0 if good and all(good) else 1
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

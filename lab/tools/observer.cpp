@@ -1,8 +1,11 @@
 // Starts a command and tells how long it takes until a link has an IPv4 address, and until all is over again:
 // observer LINK STOP [--after TEXT] COMMAND [ARGUMENT...]
 //
-// Prints, one per line:
-//   address SECONDS       from the start of the command to the kernel's word that LINK has an address
+// Prints, one per line, SECONDS from the start of the command:
+//   association SECONDS   the kernel's word of each IPSec association that comes
+//   link SECONDS          ... that LINK is there
+//   address SECONDS       ... that LINK has an address
+//   line SECONDS TEXT     with --after, each line that the command printed until then
 //   peak KIB NAME         for each process there is at that moment: the most memory it has had so far (VmHWM)
 // Then comes STOP, with --after only when the command has printed a line that is TEXT. If it is a number, the command
 // gets that signal; otherwise the command is waited for, and STOP is run in its turn (words between blanks). From
@@ -13,6 +16,7 @@
 // The command's own output goes to standard error. Status 0 only if each of the two halves happened within a minute.
 #include <fcntl.h>
 #include <linux/rtnetlink.h>
+#include <linux/xfrm.h>
 #include <net/if.h>
 #include <poll.h>
 #include <sys/syscall.h>
@@ -23,6 +27,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <set>
 #include <sstream>
@@ -85,17 +90,82 @@ static bool awaitEnd(Child &child, Clock::time_point deadline) {
   return true;
 }
 
-// Until the link has an address; false if the command ends before, or the time is over. A command that only orders the
-// link may end when it has one.
-static bool awaitAddress(lab::Netlink &netlink, const std::string &link, int command, Clock::time_point deadline) {
-  for (bool found = false; !found;) {
-    pollfd waits[] = {{netlink.fd(), POLLIN, 0}, {command, POLLIN, 0}};
-    if (poll(waits, 2, millisecondsLeft(deadline)) <= 0 || (waits[1].revents && !waits[0].revents)) return false;
-    netlink.receive([&](const nlmsghdr &head) {
-      const auto *address = static_cast<const ifaddrmsg *>(NLMSG_DATA(&head));
-      char name[IF_NAMESIZE];
-      found |= head.nlmsg_type == RTM_NEWADDR && if_indextoname(address->ifa_index, name) && link == name;
-    });
+// The whole lines that the command prints, each when it has come.
+class Lines {
+ public:
+  explicit Lines(int output) : m_output(output) {}
+
+  // Blocks until there is something; false at the end of the output.
+  bool read(const std::function<void(const std::string &)> &take) {
+    char buffer[1024];
+    const ssize_t got = ::read(m_output, buffer, sizeof buffer);
+    if (got <= 0) return false;
+    std::cerr.write(buffer, got).flush();
+    m_text.append(buffer, static_cast<size_t>(got));
+    for (size_t end; (end = m_text.find('\n')) != std::string::npos; m_text.erase(0, end + 1))
+      take(m_text.substr(0, end));
+    return true;
+  }
+
+ private:
+  int m_output;
+  std::string m_text;
+};
+
+// What is told of a connection that comes up.
+struct Arrival {
+  std::string link;
+  const char *text;  // the line after which the command counts it as complete; null: none
+  int command;       // readable when the command has ended
+  int output;        // of the command; only with a text
+  Clock::time_point began;
+};
+
+// Until the link has an address, and the text has come; false if the command ends before, or the time is over. A
+// command that only orders the link may end when it has one.
+static bool awaitConnection(lab::Netlink &links, lab::Netlink &associations, const Arrival &arrival,
+                            Clock::time_point deadline) {
+  Lines lines(arrival.output);
+  bool linked = false, addressed = false, complete = arrival.text == nullptr;
+  auto tell = [&arrival](const char *what, const std::string &more = {}) {
+    std::cout << what << " " << secondsSince(arrival.began) << more << "\n";
+  };
+  auto named = [&arrival](unsigned index) {
+    char name[IF_NAMESIZE];
+    return if_indextoname(index, name) && arrival.link == name;
+  };
+  while (!addressed || !complete) {
+    pollfd waits[] = {{links.fd(), POLLIN, 0},
+                      {associations.fd(), POLLIN, 0},
+                      {complete ? -1 : arrival.output, POLLIN, 0},
+                      {arrival.command, POLLIN, 0}};
+    if (poll(waits, 4, millisecondsLeft(deadline)) <= 0) return false;
+    if (waits[0].revents)
+      links.receive([&](const nlmsghdr &head) {
+        if (!linked && head.nlmsg_type == RTM_NEWLINK &&
+            named(static_cast<unsigned>(static_cast<const ifinfomsg *>(NLMSG_DATA(&head))->ifi_index))) {
+          linked = true;
+          tell("link");
+        }
+        if (!addressed && head.nlmsg_type == RTM_NEWADDR &&
+            named(static_cast<const ifaddrmsg *>(NLMSG_DATA(&head))->ifa_index)) {
+          addressed = true;
+          tell("address");
+        }
+      });
+    else if (waits[1].revents)
+      associations.receive([&](const nlmsghdr &head) {
+        if (head.nlmsg_type == XFRM_MSG_NEWSA || head.nlmsg_type == XFRM_MSG_UPDSA) tell("association");
+      });
+    else if (waits[2].revents) {
+      const bool more = lines.read([&](const std::string &line) {
+        if (complete) return;
+        tell("line", " " + line);
+        complete = line == arrival.text;
+      });
+      if (!more) return false;
+    } else if (waits[3].revents)
+      return false;
   }
   return true;
 }
@@ -131,25 +201,12 @@ static void printPeaks() {
   }
 }
 
-// Copies what the command prints until a line is the text, and goes on copying on a thread of its own, lest the command
-// find its pipe full. False if the output or the time ends before.
-static bool awaitLine(int output, const std::string &text, Clock::time_point deadline) {
-  std::string line;
-  auto copyLine = [output, &line] {
-    char byte = 0;
-    for (line.clear(); read(output, &byte, 1) == 1 && byte != '\n';) line += byte;
-    std::cerr << line << std::endl;
-    return byte == '\n';
-  };
-  while (ended(output, deadline) && copyLine())
-    if (line == text) {
-      std::thread([output] {
-        char buffer[1024];
-        for (ssize_t got; (got = read(output, buffer, sizeof buffer)) > 0;) std::cerr.write(buffer, got);
-      }).detach();
-      return true;
-    }
-  return false;
+// Goes on copying what the command prints, lest it find its pipe full.
+static void copyOn(int output) {
+  std::thread([output] {
+    char buffer[1024];
+    for (ssize_t got; (got = read(output, buffer, sizeof buffer)) > 0;) std::cerr.write(buffer, got);
+  }).detach();
 }
 
 // What the command has printed and nobody has read, for a look at why it did not do what was expected.
@@ -200,7 +257,8 @@ int main(int argc, char **argv) try {
   char **words = argv + (hasText ? 5 : 3);
   if (argc < 4 || *words == nullptr)
     throw std::runtime_error("usage: observer LINK STOP [--after TEXT] COMMAND [ARGUMENT...]");
-  lab::Netlink netlink(NETLINK_ROUTE, RTMGRP_IPV4_IFADDR);
+  lab::Netlink links(NETLINK_ROUTE, RTMGRP_LINK | RTMGRP_IPV4_IFADDR);
+  lab::Netlink associations(NETLINK_XFRM, 1U << (XFRMNLGRP_SA - 1));
   std::set<pid_t> before = processes();
   int output[2] = {-1, STDERR_FILENO};
   if (hasText && pipe2(output, O_CLOEXEC) != 0) throw std::runtime_error("cannot make a pipe");
@@ -208,10 +266,10 @@ int main(int argc, char **argv) try {
   auto deadline = began + std::chrono::minutes(1);
   Child command = start(words, output[1]);
   if (hasText) close(output[1]);
-  bool up = awaitAddress(netlink, argv[1], command.ended, deadline);
+  const Arrival arrival{argv[1], hasText ? argv[4] : nullptr, command.ended, output[0], began};
+  const bool up = awaitConnection(links, associations, arrival, deadline);
   if (up) {
-    std::cout << "address " << secondsSince(began) << "\n";
-    up = !hasText || awaitLine(output[0], argv[4], deadline);
+    if (hasText) copyOn(output[0]);
     printPeaks();
   }
   if (up && stop(command, argv[2], argv[1], before)) return 0;
