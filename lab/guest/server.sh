@@ -178,13 +178,17 @@ stop_ipsec_server() {
 }
 
 # kill_named HOST NAME...: SIGKILL to the processes of a host that bear these names.
-kill_named() {
+kill_named() { signal_named "$1" KILL "${@:2}"; }
+# signal_named HOST SIGNAL NAME...
+signal_named() {
   local host=$1
   shift
   # shellcheck disable=SC2016 # expanded on the host
-  on "$host" bash -c 'for p in /proc/[0-9]*; do
+  on "$host" bash -c 'signal=$1
+  shift
+  for p in /proc/[0-9]*; do
     read -r name <"$p/comm" || continue
-    for wanted in "$@"; do [ "$name" != "$wanted" ] || kill -KILL "${p#/proc/}"; done
+    for wanted in "$@"; do [ "$name" != "$wanted" ] || kill "-$signal" "${p#/proc/}"; done
   done' bash "$@"
 }
 no_ppp() { ! compgen -G "/proc/${HOST[$1]}/root/sys/class/net/ppp*" >/dev/null; }

@@ -94,6 +94,29 @@ fault_ike_killed() {
     *) expect_hung_up 16 "$WITHOUT_IKE" ;;
   esac
 }
+# One that hangs, and one that hardly gets to run: the link goes on, and ends at once when it is told to.
+fault_ike_stopped() {
+  signal_named cli STOP vpnctl-ike
+  expect_nothing_amiss
+}
+fault_ike_starved() {
+  local turn
+  for ((turn = 0; turn < 10; ++turn)); do
+    signal_named cli STOP vpnctl-ike
+    for _ in 1 2 3 4; do moment; done
+    signal_named cli CONT vpnctl-ike
+    moment
+  done
+  expect_nothing_amiss
+}
+expect_nothing_amiss() {
+  if [ "$stage" = terminating ]; then
+    expect_end_as_begun
+    return
+  fi
+  if [ "$stage" = connected ]; then expect_ping "$TUNNEL_SERVER"; fi
+  fault_SIGUSR1
+}
 WITHOUT_IKE="The process that speaks IKE .*without it the IPSec association cannot be kept"
 expect_failed() {
   expect_exit 0 60
