@@ -70,12 +70,12 @@ fault_pppd_killed() {
   fi
 }
 fault_helper_killed() {
+  local repairs
+  repairs=$(repairs_told)
   kill_named cli vpnctl-helper
   END=("Error: The VPN service is not there" "Unknown status" "Exit.")
   expect_end
-  say "the next run repairs what was left"
-  local repairs
-  repairs=$(repairs_told)
+  say "the next helper repairs what was left" # the one that this tool's last call started, or the next run's
   write_config ip=127.0.0.1
   start_vpnctl
   expect_exit 0
@@ -129,8 +129,7 @@ fault_server_killed() {
   kill_named srv "${SERVER_PROCESSES[@]}"
   case $protocol-$stage in
     pptp-control) expect_failed "The PPTP server $SERVER closed the control connection without an answer" ;;
-    pptp-authenticating) expect_hung_up 19 "The PPTP server $SERVER has closed the control connection" ;; # it may have meant that
-    pptp-*) expect_hung_up 16 "The PPTP server $SERVER has closed the control connection" ;;
+    pptp-*) expect_goodbye "The PPTP server $SERVER has closed the control connection" ;;
     *) expect_silence_noticed ;; # its kernel says only in clear that nobody is there any more, and that is not believed
   esac
 }
@@ -188,9 +187,10 @@ fault_control_lost() {
 
 # ---- What the server says
 
-# expect_goodbye PATTERN: the server says goodbye. Said while the account is checked, that is a refusal.
+# expect_goodbye PATTERN: the server says goodbye. Said while the account is checked, that may be a refusal; nobody has said so.
 expect_goodbye() {
-  if [ "$stage" = authenticating ]; then expect_hung_up 19 "$1"; else expect_hung_up 16 "$1"; fi
+  expect_hung_up 16 "$1"
+  if [ "$stage" = authenticating ]; then expect_sentence "while the account was checked"; fi
 }
 fault_call_ended() {
   case $protocol-$stage in
