@@ -1,4 +1,4 @@
-# Servers and IKE daemons by other hands: libreswan. Sourced by the scenarios that are about them.
+# Servers and IKE daemons by other hands: libreswan, SoftEther. Sourced by the scenarios that are about them.
 
 # start_pluto HOST SECRET: libreswan's daemon, with one secret for all its connections, ready for orders when this returns.
 start_pluto() {
@@ -63,5 +63,80 @@ leftupdown=%disabled
 ${PLUTO_OPTIONS:-pfs=no}
 EOF
   forget_pluto "$SERVER_HOST"
+  baseline "$SERVER_HOST"
+}
+
+# start_softether_server: SoftEther speaks all of IKE, ESP, L2TP and PPP itself, and gives addresses from its SecureNAT, whose own is
+# $TUNNEL_SERVER. It asks nobody outside for anything, and saves its configuration later than any scenario ends.
+start_softether_server() {
+  lay_over softether "$SERVER_HOST"
+  put "$SERVER_HOST" /var/lib/softether/vpn_server.config 600 <<EOF
+declare root
+{
+	declare DDnsClient
+	{
+		bool Disabled true
+	}
+	declare IPsec
+	{
+		string IPsec_Secret $SHARED_SECRET
+		string L2TP_DefaultHub LAB
+		bool L2TP_IPsec true
+	}
+	declare ListenerList
+	{
+		declare Listener0
+		{
+			bool Enabled true
+			uint Port 5555
+		}
+	}
+	declare ServerConfiguration
+	{
+		uint AutoSaveConfigSpan 3600
+		bool DisableIPv6Listener true
+		bool DisableNatTraversal true
+		bool UseKeepConnect false
+	}
+	declare VirtualHUB
+	{
+		declare LAB
+		{
+			bool Online true
+			declare SecureNAT
+			{
+				bool Disabled false
+				declare VirtualDhcpServer
+				{
+					bool DhcpEnabled true
+					string DhcpGatewayAddress $TUNNEL_SERVER
+					string DhcpLeaseIPStart $TUNNEL_CLIENT
+					string DhcpLeaseIPEnd ${TUNNEL_CLIENT%.*}.9
+					string DhcpSubnetMask 255.255.255.0
+				}
+				declare VirtualHost
+				{
+					string VirtualHostIp $TUNNEL_SERVER
+					string VirtualHostIpSubnetMask 255.255.255.0
+				}
+				declare VirtualRouter
+				{
+					bool NatEnabled false
+				}
+			}
+		}
+	}
+}
+EOF
+  mkdir -p "$(root_of "$SERVER_HOST")"/{run,var/log}/softether
+  # Before it listens it makes itself an RSA key, which takes as long as chance wants.
+  spawn softether "$SERVER_HOST" vpnserver execsvc
+  within 150 listens 5555 || fail "SoftEther does not listen"
+  put "$SERVER_HOST" /root/account 600 <<EOF
+UserCreate $USER_NAME /GROUP:none /REALNAME:none /NOTE:none
+UserPasswordSet $USER_NAME /PASSWORD:$PASSWORD
+EOF
+  on "$SERVER_HOST" vpncmd localhost:5555 /SERVER /ADMINHUB:LAB /IN:/root/account >"$logs/vpncmd.log" 2>&1 ||
+    fail "SoftEther does not take its account: $(tail -n 3 "$logs/vpncmd.log")"
   baseline "$SERVER_HOST"
 }
