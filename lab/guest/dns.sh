@@ -22,14 +22,6 @@ start_nameservers() {
   start_nameserver dns-inside srv "$BEHIND" "$INSIDE"
 }
 
-# lay_over KIND: the packages of that kind (tools/packages) are there on cli, as if installed.
-lay_over() {
-  local root=$cache/$1/root
-  [ -d "$root/usr" ] || fail "there are no packages of the kind $1"
-  on cli mount -t overlay -o "lowerdir=$root/usr:/usr" layer /usr
-  [ ! -d "$root/etc" ] || cp -a "$root/etc/." "$(root_of cli)/etc/"
-}
-
 # answers ADDRESS: a program on cli that asks for a name, one that was never asked for before, gets that answer.
 asked=0
 answers() {

@@ -68,15 +68,19 @@ start_l2tp_peer() {
 }
 
 # The IPSec side of such a server, in the temper that these say: IKE_PROPOSALS, ESP_PROPOSALS, IKE_REKEY, ESP_REKEY (seconds),
-# SERVER_IDENTITY, SERVER_SECRET, CLIENT_PORTS (A-B). From now on the server neither hears nor says L2TP in clear.
+# SERVER_IDENTITY, SERVER_SECRET, CLIENT_PORTS (A-B).
 start_ipsec_server() {
   start_charon "$SERVER_HOST"
+  refuse_clear_l2tp
+  load_ipsec_server
+  baseline "$SERVER_HOST"
+}
+# From now on the server neither hears nor says L2TP in clear, whoever protects it.
+refuse_clear_l2tp() {
   on "$SERVER_HOST" ip -batch - <<EOF
 xfrm policy add dir in proto udp dport 1701 action block priority 4000000000
 xfrm policy add dir out proto udp sport 1701 action block priority 4000000000
 EOF
-  load_ipsec_server
-  baseline "$SERVER_HOST"
 }
 load_ipsec_server() {
   load_ipsec "$SERVER_HOST" <<EOF
