@@ -263,9 +263,12 @@ void Initiator::replacePair() {
 }
 
 void Initiator::refuse(const Failure &failure) {
-  // Servers say no to one flow, and then nothing to the other, or end the association.
+  // Servers say no to one flow, and then nothing to the other, or end the association. Some refuse what was proposed
+  // for the one, and do not know the other.
   const bool isMute = failure.suspicion.notification == 0 && failure.suspicion.reason != Reason::notInstalled;
-  const Failure &told = refusedFlow_ && isMute ? *refusedFlow_ : failure;
+  const bool meantTheProposal =
+      refusedFlow_ && refusedFlow_->suspicion.reason == Reason::noProposal && failure.suspicion.reason == Reason::flow;
+  const Failure &told = refusedFlow_ && (isMute || meantTheProposal) ? *refusedFlow_ : failure;
   const Suspicion &suspicion = told.suspicion;
   end(Refused{told.stage, suspicion.reason, suspicion.notification, suspicion.detail, told.certificateRequested});
 }

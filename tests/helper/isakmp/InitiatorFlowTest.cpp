@@ -104,6 +104,18 @@ TEST(InitiatorFlow, ARefusalCountsMoreThanTheEndAfterIt) {
   EXPECT_EQ(conversation.last<Refused>().reason, Reason::flow);
 }
 
+// A server may bind a client to the port that it heard of first, and then know no other.
+TEST(InitiatorFlow, ARefusedProposalCountsMoreThanThePortAfterIt) {
+  TestServerOptions options = serverThatProtects({kUsual});
+  options.refusesESP = true;
+  Conversation conversation(planOfTwo(), options);
+  conversation.start();
+  EXPECT_EQ(conversation.count<NeedSPI>(), 2U);
+  ASSERT_EQ(conversation.count<Refused>(), 1U);
+  EXPECT_EQ(conversation.last<Refused>().reason, Reason::noProposal);
+  EXPECT_EQ(conversation.last<Refused>().notification, notify::kNoProposalChosen);
+}
+
 TEST(InitiatorFlow, WhatTheKernelDoesNotTakeIsTold) {
   Conversation conversation(planOfTwo(), serverThatProtects({kOther}));
   conversation.kernelAnswers = false;

@@ -264,9 +264,10 @@ std::optional<Bytes> TestServer::quickMode(const Header &header, View message) {
   const auto opened = openSealed(header, message, association->cipher(), association->keys().encryption, quick.iv);
   if (!opened) return std::nullopt;
   quick.messageID = header.messageID;
-  if (first && !protects(opened->chain)) {
+  if (const bool mayProtect = protects(opened->chain); first && (!mayProtect || options_.refusesESP)) {
     quick.lastMessage = copyOf(message);
-    quick.lastAnswer = association->tell(random_, Notification{kProtocolESP, notify::kInvalidID, {}, {}});
+    const std::uint16_t reason = mayProtect ? notify::kNoProposalChosen : notify::kInvalidID;
+    quick.lastAnswer = association->tell(random_, Notification{kProtocolESP, reason, {}, {}});
     return quick.lastAnswer;
   }
   const std::optional<PayloadWriter> answer = first ? quickAnswer(*association, quick, opened->chain) : std::nullopt;

@@ -38,6 +38,7 @@ struct TestServerOptions {
   bool acceptsAnything = false;  // chooses the first transform, whatever it is
   // Of the client; others are refused. Empty: any.
   std::vector<std::uint16_t> protectedPorts;
+  bool refusesESP = false;  // whatever is proposed
   // Payloads of a message before they are hashed and sent.
   std::function<void(Message, PayloadList &)> edit = [](Message, PayloadList &) {};
   bool wrongHash = false;  // from now on
