@@ -186,7 +186,10 @@ bool IKEAssociation::readSecret() {
 }
 
 bool IKEAssociation::orderStart() {
-  const Status ordered = child_->order(IKEStart{plan(), *secret_}, socket_.descriptor.get());
+  IKEStart start{plan(), *secret_};
+  // It has the server forget what else it has with this address: another link's associations, or an IKE daemon's.
+  start.plan.initialContact = !table_->hasOthers(local_, remote_, reqid_);
+  const Status ordered = child_->order(std::move(start), socket_.descriptor.get());
   if (ordered) return true;
   closeChild();
   fail(DeviceCause::protocolError, "No IPSec association is possible: " + ordered.error().message + ".");

@@ -54,14 +54,20 @@ int dump(nl_sock *socket, int type, Taker taker) {
   return code;
 }
 
-std::vector<xfrm_usersa_info> statesOf(nl_sock *socket, std::uint32_t reqid, int &code) {
+template <class Condition>
+std::vector<xfrm_usersa_info> statesThat(nl_sock *socket, int &code, Condition isMeant) {
   std::vector<xfrm_usersa_info> states;
   code = dump(socket, XFRM_MSG_GETSA, [&](nlmsghdr *header) {
     if (nlmsg_datalen(header) < static_cast<int>(sizeof(xfrm_usersa_info))) return;
     const auto *state = static_cast<const xfrm_usersa_info *>(nlmsg_data(header));
-    if (state->reqid == reqid) states.push_back(*state);
+    if (isMeant(*state)) states.push_back(*state);
   });
   return states;
+}
+
+std::vector<xfrm_usersa_info> statesOf(nl_sock *socket, std::uint32_t reqid, int &code) {
+  return statesThat(
+      socket, code, [&](const xfrm_usersa_info &state) { return state.reqid == reqid; });
 }
 
 xfrm_usersa_id idOf(const xfrm_usersa_info &state) {
@@ -116,6 +122,16 @@ Status NetlinkXfrmTable::remove(std::uint32_t reqid) {
   }
   if (failure < 0) return netlinkError(failure, "remove what IPSec left in the kernel");
   return {};
+}
+
+bool NetlinkXfrmTable::hasOthers(in_addr local, in_addr remote, std::uint32_t reqid) {
+  int code = 0;
+  const auto others = statesThat(socket_, code, [&](const xfrm_usersa_info &state) {
+    if (state.family != AF_INET || state.reqid == reqid) return false;
+    const bool goesOut = state.saddr.a4 == local.s_addr && state.id.daddr.a4 == remote.s_addr;
+    return goesOut || (state.saddr.a4 == remote.s_addr && state.id.daddr.a4 == local.s_addr);
+  });
+  return !others.empty();
 }
 
 bool NetlinkXfrmTable::knowsESP() {

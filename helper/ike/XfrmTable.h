@@ -1,8 +1,10 @@
-// The kernel's IPSec states, as far as one association goes: away with them.
+// The kernel's IPSec states, as far as one association goes: away with them, and whether there are others beside it.
 //
 // Thread rule: the thread of the event loop. The kernel answers at once.
 
 #pragma once
+
+#include <netinet/in.h>
 
 #include <cstdint>
 #include <memory>
@@ -18,6 +20,9 @@ class XfrmTable {
   virtual ~XfrmTable() = default;
   // Removes every state of REQID, also those that wait for an association that never comes.
   virtual foundation::Status remove(std::uint32_t reqid) = 0;
+  // Whether there is any between these two of another number: somebody else's here, who has the same server. False also
+  // when the kernel does not say.
+  virtual bool hasOthers(in_addr local, in_addr remote, std::uint32_t reqid) = 0;
   // Whether the kernel can do ESP; made sure of by trying, which may load modules.
   virtual bool knowsESP() = 0;
 };
@@ -33,6 +38,7 @@ class NetlinkXfrmTable : public XfrmTable {
   ~NetlinkXfrmTable() override;
 
   foundation::Status remove(std::uint32_t reqid) override;
+  bool hasOthers(in_addr local, in_addr remote, std::uint32_t reqid) override;
   bool knowsESP() override;
 
  private:

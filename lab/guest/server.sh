@@ -67,7 +67,7 @@ start_l2tp_peer() {
   start_server l2tp-peer udp 1701 /usr/bin/python3 -S -B "$lab/guest/l2tp_peer.py" "$SERVER" "$@"
 }
 
-# The IPSec side of such a server, in the temper that these say: IKE_PROPOSALS, ESP_PROPOSALS, IKE_REKEY, ESP_REKEY (seconds),
+# The IPSec side of such a server, in the temper that these say: IKE_PROPOSALS, ESP_PROPOSALS, IKE_REKEY, ESP_REKEY, ESP_LIFE (seconds),
 # SERVER_IDENTITY, SERVER_SECRET, CLIENT_PORTS (A-B).
 start_ipsec_server() {
   start_charon "$SERVER_HOST"
@@ -106,6 +106,7 @@ connections {
         remote_ts = dynamic[udp${CLIENT_PORTS:+/$CLIENT_PORTS}]
         esp_proposals = ${ESP_PROPOSALS:-aes256-sha256,aes128-sha1,3des-sha1}
         rekey_time = ${ESP_REKEY:-3600}s
+        life_time = ${ESP_LIFE:-$((${ESP_REKEY:-3600} * 11 / 10))}s
         rand_time = 0s
       }
     }

@@ -71,6 +71,7 @@ struct FakeKernel {
   int removed = 0;
   Status removes;
   bool esp = true;
+  bool others = false;
 };
 
 class FakeTable : public XfrmTable {
@@ -80,6 +81,7 @@ class FakeTable : public XfrmTable {
     ++kernel_.removed;
     return kernel_.removes;
   }
+  bool hasOthers(in_addr, in_addr, std::uint32_t) override { return kernel_.others; }
   bool knowsESP() override { return kernel_.esp; }
 
  private:

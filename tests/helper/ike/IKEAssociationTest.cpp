@@ -33,6 +33,17 @@ TEST_F(IKEAssociationTest, NegotiatesForTheVerySocket) {
   EXPECT_EQ(states_.installed.size(), 2U);
 }
 
+TEST_F(IKEAssociationTest, HasTheServerForgetWhatNobodyUses) {
+  start();
+  EXPECT_TRUE(child_.starts.at(0).plan.initialContact);
+}
+
+TEST_F(IKEAssociationTest, LeavesOthersTheirAssociationsWithTheServer) {
+  kernel_.others = true;
+  start();
+  EXPECT_FALSE(child_.starts.at(0).plan.initialContact);
+}
+
 TEST_F(IKEAssociationTest, GuardsBothSocketsAndTellsWhichIsProtected) {
   other_ = udp();
   start();

@@ -72,6 +72,20 @@ std::string withSPI(std::uint32_t spi) {
   return state("127.0.0.2", "127.0.0.1", "get") + " spi " + std::to_string(spi);
 }
 
+TEST_F(XfrmTableTest, KnowsWhetherOthersHaveTheSameServer) {
+  inNetwork([&](XfrmTable &table) {
+    const in_addr local = address("127.0.0.1"), server = address("127.0.0.2"), third = address("127.0.0.3");
+    EXPECT_FALSE(table.hasOthers(local, server, kReqid));
+    const auto own = NetlinkESPStates::open(kReqid);
+    ASSERT_TRUE(own && (*own)->allocate(server, local));
+    EXPECT_FALSE(table.hasOthers(local, server, kReqid));
+    EXPECT_TRUE(table.hasOthers(local, server, kReqid + 1)) << "what comes in";
+    EXPECT_TRUE(table.hasOthers(server, local, kReqid + 1)) << "what goes out";
+    EXPECT_FALSE(table.hasOthers(local, third, kReqid + 1));
+    EXPECT_FALSE(table.hasOthers(third, server, kReqid + 1));
+  });
+}
+
 TEST_F(XfrmTableTest, RemovesWhatESPStatesHasBegun) {
   inNetwork([&](XfrmTable &table) {
     const auto states = NetlinkESPStates::open(kReqid);
