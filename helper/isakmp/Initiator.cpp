@@ -1,5 +1,7 @@
 #include "helper/isakmp/Initiator.h"
 
+#include <utility>
+
 namespace helper::isakmp {
 
 namespace {
@@ -208,7 +210,10 @@ void Initiator::phaseOneStands(const std::shared_ptr<Association> &association) 
 void Initiator::phaseOneFailed(const Failure &failure) {
   if (!session_.up) return refuse(failure);
   // The one before still holds; it is tried again.
-  if (phaseOnes_.newest()) return;
+  if (const auto association = phaseOnes_.newest()) {
+    if (!std::exchange(wantsPair_, false)) return;
+    return quickModes_.begin(association);
+  }
   lose(serverLeaves_, failure.suspicion.reason, failure.suspicion.detail);
 }
 
@@ -224,6 +229,7 @@ void Initiator::phaseOneGone(const std::shared_ptr<Association> &association) {
     return refuse({Stage::association, {Reason::otherwise, 0, "the server ended the association", true}, false});
   if (!quickModes_.hasPair()) return lose(serverLeaves_, Reason::otherwise, "the association is over");
   // What it does with packets now nobody knows.
+  quickModes_.doubtPairs();
   wantsPair_ = true;
   phaseOnes_.begin();
 }
@@ -257,7 +263,9 @@ void Initiator::allPairsGone(bool byServer) {
 }
 
 void Initiator::replacePair() {
-  if (const auto association = phaseOnes_.newest()) return quickModes_.begin(association);
+  const auto association = phaseOnes_.newest();
+  // What is agreed on under an association that is being replaced may end with it.
+  if (association && !phaseOnes_.isUnderWay()) return quickModes_.begin(association);
   wantsPair_ = true;
   phaseOnes_.begin();
 }

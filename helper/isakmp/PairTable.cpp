@@ -11,10 +11,8 @@ std::vector<PairID> PairTable::ids() const {
 }
 
 void PairTable::add(Pair pair, const std::vector<PairID> &replaced, Instant retireAt) {
-  for (Pair &old : pairs_) {
-    old.rekeyAt.reset();
+  for (Pair &old : pairs_)
     if (!old.retireAt && std::find(replaced.begin(), replaced.end(), old.id) != replaced.end()) old.retireAt = retireAt;
-  }
   pairs_.push_back(pair);
 }
 

@@ -14,7 +14,7 @@ struct Pair {
   PairID id = 0;
   std::uint32_t inboundSPI = 0;
   std::uint32_t outboundSPI = 0;
-  std::optional<Instant> rekeyAt;   // the newest only
+  std::optional<Instant> rekeyAt;   // counts for the newest only
   std::optional<Instant> retireAt;  // once replaced
   Instant expires{};
 
@@ -36,6 +36,8 @@ class PairTable {
   // When the next one is to be replaced, and when it is tried again if that fails.
   std::optional<Instant> rekeyAt() const { return pairs_.empty() ? std::nullopt : pairs_.back().rekeyAt; }
   void setRekeyAt(std::optional<Instant> when);
+  // Whether the newest is one that was replaced, by one that is gone.
+  bool newestRetires() const { return !pairs_.empty() && pairs_.back().retireAt; }
   std::optional<Instant> nextEnd() const;
   std::optional<PairID> ended(Instant now) const;
 

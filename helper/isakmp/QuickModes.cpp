@@ -8,6 +8,8 @@ namespace {
 
 // Of the server's at once: each costs an SPI and a state.
 constexpr std::ptrdiff_t kMostOfServer = 4;
+// For our last message to arrive, and the server to tell its kernel.
+constexpr std::chrono::milliseconds kServersTurn{500};
 
 Bytes bytesOf(std::uint32_t spi) {
   Bytes bytes;
@@ -169,9 +171,11 @@ void QuickModes::installed(PairID pair, Direction direction) {
     exchange.stepEnds.reset();
     return exchange.retransmission.start(session_.now, session_.plan.timing, exchange.reply);
   }
-  if (!exchange.ours->serverWantsUsToWait()) return installOutbound(exchange);
+  const bool asksForIt = exchange.ours->serverWantsUsToWait();
+  // What is sent under keys that the server does not know yet is lost; the old ones still serve.
+  if (!asksForIt && (pairs_.empty() || pairsInDoubt_)) return installOutbound(exchange);
   exchange.step = Step::waiting;
-  exchange.stepEnds = session_.now + session_.plan.timing.connectedWait;
+  exchange.stepEnds = session_.now + (asksForIt ? session_.plan.timing.connectedWait : kServersTurn);
 }
 
 void QuickModes::connected(const std::shared_ptr<Association> &association) {
@@ -185,6 +189,7 @@ void QuickModes::stand(Exchange &exchange) {
   quickMode.forgetSecrets();
   exchange.step = Step::done;
   exchange.stepEnds = session_.now + session_.plan.timing.answerMemory;
+  pairsInDoubt_ = false;
   pairs_.add(Pair{quickMode.pair(), quickMode.inboundSPI(), quickMode.outboundSPI(),
                   session_.now + timeToRekey(quickMode.lifetime(), session_.random), std::nullopt,
                   session_.now + quickMode.lifetime()},
@@ -264,7 +269,13 @@ void QuickModes::removePair(PairID id, bool tell, bool byServer) {
   if (tell && lastAssociation_)
     session_.send(lastAssociation_->tell(session_.random, Deletion{kProtocolESP, {bytesOf(pair->inboundSPI)}}));
   session_.tell(RemoveStates{pair->id, pair->inboundSPI, pair->outboundSPI});
-  if (pairs_.empty()) handlers_.allGone(byServer);
+  // The old keys serve no longer; and who deletes them knows the new ones.
+  if (byServer)
+    for (const auto &exchange : exchanges_)
+      if (exchange->step == Step::waiting) installOutbound(*exchange);
+  if (pairs_.empty()) return handlers_.allGone(byServer);
+  // What is left will be gone, too, and nobody has been going to replace it.
+  if (pairs_.newestRetires() && !isUnderWay()) handlers_.rekey();
 }
 
 void QuickModes::tryAgainLater() { pairs_.setRekeyAt(session_.now + session_.plan.timing.rekeyRetry); }

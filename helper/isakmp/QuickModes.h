@@ -47,6 +47,8 @@ class QuickModes {
   void deleted(std::uint32_t spi);
   // What was being negotiated under it is over.
   void associationGone(const std::shared_ptr<Association> &association);
+  // The server may have ended the pairs that stand, without a word: the next one is used at once.
+  void doubtPairs() { pairsInDoubt_ = true; }
 
   void allocated(PairID pair, std::uint32_t spi);
   void installed(PairID pair, Direction direction);
@@ -65,7 +67,7 @@ class QuickModes {
     spi,       // the SPI is to come
     sent,      // our message has gone out
     inbound,   // the inbound state is being installed
-    waiting,   // for the server's word that it is ready
+    waiting,   // until the server is ready for the new keys
     outbound,  // the outbound state is being installed
     done
   };
@@ -110,6 +112,7 @@ class QuickModes {
   Handlers handlers_;
   std::vector<std::unique_ptr<Exchange>> exchanges_;
   PairTable pairs_;
+  bool pairsInDoubt_ = false;
   PairID lastPair_ = 0;
   std::optional<std::uint16_t> flowLocalPort_;
   bool hasChangedFlow_ = false;

@@ -43,6 +43,98 @@ TEST(InitiatorRekey, ReplacesAPairBeforeItEnds) {
   EXPECT_EQ(conversation.states().size(), 2U);
 }
 
+Plan planOfShortPairs() {
+  Plan plan = usualPlan();
+  plan.espLifetime = seconds(1000);
+  plan.ikeLifetime = seconds(86400);
+  plan.deadPeerDelay = seconds(0);
+  return plan;
+}
+
+// The outbound state of a new pair, once it is in the kernel, is what packets go out by.
+void passUntilItIsBeingReplaced(Conversation &conversation) {
+  while (conversation.count<NeedSPI>() < 2 && conversation.isUp()) conversation.pass(milliseconds(50));
+  ASSERT_EQ(pairsOf(conversation.states()), (std::vector<PairID>{1, 1, 2}));
+  ASSERT_EQ(conversation.states().back().direction, Direction::inbound);
+}
+
+TEST(InitiatorRekey, SendsUnderNewKeysOnceTheServerHasHadTimeToKnowThem) {
+  Conversation conversation(planOfShortPairs());
+  up(conversation);
+  passUntilItIsBeingReplaced(conversation);
+  conversation.pass(milliseconds(400));
+  EXPECT_EQ(pairsOf(conversation.states()), (std::vector<PairID>{1, 1, 2}));
+  EXPECT_EQ(conversation.count<Replaced>(), 0U);
+  conversation.pass(milliseconds(100));
+  EXPECT_EQ(pairsOf(conversation.states()), (std::vector<PairID>{1, 1, 2, 2}));
+  EXPECT_EQ(conversation.count<Replaced>(), 1U);
+}
+
+TEST(InitiatorRekey, SendsUnderNewKeysAtOnceWhenTheServerDeletesTheOld) {
+  Conversation conversation(planOfShortPairs());
+  up(conversation);
+  passUntilItIsBeingReplaced(conversation);
+  conversation.deliver(conversation.server.tell(Deletion{kProtocolESP, {{0xc1, 0, 0, 1}}}));
+  EXPECT_EQ(pairsOf(conversation.states()), (std::vector<PairID>{2, 2}));
+  EXPECT_EQ(conversation.count<Replaced>(), 1U);
+  EXPECT_EQ(conversation.count<NeedSPI>(), 2U);
+}
+
+TEST(InitiatorRekey, ReplacesAnewWhatTheServerDeletes) {
+  Conversation conversation(planOfShortPairs());
+  up(conversation);
+  passUntilItIsBeingReplaced(conversation);
+  conversation.pass(seconds(1));
+  ASSERT_EQ(conversation.count<Replaced>(), 1U);
+  // The old pair is still there, and nobody was going to replace it any more.
+  conversation.deliver(conversation.server.tell(Deletion{kProtocolESP, {{0xc1, 0, 0, 2}}}));
+  EXPECT_EQ(conversation.count<NeedSPI>(), 3U);
+  conversation.pass(seconds(1));
+  EXPECT_EQ(conversation.count<Replaced>(), 2U);
+  EXPECT_EQ(pairsOf(conversation.states()), (std::vector<PairID>{1, 1, 3, 3}));
+}
+
+// Servers end what was agreed on under the old association together with it.
+TEST(InitiatorRekey, ReplacesNoPairUnderAnAssociationThatIsBeingReplaced) {
+  Plan plan = planOfShortPairs();
+  plan.ikeLifetime = seconds(900);
+  Conversation conversation(plan);
+  up(conversation);
+  const Cookies first = conversation.server.cookies();
+  const std::size_t before = conversation.toServer.size();
+  bool reaches = false;
+  conversation.passes = [&](bool, std::size_t) { return reaches; };
+  // Main mode is repeated from here on.
+  while (conversation.toServer.size() == before && conversation.isUp()) conversation.pass(milliseconds(50));
+  conversation.deliver(conversation.server.tell(Deletion{kProtocolESP, {{0xc1, 0, 0, 1}}}));
+  EXPECT_EQ(conversation.count<NeedSPI>(), 1U);
+  reaches = true;
+  conversation.pass(seconds(5));
+  EXPECT_NE(conversation.server.cookies(), first);
+  EXPECT_EQ(conversation.count<Replaced>(), 1U);
+  EXPECT_EQ(pairsOf(conversation.states()), (std::vector<PairID>{2, 2}));
+}
+
+TEST(InitiatorRekey, ReplacesAPairUnderTheOldAssociationWhenNoNewOneComes) {
+  Plan plan = planOfShortPairs();
+  plan.ikeLifetime = seconds(900);
+  Conversation conversation(plan);
+  up(conversation);
+  const Cookies first = conversation.server.cookies();
+  const std::size_t before = conversation.toServer.size();
+  bool mainModeReaches = false;
+  conversation.passes = [&](bool toServer, std::size_t) {
+    return mainModeReaches || !toServer || conversation.toServer.back()[18] != 2;  // the exchange's type
+  };
+  while (conversation.toServer.size() == before && conversation.isUp()) conversation.pass(milliseconds(50));
+  conversation.pass(seconds(1));
+  conversation.deliver(conversation.server.tell(Deletion{kProtocolESP, {{0xc1, 0, 0, 1}}}));
+  EXPECT_EQ(conversation.count<NeedSPI>(), 1U);
+  while (conversation.count<NeedSPI>() == 1 && conversation.isUp()) conversation.pass(seconds(1));
+  EXPECT_EQ(conversation.count<Replaced>(), 1U) << conversation.drops();
+  EXPECT_EQ(conversation.server.cookies(), first);
+}
+
 TEST(InitiatorRekey, ReplacesPhaseOneBeforeItEnds) {
   Plan plan = usualPlan();
   plan.ikeLifetime = seconds(1000);

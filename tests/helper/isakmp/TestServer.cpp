@@ -264,10 +264,9 @@ std::optional<Bytes> TestServer::quickMode(const Header &header, View message) {
   const auto opened = openSealed(header, message, association->cipher(), association->keys().encryption, quick.iv);
   if (!opened) return std::nullopt;
   quick.messageID = header.messageID;
-  if (const bool mayProtect = protects(opened->chain); first && (!mayProtect || options_.refusesESP)) {
+  if (const auto reason = first ? refusalOfQuickMode(opened->chain) : std::nullopt) {
     quick.lastMessage = copyOf(message);
-    const std::uint16_t reason = mayProtect ? notify::kNoProposalChosen : notify::kInvalidID;
-    quick.lastAnswer = association->tell(random_, Notification{kProtocolESP, reason, {}, {}});
+    quick.lastAnswer = association->tell(random_, Notification{kProtocolESP, *reason, {}, {}});
     return quick.lastAnswer;
   }
   const std::optional<PayloadWriter> answer = first ? quickAnswer(*association, quick, opened->chain) : std::nullopt;
@@ -288,9 +287,11 @@ std::optional<Bytes> TestServer::quickMode(const Header &header, View message) {
   return quick.lastAnswer;
 }
 
-bool TestServer::protects(const PayloadChain &chain) const {
+std::optional<std::uint16_t> TestServer::refusalOfQuickMode(const PayloadChain &chain) const {
   const auto client = decodeIdentification(*chain.find(identification));
-  return options_.protectedPorts.empty() || std::ranges::count(options_.protectedPorts, client->port) > 0;
+  if (!options_.protectedPorts.empty() && std::ranges::count(options_.protectedPorts, client->port) == 0)
+    return notify::kInvalidID;
+  return options_.refusesESP ? std::optional(notify::kNoProposalChosen) : std::nullopt;
 }
 
 // The payloads after the hash.

@@ -104,7 +104,8 @@ class TestServer {
   Bytes half(const PayloadChain &chain);
   std::optional<Bytes> proof(const Header &header, View message);
   std::optional<Bytes> quickMode(const Header &header, View message);
-  bool protects(const PayloadChain &chain) const;
+  // The notification with which it says no to the first message, if it does.
+  std::optional<std::uint16_t> refusalOfQuickMode(const PayloadChain &chain) const;
   std::optional<PayloadWriter> quickAnswer(const Association &association, Quick &quick, const PayloadChain &chain);
   void quickLast(const Association &association, Quick &quick, const PayloadChain &chain);
   std::optional<Bytes> informational(const Header &header, View message);
