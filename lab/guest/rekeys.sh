@@ -1,15 +1,15 @@
 # New keys for IKE and for the packets while much is sent both ways. Sourced by l2tp-rekey and its sisters, which say before who makes
 # them: REKEYED_BY is server, client, or both, and then at the same moment. How many seconds keys live, and for how many it is looked
-# at, stands in the scenario's file "lifetime" (default "16 38"): copy the folder elsewhere for a long run, with a "deadline" of its own.
+# at, stands in the scenario's file "lifetime" (default "24 58"): copy the folder elsewhere for a long run, with a "deadline" of its own.
 #
 # What must arrive is everything, except what the server's kernel throws away, which counts it (/proc/net/xfrm_stat):
-# - The server takes packets under new keys when it has heard our last message of the exchange and told its kernel; we send under them
-#   as soon as that message is on its way. What comes between has an SPI that waits for its keys (XfrmAcquireError). Where the server
-#   makes the keys it has installed them before it says so, and nothing of the kind happens.
+# - The server takes packets under new keys when it has heard our last message of the exchange and told its kernel, for which we give
+#   it half a second. One that is slower gets packets of an SPI that waits for its keys (XfrmAcquireError). Where the server makes
+#   the keys it has installed them before it says so, and nothing of the kind happens.
 # - On a machine that is given no processor for a moment packets overtake others by more than the window of ESP (XfrmInStateSeqError).
 # The client throws nothing away. IKE's keys are not made anew at the same moment as the packets': charon then forgets the one for the
 # other, and its pair ends before there is a new one.
-read -r lifetime seconds < <(cat "$folder/lifetime" 2>/dev/null || echo "16 38")
+read -r lifetime seconds < <(cat "$folder/lifetime" 2>/dev/null || echo "24 58")
 ike_lifetime=$((lifetime + 4))
 # The client makes them anew after three quarters; the server is told that time itself.
 renewed_after=$((lifetime * 3 / 4)) ike_renewed_after=$((ike_lifetime * 3 / 4))
