@@ -41,14 +41,6 @@ Bytes crypt(CipherAlgorithm cipher, const foundation::Secret &key, View iv, View
 
 }  // namespace
 
-std::size_t keySize(CipherAlgorithm cipher) {
-  return static_cast<std::size_t>(EVP_CIPHER_get_key_length(cipherOf(cipher)));
-}
-
-std::size_t blockSize(CipherAlgorithm cipher) {
-  return static_cast<std::size_t>(EVP_CIPHER_get_block_size(cipherOf(cipher)));
-}
-
 Bytes encrypt(CipherAlgorithm cipher, const foundation::Secret &key, View iv, View text) {
   return crypt(cipher, key, iv, text, true);
 }

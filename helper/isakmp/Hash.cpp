@@ -26,8 +26,6 @@ const EVP_MD *digestOf(HashAlgorithm algorithm) {
   throw std::logic_error("no such hash");
 }
 
-std::size_t hashSize(HashAlgorithm algorithm) { return static_cast<std::size_t>(EVP_MD_get_size(digestOf(algorithm))); }
-
 Bytes hashOf(HashAlgorithm algorithm, std::initializer_list<View> parts) {
   const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
   Bytes result(hashSize(algorithm));

@@ -8,16 +8,13 @@
 #include <initializer_list>
 
 #include "foundation/Secret.h"
+#include "helper/isakmp/Algorithms.h"
 #include "helper/isakmp/Bytes.h"
 
 struct evp_md_st;
 
 namespace helper::isakmp {
 
-// The numbers are those of phase 1's attribute.
-enum class HashAlgorithm : std::uint16_t { md5 = 1, sha1 = 2, sha256 = 4, sha384 = 5, sha512 = 6 };
-
-std::size_t hashSize(HashAlgorithm algorithm);
 // How OpenSSL calls it.
 const evp_md_st *digestOf(HashAlgorithm algorithm);
 

@@ -8,20 +8,11 @@
 
 #include "foundation/Result.h"
 #include "foundation/Secret.h"
+#include "helper/isakmp/Algorithms.h"
 #include "helper/isakmp/Bytes.h"
 #include "helper/isakmp/Randomness.h"
 
 namespace helper::isakmp {
-
-enum class Group : std::uint16_t {
-  modp1024 = 2,
-  modp1536 = 5,
-  modp2048 = 14,
-  modp3072 = 15,
-  modp4096 = 16,
-  ecp256 = 19,
-  ecp384 = 20
-};
 
 // Bytes of a public value: a number filled up to the group's size, or both coordinates of a point.
 std::size_t publicSize(Group group);

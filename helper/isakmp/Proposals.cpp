@@ -93,22 +93,6 @@ std::string ESPProposal::text() const {
   return nameOf(kCiphers, cipher) + "-" + nameOf(kHashes, integrity) + (group ? "-" + nameOf(kGroups, *group) : "");
 }
 
-std::size_t checkSize(HashAlgorithm integrity) {
-  switch (integrity) {
-    case HashAlgorithm::md5:
-    case HashAlgorithm::sha1:
-      return 96;
-    // RFC 4868. An earlier draft had 96 for the first, which some servers and kernels still take.
-    case HashAlgorithm::sha256:
-      return 128;
-    case HashAlgorithm::sha384:
-      return 192;
-    case HashAlgorithm::sha512:
-      return 256;
-  }
-  throw std::logic_error("no such hash");
-}
-
 foundation::Result<std::vector<IKEProposal>> parseIKEProposals(const std::vector<std::string> &texts) {
   if (texts.size() > kMost) return foundation::Error{"ISAKMP", 0, "too many proposals"};
   std::vector<IKEProposal> proposals;

@@ -10,9 +10,7 @@
 #include <vector>
 
 #include "foundation/Result.h"
-#include "helper/isakmp/Cipher.h"
-#include "helper/isakmp/Hash.h"
-#include "helper/isakmp/KeyExchange.h"
+#include "helper/isakmp/Algorithms.h"
 
 namespace helper::isakmp {
 
@@ -33,9 +31,6 @@ struct ESPProposal {
   std::string text() const;
   bool operator==(const ESPProposal &) const = default;
 };
-
-// In bits: how much of its hash a packet bears.
-std::size_t checkSize(HashAlgorithm integrity);
 
 // The best first. An error names the text and the algorithm that is unknown or too many.
 foundation::Result<std::vector<IKEProposal>> parseIKEProposals(const std::vector<std::string> &texts);

@@ -12,7 +12,7 @@ import subprocess
 import sys
 import time
 
-OURS = ("vpnctl", "vpnctl-helper")
+OURS = ("vpnctl", "vpnctl-helper", "vpnctl-ike")
 # Caches of the kernel that hold what connections are made of; the rest of the slabs is in one sum.
 CACHES = ("net_namespace", "xfrm_state", "xfrm_dst_cache", "ip_dst_cache", "sock_inode_cache", "PING", "RAW", "UDP", "TCP", "UNIX",
           "UNIX-STREAM", "task_struct", "pid", "pid_2", "filp", "files_cache", "mnt_cache", "nsproxy", "signal_cache")

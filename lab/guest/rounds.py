@@ -12,7 +12,7 @@ import subprocess
 import sys
 import time
 
-OURS = ("vpnctl", "vpnctl-helper", "pppd")
+OURS = ("vpnctl", "vpnctl-helper", "vpnctl-ike", "pppd")
 DEADLINE = 90  # seconds, for a whole connection
 
 
