@@ -409,15 +409,10 @@ void IKEAssociation::forget() {
   noted_ = false;
 }
 
-std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, const std::string &program,
+std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, std::shared_ptr<IKESpare> spare,
                                                      const std::string &secretName,
                                                      IPSecAssociation::Handlers handlers) {
-  const auto speaker = [event = context.event,
-                        program](IKESpeaker::Handlers told) -> Result<std::unique_ptr<IKESpeaker>> {
-    auto process = IKEProcess::start(event, program, std::move(told));
-    if (!process) return process.error();
-    return std::unique_ptr<IKESpeaker>(std::move(*process));
-  };
+  const auto speaker = [spare = std::move(spare)](IKESpeaker::Handlers told) { return spare->take(std::move(told)); };
   const auto states = [](std::uint32_t reqid) -> Result<std::unique_ptr<ESPStates>> {
     auto opened = NetlinkESPStates::open(reqid);
     if (!opened) return opened.error();

@@ -22,6 +22,7 @@
 #include "helper/ike/IKEProcess.h"
 #include "helper/ike/IKEProposals.h"
 #include "helper/ike/IKESocket.h"
+#include "helper/ike/IKESpare.h"
 #include "helper/ike/IPSecAssociation.h"
 #include "helper/ike/XfrmTable.h"
 #include "helper/journal/IPSecJournal.h"
@@ -137,8 +138,8 @@ class IKEAssociation : public IPSecAssociation {
   linux::EventSource deadline_;
 };
 
-// PROGRAM is vpnctl-ike. SECRET_NAME: the keychain's item. Not started.
-std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, const std::string &program,
+// SECRET_NAME: the keychain's item. Not started.
+std::unique_ptr<IPSecAssociation> makeIKEAssociation(const IKEContext &context, std::shared_ptr<IKESpare> spare,
                                                      const std::string &secretName,
                                                      IPSecAssociation::Handlers handlers);
 

@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "foundation/FileDescriptor.h"
 #include "helper/common/Peer.h"
@@ -49,6 +50,8 @@ class IKEProcess : public IKESpeaker {
   IKEProcess &operator=(const IKEProcess &) = delete;
   ~IKEProcess() override;
 
+  // From now on these are told instead.
+  void setHandlers(Handlers handlers) { handlers_ = std::move(handlers); }
   pid_t pid() const override { return process_->pid(); }
   foundation::Result<Peer> peer() const override;
   foundation::Status order(const IKEOrder &order, int socket) override;

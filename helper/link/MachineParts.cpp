@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "helper/link/TunnelKinds.h"
 #include "helper/network/NameResolution.h"
 #include "helper/ppp/PPPEnding.h"
 #include "helper/ppp/PPPOptions.h"
@@ -41,6 +40,7 @@ Status MachineParts::open() {
   routes_.emplace(*routing_, *journal_, plan_.routes);
   nameServers_.emplace(event_, *journal_, paths_.resolver, plan_.domains,
                        [this](const std::string &sentence) { log_.write(sentence); });
+  makeTunnel_ = tunnelKind(plan_.kind).prepare({event_, secrets_, log_, *journal_}, plan_);
   return {};
 }
 
@@ -68,7 +68,7 @@ std::shared_ptr<void> MachineParts::findServer(AddressHandler handler) {
 }
 
 std::unique_ptr<Tunnel> MachineParts::makeTunnel(in_addr server, Tunnel::Handlers handlers) {
-  return tunnelKind(plan_.kind).make({event_, secrets_, log_, *journal_}, plan_, server, std::move(handlers));
+  return makeTunnel_(server, std::move(handlers));
 }
 
 foundation::Result<std::shared_ptr<void>> MachineParts::watchNetwork(in_addr server, NetworkWatch::Handlers handlers) {
@@ -85,6 +85,7 @@ bool MachineParts::kernelHasMPPE() const { return helper::kernelHasMPPE(); }
 
 void MachineParts::takeBack() {
   if (!journal_) return;
+  makeTunnel_ = nullptr;
   // A resolvconf that still runs must not come after its record has been taken back.
   nameServers_.reset();
   Undo(*routing_, [this](const std::string &sentence) { log_.write(sentence); }).takeBack(*journal_);

@@ -15,6 +15,7 @@
 #include "helper/journal/Journal.h"
 #include "helper/link/LinkParts.h"
 #include "helper/link/LinkPlan.h"
+#include "helper/link/TunnelKinds.h"
 #include "helper/network/ResolverConfiguration.h"
 #include "helper/network/Routing.h"
 #include "helper/ppp/PPPDaemon.h"
@@ -64,6 +65,7 @@ class MachineParts : public LinkParts {
   std::optional<Journal> journal_;
   std::optional<JournalledRoutes> routes_;
   std::optional<ResolverConfiguration> nameServers_;
+  TunnelFactory makeTunnel_;
 };
 
 }  // namespace helper

@@ -20,24 +20,28 @@ sockaddr_in addressOf(in_addr server, std::uint16_t port) {
   return address;
 }
 
-std::unique_ptr<Tunnel> makePPTP(const TunnelContext &context, const LinkPlan &plan, in_addr server,
-                                 Tunnel::Handlers handlers) {
-  return std::make_unique<PPTPTunnel>(context.event, addressOf(server, PPTPTunnel::kPort), plan.pptp,
-                                      std::make_unique<KernelPPTPDataPath>(), std::move(handlers));
+TunnelFactory preparePPTP(const TunnelContext &context, const LinkPlan &plan) {
+  return [context, &plan](in_addr server, Tunnel::Handlers handlers) {
+    return std::make_unique<PPTPTunnel>(context.event, addressOf(server, PPTPTunnel::kPort), plan.pptp,
+                                        std::make_unique<KernelPPTPDataPath>(), std::move(handlers));
+  };
 }
 
-std::unique_ptr<Tunnel> makeL2TP(const TunnelContext &context, const LinkPlan &plan, in_addr server,
-                                 Tunnel::Handlers handlers) {
-  const IKEContext ike{context.event, context.secrets, plan.secretUse, context.log, context.journal, plan.ike};
+TunnelFactory prepareL2TP(const TunnelContext &context, const LinkPlan &plan) {
   L2TPTunnel::AssociationFactory makeAssociation;
-  if (!plan.sharedSecretItem.empty())
-    makeAssociation = [ike, item = plan.sharedSecretItem](IPSecAssociation::Handlers associationHandlers) {
-      return makeIKEAssociation(ike, ikePath(), item, std::move(associationHandlers));
+  if (!plan.sharedSecretItem.empty()) {
+    const IKEContext ike{context.event, context.secrets, plan.secretUse, context.log, context.journal, plan.ike};
+    makeAssociation = [ike, spare = std::make_shared<IKESpare>(context.event, ikePath()),
+                       item = plan.sharedSecretItem](IPSecAssociation::Handlers handlers) {
+      return makeIKEAssociation(ike, spare, item, std::move(handlers));
     };
-  return std::make_unique<L2TPTunnel>(context.event, addressOf(server, L2TPSocket::kPort), plan.l2tp, context.log,
-                                      L2TPTunnel::Parts{.makeAssociation = std::move(makeAssociation),
-                                                        .dataPath = std::make_unique<KernelL2TPDataPath>()},
-                                      std::move(handlers));
+  }
+  return [context, &plan, makeAssociation](in_addr server, Tunnel::Handlers handlers) {
+    return std::make_unique<L2TPTunnel>(
+        context.event, addressOf(server, L2TPSocket::kPort), plan.l2tp, context.log,
+        L2TPTunnel::Parts{.makeAssociation = makeAssociation, .dataPath = std::make_unique<KernelL2TPDataPath>()},
+        std::move(handlers));
+  };
 }
 
 constexpr std::array kRows{
@@ -51,7 +55,7 @@ constexpr std::array kRows{
             "without PPTP pass-through) blocks GRE, IP protocol 47; let it through.",
         .deadline = [](const LinkPlan &plan) { return plan.pptp.deadline; },
         .deadPeerDelay = [](const LinkPlan &plan) { return plan.pptp.deadPeerDelay; },
-        .make = makePPTP},
+        .prepare = preparePPTP},
     TunnelKindRow{
         .kind = TunnelKind::l2tp,
         .name = "L2TP",
@@ -64,7 +68,7 @@ constexpr std::array kRows{
         // From one port and from another.
         .deadline = [](const LinkPlan &plan) { return 2 * (plan.ike.deadline + plan.l2tp.deadline); },
         .deadPeerDelay = [](const LinkPlan &plan) { return plan.l2tp.deadPeerDelay; },
-        .make = makeL2TP},
+        .prepare = prepareL2TP},
 };
 
 }  // namespace

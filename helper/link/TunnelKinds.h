@@ -6,6 +6,7 @@
 #include <systemd/sd-event.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -25,6 +26,9 @@ struct TunnelContext {
   IPSecJournal &journal;
 };
 
+// Makes a tunnel to that server, not started.
+using TunnelFactory = std::function<std::unique_ptr<Tunnel>(in_addr server, Tunnel::Handlers handlers)>;
+
 struct TunnelKindRow {
   TunnelKind kind;
   const char *name;  // the service interface's SubType
@@ -36,9 +40,8 @@ struct TunnelKindRow {
   std::chrono::milliseconds (*deadline)(const LinkPlan &plan);
   // Of silence before the server is asked whether it lives.
   std::chrono::seconds (*deadPeerDelay)(const LinkPlan &plan);
-  // A tunnel to SERVER, not started. PLAN outlives it.
-  std::unique_ptr<Tunnel> (*make)(const TunnelContext &context, const LinkPlan &plan, in_addr server,
-                                  Tunnel::Handlers handlers);
+  // Begins what takes time and needs no server yet; ends it again with the factory. PLAN outlives it and its tunnels.
+  TunnelFactory (*prepare)(const TunnelContext &context, const LinkPlan &plan);
 };
 
 const TunnelKindRow &tunnelKind(TunnelKind kind);

@@ -9,9 +9,11 @@
 #include <array>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 
 #include "helper/ike/IKEProcess.h"
 #include "helper/ike/IKESocket.h"
+#include "helper/ike/IKESpare.h"
 #include "tests/helper/isakmp/TestServer.h"
 #include "tests/support/LoopFixture.h"
 #include "tests/support/TemporaryFolder.h"
@@ -97,18 +99,21 @@ class IKEProcessTest : public support::LoopFixture {
     }
   }
 
+  IKESpeaker::Handlers handlers() {
+    return {.report = [this](const IKEReport &report) { reported(report); },
+            .ended =
+                [this](const Status &how) {
+                  ++ended_;
+                  if (!how) error_ = how.error().message;
+                }};
+  }
   void start(const std::string &program = VPNCTL_IKE) {
-    auto started = IKEProcess::start(event_, program,
-                                     {.report = [this](const IKEReport &report) { reported(report); },
-                                      .ended =
-                                          [this](const Status &how) {
-                                            ++ended_;
-                                            if (!how) error_ = how.error().message;
-                                          }});
+    auto started = IKEProcess::start(event_, program, handlers());
     ASSERT_TRUE(started) << started.error().message;
     process_ = std::move(*started);
   }
-  void orderStart() {
+  void orderStart() { orderStart(*process_); }
+  void orderStart(IKESpeaker &speaker) {
     IKEStart start;
     start.plan.local = {127, 0, 0, 1};
     start.plan.localPort = socket_.port;
@@ -118,15 +123,16 @@ class IKEProcessTest : public support::LoopFixture {
     start.plan.ike = isakmp::parseIKEProposals({"aes256-sha1-ecp256"}).value();
     start.plan.esp = isakmp::parseESPProposals({"aes256-sha1"}).value();
     start.presharedKey = Secret("secret");
-    ASSERT_TRUE(process_->order(start, socket_.descriptor.get()));
+    speaker_ = &speaker;
+    ASSERT_TRUE(speaker.order(start, socket_.descriptor.get()));
   }
 
   void reported(const IKEReport &report) {
     reports_.push_back(report);
     if (const auto *need = std::get_if<isakmp::NeedSPI>(&report))
-      EXPECT_TRUE(process_->order(IKEAllocated{need->pair, 0xc0000001}, -1));
+      EXPECT_TRUE(speaker_->order(IKEAllocated{need->pair, 0xc0000001}, -1));
     if (const auto *state = std::get_if<isakmp::InstallState>(&report))
-      EXPECT_TRUE(process_->order(IKEInstalled{state->pair, state->direction}, -1));
+      EXPECT_TRUE(speaker_->order(IKEInstalled{state->pair, state->direction}, -1));
     if (destroyAt_ && destroyAt_ == report.index()) process_.reset();
   }
   template <class Report>
@@ -157,6 +163,7 @@ class IKEProcessTest : public support::LoopFixture {
   int ended_ = 0;
   std::string error_;
   std::unique_ptr<IKEProcess> process_;
+  IKESpeaker *speaker_ = nullptr;
 };
 
 TEST_F(IKEProcessTest, BringsUpAPairAndTakesItsLeave) {
@@ -234,6 +241,57 @@ TEST_F(IKEProcessTest, WhatIsNoReportEndsIt) {
   EXPECT_EQ(error_, "a record of an impossible size");
   process_.reset();
   EXPECT_EQ(ended_, 1);
+}
+
+// Of this process.
+std::vector<pid_t> childrenThatRun(const std::string &program) {
+  std::vector<pid_t> found;
+  const std::string self = std::to_string(::getpid());
+  std::istringstream children(support::contentsOf("/proc/" + self + "/task/" + self + "/children").value_or(""));
+  for (pid_t child = 0; children >> child;)
+    if (const auto peer = Peer::ofChild(child); peer && peer->runs(program)) found.push_back(child);
+  return found;
+}
+
+TEST_F(IKEProcessTest, TheSpareIsTheOneThatIsTaken) {
+  IKESpare spare(event_, VPNCTL_IKE);
+  const auto waiting = childrenThatRun(VPNCTL_IKE);
+  ASSERT_EQ(waiting.size(), 1U);
+  auto taken = spare.take(handlers());
+  ASSERT_TRUE(taken);
+  EXPECT_EQ((*taken)->pid(), waiting[0]);
+  ASSERT_NO_FATAL_FAILURE(orderStart(**taken));
+  ASSERT_TRUE(runUntil([&] { return ended_ > 0 || count<isakmp::Established>() > 0; }));
+  EXPECT_EQ(ended_, 0);
+  auto another = spare.take({.report = [](const IKEReport &) {}, .ended = [](const Status &) {}});
+  ASSERT_TRUE(another);
+  EXPECT_NE((*another)->pid(), waiting[0]);
+}
+
+TEST_F(IKEProcessTest, ASpareThatHasDiedIsReplaced) {
+  IKESpare spare(event_, VPNCTL_IKE);
+  const auto waiting = childrenThatRun(VPNCTL_IKE);
+  ASSERT_EQ(waiting.size(), 1U);
+  ::kill(waiting[0], SIGKILL);
+  ASSERT_TRUE(runUntil([&] { return ::kill(waiting[0], 0) < 0; })) << "nobody has taken notice of its end";
+  auto taken = spare.take(handlers());
+  ASSERT_TRUE(taken);
+  EXPECT_NE((*taken)->pid(), waiting[0]);
+  ASSERT_NO_FATAL_FAILURE(orderStart(**taken));
+  ASSERT_TRUE(runUntil([&] { return ended_ > 0 || count<isakmp::Established>() > 0; }));
+  EXPECT_EQ(ended_, 0);
+}
+
+TEST_F(IKEProcessTest, ASpareEndsWithItsOwner) {
+  { const IKESpare spare(event_, VPNCTL_IKE); }
+  EXPECT_TRUE(childrenThatRun(VPNCTL_IKE).empty());
+}
+
+TEST_F(IKEProcessTest, ASpareThatCannotStartSaysSoWhenItIsNeeded) {
+  IKESpare spare(event_, "/nowhere/vpnctl-ike");
+  const auto taken = spare.take(handlers());
+  ASSERT_FALSE(taken);
+  EXPECT_NE(taken.error().message.find("/nowhere/vpnctl-ike"), std::string::npos) << taken.error().message;
 }
 
 }  // namespace
