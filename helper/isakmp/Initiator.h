@@ -14,6 +14,7 @@
 
 #pragma once
 
+#include "foundation/RateLimit.h"
 #include "helper/isakmp/DeadPeerDetection.h"
 #include "helper/isakmp/Outputs.h"
 #include "helper/isakmp/PhaseOnes.h"
@@ -68,8 +69,8 @@ class Initiator {
   QuickModes quickModes_;
   DeadPeerDetection deadPeer_;
   // Forgeries use up the first only, so that the server is still heard among them.
-  RateLimit unsignedLimit_;
-  RateLimit signedLimit_;
+  foundation::RateLimit unsignedLimit_;
+  foundation::RateLimit signedLimit_;
   std::optional<Instant> keepAlive_;
   bool started_ = false;
   bool wantsPair_ = true;      // as soon as phase 1 stands

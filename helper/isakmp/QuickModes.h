@@ -9,10 +9,10 @@
 
 #include <functional>
 
+#include "foundation/RateLimit.h"
 #include "helper/isakmp/PairTable.h"
 #include "helper/isakmp/QuickModeInitiator.h"
 #include "helper/isakmp/QuickModeResponder.h"
-#include "helper/isakmp/RateLimit.h"
 #include "helper/isakmp/Session.h"
 
 namespace helper::isakmp {
@@ -40,7 +40,8 @@ class QuickModes {
   bool isUnderWay() const;
   bool hasPair() const { return !pairs_.empty(); }
 
-  void receive(const std::shared_ptr<Association> &association, const Header &header, View datagram, RateLimit &limit);
+  void receive(const std::shared_ptr<Association> &association, const Header &header, View datagram,
+               foundation::RateLimit &limit);
   // What the server says under its key.
   void refused(const std::shared_ptr<Association> &association, const Notification &notification);
   void connected(const std::shared_ptr<Association> &association);
@@ -95,7 +96,7 @@ class QuickModes {
   void chooseFlow(const Association &association);
   Place find(PairID pair);
   void receiveOffer(const std::shared_ptr<Association> &association, const Header &header, View datagram,
-                    RateLimit &limit);
+                    foundation::RateLimit &limit);
   void receiveAnswer(Exchange &exchange, const Header &header, View datagram);
   void receiveLast(Exchange &exchange, const Header &header, View datagram);
   void installInbound(Exchange &exchange);

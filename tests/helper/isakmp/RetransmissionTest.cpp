@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "foundation/RateLimit.h"
 #include "helper/isakmp/DeadPeerDetection.h"
-#include "helper/isakmp/RateLimit.h"
 #include "helper/isakmp/Retransmission.h"
 
 namespace helper::isakmp {
@@ -47,7 +47,7 @@ TEST(LastAnswer, IsForItsMessageAndNotForEver) {
 }
 
 TEST(RateLimit, AllowsABurstAndThenSoManyPerSecond) {
-  RateLimit limit(5, 10);
+  foundation::RateLimit limit(5, 10);
   const auto allowed = [&](Instant now) {
     int count = 0;
     while (limit.allows(now)) ++count;

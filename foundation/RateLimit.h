@@ -5,13 +5,15 @@
 #pragma once
 
 #include <algorithm>
+#include <chrono>
 
-#include "helper/isakmp/Plan.h"
-
-namespace helper::isakmp {
+namespace foundation {
 
 class RateLimit {
  public:
+  // Its caller says how late it is, counted from wherever, never backwards.
+  using Instant = std::chrono::milliseconds;
+
   RateLimit(int burst, int perSecond) : burst_(burst), interval_(std::chrono::milliseconds(1000) / perSecond) {}
 
   // Whether once more, at NOW, is within the limit; if it is, it counts.
@@ -33,4 +35,4 @@ class RateLimit {
   Instant full_{};
 };
 
-}  // namespace helper::isakmp
+}  // namespace foundation
