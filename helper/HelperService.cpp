@@ -8,6 +8,7 @@
 #include "foundation/UUID.h"
 #include "helper/common/Peer.h"
 #include "helper/common/SecretUse.h"
+#include "linux/SystemJournal.h"
 #include "wire/HelperInterface.h"
 #include "wire/StatusCodes.h"
 
@@ -26,6 +27,30 @@ namespace {
 int malformed(sd_bus_message *message, const foundation::Error &why) {
   return sd_bus_reply_method_errorf(message, SD_BUS_ERROR_INVALID_ARGS, "The arguments cannot be used: %s",
                                     why.message.c_str());
+}
+
+int replyWithCode(sd_bus_message *message, std::int32_t code) {
+  linux::BusMessage reply;
+  int result = sd_bus_message_new_method_return(message, linux::Out(reply));
+  if (result >= 0) result = wire::append(reply.get(), wire::Code{code});
+  return result < 0 ? result : sd_bus_send(nullptr, reply.get(), nullptr);
+}
+
+std::int32_t codeOf(Authority::Verdict verdict) {
+  switch (verdict) {
+    case Authority::Verdict::granted:
+      return wire::errSecSuccess;
+    case Authority::Verdict::denied:
+      return wire::errAuthorizationDenied;
+    case Authority::Verdict::dismissed:
+      return wire::errAuthorizationCanceled;
+    case Authority::Verdict::nobodyToAsk:
+    case Authority::Verdict::interactionWanted:
+      return wire::errAuthorizationInteractionNotAllowed;
+    case Authority::Verdict::unavailable:
+      break;
+  }
+  return wire::errAuthorizationInternal;
 }
 
 wire::LinkStatusReply replyOf(const LinkStatus &status) {
@@ -53,6 +78,8 @@ int HelperService::handle(sd_bus_message *message, void *service, sd_bus_error *
 
 template <auto method>
 int HelperService::answer(sd_bus_message *message) {
+  if (!authorized_)
+    return sd_bus_reply_method_errorf(message, SD_BUS_ERROR_ACCESS_DENIED, "Nothing is answered before Authorize.");
   typename Method<decltype(method)>::Call call;
   int result = wire::read(message, &call);
   if (result < 0) return malformed(message, errnoError(-result, sd_bus_message_get_member(message)));
@@ -71,9 +98,10 @@ constexpr sd_bus_vtable HelperService::entry(const char *member) {
                        handle<&HelperService::answer<method>>, SD_BUS_VTABLE_UNPRIVILEGED);
 }
 
-// Whoever holds the other end of the socket has been given the right to everything here.
 const sd_bus_vtable HelperService::kMethods[] = {
     SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD(wire::kAuthorize, wire::Authorize::kSignature, wire::Code::kSignature,
+                  handle<&HelperService::authorize>, SD_BUS_VTABLE_UNPRIVILEGED),
     entry<&HelperService::readPreferences>(wire::kReadPreferences),
     entry<&HelperService::commitPreferences>(wire::kCommitPreferences),
     entry<&HelperService::applyPreferences>(wire::kApplyPreferences),
@@ -87,18 +115,25 @@ const sd_bus_vtable HelperService::kMethods[] = {
     SD_BUS_VTABLE_END};
 
 HelperService::HelperService(sd_event *event, PreferencesStore &preferences, Keychain &keychain, LinkFactory links,
-                             PPPLog &log, std::chrono::milliseconds endDeadline)
+                             Users users, PPPLog &log, std::chrono::milliseconds endDeadline)
     : event_(event),
       preferences_(preferences),
       keychain_(keychain),
       links_(std::move(links)),
       log_(log),
+      users_(std::move(users)),
       endDeadline_(endDeadline) {}
 
 Status HelperService::serve(FileDescriptor socket) {
   const auto user = Peer::userOf(socket.get());
   if (!user) return user.error();
   user_ = *user;
+  authorized_ = user_ == 0;
+  // Who asks must be there to be asked about, and must not become somebody else meanwhile.
+  if (auto peer = Peer::ofSocket(socket.get()))
+    peer_.emplace(std::move(*peer));
+  else if (!authorized_)
+    return peer.error();
   sd_id128_t identifier = {};
   int result = sd_id128_randomize(&identifier);
   if (result >= 0) result = sd_bus_new(linux::Out(bus_));
@@ -116,7 +151,7 @@ Status HelperService::serve(FileDescriptor socket) {
         sd_bus_match_signal(bus_.get(), nullptr, nullptr, "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                             "Disconnected", handle<&HelperService::peerIsGone>, this);
   }
-  if (result >= 0) result = sd_bus_add_filter(bus_.get(), nullptr, handle<&HelperService::refuseDeafPeer>, this);
+  if (result >= 0) result = sd_bus_add_filter(bus_.get(), nullptr, handle<&HelperService::guard>, this);
   if (result >= 0) result = sd_bus_start(bus_.get());
   if (result >= 0) result = sd_bus_attach_event(bus_.get(), event_, SD_EVENT_PRIORITY_NORMAL);
   if (result < 0) return errnoError(-result, "serve the tool");
@@ -129,6 +164,29 @@ Status HelperService::serve(FileDescriptor socket) {
     return errnoError(error.code().value(), "serve the tool");
   }
   return {};
+}
+
+// ---- Authorization
+
+int HelperService::authorize(sd_bus_message *message) {
+  wire::Authorize call;
+  if (const int result = wire::read(message, &call); result < 0)
+    return malformed(message, errnoError(-result, wire::kAuthorize));
+  if (authorized_) return replyWithCode(message, wire::errSecSuccess);
+  if (question_) return replyWithCode(message, wire::errAuthorizationDenied);
+  question_.reset(sd_bus_message_ref(message));
+  users_.authority.ask(*peer_, (call.flags & wire::kInteractionAllowed) != 0,
+                       [this](const Authority::Answer &answer) { authorized(answer); });
+  return 1;
+}
+
+void HelperService::authorized(const Authority::Answer &answer) {
+  authorized_ = answer.verdict == Authority::Verdict::granted;
+  if (!authorized_) log_.write(answer.sentence);
+  linux::tellJournal(answer.sentence,
+                     {{"VPNCTL_USER", std::to_string(user_)}, {"VPNCTL_PROCESS", std::to_string(peer_->pid())}});
+  replyWithCode(question_.get(), codeOf(answer.verdict));
+  question_.reset();
 }
 
 // ---- Preferences
@@ -189,6 +247,10 @@ std::int32_t HelperService::start(const LinkRequest &request, bool linger) {
   }
   const auto preferences = preferences_.readValueWith(request.serviceID);
   if (!preferences) return preferences.error().code;
+  if (const Status place = takePlace(); !place) {
+    log_.write("The connection cannot be started: " + place.error().message);
+    return wire::kSCStatusAccessError;
+  }
   auto link = links_(*preferences, request, [this](const LinkStatus &status) { linkChanged(status); });
   if (!link) {
     log_.write("The connection cannot be started: " + link.error().message);
@@ -199,6 +261,15 @@ std::int32_t HelperService::start(const LinkRequest &request, bool linger) {
   linger_ = linger;
   link_->start();
   return wire::kSCStatusOK;
+}
+
+Status HelperService::takePlace() {
+  place_.reset();
+  if (user_ == 0) return {};
+  auto place = users_.quota.take(user_);
+  if (!place) return place.error();
+  place_ = std::move(*place);
+  return {};
 }
 
 Result<wire::Code> HelperService::stopLink(const wire::StopLink &call) {
@@ -230,11 +301,19 @@ int HelperService::peerIsGone(sd_bus_message *) {
   return 0;
 }
 
-// Sees every message before its method does.
-int HelperService::refuseDeafPeer(sd_bus_message *) {
+int HelperService::guard(sd_bus_message *) {
   std::uint64_t unread = 0;
-  if (sd_bus_get_n_queued_write(bus_.get(), &unread) < 0 || unread <= kMaximumUnread) return 0;
-  log_.write("The program that asked for the connection does not read the answers; the connection ends.");
+  if (sd_bus_get_n_queued_write(bus_.get(), &unread) >= 0 && unread > kMaximumUnread)
+    return cutOff("The program that asked for the connection does not read the answers; the connection ends.");
+  const auto now =
+      std::chrono::duration_cast<foundation::RateLimit::Instant>(std::chrono::steady_clock::now().time_since_epoch());
+  if (user_ != 0 && !calls_.allows(now))
+    return cutOff("The program that asked for the connection asks and asks; the connection ends.");
+  return 0;
+}
+
+int HelperService::cutOff(const char *why) {
+  log_.write(why);
   sd_bus_close(bus_.get());
   end();
   return 1;

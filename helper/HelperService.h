@@ -11,11 +11,16 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "foundation/FileDescriptor.h"
+#include "foundation/RateLimit.h"
 #include "foundation/Result.h"
+#include "helper/authorization/Authority.h"
+#include "helper/authorization/UserQuota.h"
 #include "helper/common/PPPLog.h"
+#include "helper/common/Peer.h"
 #include "helper/link/LinkFactory.h"
 #include "helper/store/Keychain.h"
 #include "helper/store/PreferencesStore.h"
@@ -33,9 +38,19 @@ class HelperService {
   // again; one that asks and asks without reading would have us keep all of them.
   static constexpr std::uint64_t kMaximumUnread = 16;
 
+  // Calls of somebody who is not root: a connection takes fifteen.
+  static constexpr int kCallsAtOnce = 200;
+  static constexpr int kCallsPerSecond = 20;
+
+  // Who is not root, and how much he may have.
+  struct Users {
+    Authority &authority;
+    UserQuota quota{};
+  };
+
   // Everything handed in outlives the service.
-  HelperService(sd_event *event, PreferencesStore &preferences, Keychain &keychain, LinkFactory links, PPPLog &log,
-                std::chrono::milliseconds endDeadline = kEndDeadline);
+  HelperService(sd_event *event, PreferencesStore &preferences, Keychain &keychain, LinkFactory links, Users users,
+                PPPLog &log, std::chrono::milliseconds endDeadline = kEndDeadline);
   HelperService(const HelperService &) = delete;
   HelperService &operator=(const HelperService &) = delete;
 
@@ -55,6 +70,10 @@ class HelperService {
   static constexpr sd_bus_vtable entry(const char *member);
   static const sd_bus_vtable kMethods[];
 
+  // Answers later.
+  int authorize(sd_bus_message *message);
+  void authorized(const Authority::Answer &answer);
+
   // An error says that the call is not what it should be; all else is a code in the reply.
   template <class Reply>
   using Result = foundation::Result<Reply>;
@@ -68,9 +87,12 @@ class HelperService {
   Result<wire::Code> stopLink(const wire::StopLink &call);
   Result<wire::LinkStatusReply> linkStatus(const wire::LinkStatus &call);
   int peerIsGone(sd_bus_message *message);
-  int refuseDeafPeer(sd_bus_message *message);
+  // Sees every message before its method does; 1: no method shall.
+  int guard(sd_bus_message *message);
+  int cutOff(const char *why);
 
   std::int32_t start(const LinkRequest &request, bool linger);
+  foundation::Status takePlace();
   void linkChanged(const LinkStatus &status);
   bool isLinkUp() const { return link_ && !link_->isDown(); }
   void exit();
@@ -80,8 +102,14 @@ class HelperService {
   Keychain &keychain_;
   LinkFactory links_;
   PPPLog &log_;
+  Users users_;
   const std::chrono::milliseconds endDeadline_;
   uid_t user_ = 0;  // at the other end
+  std::optional<Peer> peer_;
+  bool authorized_ = false;
+  linux::BusMessage question_;  // the call that waits for the authority
+  foundation::RateLimit calls_{kCallsAtOnce, kCallsPerSecond};
+  foundation::FileDescriptor place_;  // of the user's, that the link has
   linux::Bus bus_;
   linux::EventSource exit_;
   linux::EventSource deadline_;

@@ -14,6 +14,7 @@
 
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
+#include "helper/authorization/PolkitAuthority.h"
 #include "helper/ike/IKEPath.h"
 #include "helper/repair/Repair.h"
 #include "linux/EventSource.h"
@@ -57,9 +58,10 @@ int main(int argc, char **argv) {
   // Who the access list of an item calls the IKE daemon.
   helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log, {{"/usr/sbin/racoon", {helper::ikePath()}}});
   std::set<std::string> serversNotTold;
+  helper::PolkitAuthority polkit(loop.get());
   helper::HelperService service(
       loop.get(), preferences, keychain,
-      helper::plannedLinks(*log, serversNotTold, helper::vpnLinks(loop.get(), keychain, *log)), *log);
+      helper::plannedLinks(*log, serversNotTold, helper::vpnLinks(loop.get(), keychain, *log)), {polkit}, *log);
   std::function<void()> end = [&service] { service.end(); };
   foundation::Status status = helper::endOnSignals(loop.get(), end);
   const auto say = [&log](const std::string &sentence) { log->write(sentence); };

@@ -48,7 +48,7 @@ struct Attributes {
   constexpr int kGate = STDERR_FILENO + 1;
   struct sigaction usual {};
   for (int number = 1; number < NSIG; ++number) sigaction(number, &usual, nullptr);
-  setsid();
+  if (streams.ownSession) setsid();
   const int nothing = open("/dev/null", O_RDWR);
   dup2(streams.input >= 0 ? streams.input : nothing, STDIN_FILENO);
   dup2(nothing, STDOUT_FILENO);
@@ -80,8 +80,8 @@ foundation::Result<ChildProcess> ChildProcess::spawn(const std::vector<std::stri
   sigemptyset(&none);
   posix_spawnattr_setsigdefault(&with.attributes, &all);
   posix_spawnattr_setsigmask(&with.attributes, &none);
-  posix_spawnattr_setflags(&with.attributes,
-                           POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | short{POSIX_SPAWN_SETSID});
+  posix_spawnattr_setflags(&with.attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK |
+                                                                (streams.ownSession ? short{POSIX_SPAWN_SETSID} : 0)));
   const auto connect = [&with](int stream, int source) {
     if (source >= 0)
       posix_spawn_file_actions_adddup2(&with.actions, source, stream);

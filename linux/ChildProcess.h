@@ -32,11 +32,13 @@ class ChildProcess {
   struct Streams {
     int input = -1;
     int error = -1;
+    bool ownSession = true;  // otherwise it stays in ours, with its terminal
   };
   using Handler = std::function<void(const End &)>;
 
   // ARGUMENTS[0] is the program's absolute path. The child has the default action for every signal, none blocked, a
-  // session of its own, no descriptor but the three standard ones, and /dev/null for those that STREAMS does not name.
+  // session of its own if STREAMS says nothing else, no descriptor but the three standard ones, and /dev/null for those
+  // that STREAMS does not name.
   static foundation::Result<ChildProcess> spawn(const std::vector<std::string> &arguments,
                                                 const std::vector<std::string> &environment, const Streams &streams);
   // As spawn(), but the program does not run before release(): until then the process only waits, and ends when we do.

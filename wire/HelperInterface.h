@@ -5,6 +5,11 @@
 // itself was malformed. Property lists travel as XML bytes ("ay"). Secrets are "ay" in messages marked sensitive
 // (sd-bus wipes them).
 //
+// A tool that is not root's is answered nothing but Ping and Authorize before that has granted it the rest.
+//
+//   Authorize(i flags)                    -> i status
+//       flags: 1, a person may be asked. status: an OSStatus code of the authorization services. Answers when the
+//       person has. Root has the right from the beginning.
 //   ReadPreferences()                     -> i error, ay propertyList, ay signature
 //       error: an SCError code. An empty propertyList is a system without a preferences file. signature is opaque.
 //   CommitPreferences(ay propertyList, ay signature) -> i error, ay signature
@@ -33,6 +38,7 @@ namespace wire {
 inline constexpr char kObjectPath[] = "/vpnctl/Helper";
 inline constexpr char kInterface[] = "vpnctl.Helper1";
 
+inline constexpr char kAuthorize[] = "Authorize";
 inline constexpr char kReadPreferences[] = "ReadPreferences";
 inline constexpr char kCommitPreferences[] = "CommitPreferences";
 inline constexpr char kApplyPreferences[] = "ApplyPreferences";

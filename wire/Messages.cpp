@@ -165,6 +165,7 @@ int read(sd_bus_message *message, Contents *contents) {
   template int read(sd_bus_message *, Contents *);
 WIRE_MESSAGE(Nothing)
 WIRE_MESSAGE(Code)
+WIRE_MESSAGE(Authorize)
 WIRE_MESSAGE(ReadPreferencesReply)
 WIRE_MESSAGE(CommitPreferences)
 WIRE_MESSAGE(CommitPreferencesReply)

@@ -48,6 +48,12 @@ struct Code {
   static void fields(auto &codec, auto &self) { codec.number(self.code); }
 };
 
+struct Authorize {
+  static constexpr char kSignature[] = "i";
+  std::int32_t flags = 0;
+  static void fields(auto &codec, auto &self) { codec.number(self.flags); }
+};
+
 struct ReadPreferencesReply {
   static constexpr char kSignature[] = "iayay";
   std::int32_t error = 0;

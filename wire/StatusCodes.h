@@ -1,5 +1,5 @@
 // The codes that the answers on the wire carry: SCError codes for preferences and links, OSStatus codes for keychain
-// items. The numbers are those that the tool's side gives on.
+// items and authorization. The numbers are those that the tool's side gives on.
 
 #pragma once
 
@@ -23,6 +23,12 @@ enum : std::int32_t {
 inline constexpr std::string_view kOSStatusDomain = "OSStatus";
 
 enum : std::int32_t {
+  // The authorization services' own flag: a person may be asked.
+  kInteractionAllowed = 1,
+  errAuthorizationDenied = -60005,
+  errAuthorizationCanceled = -60006,
+  errAuthorizationInteractionNotAllowed = -60007,
+  errAuthorizationInternal = -60008,
   errSecSuccess = 0,
   errSecParam = -50,
   errSecWrPerm = -61,

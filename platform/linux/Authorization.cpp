@@ -6,6 +6,7 @@
 
 #include "platform/linux/HelperLauncher.h"
 #include "platform/linux/HelperPath.h"
+#include "platform/linux/TextAgent.h"
 
 namespace platform {
 
@@ -25,12 +26,18 @@ OSStatus grantSystemPreferences(Authorization &authorization, AuthorizationFlags
   if (authorization.helper && authorization.helper->isOpen()) return errAuthorizationSuccess;
   if ((flags & kAuthorizationFlagExtendRights) == 0) return errAuthorizationDenied;
   // Only root may start a helper that is root's.
-  if (::geteuid() != 0) return errAuthorizationDenied;
-  auto launched = launchHelper(helperPath());
+  const bool isRoot = ::geteuid() == 0;
+  auto launched = isRoot ? launchHelper(helperPath()) : callHelper(helperSocket());
   if (!launched) return errAuthorizationToolExecuteFailure;
   auto connection = HelperConnection::connect(std::move(*launched));
   // The helper answers when it is ready, and then the PPP log is there for those who follow it.
   if (!connection || !(*connection)->ping()) return errAuthorizationToolExecuteFailure;
+  if (!isRoot) {
+    const bool mayInteract = (flags & kAuthorizationFlagInteractionAllowed) != 0;
+    const auto agent = mayInteract ? TextAgent::start() : nullptr;
+    const OSStatus status = (*connection)->authorize(mayInteract).value_or(errAuthorizationToolExecuteFailure);
+    if (status != errAuthorizationSuccess) return status;
+  }
   authorization.helper = std::move(*connection);
   authorization.helper->makeCurrent();
   return errAuthorizationSuccess;

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "wire/HelperInterface.h"
+#include "wire/StatusCodes.h"
 
 namespace platform {
 
@@ -18,10 +19,7 @@ using foundation::Secret;
 
 namespace {
 
-constexpr std::chrono::microseconds kCallDeadline = std::chrono::seconds(10);
-constexpr std::chrono::microseconds kReadyDeadline = std::chrono::seconds(20);
-
-std::uint64_t count(std::chrono::microseconds duration) { return static_cast<std::uint64_t>(duration.count()); }
+constexpr std::uint64_t kReadyDeadline = 20'000'000;  // microseconds
 
 // Never destroyed: another thread may end the process while this one still asks.
 struct Current {
@@ -106,12 +104,11 @@ HelperConnection::Message HelperConnection::newCall(const char *member, const Ca
 }
 
 template <class Reply, class Call>
-std::optional<Reply> HelperConnection::call(const char *member, const Call &contents) {
+std::optional<Reply> HelperConnection::call(const char *member, const Call &contents, std::uint64_t deadline) {
   const auto message = newCall(member, contents);
   Message answer;
   Reply reply;
-  if (!message || sd_bus_call(bus_.get(), message.get(), count(kCallDeadline), nullptr, linux::Out(answer)) < 0)
-    return {};
+  if (!message || sd_bus_call(bus_.get(), message.get(), deadline, nullptr, linux::Out(answer)) < 0) return {};
   if (wire::read(answer.get(), &reply) < 0) return {};
   return reply;
 }
@@ -126,7 +123,13 @@ bool HelperConnection::ping() {
   Message message;
   sd_bus_message_new_method_call(bus_.get(), linux::Out(message), nullptr, wire::kObjectPath,
                                  "org.freedesktop.DBus.Peer", "Ping");
-  return message && sd_bus_call(bus_.get(), message.get(), count(kReadyDeadline), nullptr, nullptr) >= 0;
+  return message && sd_bus_call(bus_.get(), message.get(), kReadyDeadline, nullptr, nullptr) >= 0;
+}
+
+std::optional<std::int32_t> HelperConnection::authorize(bool mayInteract) {
+  const auto reply =
+      call<wire::Code>(wire::kAuthorize, wire::Authorize{mayInteract ? wire::kInteractionAllowed : 0}, UINT64_MAX);
+  return reply ? std::optional(reply->code) : std::nullopt;
 }
 
 std::optional<wire::ReadPreferencesReply> HelperConnection::readPreferences() {
@@ -222,7 +225,7 @@ void HelperConnection::lost() {
 // What the helper did to the machine outlives it, refused traffic for one. The next one begins with taking that back,
 // and ends when it finds nobody to talk to.
 void HelperConnection::haveItRepaired() {
-  if (!process_) return;
+  if (!process_) return static_cast<void>(callHelper(path_));
   if (auto next = launchHelper(path_); next && next->process) next->process->leaveRunning();
 }
 

@@ -57,6 +57,9 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   // first mends what a dead one has left.
   bool ping();
 
+  // For whoever is not root, before anything else: an OSStatus code. Takes as long as a person takes to answer.
+  std::optional<std::int32_t> authorize(bool mayInteract);
+
   // Each gives what the helper answered; none when there was no answer.
   std::optional<wire::ReadPreferencesReply> readPreferences();
   std::optional<wire::CommitPreferencesReply> commitPreferences(std::string_view propertyList,
@@ -86,12 +89,13 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
       : path_(std::move(path)), process_(std::move(process)) {}
 
   using Message = linux::BusMessage;
+  static constexpr std::uint64_t kCallDeadline = 10'000'000;  // microseconds
   // A call with what it carries; none when that does not work.
   template <class Call>
   Message newCall(const char *member, const Call &contents);
   // Sends it and waits.
   template <class Reply, class Call>
-  std::optional<Reply> call(const char *member, const Call &contents);
+  std::optional<Reply> call(const char *member, const Call &contents, std::uint64_t deadline = kCallDeadline);
   template <class Call>
   std::optional<std::int32_t> callForCode(const char *member, const Call &contents);
   int start(foundation::FileDescriptor socket);

@@ -1,6 +1,7 @@
 #include "platform/linux/HelperLauncher.h"
 
 #include <sys/socket.h>
+#include <sys/un.h>
 
 #include <cerrno>
 #include <utility>
@@ -20,6 +21,20 @@ foundation::Result<LaunchedHelper> launchHelper(const std::string &path) {
   auto process = linux::ChildProcess::spawn({path}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {.input = itsEnd.get()});
   if (!process) return process.error();
   helper.process.emplace(std::move(*process));
+  return helper;
+}
+
+foundation::Result<LaunchedHelper> callHelper(const std::string &path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) return foundation::errnoError(ENAMETOOLONG, "connect to " + path);
+  path.copy(address.sun_path, path.size());
+  LaunchedHelper helper;
+  helper.path = path;
+  helper.socket.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  if (!helper.socket) return foundation::errnoError(errno, "make a socket");
+  if (::connect(helper.socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0)
+    return foundation::errnoError(errno, "connect to " + path);
   return helper;
 }
 

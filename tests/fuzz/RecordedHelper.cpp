@@ -188,7 +188,9 @@ RecordedHelper::RecordedHelper()
   preferences_ = std::make_unique<helper::PreferencesStore>(preferencesPath(), fileSystem_, *log_);
   keychain_ = std::make_unique<helper::Keychain>(keychainFolder(), fileSystem_, *log_);
   FOUNDATION_ASSERT(sd_event_new(linux::Out(event_)) >= 0);
-  service_ = std::make_unique<helper::HelperService>(event_.get(), *preferences_, *keychain_, recordedLinks(), *log_,
+  authority_ = std::make_unique<helper::testing::ScriptedAuthority>(event_.get());
+  service_ = std::make_unique<helper::HelperService>(event_.get(), *preferences_, *keychain_, recordedLinks(),
+                                                     helper::HelperService::Users{*authority_}, *log_,
                                                      std::chrono::milliseconds(0));
   std::array<int, 2> pair = {-1, -1};
   FOUNDATION_ASSERT(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, pair.data()) == 0);

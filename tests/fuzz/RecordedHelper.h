@@ -19,6 +19,7 @@
 #include "helper/HelperService.h"
 #include "linux/SystemdOwners.h"
 #include "tests/fuzz/DBusBytes.h"
+#include "tests/support/ScriptedAuthority.h"
 
 namespace fuzz {
 
@@ -102,6 +103,7 @@ class RecordedHelper {
   std::unique_ptr<helper::PreferencesStore> preferences_;
   std::unique_ptr<helper::Keychain> keychain_;
   linux::EventLoop event_;
+  std::unique_ptr<helper::testing::ScriptedAuthority> authority_;
   std::unique_ptr<helper::HelperService> service_;
   foundation::FileDescriptor socket_;  // the tool's end
   bool deaf_ = false;

@@ -2,14 +2,17 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <optional>
 #include <thread>
 
 #include "foundation/PropertyList.h"
 #include "helper/HelperService.h"
 #include "linux/SystemdOwners.h"
+#include "tests/support/ScriptedAuthority.h"
 #include "tests/support/ScriptedLink.h"
 #include "tests/support/TemporaryFolder.h"
 #include "wire/HelperInterface.h"
@@ -27,7 +30,10 @@ constexpr char kServiceID[] = "0123ABCD-4567-4EF0-89AB-0123456789AB";
 // The service on a thread of its own, and a plain D-Bus client.
 class HelperServiceTest : public ::testing::Test {
  protected:
-  HelperServiceTest() { connect(socketPair()); }
+  HelperServiceTest() {
+    connect(socketPair());
+    if (::geteuid() != 0) call(newCall(wire::kAuthorize, wire::Authorize{1}));
+  }
   ~HelperServiceTest() override { close(); }
 
   // Of the process's user of this moment.
@@ -57,8 +63,10 @@ class HelperServiceTest : public ::testing::Test {
     foundation::PosixFileSystem fileSystem;
     PreferencesStore preferences(folder.path("preferences.plist"), fileSystem, *log);
     Keychain keychain(folder.path("keychain"), fileSystem, *log);
-    HelperService service(event.get(), preferences, keychain, testing::scriptedLinks(event.get()), *log,
-                          std::chrono::milliseconds(20));
+    testing::ScriptedAuthority asked(event.get(), verdict);
+    authority = &asked;
+    HelperService service(event.get(), preferences, keychain, testing::scriptedLinks(event.get()),
+                          {asked, UserQuota(folder.path("users"))}, *log, std::chrono::milliseconds(20));
     ASSERT_TRUE(service.serve(std::move(socket)));
     loopResult = sd_event_loop(event.get());
     EXPECT_GE(loopResult, 0);
@@ -144,7 +152,23 @@ class HelperServiceTest : public ::testing::Test {
     }
   }
 
+  // From now on the client is somebody who is not root.
+  void connectAsUser(std::optional<Authority::Verdict> says = Authority::Verdict::granted) {
+    close();
+    verdict = says;
+    constexpr uid_t kNobody = 65534;
+    ASSERT_EQ(::seteuid(kNobody), 0);
+    const auto pair = socketPair();
+    ASSERT_EQ(::seteuid(0), 0);
+    connect(pair);
+  }
+  std::int32_t authorize(std::int32_t flags = 1) {
+    return codeOf(call(newCall(wire::kAuthorize, wire::Authorize{flags})));
+  }
+
   support::TemporaryFolder folder;
+  std::optional<Authority::Verdict> verdict = Authority::Verdict::granted;
+  testing::ScriptedAuthority *authority = nullptr;  // the service's, while it lives
   std::thread server;
   int loopResult = -1;  // once the server has been joined
   linux::Bus bus;
@@ -232,16 +256,117 @@ TEST_F(HelperServiceTest, AnItemIsBoundToItsServiceAndUser) {
 TEST_F(HelperServiceTest, OnlyRootMayLinger) {
   if (::geteuid() != 0) GTEST_SKIP() << "needs root, to stop being it";
   commitService("up");
-  close();
-  constexpr uid_t kNobody = 65534;
-  ASSERT_EQ(::seteuid(kNobody), 0);
-  const auto pair = socketPair();
-  ASSERT_EQ(::seteuid(0), 0);
-  connect(pair);
+  ASSERT_NO_FATAL_FAILURE(connectAsUser());
+  ASSERT_EQ(authorize(), 0);
   EXPECT_EQ(codeOf(call(startCall(kServiceID, {}, true))), wire::kSCStatusAccessError);
   EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or("").find("only root may"), std::string::npos);
   EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
   EXPECT_EQ(waitForStatus(2), 6);
+}
+
+// ---- Who is not root
+
+class HelperServiceForUsers : public HelperServiceTest {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root, to stop being it";
+  }
+};
+
+TEST_F(HelperServiceForUsers, NothingButAPingIsAnsweredBeforeTheyAreAuthorized) {
+  ASSERT_NO_FATAL_FAILURE(connectAsUser());
+  Message ping;
+  ASSERT_GE(sd_bus_message_new_method_call(bus.get(), linux::Out(ping), nullptr, wire::kObjectPath,
+                                           "org.freedesktop.DBus.Peer", "Ping"),
+            0);
+  EXPECT_TRUE(call(ping));
+  const wire::Attributes attributes;
+  EXPECT_EQ(errorOf(newCall(wire::kReadPreferences)), SD_BUS_ERROR_ACCESS_DENIED);
+  EXPECT_EQ(errorOf(newCall(wire::kCommitPreferences, wire::CommitPreferences{"x", {}})), SD_BUS_ERROR_ACCESS_DENIED);
+  EXPECT_EQ(errorOf(newCall(wire::kApplyPreferences)), SD_BUS_ERROR_ACCESS_DENIED);
+  EXPECT_EQ(errorOf(newCall(wire::kAddKeychainItem, wire::AddKeychainItem{attributes, "x", "x", {}})),
+            SD_BUS_ERROR_ACCESS_DENIED);
+  EXPECT_EQ(errorOf(newCall(wire::kFindKeychainItems, wire::FindKeychainItems{attributes})),
+            SD_BUS_ERROR_ACCESS_DENIED);
+  EXPECT_EQ(errorOf(newCall(wire::kDeleteKeychainItem, wire::DeleteKeychainItem{kServiceID})),
+            SD_BUS_ERROR_ACCESS_DENIED);
+  EXPECT_EQ(errorOf(startCall(kServiceID)), SD_BUS_ERROR_ACCESS_DENIED);
+  EXPECT_EQ(errorOf(newCall(wire::kStopLink, wire::StopLink{kServiceID, true})), SD_BUS_ERROR_ACCESS_DENIED);
+  EXPECT_EQ(errorOf(newCall(wire::kLinkStatus, wire::LinkStatus{kServiceID})), SD_BUS_ERROR_ACCESS_DENIED);
+  EXPECT_EQ(authorize(), 0);
+  EXPECT_EQ(authority->askedOf, ::getpid());
+  EXPECT_EQ(codeOf(call(newCall(wire::kReadPreferences))), wire::kSCStatusOK);
+  EXPECT_EQ(authorize(), 0) << "what has been granted stays granted";
+  EXPECT_EQ(authority->questions, 1);
+}
+
+TEST_F(HelperServiceForUsers, RootIsNotAskedAbout) {
+  EXPECT_EQ(authorize(), 0);
+  EXPECT_EQ(authority->questions, 0);
+}
+
+TEST_F(HelperServiceForUsers, EachVerdictHasItsCodeAndARefusalItsSentence) {
+  using Verdict = Authority::Verdict;
+  for (const auto &[says, code] : {std::pair{Verdict::denied, wire::errAuthorizationDenied},
+                                   {Verdict::dismissed, wire::errAuthorizationCanceled},
+                                   {Verdict::nobodyToAsk, wire::errAuthorizationInteractionNotAllowed},
+                                   {Verdict::interactionWanted, wire::errAuthorizationInteractionNotAllowed},
+                                   {Verdict::unavailable, wire::errAuthorizationInternal}}) {
+    ASSERT_NO_FATAL_FAILURE(connectAsUser(says));
+    EXPECT_EQ(authorize(), code);
+    EXPECT_EQ(errorOf(newCall(wire::kReadPreferences)), SD_BUS_ERROR_ACCESS_DENIED) << code;
+  }
+  const std::string log = support::contentsOf(folder.path("ppp.log")).value_or("");
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 5) << log;
+  EXPECT_NE(log.find("What the authority says."), std::string::npos);
+}
+
+TEST_F(HelperServiceForUsers, TheAuthorityHearsWhetherAPersonMayBeAsked) {
+  ASSERT_NO_FATAL_FAILURE(connectAsUser(Authority::Verdict::denied));
+  authorize(0);
+  EXPECT_FALSE(authority->interactive);
+  authorize(1);
+  EXPECT_TRUE(authority->interactive);
+}
+
+TEST_F(HelperServiceForUsers, OneQuestionAtATime) {
+  ASSERT_NO_FATAL_FAILURE(connectAsUser(std::nullopt));
+  std::uint64_t cookie = 0;
+  ASSERT_GE(sd_bus_send(bus.get(), newCall(wire::kAuthorize, wire::Authorize{1}).get(), &cookie), 0);
+  EXPECT_EQ(authorize(), wire::errAuthorizationDenied);
+  EXPECT_EQ(authority->questions, 1);
+  close();  // while a person is still thinking: the service ends all the same
+}
+
+TEST_F(HelperServiceForUsers, WhoAsksAndAsksIsCutOff) {
+  ASSERT_NO_FATAL_FAILURE(connectAsUser());
+  ASSERT_EQ(authorize(), 0);
+  int answered = 0;
+  while (answered < 3 * HelperService::kCallsAtOnce && call(newCall(wire::kApplyPreferences))) ++answered;
+  EXPECT_GE(answered, HelperService::kCallsAtOnce / 2);
+  EXPECT_LT(answered, 3 * HelperService::kCallsAtOnce);
+  server.join();
+  EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or("").find("asks and asks"), std::string::npos);
+}
+
+TEST_F(HelperServiceForUsers, SoManyLinksAndNoMore) {
+  commitService("up");
+  const UserQuota quota(folder.path("users"));
+  std::vector<FileDescriptor> others;
+  for (int place = 0; place < UserQuota::kPlaces; ++place) {
+    auto taken = quota.take(65534);
+    ASSERT_TRUE(taken);
+    others.push_back(std::move(*taken));
+  }
+  ASSERT_NO_FATAL_FAILURE(connectAsUser());
+  ASSERT_EQ(authorize(), 0);
+  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusAccessError);
+  EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or("").find("4 is the most"), std::string::npos);
+  others.pop_back();
+  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
+  EXPECT_EQ(waitForStatus(2), 6);
+  EXPECT_FALSE(quota.take(65534)) << "the link has the last place";
+  EXPECT_TRUE(quota.take(65533));
 }
 
 TEST_F(HelperServiceTest, ALinkIsStartedToldAndStopped) {

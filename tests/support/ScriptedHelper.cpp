@@ -1,14 +1,31 @@
 // vpnctl-helper as tests start it: the real process setup, stores and service, with scripted links, and with the stores
-// in the folder that the program lies in (a test copies it to a folder of its own).
+// in the folder that the program lies in (a test copies it to a folder of its own), where the authority's verdict lies,
+// too.
 
 #include <systemd/sd-event.h>
 
 #include <filesystem>
+#include <fstream>
+#include <string>
 
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
 #include "linux/SystemdOwners.h"
+#include "tests/support/ScriptedAuthority.h"
 #include "tests/support/ScriptedLink.h"
+
+namespace {
+
+using Verdict = helper::Authority::Verdict;
+
+// The file "verdict" has its number; without one everybody is welcome.
+Verdict verdictIn(const std::string &folder) {
+  int number = static_cast<int>(Verdict::granted);
+  std::ifstream(folder + "/verdict") >> number;
+  return static_cast<Verdict>(number);
+}
+
+}  // namespace
 
 int main() {
   auto socket = helper::prepareHelperProcess();
@@ -20,7 +37,9 @@ int main() {
   foundation::PosixFileSystem fileSystem;
   helper::PreferencesStore preferences(folder + "/etc/preferences.plist", fileSystem, *log);
   helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
-  helper::HelperService service(loop.get(), preferences, keychain, helper::testing::scriptedLinks(loop.get()), *log);
+  helper::testing::ScriptedAuthority authority(loop.get(), verdictIn(folder));
+  helper::HelperService service(loop.get(), preferences, keychain, helper::testing::scriptedLinks(loop.get()),
+                                {authority, helper::UserQuota(folder + "/users")}, *log);
   std::function<void()> end = [&service] { service.end(); };
   if (!helper::endOnSignals(loop.get(), end) || !service.serve(std::move(*socket))) return 1;
   return helper::runLoop(loop.get(), *log);

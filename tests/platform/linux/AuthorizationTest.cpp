@@ -1,12 +1,19 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
 
+#include "helper/authorization/Authority.h"
+#include "platform/linux/HelperPath.h"
 #include "tests/platform/linux/HelperFixture.h"
+#include "tests/platform/linux/SocketActivation.h"
 
 namespace platform {
 namespace {
@@ -78,17 +85,79 @@ TEST_F(AuthorizationTest, AHelperThatEndsWithoutAnAnswerIsAFailure) {
             errAuthorizationToolExecuteFailure);
 }
 
-TEST_F(AuthorizationTest, AnOrdinaryUserIsRefused) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to stop being it";
-  EXPECT_EXIT(
-      {
-        if (::seteuid(65534) != 0) ::_exit(3);
-        AuthorizationRef authorization;
-        AuthorizationCreate(nullptr, nullptr, 19, &authorization);
-        const auto status = AuthorizationCopyRights(authorization, kSystemPreferences, nullptr, 19, nullptr);
-        ::_exit(status == errAuthorizationDenied ? 0 : 1);
-      },
-      ::testing::ExitedWithCode(0), "");
+// Somebody who is not root, where the system offers the helper by a socket.
+class AuthorizationOfUsers : public AuthorizationTest {
+ protected:
+  void SetUp() override {
+    if (::geteuid() != 0) GTEST_SKIP() << "needs root, to stop being it";
+    ASSERT_EQ(::chmod(folder().path(".").c_str(), 0711), 0);
+  }
+  void offer() { offer_.emplace(helperSocket(), helperPath()); }
+  void say(helper::Authority::Verdict verdict) { std::ofstream(folder().path("verdict")) << static_cast<int>(verdict); }
+  int offered() const { return offer_->connections(); }
+
+  // In a process of its own, which ends with ACT's result.
+  static int asUser(const std::function<int()> &act) {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(::seteuid(65534) == 0 ? act() : 99);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 98;
+  }
+  // What asking for the right gives: 0 for EXPECTED.
+  static int ask(OSStatus expected) {
+    return asUser([expected] {
+      return AuthorizationCopyRights(created(), kSystemPreferences, nullptr, 19, nullptr) == expected ? 0 : 1;
+    });
+  }
+
+ private:
+  std::optional<testing::SocketActivation> offer_;
+};
+
+TEST_F(AuthorizationOfUsers, WithoutTheSocketThereIsNoHelperForThem) {
+  EXPECT_EQ(ask(errAuthorizationToolExecuteFailure), 0);
+}
+
+TEST_F(AuthorizationOfUsers, EachVerdictHasItsCode) {
+  using Verdict = helper::Authority::Verdict;
+  offer();
+  for (const auto &[verdict, code] : {std::pair{Verdict::granted, errAuthorizationSuccess},
+                                      {Verdict::denied, errAuthorizationDenied},
+                                      {Verdict::dismissed, errAuthorizationCanceled},
+                                      {Verdict::nobodyToAsk, errAuthorizationInteractionNotAllowed},
+                                      {Verdict::unavailable, errAuthorizationInternal}}) {
+    say(verdict);
+    EXPECT_EQ(ask(code), 0) << code;
+  }
+  EXPECT_EQ(offered(), 5);
+}
+
+TEST_F(AuthorizationOfUsers, AGrantedOneMayChangeThePreferences) {
+  offer();
+  EXPECT_EQ(asUser([this] {
+              const auto authorization = authorize();
+              const bool saved = !commitService(authorization, "up").empty();
+              return saved && !HasFailure() ? 0 : 1;
+            }),
+            0);
+  EXPECT_TRUE(support::contentsOf(preferencesPath()).value_or("").find("test up") != std::string::npos);
+}
+
+TEST_F(AuthorizationOfUsers, AHelperThatDiesIsFollowedByAnotherThatRepairs) {
+  offer();
+  EXPECT_EQ(asUser([this] {
+              const auto authorization = authorize();
+              const auto serviceID = commitService(authorization, "dies");
+              Recorder recorder;
+              const auto connection = connect(serviceID, recorder);
+              if (!SCNetworkConnectionStart(connection, {}, false)) return 2;
+              CFRunLoopRun();
+              return HasFailure() ? 1 : 0;
+            }),
+            0);
+  for (int wait = 0; wait < 200 && offered() < 2; ++wait) ::usleep(10'000);
+  EXPECT_EQ(offered(), 2);
 }
 
 TEST_F(AuthorizationTest, TheHelperInheritsNothing) {

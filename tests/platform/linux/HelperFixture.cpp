@@ -17,6 +17,11 @@ std::string &currentPath() {
 }  // namespace
 
 const char *helperPath() { return currentPath().c_str(); }
+const char *helperSocket() {
+  static std::string path;
+  path = currentPath() + ".socket";
+  return path.c_str();
+}
 
 namespace testing {
 

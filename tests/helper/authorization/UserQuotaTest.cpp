@@ -1,0 +1,83 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <vector>
+
+#include "helper/authorization/UserQuota.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace helper {
+namespace {
+
+using foundation::FileDescriptor;
+
+class UserQuotaTest : public testing::Test {
+ protected:
+  std::vector<FileDescriptor> takeAll(uid_t user) {
+    std::vector<FileDescriptor> taken;
+    for (int place = 0; place < UserQuota::kPlaces; ++place) {
+      auto one = quota.take(user);
+      EXPECT_TRUE(one);
+      if (one) taken.push_back(std::move(*one));
+    }
+    return taken;
+  }
+
+  support::TemporaryFolder folder;
+  UserQuota quota{folder.path("users")};
+};
+
+TEST_F(UserQuotaTest, HasSoManyPlacesForEachUser) {
+  auto taken = takeAll(1000);
+  const auto refused = quota.take(1000);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().code, EDQUOT);
+  EXPECT_NE(refused.error().message.find("4 is the most"), std::string::npos) << refused.error().message;
+  takeAll(1001);
+  takeAll(999);
+  taken.erase(taken.begin() + 1);
+  EXPECT_TRUE(quota.take(1000));
+}
+
+TEST_F(UserQuotaTest, TheLargestNumberOfAUserHasPlacesToo) { takeAll(0xfffffffe); }
+
+TEST_F(UserQuotaTest, AProcessThatIsKilledGivesItsPlaceBack) {
+  const auto others = [this] {
+    auto all = takeAll(1000);
+    all.pop_back();
+    return all;
+  }();
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const auto place = quota.take(1000);
+    static_cast<void>(::write(ready[1], place ? "y" : "n", 1));
+    ::pause();
+    ::_exit(0);
+  }
+  char said = 0;
+  ASSERT_EQ(::read(ready[0], &said, 1), 1);
+  EXPECT_EQ(said, 'y');
+  EXPECT_FALSE(quota.take(1000));
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_TRUE(quota.take(1000));
+  ::close(ready[0]);
+  ::close(ready[1]);
+}
+
+TEST_F(UserQuotaTest, AFileThatIsALinkIsNotFollowed) {
+  std::filesystem::create_symlink(folder.path("elsewhere"), folder.path("users"));
+  const auto refused = quota.take(1000);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().code, ELOOP);
+  EXPECT_FALSE(std::filesystem::exists(folder.path("elsewhere")));
+}
+
+}  // namespace
+}  // namespace helper
