@@ -1,6 +1,7 @@
 # vpnctl on cli: its configuration, its start, its end.
 
 VPNCTL=$build/qolmhelper/vpnctl
+HELPER=$build/helper/vpnctl-helper
 CONFIG=/root/config.qolm
 
 # write_config KEY=VALUE...: a configuration; what is not given is pptp to the server with the usual account. An empty

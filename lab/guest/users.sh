@@ -1,0 +1,62 @@
+# Users who are not root, polkit, and an administrator's password. Sourced by the scenarios that need it.
+#
+# ann has no rights of her own, boss is an administrator (in the group sudo).
+
+ADMIN_PASSWORD="the boss's own"
+
+# start_polkit: the system bus and polkit run on cli, as the packages bring them, and somebody starts a helper for each who connects to
+# /run/vpnctl.socket.
+start_polkit() {
+  local cli extra=$work/extra
+  cli=$(root_of cli)
+  lay_over polkit
+  # What its package will bring.
+  mkdir -p "$extra/share/polkit-1/actions"
+  cp "$lab/../packaging/org.vpnctl.system-preferences.policy" "$extra/share/polkit-1/actions"
+  on cli mount -t overlay -o "lowerdir=$extra:/usr" layer /usr
+  cat >>"$cli/etc/passwd" <<EOF
+messagebus:x:900:900::/nonexistent:/usr/sbin/nologin
+polkitd:x:901:901::/nonexistent:/usr/sbin/nologin
+ann:x:1000:1000::/home/ann:/bin/bash
+boss:x:1001:1001::/home/boss:/bin/bash
+EOF
+  printf '%s\n' messagebus:x:900: polkitd:x:901: ann:x:1000: boss:x:1001: >>"$cli/etc/group"
+  on cli sed -i 's/^sudo:.*/sudo:x:27:boss/' /etc/group
+  printf '%s:%s:20000:0:99999:7:::\n' boss "$(openssl passwd -6 -stdin <<<"$ADMIN_PASSWORD")" >>"$cli/etc/shadow"
+  put cli /etc/pam.d/polkit-1 <<EOF
+auth required pam_unix.so
+account required pam_unix.so
+session required pam_permit.so
+EOF
+  mkdir -p "$cli/run/dbus" "$cli/var/lib/polkit-1" "$cli/etc/polkit-1/rules.d"
+  on cli chown polkitd:polkitd /var/lib/polkit-1
+  spawn bus cli dbus-daemon --system --nofork --nopidfile
+  within 30 test -S "$cli/run/dbus/system_bus_socket" || fail "the system bus does not start"
+  spawn polkitd cli /usr/lib/polkit-1/polkitd --no-debug
+  within 60 polkit_answers || fail "polkit does not start"
+  spawn activation cli systemd-socket-activate --accept --inetd -l /run/vpnctl.socket "$HELPER"
+  within 30 test -S "$cli/run/vpnctl.socket" || fail "nobody listens on /run/vpnctl.socket"
+  on cli chmod 666 /run/vpnctl.socket
+}
+polkit_answers() {
+  on cli dbus-send --system --print-reply --dest=org.freedesktop.PolicyKit1 /org/freedesktop/PolicyKit1/Authority \
+    org.freedesktop.DBus.Peer.Ping >/dev/null 2>&1
+}
+
+# readable_for_users: the configuration lies where ann can read it.
+readable_for_users() {
+  on cli chmod 711 /root
+  on cli chmod 644 "$CONFIG"
+}
+
+# start_as ann [PASSWORD...]: the tool, in a terminal at which these are typed, one after another.
+start_as() {
+  local user=$1
+  shift
+  [ $# -eq 0 ] || printf '%s\n' "$@" | put cli /root/answers 600
+  [ $# -gt 0 ] || : | put cli /root/answers 600
+  [ -f "$work/hosts/cli/before" ] || baseline
+  spawn vpnctl cli /usr/bin/python3 -S -B "$lab/guest/terminal.py" "$user" /root/answers "$VPNCTL" -c "$CONFIG"
+}
+# expect_terminal TEXT: it appeared there.
+expect_terminal() { grep -q "^terminal: .*$1" "$logs/vpnctl.out" || fail "the terminal did not show \"$1\""; }
