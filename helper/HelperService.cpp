@@ -175,16 +175,19 @@ int HelperService::authorize(sd_bus_message *message) {
   if (authorized_) return replyWithCode(message, wire::errSecSuccess);
   if (question_) return replyWithCode(message, wire::errAuthorizationDenied);
   question_.reset(sd_bus_message_ref(message));
+  const bool willAskAgain = (call.flags & wire::kWillAskAgain) != 0;
   users_.authority.ask(*peer_, (call.flags & wire::kInteractionAllowed) != 0,
-                       [this](const Authority::Answer &answer) { authorized(answer); });
+                       [this, willAskAgain](const Authority::Answer &answer) { authorized(answer, willAskAgain); });
   return 1;
 }
 
-void HelperService::authorized(const Authority::Answer &answer) {
+void HelperService::authorized(const Authority::Answer &answer, bool willAskAgain) {
   authorized_ = answer.verdict == Authority::Verdict::granted;
-  if (!authorized_) log_.write(answer.sentence);
-  linux::tellJournal(answer.sentence,
-                     {{"VPNCTL_USER", std::to_string(user_)}, {"VPNCTL_PROCESS", std::to_string(peer_->pid())}});
+  if (!willAskAgain || answer.verdict != Authority::Verdict::nobodyToAsk) {
+    if (!authorized_) log_.write(answer.sentence);
+    linux::tellJournal(answer.sentence,
+                       {{"VPNCTL_USER", std::to_string(user_)}, {"VPNCTL_PROCESS", std::to_string(peer_->pid())}});
+  }
   replyWithCode(question_.get(), codeOf(answer.verdict));
   question_.reset();
 }

@@ -72,7 +72,7 @@ class HelperService {
 
   // Answers later.
   int authorize(sd_bus_message *message);
-  void authorized(const Authority::Answer &answer);
+  void authorized(const Authority::Answer &answer, bool willAskAgain);
 
   // An error says that the call is not what it should be; all else is a code in the reply.
   template <class Reply>

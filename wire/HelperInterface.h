@@ -8,7 +8,7 @@
 // A tool that is not root's is answered nothing but Ping and Authorize before that has granted it the rest.
 //
 //   Authorize(i flags)                    -> i status
-//       flags: 1, a person may be asked. status: an OSStatus code of the authorization services. Answers when the
+//       flags: as Messages.h has them. status: an OSStatus code of the authorization services. Answers when the
 //       person has. Root has the right from the beginning.
 //   ReadPreferences()                     -> i error, ay propertyList, ay signature
 //       error: an SCError code. An empty propertyList is a system without a preferences file. signature is opaque.

@@ -48,6 +48,9 @@ struct Code {
   static void fields(auto &codec, auto &self) { codec.number(self.code); }
 };
 
+inline constexpr std::int32_t kInteractionAllowed = 1;  // a person may be asked
+inline constexpr std::int32_t kWillAskAgain = 2;        // where nobody can be; that is not told in the log then
+
 struct Authorize {
   static constexpr char kSignature[] = "i";
   std::int32_t flags = 0;

@@ -23,8 +23,6 @@ enum : std::int32_t {
 inline constexpr std::string_view kOSStatusDomain = "OSStatus";
 
 enum : std::int32_t {
-  // The authorization services' own flag: a person may be asked.
-  kInteractionAllowed = 1,
   errAuthorizationDenied = -60005,
   errAuthorizationCanceled = -60006,
   errAuthorizationInteractionNotAllowed = -60007,

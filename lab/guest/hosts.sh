@@ -61,11 +61,12 @@ put() { # HOST PATH [MODE]: writes standard input into a file
   chmod "${3:-644}" "$path"
 }
 
-# lay_over KIND [HOST]: the packages of that kind (tools/packages) are there on that host (cli), as if installed.
+# lay_over KIND [HOST [FOLDER]]: the packages of that kind (tools/packages) are there on that host (cli), as if installed, and in its
+# /usr what lies in FOLDER.
 lay_over() {
-  local host=${2:-cli} root=$cache/$1/root directory
+  local host=${2:-cli} folder=${3:+$3:} root=$cache/$1/root directory
   [ -d "$root/usr" ] || fail "there are no packages of the kind $1"
-  on "$host" mount -t overlay -o "lowerdir=$root/usr:/usr" layer /usr
+  on "$host" mount -t overlay -o "lowerdir=$folder$root/usr:/usr" layer /usr
   for directory in etc var; do
     [ ! -d "$root/$directory" ] || cp -a "$root/$directory/." "$(root_of "$host")/$directory/"
   done

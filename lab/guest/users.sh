@@ -9,18 +9,18 @@ ADMIN_PASSWORD="the boss's own"
 start_polkit() {
   local cli extra=$work/extra
   cli=$(root_of cli)
-  lay_over polkit
-  # What its package will bring.
-  mkdir -p "$extra/share/polkit-1/actions"
+  mkdir -p "$extra/share/polkit-1/actions" "$extra/lib/polkit-1"
   cp "$lab/../packaging/org.vpnctl.system-preferences.policy" "$extra/share/polkit-1/actions"
-  on cli mount -t overlay -o "lowerdir=$extra:/usr" layer /usr
+  # As the package's own script would do it.
+  install -m 4755 "$cache/polkit/root/usr/lib/polkit-1/polkit-agent-helper-1" "$extra/lib/polkit-1"
+  lay_over polkit cli "$extra"
   cat >>"$cli/etc/passwd" <<EOF
 messagebus:x:900:900::/nonexistent:/usr/sbin/nologin
 polkitd:x:901:901::/nonexistent:/usr/sbin/nologin
-ann:x:1000:1000::/home/ann:/bin/bash
-boss:x:1001:1001::/home/boss:/bin/bash
+ann:x:2000:2000::/home/ann:/bin/bash
+boss:x:2001:2001::/home/boss:/bin/bash
 EOF
-  printf '%s\n' messagebus:x:900: polkitd:x:901: ann:x:1000: boss:x:1001: >>"$cli/etc/group"
+  printf '%s\n' messagebus:x:900: polkitd:x:901: ann:x:2000: boss:x:2001: >>"$cli/etc/group"
   on cli sed -i 's/^sudo:.*/sudo:x:27:boss/' /etc/group
   printf '%s:%s:20000:0:99999:7:::\n' boss "$(openssl passwd -6 -stdin <<<"$ADMIN_PASSWORD")" >>"$cli/etc/shadow"
   put cli /etc/pam.d/polkit-1 <<EOF
@@ -38,9 +38,10 @@ EOF
   within 30 test -S "$cli/run/vpnctl.socket" || fail "nobody listens on /run/vpnctl.socket"
   on cli chmod 666 /run/vpnctl.socket
 }
+# Asks the bus, which would start another one for whoever asks polkit itself.
 polkit_answers() {
-  on cli dbus-send --system --print-reply --dest=org.freedesktop.PolicyKit1 /org/freedesktop/PolicyKit1/Authority \
-    org.freedesktop.DBus.Peer.Ping >/dev/null 2>&1
+  on cli dbus-send --system --print-reply --dest=org.freedesktop.DBus / org.freedesktop.DBus.NameHasOwner \
+    string:org.freedesktop.PolicyKit1 2>/dev/null | grep -q "boolean true"
 }
 
 # readable_for_users: the configuration lies where ann can read it.

@@ -22,6 +22,16 @@ bool isWellFormed(const std::vector<AuthorizationItem> &items) {
   return true;
 }
 
+// A desktop's agent goes first. That polkit's text agent would stand back for it by itself ("fallback") works only in a
+// session of logind's.
+OSStatus authorizeUser(HelperConnection &helper, bool mayInteract) {
+  const bool hasTerminal = mayInteract && TextAgent::isPossible();
+  const OSStatus status = helper.authorize(mayInteract, hasTerminal).value_or(errAuthorizationToolExecuteFailure);
+  if (status != errAuthorizationInteractionNotAllowed || !hasTerminal) return status;
+  const auto agent = TextAgent::start();
+  return helper.authorize(true, false).value_or(errAuthorizationToolExecuteFailure);
+}
+
 OSStatus grantSystemPreferences(Authorization &authorization, AuthorizationFlags flags) {
   if (authorization.helper && authorization.helper->isOpen()) return errAuthorizationSuccess;
   if ((flags & kAuthorizationFlagExtendRights) == 0) return errAuthorizationDenied;
@@ -34,8 +44,7 @@ OSStatus grantSystemPreferences(Authorization &authorization, AuthorizationFlags
   if (!connection || !(*connection)->ping()) return errAuthorizationToolExecuteFailure;
   if (!isRoot) {
     const bool mayInteract = (flags & kAuthorizationFlagInteractionAllowed) != 0;
-    const auto agent = mayInteract ? TextAgent::start() : nullptr;
-    const OSStatus status = (*connection)->authorize(mayInteract).value_or(errAuthorizationToolExecuteFailure);
+    const OSStatus status = authorizeUser(**connection, mayInteract);
     if (status != errAuthorizationSuccess) return status;
   }
   authorization.helper = std::move(*connection);

@@ -126,9 +126,9 @@ bool HelperConnection::ping() {
   return message && sd_bus_call(bus_.get(), message.get(), kReadyDeadline, nullptr, nullptr) >= 0;
 }
 
-std::optional<std::int32_t> HelperConnection::authorize(bool mayInteract) {
-  const auto reply =
-      call<wire::Code>(wire::kAuthorize, wire::Authorize{mayInteract ? wire::kInteractionAllowed : 0}, UINT64_MAX);
+std::optional<std::int32_t> HelperConnection::authorize(bool mayInteract, bool willAskAgain) {
+  const std::int32_t flags = (mayInteract ? wire::kInteractionAllowed : 0) | (willAskAgain ? wire::kWillAskAgain : 0);
+  const auto reply = call<wire::Code>(wire::kAuthorize, wire::Authorize{flags}, UINT64_MAX);
   return reply ? std::optional(reply->code) : std::nullopt;
 }
 

@@ -58,7 +58,8 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   bool ping();
 
   // For whoever is not root, before anything else: an OSStatus code. Takes as long as a person takes to answer.
-  std::optional<std::int32_t> authorize(bool mayInteract);
+  // WILL_ASK_AGAIN: when nobody can be asked, that is no news yet.
+  std::optional<std::int32_t> authorize(bool mayInteract, bool willAskAgain);
 
   // Each gives what the helper answered; none when there was no answer.
   std::optional<wire::ReadPreferencesReply> readPreferences();

@@ -41,17 +41,19 @@ std::vector<std::string> environment() {
 
 }  // namespace
 
+bool TextAgent::isPossible() { return hasTerminal() && ::access(kProgram, X_OK) == 0; }
+
 std::unique_ptr<TextAgent> TextAgent::start() {
   const auto startTime = linux::startTimeOf(::getpid());
-  if (!startTime || !hasTerminal() || ::access(kProgram, X_OK) < 0) return nullptr;
+  if (!startTime) return nullptr;
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) < 0) return nullptr;
   const FileDescriptor ready(ends[0]);
   FileDescriptor itsEnd(ends[1]);
   // It closes descriptor 0, our pipe's end, when polkit knows it; it reads from the terminal itself.
-  auto process = linux::ChildProcess::spawn({kProgram, "--notify-fd", "0", "--fallback", "--process",
-                                             std::to_string(::getpid()) + "," + std::to_string(*startTime)},
-                                            environment(), {.input = itsEnd.get(), .ownSession = false});
+  auto process = linux::ChildProcess::spawn(
+      {kProgram, "--notify-fd", "0", "--process", std::to_string(::getpid()) + "," + std::to_string(*startTime)},
+      environment(), {.input = itsEnd.get(), .ownSession = false});
   if (!process) return nullptr;
   itsEnd.reset();
   pollfd waiting{ready.get(), POLLIN, 0};

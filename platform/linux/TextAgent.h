@@ -1,7 +1,6 @@
-// polkit's own agent for terminals: asks for an administrator's password where this process was started, if no agent of
-// a desktop does.
+// polkit's own agent for terminals: asks for an administrator's password where this process was started.
 //
-// Usual sequence: start(), ask polkit, destroy. Thread rule: any. Both block for a moment.
+// Usual sequence: ask polkit; when nobody can be asked for a password, start(), ask polkit again, destroy. Thread rule: any. Both block for a moment.
 
 #pragma once
 
@@ -13,7 +12,9 @@ namespace platform {
 
 class TextAgent {
  public:
-  // Null where this process has no terminal in its hands, or polkit brings no such agent. Returns when polkit knows it.
+  // Whether this process has a terminal in its hands, and polkit brings such an agent.
+  static bool isPossible();
+  // Returns when polkit knows it; null when it cannot be started.
   static std::unique_ptr<TextAgent> start();
   TextAgent(const TextAgent &) = delete;
   TextAgent &operator=(const TextAgent &) = delete;

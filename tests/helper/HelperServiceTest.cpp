@@ -329,6 +329,14 @@ TEST_F(HelperServiceForUsers, TheAuthorityHearsWhetherAPersonMayBeAsked) {
   EXPECT_TRUE(authority->interactive);
 }
 
+TEST_F(HelperServiceForUsers, WhoCanBringSomebodyToAskIsNotToldOfBeforeHeHasTried) {
+  ASSERT_NO_FATAL_FAILURE(connectAsUser(Authority::Verdict::nobodyToAsk));
+  EXPECT_EQ(authorize(wire::kInteractionAllowed | wire::kWillAskAgain), wire::errAuthorizationInteractionNotAllowed);
+  EXPECT_EQ(support::contentsOf(folder.path("ppp.log")).value_or(""), "");
+  EXPECT_EQ(authorize(wire::kInteractionAllowed), wire::errAuthorizationInteractionNotAllowed);
+  EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or(""), "");
+}
+
 TEST_F(HelperServiceForUsers, OneQuestionAtATime) {
   ASSERT_NO_FATAL_FAILURE(connectAsUser(std::nullopt));
   std::uint64_t cookie = 0;
