@@ -10,6 +10,7 @@ import pwd
 import signal
 import sys
 import termios
+import time
 
 
 def become(user, slave):
@@ -45,6 +46,9 @@ def main(user, answers, *command):
             line = b""
         line += byte.strip(b"\n")
         if line.endswith(b"Password: ") and left:
+            # Whoever asks throws away what was typed before the terminal stopped to show it.
+            while termios.tcgetattr(master)[3] & termios.ECHO:
+                time.sleep(0.05)
             print("terminal: a password is typed", flush=True)
             line = b""
             os.write(master, left.pop(0).encode() + b"\n")

@@ -54,10 +54,9 @@ readable_for_users() {
 start_as() {
   local user=$1
   shift
-  [ $# -eq 0 ] || printf '%s\n' "$@" | put cli /root/answers 600
-  [ $# -gt 0 ] || : | put cli /root/answers 600
+  printf '%s\n' "$@" >"$work/answers"
   [ -f "$work/hosts/cli/before" ] || baseline
-  spawn vpnctl cli /usr/bin/python3 -S -B "$lab/guest/terminal.py" "$user" /root/answers "$VPNCTL" -c "$CONFIG"
+  spawn vpnctl cli /usr/bin/python3 -S -B "$lab/guest/terminal.py" "$user" "$work/answers" "$VPNCTL" -c "$CONFIG"
 }
 # expect_terminal TEXT: it appeared there.
 expect_terminal() { grep -q "^terminal: .*$1" "$logs/vpnctl.out" || fail "the terminal did not show \"$1\""; }

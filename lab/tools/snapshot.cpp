@@ -37,10 +37,11 @@ static const std::regex leftOnPurpose(
     "file (etc|var/lib)/vpnctl d"                      // the folders of the two stores
     "|file etc/vpnctl/preferences\\.plist .*"          // the network preferences
     "|file var/lib/vpnctl/System(\\.keychain|Key) .*"  // the keychain and its key
-    "|file root/config\\.qolm .*"                      // the configuration, which scenarios rewrite
-    "|run vpnctl d"                                    // empty, or its contents show
-    "|run vpnctl/l2tp-not-told\\.[0-9.]+ f"            // until the server has forgotten, too
-    "|run pppd2\\.tdb f");                             // pppd's table of units
+    "|file var/lib/vpnctl/users-lock .*"     // of users who are not root: empty, each link's place in it a lock
+    "|file root/config\\.qolm .*"            // the configuration, which scenarios rewrite
+    "|run vpnctl d"                          // empty, or its contents show
+    "|run vpnctl/l2tp-not-told\\.[0-9.]+ f"  // until the server has forgotten, too
+    "|run pppd2\\.tdb f");                   // pppd's table of units
 
 // Of a process's files: as far as they could be read before it was gone.
 static std::string contentsOf(const fs::path &path) {
