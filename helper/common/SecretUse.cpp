@@ -26,10 +26,19 @@ constexpr std::array kTerms{
 };
 
 constexpr std::array kOfAStart{
-    Place{"IPv4", "OverridePrimary"},     Place{"PPP", "DisconnectOnIdle"}, Place{"PPP", "DisconnectOnIdleTimer"},
-    Place{"PPP", "IPCPCompressionVJ"},    Place{"PPP", "IPCPUsePeerDNS"},   Place{"PPP", "LCPCompressionACField"},
-    Place{"PPP", "LCPCompressionPField"}, Place{"PPP", "LCPEchoEnabled"},   Place{"PPP", "LCPEchoFailure"},
-    Place{"PPP", "LCPEchoInterval"},      Place{"PPP", "LCPMRU"},           Place{"PPP", "LCPMTU"},
+    Place{"IPv4", "OverridePrimary"},
+    Place{"PPP", "DisconnectOnIdle"},
+    Place{"PPP", "DisconnectOnIdleTimer"},
+    Place{"PPP", "DisconnectOnLogout"},
+    Place{"PPP", "IPCPCompressionVJ"},
+    Place{"PPP", "IPCPUsePeerDNS"},
+    Place{"PPP", "LCPCompressionACField"},
+    Place{"PPP", "LCPCompressionPField"},
+    Place{"PPP", "LCPEchoEnabled"},
+    Place{"PPP", "LCPEchoFailure"},
+    Place{"PPP", "LCPEchoInterval"},
+    Place{"PPP", "LCPMRU"},
+    Place{"PPP", "LCPMTU"},
     Place{"PPP", "VerboseLogging"},
 };
 

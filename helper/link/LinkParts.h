@@ -46,6 +46,8 @@ class LinkParts {
   // Listens to what becomes of the network on the way to SERVER, until what comes back is destroyed.
   [[nodiscard]] virtual foundation::Result<std::shared_ptr<void>> watchNetwork(in_addr server,
                                                                                NetworkWatch::Handlers handlers) = 0;
+  // Calls HANDLER, later, when the user whose link this is logs out, until what comes back is destroyed.
+  [[nodiscard]] virtual std::shared_ptr<void> afterLogout(std::function<void()> handler) = 0;
   virtual NameServers &nameServers() = 0;
   // The password, for PEER, which is pppd.
   virtual foundation::Result<foundation::Secret> password(const Peer &peer) = 0;

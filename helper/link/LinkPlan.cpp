@@ -141,7 +141,7 @@ std::string namesOf(const std::set<AuthProtocol> &protocols) {
 
 foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const LinkRequest &request,
                                             const EngineSettings &settings) {
-  const auto &[serviceID, startOptions, user] = request;
+  const auto &[serviceID, startOptions, user, process] = request;
   const Value *service = root["NetworkServices"].find(serviceID);
   if (service == nullptr) return foundation::Error{"Link", 0, "there is no network service " + serviceID};
   const Value &interface = (*service)["Interface"];
@@ -169,11 +169,8 @@ foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const LinkRequest
   plan.l2tp = settings.l2tp;
   plan.ike = settings.ike;
   plan.pppDeadline = settings.ppp.deadline;
+  plan.endsWithSessionOf = flag(ppp, "DisconnectOnLogout", true) ? process : 0;
   return plan;
-}
-
-std::string LinkPlan::serverOf(const Value &root, const std::string &serviceID) {
-  return root["NetworkServices"][serviceID.c_str()]["PPP"]["CommRemoteAddress"].string();
 }
 
 bool LinkPlan::isInClear() const { return !tunnelKind(kind).needsIPSec && pptp.mppe == EngineSettings::MPPE::none; }

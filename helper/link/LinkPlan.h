@@ -27,6 +27,7 @@ struct LinkRequest {
   std::string serviceID;
   foundation::Value startOptions{};  // {"PPP": {...}, ...}, laid over the service's own entries; or null
   uid_t user = 0;                    // who asks
+  pid_t process = 0;                 // with which program; 0: it is gone
 };
 
 struct LinkPlan {
@@ -43,6 +44,7 @@ struct LinkPlan {
   EngineSettings::L2TP l2tp;
   EngineSettings::IKE ike;
   std::chrono::milliseconds pppDeadline{60000};  // for PPP to stand once the tunnel does
+  pid_t endsWithSessionOf = 0;  // when whoever started this process logs out; 0: logging out changes nothing
 
   // ROOT is the preferences' dictionary. SETTINGS stand above the service and what REQUEST lays over it. An error (with
   // a sentence part) when the service is missing, is no PPP service, or goes through a tunnel of a kind that there is
@@ -51,7 +53,9 @@ struct LinkPlan {
                                            const EngineSettings &settings);
 
   // The server of a service, as it writes it; empty when there is no such service.
-  static std::string serverOf(const foundation::Value &root, const std::string &serviceID);
+  static std::string serverOf(const foundation::Value &root, const std::string &serviceID) {
+    return root["NetworkServices"][serviceID.c_str()]["PPP"]["CommRemoteAddress"].string();
+  }
 
   // True when the settings take the encryption away that the tunnel would have.
   bool isInClear() const;

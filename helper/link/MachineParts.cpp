@@ -8,6 +8,7 @@
 #include "helper/ppp/PluginPath.h"
 #include "helper/repair/Undo.h"
 #include "linux/Process.h"
+#include "linux/SessionWatch.h"
 
 namespace helper {
 
@@ -75,6 +76,11 @@ foundation::Result<std::shared_ptr<void>> MachineParts::watchNetwork(in_addr ser
   auto watch = NetworkWatch::start(event_, server, std::move(handlers));
   if (!watch) return watch.error();
   return std::shared_ptr<void>(std::move(*watch));
+}
+
+std::shared_ptr<void> MachineParts::afterLogout(std::function<void()> handler) {
+  if (plan_.endsWithSessionOf == 0) return nullptr;
+  return std::make_shared<linux::SessionWatch>(event_, plan_.endsWithSessionOf, std::move(handler));
 }
 
 foundation::Result<foundation::Secret> MachineParts::password(const Peer &peer) {

@@ -45,6 +45,7 @@ class MachineParts : public LinkParts {
   std::unique_ptr<Tunnel> makeTunnel(in_addr server, Tunnel::Handlers handlers) override;
   Routes &routes() override { return *routes_; }
   foundation::Result<std::shared_ptr<void>> watchNetwork(in_addr server, NetworkWatch::Handlers handlers) override;
+  std::shared_ptr<void> afterLogout(std::function<void()> handler) override;
   NameServers &nameServers() override { return *nameServers_; }
   foundation::Result<foundation::Secret> password(const Peer &peer) override;
   bool kernelHasMPPE() const override;

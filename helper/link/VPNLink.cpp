@@ -62,6 +62,7 @@ void VPNLink::begin() {
   ppp_ = std::move(*ppp);
   resolution_ =
       parts_->findServer([this](const foundation::Result<std::vector<in_addr>> &servers) { serversFound(servers); });
+  session_ = parts_->afterLogout([this] { loggedOut(); });
   giveTime();
   // Last: whoever hears it may stop the link.
   tell(kPhaseConnectingLink);
@@ -246,6 +247,12 @@ void VPNLink::slept(std::chrono::milliseconds time) {
   tunnel_->check();
 }
 
+void VPNLink::loggedOut() {
+  if (!isAlive()) return;
+  parts_->log("The user of the connection has logged out; the connection ends (DisconnectOnLogout).");
+  stop();
+}
+
 void VPNLink::tunnelLost(const Tunnel::Loss &loss) {
   if (!isAlive() || std::exchange(lost_, true)) return;
   if (phases_.ending()) {
@@ -280,6 +287,7 @@ void VPNLink::end(Farewell farewell) {
   if (state_ != State::ending) farewell_ = farewell;
   state_ = State::ending;
   network_.reset();
+  session_.reset();
   resolution_.reset();
   sleep_.reset();
   deadline_.reset();

@@ -49,6 +49,7 @@ class VPNLink : public Link {
   // What others do to the network meanwhile.
   void addressGone(in_addr address);
   void routingChanged();
+  void loggedOut();
   void slept(std::chrono::milliseconds time);
 
   // Going down: one reason, then pppd, then the tunnel, then everything else.
@@ -85,6 +86,7 @@ class VPNLink : public Link {
   std::unique_ptr<Tunnel> formerTunnel_;  // has stopped
   std::shared_ptr<void> resolution_;
   std::shared_ptr<void> network_;
+  std::shared_ptr<void> session_;
   std::vector<std::chrono::steady_clock::time_point> putBacks_;  // not long ago
   linux::Clock::Timer sleep_;
   linux::Clock::Timer next_;

@@ -138,6 +138,17 @@ TEST(LinkPlan, EndsWhenIdleOnlyWhereBothKeysSaySo) {
   EXPECT_EQ(planOf({{"DisconnectOnIdle", 1}, {"DisconnectOnIdleTimer", 1000001}}).ppp.idleLimit, seconds(0));
 }
 
+TEST(LinkPlan, EndsAtALogoutUnlessTheServiceSaysOtherwise) {
+  const auto endsWith = [](const Entries &ppp, const Value &startOptions = {}) {
+    const auto plan = LinkPlan::make(preferences(ppp, "PPTP"), {"ID", startOptions, 1000, 77}, {});
+    return plan ? plan->endsWithSessionOf : -1;
+  };
+  EXPECT_EQ(endsWith({}), 77);
+  EXPECT_EQ(endsWith({{"DisconnectOnLogout", 1}}), 77);
+  EXPECT_EQ(endsWith({{"DisconnectOnLogout", 0}}), 0);
+  EXPECT_EQ(endsWith({}, Entries{{"PPP", Entries{{"DisconnectOnLogout", 0}}}}), 0) << "a start may say so, too";
+}
+
 // ---- The start's options
 
 TEST(LinkPlan, StartOptionsAreLaidOverTheService) {

@@ -36,6 +36,7 @@ struct LinkMachine {
   helper::Tunnel::Handlers tunnel;
   helper::NameServers::Done nameServersDone;
   helper::NetworkWatch::Handlers network;
+  std::function<void()> logout;  // empty: nobody listens
 
   void record(const std::string &name, const std::string &with = {}) {
     deeds.push_back(with.empty() ? name : name + " " + with);
@@ -124,6 +125,10 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
       return status.error();
     machine_.network = std::move(handlers);
     return std::shared_ptr<void>(&machine_, [](LinkMachine *machine) { machine->network = {}; });
+  }
+  std::shared_ptr<void> afterLogout(std::function<void()> handler) override {
+    machine_.logout = std::move(handler);
+    return {&machine_, [](LinkMachine *machine) { machine->logout = nullptr; }};
   }
   NameServers &nameServers() override { return *this; }
   foundation::Result<foundation::Secret> password(const helper::Peer &) override {

@@ -82,6 +82,30 @@ INSTANTIATE_TEST_SUITE_P(VPNLink, SleptElsewhere,
                                            Stage::endingPPP, Stage::down),
                          [](const auto &test) { return nameOf(test.param); });
 
+// ---- The user logs out
+
+class LoggedOut : public VPNLinkTest, public ::testing::WithParamInterface<Stage> {};
+
+TEST_P(LoggedOut, TheLinkEndsAndSaysWhy) {
+  reach(GetParam());
+  ASSERT_TRUE(machine.logout);
+  machine.logout();
+  EXPECT_FALSE(machine.logout) << "nobody listens any more";
+  finish();
+  EXPECT_EQ(machine.sentences,
+            std::vector<std::string>{"The user of the connection has logged out; the connection ends "
+                                     "(DisconnectOnLogout)."});
+  expectDown(kCauseUserRequest);
+}
+
+INSTANTIATE_TEST_SUITE_P(VPNLink, LoggedOut, ::testing::ValuesIn(stages(Stage::findingServer, Stage::up)),
+                         [](const auto &test) { return nameOf(test.param); });
+
+TEST_F(VPNLinkTest, WhileItEndsNobodyListensForALogout) {
+  reach(Stage::endingPPP);
+  EXPECT_FALSE(machine.logout);
+}
+
 // ---- PPP negotiates once more
 
 TEST_F(VPNLinkTest, NegotiationOnceMoreSetsTheRoutesAgain) {
