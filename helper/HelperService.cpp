@@ -8,7 +8,6 @@
 #include "foundation/UUID.h"
 #include "helper/common/Peer.h"
 #include "helper/common/SecretUse.h"
-#include "linux/SystemJournal.h"
 #include "wire/HelperInterface.h"
 #include "wire/StatusCodes.h"
 
@@ -102,6 +101,7 @@ const sd_bus_vtable HelperService::kMethods[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD(wire::kAuthorize, wire::Authorize::kSignature, wire::Code::kSignature,
                   handle<&HelperService::authorize>, SD_BUS_VTABLE_UNPRIVILEGED),
+    entry<&HelperService::tellOfReadableSecrets>(wire::kTellOfReadableSecrets),
     entry<&HelperService::readPreferences>(wire::kReadPreferences),
     entry<&HelperService::commitPreferences>(wire::kCommitPreferences),
     entry<&HelperService::applyPreferences>(wire::kApplyPreferences),
@@ -129,6 +129,7 @@ Status HelperService::serve(FileDescriptor socket) {
   if (!user) return user.error();
   user_ = *user;
   authorized_ = user_ == 0;
+  if (user_ != 0) log_.limit({kLinesAtOnce, kLinesPerSecond});
   // Who asks must be there to be asked about, and must not become somebody else meanwhile.
   if (auto peer = Peer::ofSocket(socket.get()))
     peer_.emplace(std::move(*peer));
@@ -185,11 +186,15 @@ void HelperService::authorized(const Authority::Answer &answer, bool willAskAgai
   authorized_ = answer.verdict == Authority::Verdict::granted;
   if (!willAskAgain || answer.verdict != Authority::Verdict::nobodyToAsk) {
     if (!authorized_) log_.write(answer.sentence);
-    linux::tellJournal(answer.sentence,
-                       {{"VPNCTL_USER", std::to_string(user_)}, {"VPNCTL_PROCESS", std::to_string(peer_->pid())}});
+    tellAdministrators(answer.sentence);
   }
   replyWithCode(question_.get(), codeOf(answer.verdict));
   question_.reset();
+}
+
+Result<wire::Code> HelperService::tellOfReadableSecrets(const wire::TellOfReadableSecrets &call) {
+  log_.write("Everybody on this machine can read " + call.path + ", and it holds secrets: chmod 600 would keep them.");
+  return wire::Code{};
 }
 
 // ---- Preferences
@@ -238,7 +243,7 @@ Result<wire::Code> HelperService::deleteKeychainItem(const wire::DeleteKeychainI
 Result<wire::Code> HelperService::startLink(const wire::StartLink &call) {
   const auto userOptions = wire::dictionaryFrom(call.userOptions);
   if (!userOptions) return userOptions.error();
-  return wire::Code{start({call.serviceID, *userOptions, user_}, call.linger)};
+  return wire::Code{start({call.serviceID, *userOptions, user_, peer_ ? peer_->pid() : 0}, call.linger)};
 }
 
 std::int32_t HelperService::start(const LinkRequest &request, bool linger) {
@@ -262,8 +267,17 @@ std::int32_t HelperService::start(const LinkRequest &request, bool linger) {
   link_ = std::move(*link);
   serviceID_ = request.serviceID;
   linger_ = linger;
+  const std::string server = LinkPlan::serverOf(*preferences, serviceID_);
+  tellAdministrators("User " + std::to_string(user_) + " connects this machine to " + server + ".", server);
   link_->start();
   return wire::kSCStatusOK;
+}
+
+void HelperService::tellAdministrators(const std::string &sentence, const std::string &server) {
+  linux::JournalFields fields{{"VPNCTL_USER", std::to_string(user_)}};
+  if (peer_) fields.emplace_back("VPNCTL_PROCESS", std::to_string(peer_->pid()));
+  if (!server.empty()) fields.emplace_back("VPNCTL_SERVER", server);
+  users_.auditTrail(sentence, fields);
 }
 
 Status HelperService::takePlace() {

@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -25,6 +26,7 @@
 #include "helper/store/Keychain.h"
 #include "helper/store/PreferencesStore.h"
 #include "linux/EventSource.h"
+#include "linux/SystemJournal.h"
 #include "linux/SystemdOwners.h"
 #include "wire/Messages.h"
 
@@ -42,10 +44,17 @@ class HelperService {
   static constexpr int kCallsAtOnce = 200;
   static constexpr int kCallsPerSecond = 20;
 
+  // A connection that fails in every way there is writes less than a hundred lines; one that is debugged writes more.
+  static constexpr int kLinesAtOnce = 2000;
+  static constexpr int kLinesPerSecond = 20;
+
+  // Where administrators read who asked for what.
+  using AuditTrail = std::function<void(const std::string &sentence, const linux::JournalFields &fields)>;
   // Who is not root, and how much he may have.
   struct Users {
     Authority &authority;
     UserQuota quota{};
+    AuditTrail auditTrail = linux::tellJournal;
   };
 
   // Everything handed in outlives the service.
@@ -77,6 +86,7 @@ class HelperService {
   // An error says that the call is not what it should be; all else is a code in the reply.
   template <class Reply>
   using Result = foundation::Result<Reply>;
+  Result<wire::Code> tellOfReadableSecrets(const wire::TellOfReadableSecrets &call);
   Result<wire::ReadPreferencesReply> readPreferences(const wire::Nothing &call);
   Result<wire::CommitPreferencesReply> commitPreferences(const wire::CommitPreferences &call);
   Result<wire::Code> applyPreferences(const wire::Nothing &call);
@@ -93,6 +103,7 @@ class HelperService {
 
   std::int32_t start(const LinkRequest &request, bool linger);
   foundation::Status takePlace();
+  void tellAdministrators(const std::string &sentence, const std::string &server = {});
   void linkChanged(const LinkStatus &status);
   bool isLinkUp() const { return link_ && !link_->isDown(); }
   void exit();

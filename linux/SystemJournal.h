@@ -5,13 +5,16 @@
 
 #pragma once
 
-#include <initializer_list>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace linux {
 
-// SENTENCE with fields of our own, in capitals, as notice among what concerns rights.
-void tellJournal(const std::string &sentence, std::initializer_list<std::pair<const char *, std::string>> fields);
+// Names in capitals, and what they say.
+using JournalFields = std::vector<std::pair<std::string, std::string>>;
+
+// SENTENCE with FIELDS of our own, as notice among what concerns rights.
+void tellJournal(const std::string &sentence, const JournalFields &fields);
 
 }  // namespace linux

@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Secret.h"
@@ -34,6 +36,21 @@ foundation::Secret textOfLongFile(const char *path) {
 }
 
 }  // namespace
+
+bool everybodyMayRead(const char *path) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  fs::path place = fs::canonical(path, error);
+  const auto allows = [&](fs::perms permission) {
+    return (fs::status(place, error).permissions() & permission) != fs::perms::none && !error;
+  };
+  if (error || !fs::is_regular_file(place, error) || !allows(fs::perms::others_read)) return false;
+  while (place.has_relative_path()) {
+    place = place.parent_path();
+    if (!allows(fs::perms::others_exec)) return false;
+  }
+  return true;
+}
 
 bool readConfiguration(config_t *config, const char *path) {
   // From a file libconfig reads 8 KB at a time and scans a long text from its start each time, 4 MB in ten seconds; not

@@ -12,4 +12,8 @@ namespace TN {
 // what is wrong with the file, which is then false.
 [[nodiscard]] bool readConfiguration(config_t *config, const char *path);
 
+// Whether every user of this machine can read the file at PATH, which holds secrets: by its own mode and those of the
+// folders above it.
+bool everybodyMayRead(const char *path);
+
 }  // namespace TN

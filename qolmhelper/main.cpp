@@ -19,6 +19,7 @@
 #include "foundation/StandardStreams.h"
 #include "foundation/Text.h"
 #include "platform/Dispatch.h"
+#include "platform/SecretFile.h"
 #include "qolmhelper/ConfigurationFile.h"
 #include "qolmhelper/TNConnectorL2TP.h"
 #include "qolmhelper/TNConnectorPPTP.h"
@@ -172,6 +173,7 @@ int main(int argc, char *argv[]) {
     std::fputs("Cannot get authorization!", stderr);
     return 1;
   }
+  if (TN::everybodyMayRead(path)) platform::tellOfReadableSecrets(path);
   const platform::dispatch_source_t teardown = armTeardown(connector);
   connector->connect();
   return 0;

@@ -10,6 +10,8 @@
 //   Authorize(i flags)                    -> i status
 //       flags: as Messages.h has them. status: an OSStatus code of the authorization services. Answers when the
 //       person has. Root has the right from the beginning.
+//   TellOfReadableSecrets(ay path)        -> i 0
+//       For the log: everybody may read that file, and it holds secrets.
 //   ReadPreferences()                     -> i error, ay propertyList, ay signature
 //       error: an SCError code. An empty propertyList is a system without a preferences file. signature is opaque.
 //   CommitPreferences(ay propertyList, ay signature) -> i error, ay signature
@@ -39,6 +41,7 @@ inline constexpr char kObjectPath[] = "/vpnctl/Helper";
 inline constexpr char kInterface[] = "vpnctl.Helper1";
 
 inline constexpr char kAuthorize[] = "Authorize";
+inline constexpr char kTellOfReadableSecrets[] = "TellOfReadableSecrets";
 inline constexpr char kReadPreferences[] = "ReadPreferences";
 inline constexpr char kCommitPreferences[] = "CommitPreferences";
 inline constexpr char kApplyPreferences[] = "ApplyPreferences";

@@ -166,6 +166,7 @@ int read(sd_bus_message *message, Contents *contents) {
 WIRE_MESSAGE(Nothing)
 WIRE_MESSAGE(Code)
 WIRE_MESSAGE(Authorize)
+WIRE_MESSAGE(TellOfReadableSecrets)
 WIRE_MESSAGE(ReadPreferencesReply)
 WIRE_MESSAGE(CommitPreferences)
 WIRE_MESSAGE(CommitPreferencesReply)

@@ -57,6 +57,13 @@ struct Authorize {
   static void fields(auto &codec, auto &self) { codec.number(self.flags); }
 };
 
+// A path is bytes, not text.
+struct TellOfReadableSecrets {
+  static constexpr char kSignature[] = "ay";
+  std::string path;
+  static void fields(auto &codec, auto &self) { codec.bytes(self.path, kMaximumText); }
+};
+
 struct ReadPreferencesReply {
   static constexpr char kSignature[] = "iayay";
   std::int32_t error = 0;

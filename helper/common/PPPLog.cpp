@@ -67,14 +67,31 @@ void PPPLog::write(std::string_view sentence) {
 void PPPLog::copy(std::string_view line) { append({}, line); }
 
 void PPPLog::append(const std::string &before, std::string_view text) {
-  std::string line = before + (label_ ? label_() : std::string()) + std::string(text);
+  if (!files_->hasRoom()) return;
+  files_->append(before + (label_ ? label_() : std::string()) + std::string(text));
+}
+
+// What is not written counts as little as possible: it may be the work of somebody who wants to fill the disk.
+bool PPPLog::Files::hasRoom() {
+  const auto now =
+      std::chrono::duration_cast<foundation::RateLimit::Instant>(std::chrono::steady_clock::now().time_since_epoch());
+  if (lines && !lines->allows(now)) {
+    ++leftOut;
+    return false;
+  }
+  if (const std::size_t count = std::exchange(leftOut, 0); count > 0)
+    append(timestamp() + " : " + std::to_string(count) + " lines were left out here: there were too many at a time.");
+  return true;
+}
+
+void PPPLog::Files::append(std::string line) {
   line.resize(std::min(line.size(), kMaximumLine - 1));
   for (char &character : line)
     if (character < ' ' || character > '~') character = '?';
   line += '\n';
-  files_->lookForNewFile();
-  for (const FileDescriptor *file : {&files_->file, &files_->newFile})
-    while (*file && ::write(file->get(), line.data(), line.size()) < 0 && errno == EINTR) {
+  lookForNewFile();
+  for (const FileDescriptor *open : {&file, &newFile})
+    while (*open && ::write(open->get(), line.data(), line.size()) < 0 && errno == EINTR) {
     }
 }
 

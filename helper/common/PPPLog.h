@@ -9,10 +9,12 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "foundation/FileDescriptor.h"
+#include "foundation/RateLimit.h"
 #include "foundation/Result.h"
 
 namespace helper {
@@ -36,6 +38,10 @@ class PPPLog {
   // The same for a line of pppd's, which bears no date. Nobody waits for it to be read.
   void copy(std::string_view line);
 
+  // From now on, for all who write into this file, LINES at most; how many were left out is told when there is room
+  // again.
+  void limit(const foundation::RateLimit &lines) { files_->lines = lines; }
+
   const std::string &path() const { return files_->path; }
   // When the last sentence was written, by this one; the epoch's start before the first.
   std::chrono::steady_clock::time_point lastWrite() const { return lastWrite_; }
@@ -45,8 +51,12 @@ class PPPLog {
     std::string path;
     foundation::FileDescriptor file;
     foundation::FileDescriptor newFile;  // the latest that has taken its place
+    std::optional<foundation::RateLimit> lines{};
+    std::size_t leftOut = 0;
 
     void lookForNewFile();
+    bool hasRoom();
+    void append(std::string line);
   };
 
   explicit PPPLog(std::shared_ptr<Files> files) : files_(std::move(files)) {}

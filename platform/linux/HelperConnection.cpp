@@ -132,6 +132,10 @@ std::optional<std::int32_t> HelperConnection::authorize(bool mayInteract, bool w
   return reply ? std::optional(reply->code) : std::nullopt;
 }
 
+void HelperConnection::tellOfReadableSecrets(const std::string &path) {
+  call<wire::Code>(wire::kTellOfReadableSecrets, wire::TellOfReadableSecrets{path});
+}
+
 std::optional<wire::ReadPreferencesReply> HelperConnection::readPreferences() {
   return call<wire::ReadPreferencesReply>(wire::kReadPreferences, wire::Nothing());
 }

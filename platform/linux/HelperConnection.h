@@ -61,6 +61,9 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   // WILL_ASK_AGAIN: when nobody can be asked, that is no news yet.
   std::optional<std::int32_t> authorize(bool mayInteract, bool willAskAgain);
 
+  // Whether it is told, nobody needs to know.
+  void tellOfReadableSecrets(const std::string &path);
+
   // Each gives what the helper answered; none when there was no answer.
   std::optional<wire::ReadPreferencesReply> readPreferences();
   std::optional<wire::CommitPreferencesReply> commitPreferences(std::string_view propertyList,

@@ -189,6 +189,7 @@ class Arguments {
 
 const std::vector<MethodDescription> &methods() {
   static const std::vector<MethodDescription> all = {
+      {Method::tellOfReadableSecrets, wire::kTellOfReadableSecrets, "ay", "i"},
       {Method::readPreferences, wire::kReadPreferences, "", "iayay"},
       {Method::commitPreferences, wire::kCommitPreferences, "ayay", "iay"},
       {Method::applyPreferences, wire::kApplyPreferences, "", "i"},

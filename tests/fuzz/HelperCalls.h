@@ -13,6 +13,7 @@
 namespace fuzz {
 
 enum class Method {
+  tellOfReadableSecrets,
   readPreferences,
   commitPreferences,
   applyPreferences,

@@ -66,10 +66,18 @@ class HelperServiceTest : public ::testing::Test {
     testing::ScriptedAuthority asked(event.get(), verdict);
     authority = &asked;
     HelperService service(event.get(), preferences, keychain, testing::scriptedLinks(event.get()),
-                          {asked, UserQuota(folder.path("users"))}, *log, std::chrono::milliseconds(20));
+                          {asked, UserQuota(folder.path("users")), auditTrail()}, *log, std::chrono::milliseconds(20));
     ASSERT_TRUE(service.serve(std::move(socket)));
     loopResult = sd_event_loop(event.get());
     EXPECT_GE(loopResult, 0);
+  }
+
+  // Read it when the service has ended.
+  HelperService::AuditTrail auditTrail() {
+    return [this](const std::string &sentence, const linux::JournalFields &fields) {
+      std::string &line = trail.emplace_back(sentence);
+      for (const auto &[name, value] : fields) line += " " + name + "=" + value;
+    };
   }
 
   using Message = linux::BusMessage;
@@ -170,6 +178,7 @@ class HelperServiceTest : public ::testing::Test {
   std::optional<Authority::Verdict> verdict = Authority::Verdict::granted;
   testing::ScriptedAuthority *authority = nullptr;  // the service's, while it lives
   std::thread server;
+  std::vector<std::string> trail;
   int loopResult = -1;  // once the server has been joined
   linux::Bus bus;
 };
@@ -355,6 +364,29 @@ TEST_F(HelperServiceForUsers, WhoAsksAndAsksIsCutOff) {
   EXPECT_LT(answered, 3 * HelperService::kCallsAtOnce);
   server.join();
   EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or("").find("asks and asks"), std::string::npos);
+}
+
+TEST_F(HelperServiceForUsers, AdministratorsReadWhoAskedForWhat) {
+  commitService("up");
+  ASSERT_NO_FATAL_FAILURE(connectAsUser());
+  trail.clear();
+  ASSERT_EQ(authorize(), 0);
+  ASSERT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
+  EXPECT_EQ(waitForStatus(2), 6);
+  close();
+  const std::string who = " VPNCTL_USER=65534 VPNCTL_PROCESS=" + std::to_string(::getpid());
+  ASSERT_EQ(trail.size(), 2U);
+  EXPECT_TRUE(trail[0].ends_with(who)) << trail[0];
+  EXPECT_EQ(trail[1], "User 65534 connects this machine to up." + who + " VPNCTL_SERVER=up");
+}
+
+TEST_F(HelperServiceTest, AFileThatEverybodyMayReadIsTold) {
+  EXPECT_EQ(codeOf(call(newCall(wire::kTellOfReadableSecrets, wire::TellOfReadableSecrets{"/a\n\x1B[0m"}))), 0);
+  const std::string log = support::contentsOf(folder.path("ppp.log")).value_or("");
+  EXPECT_NE(
+      log.find(" : Everybody on this machine can read /a??[0m, and it holds secrets: chmod 600 would keep them.\n"),
+      std::string::npos)
+      << log;
 }
 
 TEST_F(HelperServiceForUsers, SoManyLinksAndNoMore) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <regex>
+#include <thread>
 
 #include "helper/common/PPPLog.h"
 #include "tests/support/TemporaryFolder.h"
@@ -41,6 +42,29 @@ TEST_F(PPPLogTest, AppendsOneDatedLinePerSentence) {
   const auto text = support::contentsOf(path).value_or("");
   EXPECT_TRUE(std::regex_match(text, std::regex("what was there\n" + date + " : One\\.\n" + date + " : Two\\.\n")))
       << text;
+}
+
+TEST_F(PPPLogTest, ALimitHoldsForAllWhoWriteAndTellsWhatWasLeftOut) {
+  auto log = PPPLog::open(path);
+  ASSERT_TRUE(log);
+  PPPLog other = log->labelled([] { return std::string("label "); });
+  log->limit({10, 20});
+  for (int line = 0; line < 50; ++line) {
+    log->copy("one");
+    other.copy("other");
+  }
+  const auto lines = [this] {
+    const std::string text = support::contentsOf(path).value_or("");
+    return std::ranges::count(text, '\n');
+  };
+  EXPECT_GE(lines(), 10);
+  EXPECT_LT(lines(), 50);
+  std::this_thread::sleep_for(std::chrono::milliseconds(150));
+  const auto before = lines();
+  other.write("Again.");
+  const std::string text = support::contentsOf(path).value_or("");
+  EXPECT_NE(text.find(" : " + std::to_string(100 - before) + " lines were left out here: "), std::string::npos) << text;
+  EXPECT_TRUE(text.ends_with("label Again.\n")) << text;
 }
 
 TEST_F(PPPLogTest, IsPlainASCIIOfAtMostAThousandBytesALine) {
