@@ -56,6 +56,7 @@ write_config_of_cell() {
     ike) write_config protocol="$protocol" ip="$NOBODY" ;;
     *) write_config protocol="$protocol" ;;
   esac
+  [ -z "${user:-}" ] || readable_for_users
 }
 put_away() {
   [ "$protocol" = pptp ] && return
@@ -115,7 +116,9 @@ L2TP_CONTROL="udp sport 1701 @th,64,8 & 0x80 == 0x80"
 # start_at_terminal: the tool as a person starts it; "tool" is its own process, "vpnctl" the terminal's.
 start_at_terminal() {
   rm -f "$logs/tool.pid"
-  spawn vpnctl cli "$cache/bin/terminal" "$logs/tool.pid" "$VPNCTL" -c "$CONFIG"
+  local as=()
+  [ -z "${user:-}" ] || as=(/usr/bin/setpriv --reuid "$user" --regid "$user" --init-groups)
+  spawn vpnctl cli "$cache/bin/terminal" "$logs/tool.pid" "${as[@]}" "$VPNCTL" -c "$CONFIG"
   within 30 test -f "$logs/tool.pid" || fail "the tool did not start"
 }
 
