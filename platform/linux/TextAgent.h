@@ -1,6 +1,7 @@
 // polkit's own agent for terminals: asks for an administrator's password where this process was started.
 //
-// Usual sequence: ask polkit; when nobody can be asked for a password, start(), ask polkit again, destroy. Thread rule: any. Both block for a moment.
+// Usual sequence: ask polkit; when nobody can be asked for a password, start(), ask polkit again, destroy. Thread rule:
+// any. Both block for a moment.
 
 #pragma once
 
