@@ -49,6 +49,9 @@ if(VPNCTL_SANITIZE)
   target_link_options(vpnctl_options INTERFACE -fsanitize=${VPNCTL_SANITIZE})
 endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+# Programs are also linked so, whatever the compiler's default is.
+include(CheckPIESupported)
+check_pie_supported()
 
 # Much of compiling a room is reading the standard library's headers: with VPNCTL_PRECOMPILE all share what was read once. What a
 # file itself must include is seen by the presets without. Not for optimised builds: g++ 12 then takes the headers for ours, and warns of
