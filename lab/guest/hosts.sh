@@ -76,7 +76,7 @@ ALL_HOSTS=(cli rtr srv out)
 
 # The hosts stand, with the scenario's own files on them: everything below files/HOST lies on HOST from the start.
 make_hosts() {
-  local host
+  local host made=("${ALL_HOSTS[@]}") stock=()
   for host in "${ALL_HOSTS[@]}"; do
     mkdir -p "$work/hosts/$host/files/etc/strongswan.d"
     charon_log >"$work/hosts/$host/files/etc/strongswan.d/lab.conf"
@@ -85,9 +85,15 @@ make_hosts() {
     echo "nameserver $ROUTER" >"$work/hosts/$host/files/etc/resolv.conf"
     [ ! -d "$folder/files/$host" ] || cp -r "$folder/files/$host/." "$work/hosts/$host/files/"
   done
-  "$cache/bin/hosts" "$work/hosts" "${ALL_HOSTS[@]}" >"$logs/hosts.log" 2>&1 || fail "the hosts did not come up"
+  if [ -n "${systemd:-}" ]; then
+    made=("${made[@]:1}")
+    stock=(nsenter -t "$(</lab/stock)" -m)
+    be_client
+  fi
+  "${stock[@]}" "$cache/bin/hosts" "$work/hosts" "${made[@]}" >"$logs/hosts.log" 2>&1 || fail "the hosts did not come up"
   for host in "${ALL_HOSTS[@]}"; do HOST[$host]=$(<"$work/hosts/$host/pid"); done
-  ip -batch - <<EOF
+  # From the router, which has no eth0 of its own.
+  nsenter -t "${HOST[rtr]}" -n ip -batch - <<EOF
 link add eth0 netns ${HOST[cli]} type veth peer name cli netns ${HOST[rtr]}
 link add eth0 netns ${HOST[srv]} type veth peer name srv netns ${HOST[rtr]}
 link add eth0 netns ${HOST[out]} type veth peer name out netns ${HOST[rtr]}

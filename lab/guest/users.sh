@@ -4,6 +4,26 @@
 
 ADMIN_PASSWORD="the boss's own"
 
+# make_users ROOT: the users of the bus and of polkit, ann and boss, on the machine with that root folder.
+make_users() {
+  local root=$1
+  cat >>"$root/etc/passwd" <<EOF
+messagebus:x:900:900::/nonexistent:/usr/sbin/nologin
+polkitd:x:901:901::/nonexistent:/usr/sbin/nologin
+ann:x:2000:2000::/home/ann:/bin/bash
+boss:x:2001:2001::/home/boss:/bin/bash
+EOF
+  printf '%s\n' messagebus:x:900: polkitd:x:901: ann:x:2000: boss:x:2001: >>"$root/etc/group"
+  sed 's/^sudo:.*/sudo:x:27:boss/' "$root/etc/group" >"$root/etc/group.new"
+  mv "$root/etc/group.new" "$root/etc/group"
+  printf '%s:%s:20000:0:99999:7:::\n' boss "$(openssl passwd -6 -stdin <<<"$ADMIN_PASSWORD")" >>"$root/etc/shadow"
+  cat >"$root/etc/pam.d/polkit-1" <<EOF
+auth required pam_unix.so
+account required pam_unix.so
+session required pam_permit.so
+EOF
+}
+
 # start_polkit: the system bus and polkit run on cli, as the packages bring them, and somebody starts a helper for each who connects to
 # /run/vpnctl.socket.
 start_polkit() {
@@ -14,20 +34,7 @@ start_polkit() {
   # As the package's own script would do it.
   install -m 4755 "$cache/polkit/root/usr/lib/polkit-1/polkit-agent-helper-1" "$extra/lib/polkit-1"
   lay_over polkit cli "$extra"
-  cat >>"$cli/etc/passwd" <<EOF
-messagebus:x:900:900::/nonexistent:/usr/sbin/nologin
-polkitd:x:901:901::/nonexistent:/usr/sbin/nologin
-ann:x:2000:2000::/home/ann:/bin/bash
-boss:x:2001:2001::/home/boss:/bin/bash
-EOF
-  printf '%s\n' messagebus:x:900: polkitd:x:901: ann:x:2000: boss:x:2001: >>"$cli/etc/group"
-  on cli sed -i 's/^sudo:.*/sudo:x:27:boss/' /etc/group
-  printf '%s:%s:20000:0:99999:7:::\n' boss "$(openssl passwd -6 -stdin <<<"$ADMIN_PASSWORD")" >>"$cli/etc/shadow"
-  put cli /etc/pam.d/polkit-1 <<EOF
-auth required pam_unix.so
-account required pam_unix.so
-session required pam_permit.so
-EOF
+  make_users "$cli"
   mkdir -p "$cli/run/dbus" "$cli/var/lib/polkit-1" "$cli/etc/polkit-1/rules.d"
   on cli chown polkitd:polkitd /var/lib/polkit-1
   spawn bus cli dbus-daemon --system --nofork --nopidfile
