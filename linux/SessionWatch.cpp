@@ -40,30 +40,37 @@ bool isUserGone(uid_t user) {
   return sd_uid_get_state(user, state) < 0 || (state.get() != "online" && state.get() != "active");
 }
 
-// Empty when PROCESS belongs to nobody who could log out.
-SessionWatch::Source sessionOf(pid_t process) {
+// Whether somebody has logged out, and what of logind's must be watched for that: one of its categories, since not
+// every machine has all of them.
+struct Login {
+  SessionWatch::Source isOver;  // empty: nobody could log out
+  const char *category = nullptr;
+};
+
+Login loginOf(pid_t process) {
   LoginText session;
   uid_t user = 0;
   if (sd_pid_get_session(process, session) >= 0)
-    return [name = std::string(session.get())] { return isSessionOver(name); };
-  if (sd_pid_get_owner_uid(process, &user) >= 0) return [user] { return isUserGone(user); };
-  return nullptr;
+    return {[name = std::string(session.get())] { return isSessionOver(name); }, "session"};
+  if (sd_pid_get_owner_uid(process, &user) >= 0) return {[user] { return isUserGone(user); }, "uid"};
+  return {};
 }
 
 // A descriptor of our own, since the monitor closes its with itself: both see the same changes.
-FileDescriptor changesOfSessions() {
+FileDescriptor changesIn(const char *category) {
   using Monitor = std::unique_ptr<sd_login_monitor, GivesBack<sd_login_monitor, sd_login_monitor_unref>>;
   Monitor monitor;
-  if (sd_login_monitor_new(nullptr, Out(monitor)) < 0) return {};
+  if (sd_login_monitor_new(category, Out(monitor)) < 0) return {};
   return FileDescriptor(::fcntl(sd_login_monitor_get_fd(monitor.get()), F_DUPFD_CLOEXEC, 0));
 }
 
 }  // namespace
 
-SessionWatch::SessionWatch(sd_event *event, pid_t process, Handler handler)
-    : handler_(std::move(handler)), isOver_(sessionOf(process)) {
-  if (!isOver_ || isOver_()) return;
-  changes_ = changesOfSessions();
+SessionWatch::SessionWatch(sd_event *event, pid_t process, Handler handler) : handler_(std::move(handler)) {
+  Login login = loginOf(process);
+  if (!login.isOver || login.isOver()) return;
+  isOver_ = std::move(login.isOver);
+  changes_ = changesIn(login.category);
   watch(event);
 }
 
