@@ -92,8 +92,8 @@ make_hosts() {
   fi
   "${stock[@]}" "$cache/bin/hosts" "$work/hosts" "${made[@]}" >"$logs/hosts.log" 2>&1 || fail "the hosts did not come up"
   for host in "${ALL_HOSTS[@]}"; do HOST[$host]=$(<"$work/hosts/$host/pid"); done
-  # From the router, which has no eth0 of its own.
-  nsenter -t "${HOST[rtr]}" -n ip -batch - <<EOF
+  # Where the client is the machine itself, from the router, which has no eth0 of its own.
+  ${systemd:+nsenter -t "${HOST[rtr]}" -n} ip -batch - <<EOF
 link add eth0 netns ${HOST[cli]} type veth peer name cli netns ${HOST[rtr]}
 link add eth0 netns ${HOST[srv]} type veth peer name srv netns ${HOST[rtr]}
 link add eth0 netns ${HOST[out]} type veth peer name out netns ${HOST[rtr]}

@@ -3,10 +3,10 @@ for all that follow
 
   stopccn         answers Start-Control-Connection-Request with Stop-Control-Connection-Notification, result 4
                   (requester not authorised)
-  stopccn-later   the same when the call stands, with result 6 (shutting down)
+  stopccn-later   the same when the client begins to negotiate PPP, with result 6 (shutting down)
   cdn             accepts the control connection and refuses the call with Call-Disconnect-Notify, result 4
                   (no appropriate facilities, temporarily)
-  cdn-later       the same when the call stands, with result 3 (administrative reasons)
+  cdn-later       the same when the client begins to negotiate PPP, with result 3 (administrative reasons)
   garbage         answers with bytes that are no L2TP message
   mute            acknowledges what it gets and never says anything
   challenge       wants the client to know a secret of the tunnel's own
@@ -118,6 +118,7 @@ class Call:
         self.tunnel = self.session = self.sent = self.received = 0
         self.unacknowledged = []
         self.asked_again = self.prompted = self.silent = False
+        self.ending = part
         self.ppp = PPPServer(self.send_frame)
         self.wild = Wild(self.ppp, self.hang_up, f"{part} {ordinal}")
 
@@ -211,13 +212,17 @@ class Call:
                 return False
             else:
                 self.send(ICRP, number(14, SESSION), session=self.session)
-        elif kind == ICCN and self.part == "cdn-later":
-            self.hang_up()
-        elif kind == ICCN and self.part == "stopccn-later":
-            self.send(STOPCCN, result(6, b"closing time"), number(9, TUNNEL))
         else:
             return False
         return True
+
+    def negotiates(self):
+        """The client's PPP has said something, so that it is not overtaken by what ends the call."""
+        ending, self.ending = self.ending, None
+        if ending == "cdn-later":
+            self.hang_up()
+        elif ending == "stopccn-later":
+            self.send(STOPCCN, result(6, b"closing time"), number(9, TUNNEL))
 
     def hear(self, kind, count, next_count, values):
         if self.silent:
@@ -250,6 +255,8 @@ class Peer:
             # The client's kernel says neither lengths nor numbers in the packets of the call.
             if self.call and self.call.part in ("serve", "mute-control", "mangle", "wild", *PARTS):
                 self.call.ppp.receive(datagram[6:])
+            elif self.call:
+                self.call.negotiates()
             return
         values = avps(datagram[12:length])
         kind = struct.unpack("!H", values[0])[0] if 0 in values else 0
