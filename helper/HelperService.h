@@ -40,11 +40,11 @@ class HelperService {
   // again; one that asks and asks without reading would have us keep all of them.
   static constexpr std::uint64_t kMaximumUnread = 16;
 
-  // Calls of somebody who is not root: a connection takes fifteen.
+  // Calls of somebody who is not root: far more than a connection takes.
   static constexpr int kCallsAtOnce = 200;
   static constexpr int kCallsPerSecond = 20;
 
-  // A connection that fails in every way there is writes less than a hundred lines; one that is debugged writes more.
+  // Lines of the PPP log for somebody who is not root: enough for a connection that is debugged.
   static constexpr int kLinesAtOnce = 2000;
   static constexpr int kLinesPerSecond = 20;
 
