@@ -1,6 +1,7 @@
 #include "helper/l2tp/L2TPTunnel.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -116,7 +117,9 @@ void L2TPTunnel::unprotected(const std::string &sentence) {
 foundation::Status L2TPTunnel::callIsAnswered(const L2TPCall &call) {
   auto channel = dataPath_->connect(socket_->descriptor(), call);
   if (!channel) return channel.error();
-  channel_ = std::move(*channel);
+  foundation::FileDescriptor carrier(::fcntl(socket_->descriptor(), F_DUPFD_CLOEXEC, 0));
+  if (!carrier) return foundation::errnoError(errno, "hold the tunnel's socket for pppd");
+  channel_ = TunnelChannel(std::move(*channel), {}, std::move(carrier));
   return {};
 }
 

@@ -72,7 +72,7 @@ class L2TPTunnel : public Tunnel {
   std::optional<L2TPSocket> socket_;
   std::optional<L2TPSocket> otherSocket_;  // of another port; until it is known which of the two the server takes
   std::unique_ptr<L2TPDataPath> dataPath_;
-  foundation::FileDescriptor channel_;
+  TunnelChannel channel_;
   std::unique_ptr<IPSecAssociation> formerAssociation_;  // has stopped
   std::unique_ptr<IPSecAssociation> association_;
   std::optional<L2TPControlConnection> control_;

@@ -81,19 +81,20 @@ foundation::Status PluginChannel::giveChannel(TunnelChannel channel) {
     answer.length = static_cast<std::uint16_t>(channel.earlyFrame.size());
     std::ranges::copy(channel.earlyFrame, answer.frame);
   }
-  const int fd = channel.socket.get();
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof fd)> control{};
+  const std::array<int, 2> descriptors{channel.socket.get(), channel.carrier.get()};
+  const std::size_t size = channel.carrier ? sizeof descriptors : sizeof descriptors[0];
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof descriptors)> control{};
   iovec part{&answer, sizeof answer};
   msghdr message{};
   message.msg_iov = &part;
   message.msg_iovlen = 1;
   message.msg_control = control.data();
-  message.msg_controllen = control.size();
+  message.msg_controllen = CMSG_SPACE(size);
   cmsghdr *rights = CMSG_FIRSTHDR(&message);
   rights->cmsg_level = SOL_SOCKET;
   rights->cmsg_type = SCM_RIGHTS;
-  rights->cmsg_len = CMSG_LEN(sizeof fd);
-  std::memcpy(CMSG_DATA(rights), &fd, sizeof fd);
+  rights->cmsg_len = CMSG_LEN(size);
+  std::memcpy(CMSG_DATA(rights), descriptors.data(), size);
   if (::sendmsg(connection_.get(), &message, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof answer))
     return foundation::errnoError(errno, "hand the tunnel to pppd");
   return {};

@@ -43,7 +43,7 @@ class PluginChannel {
   // For tests: a connection that is there already.
   void adopt(foundation::FileDescriptor connection);
 
-  // The answer to PluginNeedsChannel; CHANNEL is closed here.
+  // The answer to PluginNeedsChannel; CHANNEL's descriptors are closed here.
   foundation::Status giveChannel(TunnelChannel channel);
   // The answer to PluginNeedsPassword; none when there is none to give. At most 255 bytes without a zero byte.
   foundation::Status givePassword(const std::optional<foundation::Secret> &password);

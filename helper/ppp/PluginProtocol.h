@@ -4,7 +4,8 @@
  *
  * The plugin speaks; the helper only answers what it is asked. Usual sequence, plugin to helper:
  *
- *   NEED_CHANNEL    answered by CHANNEL with the tunnel's descriptor (SCM_RIGHTS), which may take as long as it takes
+ *   NEED_CHANNEL    answered by CHANNEL with the tunnel's descriptor (SCM_RIGHTS), which may take as long as it takes;
+ *                   a second descriptor, if there is one, is only held until the first is closed
  *   PHASE ...       each phase of pppd
  *   NEED_PASSWORD   answered by PASSWORD
  *   IP_UP           IPCP is open and the interface is configured
@@ -18,7 +19,7 @@
 
 #include <stdint.h>
 
-#define VPNCTL_PLUGIN_VERSION 3
+#define VPNCTL_PLUGIN_VERSION 4
 #define VPNCTL_PLUGIN_NAME_SIZE 16 /* IFNAMSIZ, the zero byte included */
 #define VPNCTL_PLUGIN_FRAME_SIZE 256
 #define VPNCTL_PLUGIN_PASSWORD_SIZE 255 /* pppd's buffers hold 256 bytes with the zero byte */

@@ -27,6 +27,7 @@ void plugin_init(void);
 static char *socket_path;
 static int ask_for_dns;
 static int helper = -1;           /* the connection */
+static int carrier = -1;          /* what the channel's frames travel in, held as long as the channel */
 static uint32_t packets_received; /* none at all means that the way back is blocked somewhere */
 
 /* What pppd ends for by itself, a refused account perhaps, and not because it is asked to. Until it is gone it still
@@ -129,17 +130,30 @@ static int wait_for_answer(void) {
   return ready == 1 ? 0 : -1;
 }
 
-/* The descriptor that comes with CHANNEL, or -1. */
+static void let_carrier_go(void) {
+  if (carrier >= 0) close(carrier);
+  carrier = -1;
+}
+
+/* The kernel closes what a process leaves behind in the order of the numbers: a higher one than the channel's outlives
+ * it even when pppd is killed. */
+static int hold_carrier(int descriptor, int channel) {
+  carrier = fcntl(descriptor, F_DUPFD_CLOEXEC, channel + 1);
+  close(descriptor);
+  return carrier < 0 ? -1 : 0;
+}
+
+/* The channel's descriptor that comes with CHANNEL, or -1. */
 static int receive_channel(void) {
   struct vpnctl_plugin_channel answer;
+  int fds[2] = {-1, -1};
   union {
     struct cmsghdr align;
-    char bytes[CMSG_SPACE(sizeof(int))];
+    char bytes[CMSG_SPACE(sizeof fds)];
   } control;
   struct iovec part = {&answer, sizeof answer};
   struct msghdr message;
   struct cmsghdr *rights;
-  int fd = -1;
   memset(&message, 0, sizeof message);
   message.msg_iov = &part;
   message.msg_iovlen = 1;
@@ -148,16 +162,18 @@ static int receive_channel(void) {
   if (recvmsg(helper, &message, MSG_CMSG_CLOEXEC) != (ssize_t)sizeof answer) return -1;
   rights = CMSG_FIRSTHDR(&message);
   if (rights != NULL && rights->cmsg_level == SOL_SOCKET && rights->cmsg_type == SCM_RIGHTS &&
-      rights->cmsg_len == CMSG_LEN(sizeof(int)))
-    memcpy(&fd, CMSG_DATA(rights), sizeof fd);
+      (rights->cmsg_len == CMSG_LEN(sizeof fds[0]) || rights->cmsg_len == CMSG_LEN(sizeof fds)))
+    memcpy(fds, CMSG_DATA(rights), rights->cmsg_len - CMSG_LEN(0));
+  if (fds[1] >= 0 && hold_carrier(fds[1], fds[0]) < 0) answer.header.type = 0;
   if (answer.header.version != VPNCTL_PLUGIN_VERSION || answer.header.type != VPNCTL_PLUGIN_CHANNEL ||
       answer.length > sizeof answer.frame) {
-    if (fd >= 0) close(fd);
+    if (fds[0] >= 0) close(fds[0]);
+    let_carrier_go();
     return -1;
   }
   early_length = answer.length;
   memcpy(early_frame, answer.frame, sizeof early_frame);
-  return fd;
+  return fds[0];
 }
 
 static int connect_channel(void) {
@@ -174,6 +190,7 @@ static int connect_channel(void) {
   watch_helper(1);
   if (helper_has_hung_up()) { /* before the watch began */
     close(fd);
+    let_carrier_go();
     COMPAT_SET_STATUS(EXIT_CONNECT_FAILED);
     return -1;
   }
@@ -209,6 +226,7 @@ static int establish_ppp(int fd) {
 static void disestablish_ppp(int fd) {
   COMPAT_DISESTABLISH(fd);
   close(fd);
+  let_carrier_go();
 }
 
 static struct channel helper_channel = {

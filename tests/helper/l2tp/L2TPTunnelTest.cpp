@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -56,13 +57,15 @@ class FakeDataPath : public L2TPDataPath {
     bool missing = false;
     bool broken = false;
     std::optional<L2TPCall> call;
+    int socket = -1;
   };
   explicit FakeDataPath(Book &book) : book_(book) {}
   foundation::Status probe() override {
     if (book_.missing) return foundation::Error{"Test", 0, "this kernel has none"};
     return {};
   }
-  foundation::Result<foundation::FileDescriptor> connect(int, const L2TPCall &call) override {
+  foundation::Result<foundation::FileDescriptor> connect(int socket, const L2TPCall &call) override {
+    book_.socket = socket;
     book_.call = call;
     if (book_.broken) return foundation::Error{"Test", 0, "no tunnel in this kernel"};
     return foundation::FileDescriptor(::dup(STDIN_FILENO));
@@ -80,20 +83,28 @@ class L2TPTunnelTest : public support::LoopFixture {
   }
 
   L2TPTunnel &make() {
-    tunnel_.emplace(event_, server_.address(), settings_, log_,
-                    L2TPTunnel::Parts{.makeAssociation = hasSecret_ ? makeAssociation_ : nullptr,
-                                      .dataPath = std::make_unique<FakeDataPath>(path_),
-                                      .port = port_,
-                                      .patience = patience_},
-                    Tunnel::Handlers{.up = [this](TunnelChannel channel) { up_ = static_cast<bool>(channel.socket); },
-                                     .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
-                                     .lost = [this](const TunnelLoss &loss) { lost_ = loss; },
-                                     .stopped =
-                                         [this] {
-                                           ++stopped_;
-                                           association_.events.emplace_back("stopped");
-                                         }});
+    tunnel_.emplace(
+        event_, server_.address(), settings_, log_,
+        L2TPTunnel::Parts{.makeAssociation = hasSecret_ ? makeAssociation_ : nullptr,
+                          .dataPath = std::make_unique<FakeDataPath>(path_),
+                          .port = port_,
+                          .patience = patience_},
+        Tunnel::Handlers{
+            .up = [this](TunnelChannel channel) { up_ = channel.socket && isTunnelSocket(channel.carrier); },
+            .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
+            .lost = [this](const TunnelLoss &loss) { lost_ = loss; },
+            .stopped =
+                [this] {
+                  ++stopped_;
+                  association_.events.emplace_back("stopped");
+                }});
     return *tunnel_;
+  }
+  bool isTunnelSocket(const foundation::FileDescriptor &other) const {
+    struct stat ours {
+    }, theirs{};
+    return ::fstat(path_.socket, &ours) == 0 && ::fstat(other.get(), &theirs) == 0 && ours.st_ino == theirs.st_ino &&
+           ours.st_dev == theirs.st_dev;
   }
   void comeUp() {
     make().start();

@@ -71,15 +71,19 @@ TEST_F(PluginChannelTest, HangsUpOnNonsense) {
   EXPECT_TRUE(messages_.empty());
 }
 
-TEST_F(PluginChannelTest, HandsTheDescriptorOver) {
+TEST_F(PluginChannelTest, HandsTheDescriptorsOver) {
   connectPair();
-  FileDescriptor file(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
-  struct stat given {};
-  ASSERT_EQ(::fstat(file.get(), &given), 0);
-  ASSERT_TRUE(channel_.giveChannel(TunnelChannel(std::move(file), {0xff, 0x03, 0xc0})));
+  const auto open = [](const char *path) { return FileDescriptor(::open(path, O_RDONLY | O_CLOEXEC)); };
+  const auto device = [](int file) {
+    struct stat status {};
+    EXPECT_EQ(::fstat(file, &status), 0);
+    return status.st_rdev;
+  };
+  ASSERT_TRUE(channel_.giveChannel(TunnelChannel(open("/dev/zero"), {0xff, 0x03, 0xc0}, open("/dev/null"))));
 
   vpnctl_plugin_channel answer{};
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
+  std::array<int, 2> fds{-1, -1};
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof fds)> control{};
   iovec part{&answer, sizeof answer};
   msghdr message{};
   message.msg_iov = &part;
@@ -92,12 +96,12 @@ TEST_F(PluginChannelTest, HandsTheDescriptorOver) {
   EXPECT_EQ(answer.frame[2], 0xc0);
   const cmsghdr *rights = CMSG_FIRSTHDR(&message);
   ASSERT_NE(rights, nullptr);
-  int fd = -1;
-  std::memcpy(&fd, CMSG_DATA(rights), sizeof fd);
-  const FileDescriptor received(fd);
-  struct stat got {};
-  ASSERT_EQ(::fstat(received.get(), &got), 0);
-  EXPECT_EQ(got.st_rdev, given.st_rdev);
+  ASSERT_EQ(rights->cmsg_len, CMSG_LEN(sizeof fds));
+  std::memcpy(fds.data(), CMSG_DATA(rights), sizeof fds);
+  const FileDescriptor channel(fds[0]);
+  const FileDescriptor carrier(fds[1]);
+  EXPECT_EQ(device(channel.get()), device(open("/dev/zero").get()));
+  EXPECT_EQ(device(carrier.get()), device(open("/dev/null").get()));
 }
 
 TEST_F(PluginChannelTest, GivesThePasswordAsItIs) {

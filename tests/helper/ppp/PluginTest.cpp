@@ -59,8 +59,8 @@ class PluginTest : public support::LoopFixture {
     messages_.push_back(message);
     if (std::holds_alternative<PluginNeedsChannel>(message)) {
       if (refuse_) return channel_.hangUp();
-      EXPECT_TRUE(
-          channel_.giveChannel(TunnelChannel(FileDescriptor(::open("/dev/zero", O_RDONLY | O_CLOEXEC)), earlyFrame_)));
+      EXPECT_TRUE(channel_.giveChannel(
+          TunnelChannel(FileDescriptor(::open("/dev/zero", O_RDONLY | O_CLOEXEC)), earlyFrame_, std::move(carrier_))));
     }
     if (std::holds_alternative<PluginNeedsPassword>(message)) EXPECT_TRUE(channel_.givePassword(password_));
   }
@@ -107,6 +107,7 @@ class PluginTest : public support::LoopFixture {
   void *plugin_ = nullptr;
   bool refuse_ = false;
   std::vector<std::uint8_t> earlyFrame_;
+  FileDescriptor carrier_;
   bool closed_ = false;
   std::optional<foundation::Secret> password_ = foundation::Secret("a \\ \"b");
   std::vector<PluginMessage> messages_;
@@ -339,8 +340,36 @@ TEST_F(PluginTest, KeepsItsChannelWhenTheEndIsOrderly) {
   EXPECT_EQ(::read(ppp.get(), &byte, 1), 1);
 }
 
-// ---- What the server said before the channel was there
+// The kernel sends the channel's frames in the carrier, protected by its policy, for as long as there is a channel; and
+// closes what a killed pppd leaves behind in the order of the numbers.
+TEST_F(PluginTest, HoldsWhatTheChannelTravelsInUntilTheChannelIsClosed) {
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe2(pipe.data(), O_CLOEXEC | O_NONBLOCK), 0);
+  const FileDescriptor reading(pipe[0]);
+  carrier_.reset(pipe[1]);
+  const auto isHeld = [&] {
+    char byte = 0;
+    return ::read(reading.get(), &byte, 1) < 0 && errno == EAGAIN;  // not the end of the file
+  };
+  const int fd = connect();
+  ASSERT_GE(fd, 0);
+  EXPECT_TRUE(isHeld());
+  struct stat pipes {};
+  ASSERT_EQ(::fstat(reading.get(), &pipes), 0);
+  for (int lower = 0; lower < fd; ++lower) {
+    struct stat other {};
+    EXPECT_FALSE(lower != reading.get() && ::fstat(lower, &other) == 0 && other.st_ino == pipes.st_ino &&
+                 other.st_dev == pipes.st_dev)
+        << lower << " is closed before the channel, " << fd;
+  }
+  ASSERT_GE(stub_channel_establish(fd), 0);
+  EXPECT_TRUE(isHeld());
+  stub_channel_disestablish(fd);
+  EXPECT_LT(::fcntl(fd, F_GETFD), 0);
+  EXPECT_FALSE(isHeld());
+}
 
+// ---- What the server said before the channel was there
 TEST_F(PluginTest, GivesLCPWhatCameBeforeTheChannel) {
   earlyFrame_ = {0xff, 0x03, 0xc0, 0x21, 1, 7, 0, 8, 3, 4, 0xc0, 0x23};
   const FileDescriptor fd(connect());

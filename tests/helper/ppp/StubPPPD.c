@@ -99,6 +99,7 @@ int stub_channel_establish(int fd) {
   lcp_size = -1;
   return the_channel->establish_ppp(fd);
 }
+void stub_channel_disestablish(int fd) { the_channel->disestablish_ppp(fd); }
 void stub_next_turn(void) {
   void (*function)(void *) = due;
   due = NULL;

@@ -9,6 +9,7 @@ extern "C" {
 void stub_set_option(const char *name, const char *value);
 int stub_channel_connect(void);
 int stub_channel_establish(int fd);
+void stub_channel_disestablish(int fd);
 /* What was to happen soon. */
 void stub_next_turn(void);
 /* What LCP was given to read, into 300 bytes, and its size; -1: nothing. */
