@@ -129,7 +129,7 @@ Status HelperService::serve(FileDescriptor socket) {
   if (!user) return user.error();
   user_ = *user;
   authorized_ = user_ == 0;
-  if (user_ != 0) log_.limit({kLinesAtOnce, kLinesPerSecond});
+  if (!authorized_) log_.limit({kLinesOfStrangers, 1});
   // Who asks must be there to be asked about, and must not become somebody else meanwhile.
   if (auto peer = Peer::ofSocket(socket.get()))
     peer_.emplace(std::move(*peer));
@@ -184,6 +184,7 @@ int HelperService::authorize(sd_bus_message *message) {
 
 void HelperService::authorized(const Authority::Answer &answer, bool willAskAgain) {
   authorized_ = answer.verdict == Authority::Verdict::granted;
+  if (authorized_) log_.limit({kLinesAtOnce, kLinesPerSecond});
   if (!willAskAgain || answer.verdict != Authority::Verdict::nobodyToAsk) {
     if (!authorized_) log_.write(answer.sentence);
     tellAdministrators(answer.sentence);
@@ -255,10 +256,6 @@ std::int32_t HelperService::start(const LinkRequest &request, bool linger) {
   }
   const auto preferences = preferences_.readValueWith(request.serviceID);
   if (!preferences) return preferences.error().code;
-  if (const Status place = takePlace(); !place) {
-    log_.write("The connection cannot be started: " + place.error().message);
-    return wire::kSCStatusAccessError;
-  }
   auto link = links_(*preferences, request, [this](const LinkStatus &status) { linkChanged(status); });
   if (!link) {
     log_.write("The connection cannot be started: " + link.error().message);
@@ -278,15 +275,6 @@ void HelperService::tellAdministrators(const std::string &sentence, const std::s
   if (peer_) fields.emplace_back("VPNCTL_PROCESS", std::to_string(peer_->pid()));
   if (!server.empty()) fields.emplace_back("VPNCTL_SERVER", server);
   users_.auditTrail(sentence, fields);
-}
-
-Status HelperService::takePlace() {
-  place_.reset();
-  if (user_ == 0) return {};
-  auto place = users_.quota.take(user_);
-  if (!place) return place.error();
-  place_ = std::move(*place);
-  return {};
 }
 
 Result<wire::Code> HelperService::stopLink(const wire::StopLink &call) {

@@ -19,7 +19,6 @@
 #include "foundation/RateLimit.h"
 #include "foundation/Result.h"
 #include "helper/authorization/Authority.h"
-#include "helper/authorization/UserQuota.h"
 #include "helper/common/PPPLog.h"
 #include "helper/common/Peer.h"
 #include "helper/link/LinkFactory.h"
@@ -44,16 +43,17 @@ class HelperService {
   static constexpr int kCallsAtOnce = 200;
   static constexpr int kCallsPerSecond = 20;
 
-  // Lines of the PPP log for somebody who is not root: enough for a connection that is debugged.
+  // Lines of the PPP log for somebody who is not root, before he has a right and then: enough for a connection that is
+  // debugged.
+  static constexpr int kLinesOfStrangers = 10;
   static constexpr int kLinesAtOnce = 2000;
   static constexpr int kLinesPerSecond = 20;
 
   // Where administrators read who asked for what.
   using AuditTrail = std::function<void(const std::string &sentence, const linux::JournalFields &fields)>;
-  // Who is not root, and how much he may have.
+  // Who may have it although he is not root, and who is told.
   struct Users {
     Authority &authority;
-    UserQuota quota{};
     AuditTrail auditTrail = linux::tellJournal;
   };
 
@@ -102,7 +102,6 @@ class HelperService {
   int cutOff(const char *why);
 
   std::int32_t start(const LinkRequest &request, bool linger);
-  foundation::Status takePlace();
   void tellAdministrators(const std::string &sentence, const std::string &server = {});
   void linkChanged(const LinkStatus &status);
   bool isLinkUp() const { return link_ && !link_->isDown(); }
@@ -120,7 +119,6 @@ class HelperService {
   bool authorized_ = false;
   linux::BusMessage question_;  // the call that waits for the authority
   foundation::RateLimit calls_{kCallsAtOnce, kCallsPerSecond};
-  foundation::FileDescriptor place_;  // of the user's, that the link has
   linux::Bus bus_;
   linux::EventSource exit_;
   linux::EventSource deadline_;

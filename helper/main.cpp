@@ -15,6 +15,8 @@
 #include "helper/HelperProcess.h"
 #include "helper/HelperService.h"
 #include "helper/authorization/PolkitAuthority.h"
+#include "helper/authorization/UserQuota.h"
+#include "helper/common/Peer.h"
 #include "helper/ike/IKEPath.h"
 #include "helper/repair/Repair.h"
 #include "linux/EventSource.h"
@@ -38,6 +40,12 @@ int repair() {
   return 0;
 }
 
+int turnAway(const helper::UserQuota &quota, uid_t user, const foundation::Error &error, helper::PPPLog &log) {
+  if (const auto complaint = quota.takeComplaint(user))
+    log.write("User " + std::to_string(user) + " cannot " + error.message + ".");
+  return 1;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -50,6 +58,11 @@ int main(int argc, char **argv) {
   if (!socket) return fail(socket.error());
   auto log = helper::PPPLog::open();
   if (!log) return 1;
+  const auto user = helper::Peer::userOf(socket->get());
+  if (!user) return 1;
+  const helper::UserQuota quota;
+  const auto place = quota.take(*user);
+  if (!place) return turnAway(quota, *user, place.error(), *log);
 
   linux::EventLoop loop;
   if (sd_event_default(linux::Out(loop)) < 0) return 1;

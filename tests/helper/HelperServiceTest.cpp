@@ -66,7 +66,7 @@ class HelperServiceTest : public ::testing::Test {
     testing::ScriptedAuthority asked(event.get(), verdict);
     authority = &asked;
     HelperService service(event.get(), preferences, keychain, testing::scriptedLinks(event.get()),
-                          {asked, UserQuota(folder.path("users")), auditTrail()}, *log, std::chrono::milliseconds(20));
+                          {asked, auditTrail()}, *log, std::chrono::milliseconds(20));
     ASSERT_TRUE(service.serve(std::move(socket)));
     loopResult = sd_event_loop(event.get());
     EXPECT_GE(loopResult, 0);
@@ -387,26 +387,6 @@ TEST_F(HelperServiceTest, AFileThatEverybodyMayReadIsTold) {
       log.find(" : Everybody on this machine can read /a??[0m, and it holds secrets: chmod 600 would keep them.\n"),
       std::string::npos)
       << log;
-}
-
-TEST_F(HelperServiceForUsers, SoManyLinksAndNoMore) {
-  commitService("up");
-  const UserQuota quota(folder.path("users"));
-  std::vector<FileDescriptor> others;
-  for (int place = 0; place < UserQuota::kPlaces; ++place) {
-    auto taken = quota.take(65534);
-    ASSERT_TRUE(taken);
-    others.push_back(std::move(*taken));
-  }
-  ASSERT_NO_FATAL_FAILURE(connectAsUser());
-  ASSERT_EQ(authorize(), 0);
-  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusAccessError);
-  EXPECT_NE(support::contentsOf(folder.path("ppp.log")).value_or("").find("4 is the most"), std::string::npos);
-  others.pop_back();
-  EXPECT_EQ(codeOf(call(startCall(kServiceID))), wire::kSCStatusOK);
-  EXPECT_EQ(waitForStatus(2), 6);
-  EXPECT_FALSE(quota.take(65534)) << "the link has the last place";
-  EXPECT_TRUE(quota.take(65533));
 }
 
 TEST_F(HelperServiceTest, ALinkIsStartedToldAndStopped) {

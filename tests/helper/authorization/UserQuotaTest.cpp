@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <vector>
@@ -13,12 +14,10 @@
 namespace helper {
 namespace {
 
-using foundation::FileDescriptor;
-
 class UserQuotaTest : public testing::Test {
  protected:
-  std::vector<FileDescriptor> takeAll(uid_t user) {
-    std::vector<FileDescriptor> taken;
+  std::vector<UserQuota::Place> takeAll(uid_t user) {
+    std::vector<UserQuota::Place> taken;
     for (int place = 0; place < UserQuota::kPlaces; ++place) {
       auto one = quota.take(user);
       EXPECT_TRUE(one);
@@ -28,7 +27,7 @@ class UserQuotaTest : public testing::Test {
   }
 
   support::TemporaryFolder folder;
-  UserQuota quota{folder.path("users")};
+  UserQuota quota{folder.path("users"), std::chrono::milliseconds(0)};
 };
 
 TEST_F(UserQuotaTest, HasSoManyPlacesForEachUser) {
@@ -39,8 +38,33 @@ TEST_F(UserQuotaTest, HasSoManyPlacesForEachUser) {
   EXPECT_NE(refused.error().message.find("4 is the most"), std::string::npos) << refused.error().message;
   takeAll(1001);
   takeAll(999);
-  taken.erase(taken.begin() + 1);
+  taken.pop_back();
   EXPECT_TRUE(quota.take(1000));
+}
+
+TEST_F(UserQuotaTest, RootNeedsNoPlace) {
+  std::vector<UserQuota::Place> taken = takeAll(0);
+  EXPECT_TRUE(quota.take(0));
+  EXPECT_FALSE(std::filesystem::exists(folder.path("users")));
+}
+
+TEST_F(UserQuotaTest, OneOfThoseTurnedAwayMaySaySo) {
+  const auto taken = takeAll(1000);
+  {
+    const auto complaint = quota.takeComplaint(1000);
+    EXPECT_TRUE(complaint);
+    EXPECT_FALSE(quota.takeComplaint(1000));
+    EXPECT_TRUE(quota.takeComplaint(1001));
+    EXPECT_TRUE(quota.take(1001)) << "it takes nobody's place";
+  }
+  EXPECT_TRUE(quota.takeComplaint(1000));
+}
+
+TEST_F(UserQuotaTest, APlaceIsNotGivenBackAtOnce) {
+  constexpr std::chrono::milliseconds kStay{150};
+  const auto began = std::chrono::steady_clock::now();
+  { const auto place = UserQuota(folder.path("users"), kStay).take(1000); }
+  EXPECT_GE(std::chrono::steady_clock::now() - began, kStay);
 }
 
 TEST_F(UserQuotaTest, TheLargestNumberOfAUserHasPlacesToo) { takeAll(0xfffffffe); }
