@@ -7,6 +7,8 @@
 
 #include <netinet/in.h>
 
+#include <cstdint>
+
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
 

@@ -6,6 +6,7 @@
 /* clang-format off */
 #ifdef VPNCTL_PPPD_2_5
 
+#include <linux/ppp_defs.h>
 #include <pppd/pppdconf.h>
 #include <pppd/pppd.h>
 #include <pppd/chap.h>
