@@ -64,7 +64,8 @@ find_package() {
 }
 
 # machine_files: the names of all that has been written in /etc, /usr and /var, and of what is in /run. Not among them: folders that were
-# there before anything was written in them, systemd's own notes of units, pppd's table of units, and the books that dpkg keeps of itself.
+# there before anything was written in them, systemd's own notes of units and its folders for services, pppd's table of units, and the
+# books that dpkg keeps of itself.
 machine_files() {
   local kind path stock
   stock=/proc/$(</lab/stock)/root
@@ -74,6 +75,7 @@ machine_files() {
   } | while read -r kind path; do
     [ "$kind" != d ] || [ ! -d "$stock$path" ] || continue
     case $path in
+      /var/tmp/systemd-private-*) ;; # a service's, by another name each time
       /run/pppd2.tdb | /var/lib/dpkg/lock | /var/lib/dpkg/lock-frontend | /var/lib/dpkg/status | /var/lib/dpkg/status-old) ;;
       /var/lib/dpkg/triggers/Lock | /var/log/dpkg.log) ;;
       *) echo "$kind $path" ;;
