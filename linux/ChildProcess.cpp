@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/epoll.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -48,10 +49,15 @@ struct Attributes {
   constexpr int kGate = STDERR_FILENO + 1;
   struct sigaction usual {};
   for (int number = 1; number < NSIG; ++number) sigaction(number, &usual, nullptr);
+  struct sigaction ignore {};
+  ignore.sa_handler = SIG_IGN;
+  for (const int number : streams.ignoredSignals) sigaction(number, &ignore, nullptr);
+  // Should we end before this call, the gate's other end closes.
+  if (streams.signalWithoutUs != 0) prctl(PR_SET_PDEATHSIG, streams.signalWithoutUs);
   if (streams.ownSession) setsid();
   const int nothing = open("/dev/null", O_RDWR);
   dup2(streams.input >= 0 ? streams.input : nothing, STDIN_FILENO);
-  dup2(nothing, STDOUT_FILENO);
+  dup2(streams.output >= 0 ? streams.output : nothing, STDOUT_FILENO);
   dup2(streams.error >= 0 ? streams.error : nothing, STDERR_FILENO);
   if (gate != kGate) dup2(gate, kGate);
   fcntl(kGate, F_SETFD, FD_CLOEXEC);
@@ -89,7 +95,7 @@ foundation::Result<ChildProcess> ChildProcess::spawn(const std::vector<std::stri
       posix_spawn_file_actions_addopen(&with.actions, stream, "/dev/null", O_RDWR, 0);
   };
   connect(STDIN_FILENO, streams.input);
-  connect(STDOUT_FILENO, -1);
+  connect(STDOUT_FILENO, streams.output);
   connect(STDERR_FILENO, streams.error);
   // Ours are close-on-exec; what an ancestor of ours may have leaked ends here.
   posix_spawn_file_actions_addclosefrom_np(&with.actions, STDERR_FILENO + 1);

@@ -33,6 +33,10 @@ class ChildProcess {
     int input = -1;
     int error = -1;
     bool ownSession = true;  // otherwise it stays in ours, with its terminal
+    int output = -1;
+    // Of a prepared one:
+    std::vector<int> ignoredSignals = {};  // in place of their default action
+    int signalWithoutUs = 0;               // what it gets when the thread that made it ends first
   };
   using Handler = std::function<void(const End &)>;
 

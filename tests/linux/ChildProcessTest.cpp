@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -126,6 +127,41 @@ TEST_F(ChildProcessTest, PreparedItHasItsStreams) {
   std::array<char, 10> said{};
   ASSERT_EQ(::pread(error.get(), said.data(), said.size(), 0), 6);
   EXPECT_STREQ(said.data(), "heard\n");
+}
+
+TEST_F(ChildProcessTest, PreparedItIgnoresTheSignalsThatItIsTo) {
+  const foundation::FileDescriptor output(::memfd_create("output", MFD_CLOEXEC));
+  auto process = ChildProcess::prepare(
+      {"/bin/sh", "-c", "while read a b; do case $a in SigIgn:) echo $b;; esac; done </proc/$$/status"}, {},
+      {.output = output.get(), .ignoredSignals = {SIGINT, SIGHUP}});
+  ASSERT_TRUE(process);
+  ASSERT_TRUE(process->release());
+  ASSERT_TRUE(process->waitFor(std::chrono::seconds(30)));
+  std::array<char, 20> said{};
+  ASSERT_EQ(::pread(output.get(), said.data(), said.size(), 0), 17);
+  EXPECT_STREQ(said.data(), "0000000000000003\n");
+}
+
+TEST_F(ChildProcessTest, PreparedItIsToldOfItsMakersEnd) {
+  support::TemporaryFolder folder;
+  const pid_t maker = ::fork();
+  ASSERT_GE(maker, 0);
+  if (maker == 0) {
+    auto process = ChildProcess::prepare({"/bin/sh", "-c",
+                                          "trap 'echo told >" + folder.path("told") + "; exit' USR1; echo >" +
+                                              folder.path("ready") + "; while :; do sleep 0.01; done"},
+                                         {"PATH=/bin:/usr/bin"}, {.signalWithoutUs = SIGUSR1});
+    if (!process || !process->release()) _exit(1);
+    while (!support::contentsOf(folder.path("ready"))) ::poll(nullptr, 0, 5);
+    _exit(0);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(maker, &status, 0), maker);
+  EXPECT_EQ(status, 0);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (support::contentsOf(folder.path("told")) != "told\n" && std::chrono::steady_clock::now() < end)
+    ::poll(nullptr, 0, 5);
+  EXPECT_EQ(support::contentsOf(folder.path("told")), "told\n");
 }
 
 // With whoever prepared it: nobody else knows of it.
