@@ -1,0 +1,60 @@
+// vpnctl's configuration, read so that what it leaves out can be put in, and handed to vpnctl through a pipe: what was
+// put in is on no disk, in no argument and no environment.
+//
+// Usual sequence: read(), the setters, then deliver() for each run of vpnctl. Thread rule: as a plain value. read()
+// blocks on the disk, or on the pipe that the file is.
+
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "foundation/FileDescriptor.h"
+#include "foundation/Result.h"
+#include "foundation/Secret.h"
+
+namespace companions {
+
+class ToolConfiguration {
+ public:
+  // What vpnctl is given: the name of a file, and what its standard input has to be for that (-1: nothing).
+  struct Delivery {
+    std::string path;
+    foundation::FileDescriptor input;
+  };
+
+  // An error when PATH cannot be read or is not libconfig's syntax, also when libconfig does not find out before vpnctl
+  // would.
+  static foundation::Result<ToolConfiguration> read(const std::string &path);
+  // The file as it is, whatever it holds.
+  static ToolConfiguration unread(const std::string &path);
+
+  // Texts that the file holds; none where it has no such text.
+  const std::optional<std::string> &protocol() const { return protocol_; }
+  const std::optional<std::string> &server() const { return server_; }
+  const std::optional<std::string> &username() const { return username_; }
+  bool hasPassword() const { return password_.has_value(); }
+  bool hasSharedSecret() const { return sharedSecret_.has_value(); }
+  // Only L2TP has a use for one; vpnctl wants some text all the same.
+  bool needsSharedSecret() const { return protocol_ != "pptp"; }
+
+  void setPassword(foundation::Secret password);
+  void setSharedSecret(foundation::Secret secret);
+
+  // The file itself when nothing was set; the five texts in a pipe otherwise, or where the file can be read only once.
+  foundation::Result<Delivery> deliver() const;
+
+ private:
+  explicit ToolConfiguration(std::string path) : path_(std::move(path)) {}
+  foundation::Secret text() const;
+
+  std::string path_;
+  bool isChanged_ = false;
+  std::optional<std::string> protocol_;
+  std::optional<std::string> server_;
+  std::optional<std::string> username_;
+  std::optional<foundation::Secret> password_;
+  std::optional<foundation::Secret> sharedSecret_;
+};
+
+}  // namespace companions

@@ -1,0 +1,3 @@
+#!/bin/sh
+# Stands for systemd-ask-password.
+echo "scripted answer"
