@@ -47,6 +47,8 @@ void Run::connect() {
                                   .ended = [this](const linux::ChildProcess::End &end) { toolEnded(end); }});
   if (!tool) return finish(statusOf(Outcome::Kind::unknown), "vpnctl cannot be run: " + tool.error().message);
   tool_ = std::move(*tool);
+  // Kept only for as long as another attempt may need them.
+  if (!options_.reconnect || !delivery->input) configuration_.forgetSecrets();
 }
 
 void Run::heard(std::string_view line) {

@@ -13,7 +13,12 @@ namespace companions {
 foundation::Result<StopSignals> StopSignals::block() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) sigaddset(&signals, number);
+  for (const int number : {SIGTERM, SIGUSR1}) sigaddset(&signals, number);
+  // A signal that is ignored is read from a descriptor all the same, once it is blocked.
+  for (const int number : {SIGINT, SIGHUP}) {
+    struct sigaction action {};
+    if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) sigaddset(&signals, number);
+  }
   ::sigprocmask(SIG_BLOCK, &signals, nullptr);
   foundation::FileDescriptor descriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
   if (!descriptor) return foundation::errnoError(errno, "signalfd");

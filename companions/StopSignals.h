@@ -1,5 +1,6 @@
 // The signals that ask for the end of the connection: SIGINT, SIGTERM, SIGHUP, SIGUSR1. Blocked from its making on, and
-// read from a descriptor.
+// read from a descriptor. SIGINT and SIGHUP are left alone where whoever started us has them ignored (nohup, a shell's
+// job in the background).
 //
 // Usual sequence: one, first thing in main; watch() once there is a loop. Thread rule: made before there are threads.
 

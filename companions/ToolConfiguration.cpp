@@ -154,6 +154,11 @@ void ToolConfiguration::setSharedSecret(Secret secret) {
   isChanged_ = true;
 }
 
+void ToolConfiguration::forgetSecrets() {
+  password_.reset();
+  sharedSecret_.reset();
+}
+
 Secret ToolConfiguration::text() const {
   const auto view = [](const auto &value) -> std::optional<std::string_view> {
     if (!value) return std::nullopt;

@@ -41,6 +41,9 @@ class ToolConfiguration {
   void setPassword(foundation::Secret password);
   void setSharedSecret(foundation::Secret secret);
 
+  // What is delivered from here on has none, unless it is the file itself.
+  void forgetSecrets();
+
   // The file itself when nothing was set; the five texts in a pipe otherwise, or where the file can be read only once.
   foundation::Result<Delivery> deliver() const;
 

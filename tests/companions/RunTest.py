@@ -79,7 +79,10 @@ class RunTest(unittest.TestCase):
     def end(self):
         if self.process.poll() is None:
             self.process.kill()
-            self.process.communicate()
+            self.process.wait()
+        for stream in (self.process.stdin, self.process.stdout, self.process.stderr):
+            if stream:
+                stream.close()
 
     def finish(self):
         """Status, standard output, standard error."""
@@ -268,6 +271,23 @@ class Signals(RunTest):
         self.await_line("ending\n")
         process.send_signal(signal.SIGTERM)
         self.assertEqual(self.finish()[0], 0)
+
+    def test_what_its_starter_ignores_it_ignores(self):
+        for number in (signal.SIGHUP, signal.SIGINT):
+            for name in ("arguments.1", "go"):
+                if os.path.exists(self.path(name)):
+                    os.remove(self.path(name))
+            process = self.start("arm\nsay begun\nwait\nsay asked\nawait go\nsay ending\nexit 0",
+                                 preexec_fn=lambda number=number: signal.signal(number, signal.SIG_IGN))
+            self.await_line("begun\n")
+            process.send_signal(number)
+            # Had it counted, this would be the second, and vpnctl would be killed.
+            process.send_signal(signal.SIGTERM)
+            self.await_line("asked\n")
+            self.write("go", "")
+            status, _, error = self.finish()
+            self.assertEqual(status, 0)
+            self.assertEqual(error, "ending\n")
 
     def test_vpnctl_disconnects_when_its_runner_is_killed(self):
         process = self.start("arm\nsay begun\nwait\nkeep\nexit 0")

@@ -127,6 +127,19 @@ TEST_F(ToolConfigurationTest, AFileThatCanBeReadOnlyOnceIsHandedOverAnew) {
   EXPECT_EQ(Delivered(*delivery).find("password"), "pw");
 }
 
+TEST_F(ToolConfigurationTest, SecretsAreForgotten) {
+  auto configuration = read(kWhole);
+  configuration.setPassword(Secret(std::string_view("other")));
+  configuration.forgetSecrets();
+  EXPECT_FALSE(configuration.hasPassword());
+  EXPECT_FALSE(configuration.hasSharedSecret());
+  const auto delivery = configuration.deliver();
+  ASSERT_TRUE(delivery);
+  const Delivered delivered(*delivery);
+  EXPECT_EQ(delivered.find("ip"), "192.0.2.1");
+  EXPECT_FALSE(delivered.find("password"));
+}
+
 TEST_F(ToolConfigurationTest, WhatIsTooLongForAPipeIsAnError) {
   auto configuration = read(kWhole);
   configuration.setPassword(Secret(std::string_view(std::string(std::size_t{64} << 20, 'x'))));
