@@ -179,6 +179,12 @@ std::optional<int> number(std::string_view text) {
 
 }  // namespace
 
+// The log has printable characters alone.
+Outcome::Outcome(const std::string &server) : label_(server.empty() ? "" : "[" + server + "] ") {
+  std::replace_if(
+      label_.begin(), label_.end(), [](char c) { return c < ' ' || c > '~'; }, '?');
+}
+
 Outcome::News Outcome::hear(std::string_view line) {
   if (auto own = ownLine(line)) return std::move(*own);
   return logLine(line);
@@ -208,8 +214,7 @@ Outcome::News Outcome::logLine(std::string_view line) {
   const std::string_view whole = line;
   const bool isSentence = takeTime(line);
   // The label is there while there are several connections.
-  if (!server_.empty() && line.starts_with("[") && line.find("] ") != std::string_view::npos &&
-      !takeStart(line, "[" + server_ + "] "))
+  if (!label_.empty() && line.starts_with("[") && line.find("] ") != std::string_view::npos && !takeStart(line, label_))
     return News{News::Type::line, {}, std::string(whole)};
   if (isSentence) {
     understand(line);

@@ -46,7 +46,7 @@ class Outcome {
 
   // SERVER: as the configuration has it. Lines of the PPP log that bear another server's label are another
   // connection's.
-  explicit Outcome(std::string server = {}) : server_(std::move(server)) {}
+  explicit Outcome(const std::string &server = {});
 
   News hear(std::string_view line);
   // The end was asked for: however it comes, it is by request.
@@ -77,7 +77,7 @@ class Outcome {
   bool fact(std::string_view line);
   void understand(std::string_view sentence);
 
-  std::string server_;
+  std::string label_;  // empty: not known
   bool requested_ = false;
   bool refused_ = false;  // by vpnctl itself, before it tried: early_ says why
   Kind early_ = Kind::unknown;

@@ -136,6 +136,12 @@ TEST(Outcome, OurOwnLabelIsTakenOff) {
   EXPECT_EQ(outcome.sentence(), "The PPTP server 192.0.2.1 refuses the call: busy (result 4, error 0), cause 0.");
 }
 
+TEST(Outcome, LabelsArePrintable) {
+  Outcome outcome("vpn.\xc3\xa9.example\t");
+  outcome.hear("[vpn.??.example?] local  IP address 10.99.0.2");
+  EXPECT_EQ(outcome.address(), "10.99.0.2");
+}
+
 TEST(Outcome, TheLatestSentenceWithAMeaningCounts) {
   Outcome outcome;
   outcome.hear(kTime + "The PPTP server 192.0.2.1 does not answer on TCP port 1723; check the address, ...");
