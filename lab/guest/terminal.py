@@ -2,7 +2,8 @@
 
 Runs COMMAND as USER with a new terminal as its controlling one and its standard input; the other two stay ours. Whatever appears on the
 terminal comes out on standard output, each line after "terminal: ". Each time it asks for a password, the next line of the file
-ANSWERS is typed; none is left: nothing is. SIGUSR1 is passed on. Ends as COMMAND does.
+ANSWERS is typed; none is left: nothing is. SIGUSR1 is passed on, SIGINT is Ctrl-C at the
+terminal. Ends as COMMAND does.
 """
 import fcntl
 import os
@@ -34,6 +35,7 @@ def main(user, answers, *command):
         os.execv(command[0], command)
     os.close(slave)
     signal.signal(signal.SIGUSR1, lambda *_: os.kill(child, signal.SIGUSR1))
+    signal.signal(signal.SIGINT, lambda *_: os.write(master, b"\x03"))
     line = b""
     while True:
         try:
