@@ -3,6 +3,7 @@
 #include <systemd/sd-daemon.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <utility>
@@ -40,6 +41,9 @@ Reporter::Reporter(sd_event *event, Form form, std::function<void()> ready)
 
 void Reporter::starting(std::string_view protocol, std::string_view server) {
   server_ = server.empty() ? "the server" : server;
+  // The configuration may say anything; for systemd a newline begins another assignment.
+  std::replace_if(
+      server_.begin(), server_.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, '?');
   if (form_.json) out_.write(event("start").addIfAny("protocol", protocol).addIfAny("server", server).line());
   tellSystemd("STATUS=Connecting to " + server_);
   progress_.show("Connecting to " + server_);

@@ -99,7 +99,8 @@ void Run::interrupt() {
     return;
   }
   isAsked_ = true;
-  outcome_.requested();
+  // What has ended already has its outcome, unless there was to be more.
+  if (tool_ || options_.reconnect) outcome_.requested();
   reporter_.stopping();
   if (pause_) {
     pause_.reset();

@@ -368,6 +368,13 @@ class Systemd(RunTest):
         self.await_state("STATUS=The connection was ended by request.")
         self.assertEqual(self.finish()[0], 0)
 
+    def test_what_the_configuration_says_is_no_state(self):
+        self.write("office.conf", CONFIGURATION.replace("192.0.2.1", "a\\nREADY=1"))
+        self.run_script(says(cause(10), *DISCONNECTED))
+        said = self.await_state("STATUS=PPP was not agreed upon with the server.")
+        self.assertIn("STATUS=Connecting to a?READY=1", said)
+        self.assertNotIn("READY=1", said)
+
     def test_never_ready_without_a_connection(self):
         self.run_script(says(cause(10), *DISCONNECTED))
         said = self.await_state("STATUS=PPP was not agreed upon with the server.")
@@ -672,7 +679,9 @@ class Hooks(RunTest):
         self.await_file("begun")
         self.process.send_signal(signal.SIGTERM)
         self.process.send_signal(signal.SIGINT)
-        self.assertIn("was ended by signal 9", self.finish()[2])
+        status, _, error = self.finish()
+        self.assertIn("was ended by signal 9", error)
+        self.assertEqual(status, 9)
 
 
 if __name__ == "__main__":
