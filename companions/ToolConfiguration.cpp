@@ -144,6 +144,14 @@ Result<ToolConfiguration> ToolConfiguration::read(const std::string &path) {
 
 ToolConfiguration ToolConfiguration::unread(const std::string &path) { return ToolConfiguration(path); }
 
+std::string_view ToolConfiguration::missing() const {
+  if (!protocol_) return "protocol";
+  if (!server_) return "ip";
+  if (!username_) return "username";
+  if (!password_) return "password";
+  return sharedSecret_ ? "" : "shared_secret";
+}
+
 void ToolConfiguration::setPassword(Secret password) {
   password_ = std::move(password);
   isChanged_ = true;

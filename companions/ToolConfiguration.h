@@ -8,6 +8,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
@@ -37,6 +38,8 @@ class ToolConfiguration {
   bool hasSharedSecret() const { return sharedSecret_.has_value(); }
   // Only L2TP has a use for one; vpnctl wants some text all the same.
   bool needsSharedSecret() const { return protocol_ != "pptp"; }
+  // Which of the five texts is not there; empty: none.
+  std::string_view missing() const;
 
   void setPassword(foundation::Secret password);
   void setSharedSecret(foundation::Secret secret);

@@ -80,6 +80,16 @@ foundation::Result<std::optional<foundation::Secret>> find(const Wanted &wanted,
   return Found(std::move(*answer));
 }
 
+foundation::Status everythingIsThere(const ToolConfiguration &configuration, const std::string &path) {
+  const std::string_view missing = configuration.missing();
+  if (missing.empty()) return {};
+  const char *others = missing == "password"        ? ", use --password-from, or have it asked for with --ask"
+                       : missing == "shared_secret" ? ", use --secret-from, or have it asked for with --ask"
+                                                    : "";
+  return foundation::Error{"ToolConfiguration", 0,
+                           path + " has no text " + std::string(missing) + "; write it there" + others};
+}
+
 // Puts in what the configuration leaves out.
 foundation::Status complete(ToolConfiguration &configuration, const RunOptions &options, const Questioner &questioner) {
   const std::string server = configuration.server().value_or("the server");
@@ -94,10 +104,9 @@ foundation::Status complete(ToolConfiguration &configuration, const RunOptions &
            options.ask && configuration.needsSharedSecret(), questioner);
   if (!secret) return secret.error();
   if (*secret) configuration.setSharedSecret(std::move(**secret));
-  // Whoever brings the password from elsewhere need not know that vpnctl wants this text for PPTP, too.
-  if (*password && !configuration.hasSharedSecret() && !configuration.needsSharedSecret())
-    configuration.setSharedSecret({});
-  return {};
+  // Nobody need know that vpnctl wants this text for PPTP, too.
+  if (!configuration.hasSharedSecret() && !configuration.needsSharedSecret()) configuration.setSharedSecret({});
+  return everythingIsThere(configuration, options.configuration);
 }
 
 bool canBeReadOnce(const std::string &path) {
@@ -115,6 +124,7 @@ Reporter::Form formOf(const RunOptions &options) {
 int run(const RunOptions &options) {
   const int badConfiguration = statusOf(Outcome::Kind::configuration);
   auto read = ToolConfiguration::read(options.configuration);
+  const bool isRead = static_cast<bool>(read);
   // What is wrong with a file vpnctl says itself, if it can read it once more.
   ToolConfiguration configuration = read ? std::move(*read) : ToolConfiguration::unread(options.configuration);
   if (!read && (options.passwordFile || options.secretFile || options.ask || canBeReadOnce(options.configuration)))
@@ -127,7 +137,7 @@ int run(const RunOptions &options) {
   auto signals = StopSignals::block();
   if (!signals) return fail(1, signals.error().message);
   const Questioner questioner{.askPassword = VPNCTL_ASK_PASSWORD, .interrupt = signals->descriptor()};
-  if (const auto completed = complete(configuration, options, questioner); !completed) {
+  if (const auto completed = isRead ? complete(configuration, options, questioner) : foundation::Status(); !completed) {
     if (completed.error().domain == "Questioner" && completed.error().code == kInterrupted) return 0;
     return fail(badConfiguration, completed.error().message);
   }

@@ -530,9 +530,21 @@ class Secrets(RunTest):
         self.assertEqual(self.read("config.1"), CONFIGURATION)
 
     def test_nothing_is_asked_without_being_told(self):
-        self.write("office.conf", WITHOUT_SECRETS)
-        self.run_script("raw Invalid config! Missing password!\nabort")
-        self.assertEqual(self.read("arguments.1"), "--config=%s\n" % self.configuration)
+        for there, missing in (("", "has no text password; write it there, use --password-from, or have it asked for"),
+                               ('password = "pw";', "has no text shared_secret; write it there, use --secret-from")):
+            self.write("office.conf", WITHOUT_SECRETS + there)
+            status, _, error = self.run_script("exit 0")
+            self.assertEqual(status, 2)
+            self.assertIn("vpnctl-run: %s %s" % (self.configuration, missing), error)
+            self.assertFalse(os.path.exists(self.path("arguments.1")))
+
+    def test_what_nobody_can_be_asked_for(self):
+        for text in ("protocol", "ip", "username"):
+            self.write("office.conf", re.sub(text + " = [^;]*;", "", CONFIGURATION))
+            status, _, error = self.run_script("exit 0", "--ask")
+            self.assertEqual((status, error), (2, "vpnctl-run: %s has no text %s; write it there\n" %
+                                               (self.configuration, text)))
+
 
 
 class Reconnecting(RunTest):
