@@ -42,7 +42,8 @@ Result<UserQuota::Place> UserQuota::lockOneOf(uid_t user, int first, int count) 
     if (::fcntl(file.get(), F_OFD_SETLK, &lock) == 0) return Place(std::move(file), stay_);
     if (errno != EAGAIN && errno != EACCES) return errnoError(errno, "lock " + path_);
   }
-  return errnoError(EDQUOT, "have another connection at the same time: " + std::to_string(kPlaces) + " is the most");
+  return foundation::Error{std::string(foundation::kPOSIXErrorDomain), EDQUOT,
+                           "have another connection at the same time: " + std::to_string(kPlaces) + " is the most"};
 }
 
 }  // namespace helper

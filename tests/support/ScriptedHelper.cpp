@@ -39,8 +39,7 @@ int main() {
   helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
   helper::testing::ScriptedAuthority authority(loop.get(), verdictIn(folder));
   helper::HelperService service(loop.get(), preferences, keychain, helper::testing::scriptedLinks(loop.get()),
-                                {authority, [](const auto &, const auto &) {}},
-                                *log);
+                                {authority, [](const auto &, const auto &) {}}, *log);
   std::function<void()> end = [&service] { service.end(); };
   if (!helper::endOnSignals(loop.get(), end) || !service.serve(std::move(*socket))) return 1;
   return helper::runLoop(loop.get(), *log);
