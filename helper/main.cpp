@@ -41,7 +41,9 @@ int repair() {
 }
 
 int turnAway(const helper::UserQuota &quota, uid_t user, const foundation::Error &error, helper::PPPLog &log) {
-  if (const auto complaint = quota.takeComplaint(user))
+  const auto complaint = quota.takeComplaint(user);
+  // Silent only where somebody says it already, not where the places themselves are out of order.
+  if (complaint || complaint.error().code != EDQUOT)
     log.write("User " + std::to_string(user) + " cannot " + error.message + ".");
   return 1;
 }

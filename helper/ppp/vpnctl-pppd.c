@@ -164,9 +164,8 @@ static int receive_channel(void) {
   if (rights != NULL && rights->cmsg_level == SOL_SOCKET && rights->cmsg_type == SCM_RIGHTS &&
       (rights->cmsg_len == CMSG_LEN(sizeof fds[0]) || rights->cmsg_len == CMSG_LEN(sizeof fds)))
     memcpy(fds, CMSG_DATA(rights), rights->cmsg_len - CMSG_LEN(0));
-  if (fds[1] >= 0 && hold_carrier(fds[1], fds[0]) < 0) answer.header.type = 0;
-  if (answer.header.version != VPNCTL_PLUGIN_VERSION || answer.header.type != VPNCTL_PLUGIN_CHANNEL ||
-      answer.length > sizeof answer.frame) {
+  if ((fds[1] >= 0 && hold_carrier(fds[1], fds[0]) < 0) || answer.header.version != VPNCTL_PLUGIN_VERSION ||
+      answer.header.type != VPNCTL_PLUGIN_CHANNEL || answer.length > sizeof answer.frame) {
     if (fds[0] >= 0) close(fds[0]);
     let_carrier_go();
     return -1;
