@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -56,10 +58,15 @@ std::string resolvconfProgram(const std::vector<std::string> &programs) {
 }
 
 // What the program sorts by. It takes names that begin with "vpn" before those of wires, and among them in the order of
-// the alphabet: the newest link's comes first.
-std::string recordKey(std::uint32_t linkNumber, const std::string &interface) {
-  std::array<char, 16> prefix{};
-  std::snprintf(prefix.data(), prefix.size(), "vpn%06u.", 999999U - linkNumber % 1000000U);
+// the alphabet: that of the link which came up last comes first, as its routes do.
+std::string newRecordKey(const std::string &interface) {
+  constexpr std::uint64_t kLast = 999999999999;  // ms: more than any machine stays up
+  timespec sinceBoot{};
+  ::clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+  const auto milliseconds =
+      static_cast<std::uint64_t>(sinceBoot.tv_sec) * 1000 + static_cast<std::uint64_t>(sinceBoot.tv_nsec) / 1000000;
+  std::array<char, 24> prefix{};
+  std::snprintf(prefix.data(), prefix.size(), "vpn%012" PRIu64 ".", kLast - milliseconds % kLast);
   return prefix.data() + interface;
 }
 
@@ -177,12 +184,12 @@ void ResolverConfiguration::runResolvconf(const std::string &program) {
   const foundation::FileDescriptor input(::memfd_create("name servers", MFD_CLOEXEC));
   if (!input || !foundation::writeAll(input.get(), lines, program) || ::lseek(input.get(), 0, SEEK_SET) < 0)
     return finish(errnoError(errno, "write the name servers for " + program));
-  const std::string key = recordKey(journal_.number(), wish_.interface);
-  const ResolvconfRecord record{program, key};
+  if (recordKey_.empty()) recordKey_ = newRecordKey(wish_.interface);
+  const ResolvconfRecord record{program, recordKey_};
   if (std::ranges::find(journal_.entries(), JournalEntry(record)) == journal_.entries().end())
     if (Status noted = journal_.note(record); !noted) return finish(noted);
-  auto process =
-      linux::ChildProcess::spawn({program, "-a", key}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"}, {.input = input.get()});
+  auto process = linux::ChildProcess::spawn({program, "-a", recordKey_}, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"},
+                                            {.input = input.get()});
   if (!process) return finish(process.error());
   resolvconf_.emplace(std::move(*process));
   resolvconf_->watch(event_, [this, program](const linux::ChildProcess::End &end) { resolvconfEnded(program, end); });

@@ -93,6 +93,7 @@ class ResolverConfiguration : public NameServers {
   bool takenOver_ = false;  // the file is somebody else's by now, and stays so
   std::unique_ptr<ResolvedClient> resolved_;
   std::optional<linux::ChildProcess> resolvconf_;
+  std::string recordKey_;  // empty: resolvconf has not been called
   linux::EventSource next_;
   std::unique_ptr<linux::FileWatch> watch_;
 };

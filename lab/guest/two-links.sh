@@ -57,6 +57,10 @@ helper_of() {
 # Everything goes through the first, or the second: traffic and names. Each server's own packets go past both tunnels.
 expect_first_carries() { expect_carrier "$TUNNEL_SERVER" "$INSIDE"; }
 expect_second_carries() { expect_carrier "$SECOND_TUNNEL" "$SECOND_INSIDE"; }
+# Both at once: whichever came up last carries traffic and names.
+expect_one_carries() {
+  if [ "$(first_hop "$FAR")" = "$SECOND_TUNNEL" ]; then expect_second_carries; else expect_first_carries; fi
+}
 expect_carrier() {
   expect_first_hop "$FAR" "$1"
   expect_answer "$2"
