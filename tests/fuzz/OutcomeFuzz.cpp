@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "companions/Outcome.h"
+#include "companions/run/Outcome.h"
 #include "tests/fuzz/SplitInput.h"
 
 using namespace companions;
