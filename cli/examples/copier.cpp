@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
-#include "cli/GBCommandLineParser.h"
-#include "cli/GBOptionsHelper.h"
-#include "cli/GBPrint.h"
-#include "cli/GBSettings.h"
+#include <vpnctl/cli/GBCommandLineParser.h>
+#include <vpnctl/cli/GBOptionsHelper.h>
+#include <vpnctl/cli/GBPrint.h>
+#include <vpnctl/cli/GBSettings.h>
 
 namespace {
 

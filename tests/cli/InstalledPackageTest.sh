@@ -17,6 +17,13 @@ if grep -rlI -e "$build" -e "$root/first" "$root/installed"; then
   exit 1
 fi
 
+# Its headers stand in the library's own folder, and include nothing by the names of this project's rooms.
+if find "$root/installed/include" -type f ! -path '*/include/vpnctl/cli/*' | grep . ||
+  grep -rnE '#include "' "$root/installed/include"; then
+  echo "The headers above are not the library's own." >&2
+  exit 1
+fi
+
 "$cmake" -G Ninja -S "$examples" -B "$root/build" -DCMAKE_PREFIX_PATH="$root/installed" -DCMAKE_CXX_COMPILER="$cxx" \
   -DCMAKE_CXX_FLAGS="${flags[*]-}" >"$root/log" || { cat "$root/log" >&2; exit 1; }
 "$cmake" --build "$root/build" >"$root/log" || { cat "$root/log" >&2; exit 1; }
@@ -24,6 +31,16 @@ fi
 pc=$(find "$root/installed" -name vpnctl_cli.pc)
 read -ra package < <(PKG_CONFIG_PATH=${pc%/*} pkg-config --cflags --libs vpnctl_cli)
 "$cxx" -std=c++20 "${flags[@]}" -o "$root/by-pkg-config" "$examples/copier.cpp" "${package[@]}"
+
+cat >"$root/printer.c" <<'C'
+#include <vpnctl/cli/GBPrint.h>
+int main(void) {
+  gbprintln("%s: %5.1f", "C", 2.5);
+  return 0;
+}
+C
+${CC:-cc} -std=c11 -Wall -Wextra -Wpedantic -Werror "${flags[@]}" -o "$root/printer" "$root/printer.c" "${package[@]}"
+[ "$("$root/printer")" = "C:   2.5" ]
 
 cat >"$root/settings.plist" <<'PLIST'
 { Copying = { "--output" = "/gr\U00fcn"; "--retries" = 5; }; }
