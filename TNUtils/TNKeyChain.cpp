@@ -23,7 +23,7 @@ constexpr const char *kSourceName = "TNKeyChain";
 // ever read.
 SecKeychainAttribute attribute(platform::SecKeychainAttrType tag, const TNKeyChain::Text &text) {
   if (!text) return {tag, 0, nullptr};
-  return {tag, static_cast<std::uint32_t>(foundation::utf16Length(*text)), text->data()};
+  return {tag, static_cast<std::uint32_t>(vpnctl::utf16Length(*text)), text->data()};
 }
 
 std::vector<std::string_view> componentsSeparatedByDots(std::string_view text) {
@@ -70,7 +70,7 @@ platform::SecKeychainItemRef TNKeyChain::addPassword(const platform::SecKeychain
   };
   const platform::SecAccessRef access = setupACL();
   const std::uint32_t length =
-      password ? static_cast<std::uint32_t>(foundation::utf16Length(password->text())) : 0;  // see attribute()
+      password ? static_cast<std::uint32_t>(vpnctl::utf16Length(password->text())) : 0;  // see attribute()
   platform::SecKeychainItemRef item;
   platform::SecKeychainItemCreateFromContent(platform::kSecGenericPasswordItemClass, &attributes, length,
                                              password ? password->bytes().data() : nullptr, keychain, access, &item);
@@ -91,10 +91,10 @@ void TNKeyChain::removePasswordsFromKeychain(const platform::SecKeychainRef &key
 bool TNKeyChain::isMavericksOrNewer() {
   std::int64_t major = 10;
   std::int64_t minor = 8;
-  if (const std::optional<std::string> version = foundation::ProcessInfo::productVersion()) {
+  if (const std::optional<std::string> version = vpnctl::ProcessInfo::productVersion()) {
     const std::vector<std::string_view> components = componentsSeparatedByDots(*version);
-    major = foundation::Value(components[0]).integerValue();
-    if (components.size() >= 2) minor = foundation::Value(components[1]).integerValue();
+    major = vpnctl::Value(components[0]).integerValue();
+    if (components.size() >= 2) minor = vpnctl::Value(components[1]).integerValue();
   }
   return major >= 10 && minor > 8;
 }
@@ -102,7 +102,7 @@ bool TNKeyChain::isMavericksOrNewer() {
 platform::SecAccessRef TNKeyChain::setupACL() {
   // The line numbers tell the failures apart; they stand for places in this routine and stay when the code moves.
   const auto require = [](bool holds, const char *expression, int line) {
-    if (!holds) foundation::assertionFailed(expression, "+[TNKeyChain setupACL]", kSourceName, line);
+    if (!holds) vpnctl::assertionFailed(expression, "+[TNKeyChain setupACL]", kSourceName, line);
   };
   using TrustedApplications = std::vector<platform::SecTrustedApplicationRef>;
   // Without throwing: a list that there is no memory for is a failed assertion like the rest.
@@ -112,7 +112,7 @@ platform::SecAccessRef TNKeyChain::setupACL() {
   std::array<const char *, 5> &paths = trustedApplicationPaths();
   if (isMavericksOrNewer())
     paths[0] = "/System/Library/Frameworks/SystemConfiguration.framework/Versions/A/Helpers/SCHelper";
-  if (foundation::ProcessInfo::isOperatingSystemAtLeastVersion({10, 15, 0}))
+  if (vpnctl::ProcessInfo::isOperatingSystemAtLeastVersion({10, 15, 0}))
     paths[1] = "/System/Applications/System Preferences.app";
   for (const char *const path : paths) {
     platform::SecTrustedApplicationRef application;

@@ -17,7 +17,7 @@ namespace TN {
 class TNKeyChain {
  public:
   using Text = std::optional<std::string>;
-  using SecretText = std::optional<foundation::Secret>;
+  using SecretText = std::optional<vpnctl::Secret>;
 
   // Replaces all items labelled "Corvanelle", whoever wrote them, by the shared secret (SERVICE_ID + ".SS", no account)
   // and the PPP password (SERVICE_ID, ACCOUNT). Failures leave the keychain as the last call that worked left it; the

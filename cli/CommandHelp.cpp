@@ -64,7 +64,7 @@ std::string wrapped(std::string_view text, std::size_t indent, std::size_t width
     const std::string_view word = text.substr(0, end);
     text.remove_prefix(std::min(end + 1, text.size()));
     if (word.empty()) continue;
-    const std::size_t length = foundation::utf16Length(word);
+    const std::size_t length = vpnctl::utf16Length(word);
     if (used > 0 && used + 1 + length > width) {
       result += "\n" + std::string(indent, ' ');
       used = 0;
@@ -81,14 +81,14 @@ std::string wrapped(std::string_view text, std::size_t indent, std::size_t width
 std::string layout(const std::vector<Row> &rows) {
   std::size_t column = 0;
   for (const Row &row : rows)
-    if (const std::size_t width = foundation::utf16Length(row.names); width <= kWidestNames)
+    if (const std::size_t width = vpnctl::utf16Length(row.names); width <= kWidestNames)
       column = std::max(column, width);
   column += 2;
   std::string text;
   for (const Row &row : rows) {
     text += row.names;
     if (!row.description.empty()) {
-      const std::size_t width = foundation::utf16Length(row.names);
+      const std::size_t width = vpnctl::utf16Length(row.names);
       text += width + 2 > column ? "\n" + std::string(column, ' ') : std::string(column - width, ' ');
       text += wrapped(row.description, column, kWidth - column);
     }
@@ -192,7 +192,7 @@ bool printWhatIsAsked(const CommandLine &line) {
   return false;
 }
 
-int printUsageError(const Command &program, const foundation::Error &error) {
+int printUsageError(const Command &program, const vpnctl::Error &error) {
   const std::string name(program.name);
   std::fputs((name + ": " + error.message + "\nTry \"" + name + " --help\".\n").c_str(), stderr);
   return 2;

@@ -26,6 +26,6 @@ std::string versionLine(const Command &program);
 // Prints what --help or --version asks for to standard output. False when neither does.
 bool printWhatIsAsked(const CommandLine &line);
 // Prints "copier: MESSAGE" and where to find help to standard error. Returns the status to end with, 2.
-int printUsageError(const Command &program, const foundation::Error &error);
+int printUsageError(const Command &program, const vpnctl::Error &error);
 
 }  // namespace GB

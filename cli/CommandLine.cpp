@@ -5,7 +5,7 @@
 
 namespace GB {
 
-using foundation::Result;
+using vpnctl::Result;
 
 namespace {
 
@@ -15,12 +15,12 @@ const Option *findIn(const Command &command, std::string_view name) {
   return nullptr;
 }
 
-foundation::Error notDefined(std::string_view name) {
+vpnctl::Error notDefined(std::string_view name) {
   return commandLineError(CommandLineFault::notDefined, "option --" + std::string(name) + " is not defined");
 }
 
 Result<std::string> utf8(std::string_view what, std::string_view bytes) {
-  if (foundation::isValidUTF8(bytes)) return std::string(bytes);
+  if (vpnctl::isValidUTF8(bytes)) return std::string(bytes);
   return commandLineError(CommandLineFault::notText, std::string(what) + ": " + inQuotes(bytes) + " is not UTF-8");
 }
 

@@ -59,9 +59,9 @@ class CommandLine {
   enum class Request { run, help, version };
 
   // argv and argc as main() gets them.
-  static foundation::Result<CommandLine> parse(const Command &program, int count, const char *const *arguments);
+  static vpnctl::Result<CommandLine> parse(const Command &program, int count, const char *const *arguments);
   // Without the program's name.
-  static foundation::Result<CommandLine> parse(const Command &program, const std::vector<std::string> &arguments);
+  static vpnctl::Result<CommandLine> parse(const Command &program, const std::vector<std::string> &arguments);
 
   // What the user asks for. What follows --help or --version has not been looked at, and nothing is missing.
   Request request() const { return request_; }
@@ -77,22 +77,22 @@ class CommandLine {
   // Of a switch: whether its last form, if any, was the plain one.
   bool isOn(std::string_view name) const;
   // The last value, or the standard one.
-  foundation::Result<std::string_view> bytes(std::string_view name) const;
+  vpnctl::Result<std::string_view> bytes(std::string_view name) const;
   // The same, if it is UTF-8.
-  foundation::Result<std::string> text(std::string_view name) const;
+  vpnctl::Result<std::string> text(std::string_view name) const;
   // A whole number within the definition's limits.
-  foundation::Result<std::int64_t> integer(std::string_view name) const;
+  vpnctl::Result<std::int64_t> integer(std::string_view name) const;
   // And within these.
-  foundation::Result<std::int64_t> integer(std::string_view name, std::int64_t minimum, std::int64_t maximum) const;
+  vpnctl::Result<std::int64_t> integer(std::string_view name, std::int64_t minimum, std::int64_t maximum) const;
   // Where among the definition's choices the value is, from 0.
-  foundation::Result<std::size_t> choice(std::string_view name) const;
+  vpnctl::Result<std::size_t> choice(std::string_view name) const;
   // Each value that was given, in order.
   std::vector<std::string_view> all(std::string_view name) const;
 
   // What is no option, as bytes; as many as the definition permits.
   const std::vector<std::string_view> &operands() const { return operands_; }
   // One of them, if it is UTF-8. An error too when there are not so many.
-  foundation::Result<std::string> operandText(std::size_t index) const;
+  vpnctl::Result<std::string> operandText(std::size_t index) const;
 
  private:
   friend class CommandLineReader;

@@ -10,7 +10,7 @@
 
 namespace GB {
 
-using foundation::Result;
+using vpnctl::Result;
 
 namespace {
 
@@ -44,7 +44,7 @@ std::string namedOption(const Option &option) { return "option --" + std::string
 
 }  // namespace
 
-foundation::Error commandLineError(CommandLineFault fault, std::string message) {
+vpnctl::Error commandLineError(CommandLineFault fault, std::string message) {
   return {
       .domain = std::string(kCommandLineErrorDomain), .code = static_cast<int>(fault), .message = std::move(message)};
 }
@@ -53,7 +53,7 @@ std::string inQuotes(std::string_view bytes) {
   std::string text = "\"";
   for (std::size_t index = 0; index < bytes.size();) {
     const std::size_t start = index;
-    const std::optional<char32_t> character = foundation::nextCharacter(bytes, &index);
+    const std::optional<char32_t> character = vpnctl::nextCharacter(bytes, &index);
     const bool isControl = character && (*character < 0x20 || (*character >= 0x7f && *character < 0xa0));
     if (character && !isControl) {
       text += bytes.substr(start, index - start);

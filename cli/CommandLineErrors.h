@@ -13,17 +13,17 @@
 
 namespace GB {
 
-foundation::Error commandLineError(CommandLineFault fault, std::string message);
+vpnctl::Error commandLineError(CommandLineFault fault, std::string message);
 
 // BYTES in quotation marks; what is no printable UTF-8 as "\xNN", so that no terminal is made to do anything by it.
 std::string inQuotes(std::string_view bytes);
 
 // VALUE as a whole number; an error when it is none, or not from MINIMUM to MAXIMUM.
-foundation::Result<std::int64_t> wholeNumber(const Option &option, std::string_view value, std::int64_t minimum,
-                                             std::int64_t maximum);
+vpnctl::Result<std::int64_t> wholeNumber(const Option &option, std::string_view value, std::int64_t minimum,
+                                         std::int64_t maximum);
 
 // Where VALUE is among the option's choices.
-foundation::Result<std::size_t> chosen(const Option &option, std::string_view value);
+vpnctl::Result<std::size_t> chosen(const Option &option, std::string_view value);
 
 // The one of the offered names that TYPED was probably meant to be.
 class Suggestion {

@@ -10,8 +10,8 @@
 
 namespace GB {
 
-using foundation::Result;
-using foundation::Status;
+using vpnctl::Result;
+using vpnctl::Status;
 
 namespace {
 

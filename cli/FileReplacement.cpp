@@ -12,8 +12,8 @@
 
 namespace GB {
 
-using foundation::Result;
-using foundation::Status;
+using vpnctl::Result;
+using vpnctl::Status;
 
 namespace {
 
@@ -28,9 +28,9 @@ int refusal(const struct stat &existing) {
 
 // So that the new name, too, outlives a power failure. A folder that cannot be opened or synchronised has the new file
 // all the same.
-void synchroniseFolderOf(const std::string &path, foundation::FileSystem &fileSystem) {
+void synchroniseFolderOf(const std::string &path, vpnctl::FileSystem &fileSystem) {
   // The slash at the end leads through a symbolic link.
-  const std::string folder = foundation::folderOf(path) + "/";
+  const std::string folder = vpnctl::folderOf(path) + "/";
   const auto file = fileSystem.open(folder, O_RDONLY | O_DIRECTORY, 0);
   if (file) static_cast<void>(fileSystem.synchronize(file->get(), folder));
 }
@@ -43,9 +43,9 @@ Result<std::string> followed(std::string path) {
     std::error_code error;
     const std::filesystem::path target = std::filesystem::read_symlink(path, error);
     if (error) return path;
-    path = target.is_absolute() ? target.string() : foundation::folderOf(path) + "/" + target.string();
+    path = target.is_absolute() ? target.string() : vpnctl::folderOf(path) + "/" + target.string();
   }
-  return foundation::errnoError(ELOOP, "save " + path);
+  return vpnctl::errnoError(ELOOP, "save " + path);
 }
 
 }  // namespace
@@ -56,14 +56,14 @@ Status replaceFileBehindLinks(const std::string &path, std::string_view bytes) {
 }
 
 Status replaceFile(const std::string &path, std::string_view bytes) {
-  const auto failed = [&](int errnum) { return foundation::errnoError(errnum, "save " + path); };
+  const auto failed = [&](int errnum) { return vpnctl::errnoError(errnum, "save " + path); };
   struct stat existing = {};
   const bool exists = ::lstat(path.c_str(), &existing) == 0;
   if (!exists && errno != ENOENT) return failed(errno);
   if (exists && refusal(existing) != 0) return failed(refusal(existing));
 
-  foundation::FreshFile fresh;
-  fresh.name = foundation::FreshFile::Name::shared;
+  vpnctl::FreshFile fresh;
+  fresh.name = vpnctl::FreshFile::Name::shared;
   fresh.mode = 0666;  // the umask applies, as it does to any new file
   fresh.prepare = [&](int file) -> Status {
     if (!exists) return {};
@@ -72,13 +72,13 @@ Status replaceFile(const std::string &path, std::string_view bytes) {
     if (::fchmod(file, existing.st_mode & 0777) != 0) return failed(errno);
     return {};
   };
-  foundation::PosixFileSystem fileSystem;
+  vpnctl::PosixFileSystem fileSystem;
   std::random_device random;
   Status status = failed(EEXIST);
   for (int attempt = 0; attempt < kAttempts && !status && status.error().code == EEXIST; ++attempt) {
     // Not made of the file's own name, which may be as long as a name can be.
-    fresh.path = foundation::folderOf(path) + "/.vpnctl-cli." + std::to_string(random()) + ".new";
-    status = foundation::replaceFile(path, bytes, fresh, fileSystem);
+    fresh.path = vpnctl::folderOf(path) + "/.vpnctl-cli." + std::to_string(random()) + ".new";
+    status = vpnctl::replaceFile(path, bytes, fresh, fileSystem);
   }
   if (!status) return failed(status.error().code);
   synchroniseFolderOf(path, fileSystem);

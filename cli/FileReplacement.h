@@ -13,9 +13,9 @@ namespace GB {
 // it away; a new one gets the mode that the umask leaves of 0666. Refused, and left as it is, is whatever is no regular
 // file: a symbolic link (ELOOP), because renaming would put a file in the link's place, a folder (EISDIR), a device, a
 // FIFO (EINVAL). Errors are POSIX's, "save PATH: reason". Blocks on the disk.
-foundation::Status replaceFile(const std::string &path, std::string_view bytes);
+vpnctl::Status replaceFile(const std::string &path, std::string_view bytes);
 
 // The same for the file that PATH leads to, when it is a symbolic link; the link stays.
-foundation::Status replaceFileBehindLinks(const std::string &path, std::string_view bytes);
+vpnctl::Status replaceFileBehindLinks(const std::string &path, std::string_view bytes);
 
 }  // namespace GB

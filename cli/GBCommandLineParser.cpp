@@ -11,8 +11,8 @@ namespace GB {
 namespace {
 
 // An entry of a record; null when somebody took it away.
-const foundation::Value &entry(const GBOptionRecord &record, std::string_view key) {
-  static const foundation::Value &none = *new foundation::Value;
+const vpnctl::Value &entry(const GBOptionRecord &record, std::string_view key) {
+  static const vpnctl::Value &none = *new vpnctl::Value;
   const auto found = record->find(key);
   return found != record->end() ? found->second : none;
 }
@@ -36,7 +36,7 @@ GBOptionRecord GBCommandLineParser::addRecord(const std::string &longName, GBOpt
 }
 
 void GBCommandLineParser::registerOption(const Text &longName, char shortcut, GBOptionRequirement requirement) {
-  const std::string &name = foundation::element(longName);
+  const std::string &name = vpnctl::element(longName);
   const GBOptionRecord record = addRecord(name, requirement);
   if (currentOptionsGroupOptions_) currentOptionsGroupOptions_->insert(name);
   if (const auto code = static_cast<signed char>(shortcut); code > 0) {
@@ -62,7 +62,7 @@ void GBCommandLineParser::registerSwitch(const Text &longName, char shortcut) {
 void GBCommandLineParser::registerSwitch(const Text &longName) { registerSwitch(longName, 0); }
 
 void GBCommandLineParser::beginRegisterOptionGroup(const Text &groupName) {
-  const std::string &name = foundation::element(groupName);
+  const std::string &name = vpnctl::element(groupName);
   std::shared_ptr<GBOptionGroup> &group = registeredOptionGroupsByNames_[name];
   if (group)
     std::fprintf(stderr, "Group %s is already registered!", name.c_str());
@@ -188,19 +188,19 @@ bool GBCommandLineParser::parsePositionalArguments(const std::vector<std::string
 bool GBCommandLineParser::parseOptionsWithArguments(const char *const *arguments, int count,
                                                     const GBParseBlock &block) {
   if (count == 0) return true;
-  const Text commandLine = foundation::stringWithUTF8String(arguments[0]);
+  const Text commandLine = vpnctl::stringWithUTF8String(arguments[0]);
   std::vector<std::string> list;
-  for (int i = 1; i < count; ++i) list.push_back(foundation::element(foundation::stringWithUTF8String(arguments[i])));
+  for (int i = 1; i < count; ++i) list.push_back(vpnctl::element(vpnctl::stringWithUTF8String(arguments[i])));
   return parseOptionsWithArguments(list, commandLine.value_or(""), block);
 }
 
 bool GBCommandLineParser::parseOptionsUsingDefaultArgumentsWithBlock(const GBParseBlock &block) {
-  std::vector<std::string> arguments = foundation::ProcessInfo::arguments();
+  std::vector<std::string> arguments = vpnctl::ProcessInfo::arguments();
   if (!arguments.empty()) arguments.erase(arguments.begin());
-  return parseOptionsWithArguments(arguments, foundation::ProcessInfo::processName(), block);
+  return parseOptionsWithArguments(arguments, vpnctl::ProcessInfo::processName(), block);
 }
 
-foundation::Value GBCommandLineParser::valueForOption(std::string_view longName) const {
+vpnctl::Value GBCommandLineParser::valueForOption(std::string_view longName) const {
   const auto found = parsedOptions_.find(longName);
   return found != parsedOptions_.end() ? found->second : Value();
 }

@@ -57,11 +57,11 @@ enum GBParseEvent : std::uint64_t {
 // *STOP set to true ends the parse with false. After a group's name nobody looks at it; it is seen after the next
 // event.
 using GBParseBlock = std::function<void(GBParseEvent event, const std::optional<std::string> &option,
-                                        const foundation::Value &value, bool *stop)>;
+                                        const vpnctl::Value &value, bool *stop)>;
 
 // A registered option: "long", "requirement", and "short" if there is one. The registries share one record, so a key
 // added to it is seen through all of them.
-using GBOptionRecord = std::shared_ptr<foundation::Value::Dictionary>;
+using GBOptionRecord = std::shared_ptr<vpnctl::Value::Dictionary>;
 
 // A group's members: long names, and for each switch the record (not the name) of its "no-" form.
 using GBOptionGroup = std::set<std::variant<std::string, GBOptionRecord>>;
@@ -69,7 +69,7 @@ using GBOptionGroup = std::set<std::variant<std::string, GBOptionRecord>>;
 class GBCommandLineParser {
  public:
   using Text = std::optional<std::string>;
-  using Value = foundation::Value;
+  using Value = vpnctl::Value;
   using OptionsByName = std::map<std::string, GBOptionRecord, std::less<>>;
   using GroupsByName = std::map<std::string, std::shared_ptr<GBOptionGroup>, std::less<>>;
 

@@ -8,7 +8,7 @@ namespace GB {
 namespace {
 
 std::optional<std::string> textOrNone(const char *text) {
-  return text != nullptr ? foundation::stringWithUTF8String(text) : std::nullopt;
+  return text != nullptr ? vpnctl::stringWithUTF8String(text) : std::nullopt;
 }
 
 bool has(const OptionDefinition &definition, GBOptionFlags flag) { return (definition.flags() & flag) != 0; }
@@ -79,7 +79,7 @@ bool GBOptionsHelper::isPrint(const OptionDefinition &definition) { return !has(
 bool GBOptionsHelper::isHelp(const OptionDefinition &definition) { return !has(definition, GBOptionFlagNoHelp); }
 
 std::string GBOptionsHelper::applicationNameFromBlockOrDefault() const {
-  return applicationName_ ? foundation::element(applicationName_()) : foundation::ProcessInfo::processName();
+  return applicationName_ ? vpnctl::element(applicationName_()) : vpnctl::ProcessInfo::processName();
 }
 
 }  // namespace GB

@@ -14,8 +14,8 @@ namespace GB {
 
 namespace {
 
-using foundation::utf16Length;
-using foundation::Value;
+using vpnctl::utf16Length;
+using vpnctl::Value;
 
 // The whole line, its end too, even where a value holds a zero byte.
 void printLine(std::string line) {
@@ -68,7 +68,7 @@ std::string valueCell(const GBSettings &level, const std::string &key) {
 void GBOptionsHelper::replacePlaceholdersAndPrintStringFromBlock(const TextBlock &block) const {
   std::string text;
   if (block) {
-    text = foundation::element(block());
+    text = vpnctl::element(block());
     // The build is the gate for the name: without one, "%APPNAME" stays as it is.
     if (applicationBuildFromBlockOrNil()) text = replaced(text, "%APPNAME", applicationNameFromBlockOrDefault());
     if (const Text version = applicationVersionFromBlockOrNil()) text = replaced(text, "%APPVERSION", *version);
@@ -125,7 +125,7 @@ OptionsTable GBOptionsHelper::valuesTable(const GBSettings &settings, std::size_
     if (!isPrint(definition) || isOptionGroupEnd(definition)) return;
     if (isSeparator(definition)) return table.addSeparator(definition);
     if (isOptionGroup(definition)) return table.addGroupHeading(definition);
-    OptionsTable::Row row = {foundation::element(definition.longOption())};
+    OptionsTable::Row row = {vpnctl::element(definition.longOption())};
     settings.enumerateSettings(
         [&row](const GBSettings &level, bool *) { row.push_back(valueCell(level, row.front())); });
     for (std::size_t column = 0; column < row.size(); ++column) table.widen(column, utf16Length(row[column]));

@@ -22,7 +22,7 @@ const char *notNull(const char *format) {
 std::string withNewline(const char *format) { return std::string(notNull(format)) + "\n"; }
 
 void gb_printf_worker(FILE *stream, const char *format, std::va_list arguments) {
-  std::fputs(foundation::formatWithArguments(notNull(format), arguments).c_str(), stream);
+  std::fputs(vpnctl::formatWithArguments(notNull(format), arguments).c_str(), stream);
 }
 
 }  // namespace
@@ -59,8 +59,8 @@ namespace GB {
 
 namespace {
 
-using foundation::FormatArgument;
-using foundation::FormatPiece;
+using vpnctl::FormatArgument;
+using vpnctl::FormatPiece;
 using Held = PrintArgument::Held;
 
 template <class... Alternatives>
@@ -82,23 +82,23 @@ template <class Character>
 std::string narrow(const PrintArgument::Text<Character> &text) {
   const char *format = std::is_same_v<Character, wchar_t> ? "%ls" : "%S";
   const std::basic_string<Character> copy = copied(text);
-  return foundation::renderFormat(foundation::parseFormat(format), {static_cast<const void *>(copy.c_str())});
+  return vpnctl::renderFormat(vpnctl::parseFormat(format), {static_cast<const void *>(copy.c_str())});
 }
 
 // As %@ has it.
 std::string description(const Held &argument) {
   return std::visit(
       Overloaded{[](std::monostate) { return std::string("(null)"); },
-                 [](const PrintArgument::Signed &number) { return foundation::Value(number.number).description(); },
+                 [](const PrintArgument::Signed &number) { return vpnctl::Value(number.number).description(); },
                  [](const PrintArgument::Text<char> &text) { return copied(text); },
                  [](const void *pointer) {
-                   return foundation::renderFormat(foundation::parseFormat("%p"), {FormatArgument(pointer)});
+                   return vpnctl::renderFormat(vpnctl::parseFormat("%p"), {FormatArgument(pointer)});
                  },
-                 [](const foundation::Value *value) { return value->description(); },
-                 [](const foundation::Value &value) { return value.description(); },
-                 [](long double number) { return foundation::Value(static_cast<double>(number)).description(); },
+                 [](const vpnctl::Value *value) { return value->description(); },
+                 [](const vpnctl::Value &value) { return value.description(); },
+                 [](long double number) { return vpnctl::Value(static_cast<double>(number)).description(); },
                  []<class Character>(const PrintArgument::Text<Character> &text) { return narrow(text); },
-                 [](auto number) { return foundation::Value(number).description(); }},
+                 [](auto number) { return vpnctl::Value(number).description(); }},
       argument);
 }
 
@@ -114,22 +114,21 @@ class Conversion {
     const Held &argument = arguments_[piece_.argument].held();
     if (!take(argument)) return description(argument);
     piece_.argument = values_.size() - 1;
-    foundation::ParsedFormat format;
+    vpnctl::ParsedFormat format;
     format.pieces.push_back(piece_);
-    return foundation::renderFormat(format, values_);
+    return vpnctl::renderFormat(format, values_);
   }
 
  private:
   // A width or a precision that is an argument.
-  bool number(std::optional<foundation::FormatNumber> *number) {
+  bool number(std::optional<vpnctl::FormatNumber> *number) {
     if (!*number || !(*number)->argument) return true;
     if (*(*number)->argument >= count_) return false;
     const Held &argument = arguments_[*(*number)->argument].held();
     if (const auto *integer = std::get_if<PrintArgument::Signed>(&argument))
       values_.emplace_back(integer->number);
     else if (const auto *natural = std::get_if<std::uint64_t>(&argument))
-      values_.emplace_back(
-          static_cast<std::int64_t>(std::min<std::uint64_t>(*natural, foundation::kFormatMaximumNumber)));
+      values_.emplace_back(static_cast<std::int64_t>(std::min<std::uint64_t>(*natural, vpnctl::kFormatMaximumNumber)));
     else
       return false;
     (*number)->argument = values_.size() - 1;
@@ -192,7 +191,7 @@ class Conversion {
   bool takePointer(const Held &argument) {
     return std::visit(Overloaded{[this](std::monostate) { return takePointer(nullptr); },
                                  [this](const void *pointer) { return takePointer(pointer); },
-                                 [this](const foundation::Value *pointer) { return takePointer(pointer); },
+                                 [this](const vpnctl::Value *pointer) { return takePointer(pointer); },
                                  [this]<class Character>(const PrintArgument::Text<Character> &text) {
                                    return takePointer(static_cast<const void *>(text.start));
                                  },
@@ -251,7 +250,7 @@ class Conversion {
 
 std::string formatWithTypedArguments(std::string_view format, const PrintArgument *arguments, std::size_t count) {
   std::string text;
-  for (const FormatPiece &piece : foundation::parseFormat(format).pieces)
+  for (const FormatPiece &piece : vpnctl::parseFormat(format).pieces)
     if (piece.conversion == 0)
       text += piece.source;
     else

@@ -1,5 +1,5 @@
 /* Formatted printing for programs whose values are objects: printf's conversions with their flags, widths, precisions
- * and length modifiers, and %@ for a pointer to a foundation::Value (its description; a null pointer is "(null)").
+ * and length modifiers, and %@ for a pointer to a vpnctl::Value (its description; a null pointer is "(null)").
  *
  * Usual call: gbfprintln(stderr, "%@ has %d entries", &value, 3). As printf, these four believe their format: an
  * argument that is missing or of another type is undefined behaviour. From C++ take the overloads in namespace GB,
@@ -56,7 +56,7 @@ class PrintArgument {
     std::size_t limit;
   };
   using Held = std::variant<std::monostate, Signed, std::uint64_t, double, long double, Text<char>, Text<wchar_t>,
-                            Text<char16_t>, const void *, const foundation::Value *, foundation::Value>;
+                            Text<char16_t>, const void *, const vpnctl::Value *, vpnctl::Value>;
 
   template <class T>
   PrintArgument(const T &argument) : held_(held(argument)) {}
@@ -92,10 +92,10 @@ class PrintArgument {
 
   static Held text(std::string_view text) { return Text<char>{text.empty() ? "" : text.data(), text.size()}; }
   static Held object(const std::optional<std::string> &text) { return text ? PrintArgument::text(*text) : Held(); }
-  static Held object(const foundation::Value &value) { return &value; }
+  static Held object(const vpnctl::Value &value) { return &value; }
   template <class T>
   static Held object(const T &other) {
-    return foundation::Value(other);
+    return vpnctl::Value(other);
   }
 
   template <class T>

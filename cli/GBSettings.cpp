@@ -27,12 +27,12 @@ void GBSettings::setParent(std::shared_ptr<GBSettings> parent) {
   parent_ = std::move(parent);
 }
 
-const foundation::Value *GBSettings::localValue(std::string_view key) const {
+const vpnctl::Value *GBSettings::localValue(std::string_view key) const {
   const auto entry = storage_.find(key);
   return entry != storage_.end() ? &entry->second : nullptr;
 }
 
-foundation::Value GBSettings::objectForKey(std::string_view key) const {
+vpnctl::Value GBSettings::objectForKey(std::string_view key) const {
   if (!isKeyArray(key)) {
     const GBSettings *layer = settingsForKey(key);
     return layer != nullptr ? *layer->localValue(key) : Value();
@@ -67,7 +67,7 @@ void GBSettings::setObjectForKey(const Value &value, std::string_view key) {
     local.append(added);
 }
 
-foundation::Value GBSettings::objectForLocalKey(std::string_view key) const {
+vpnctl::Value GBSettings::objectForLocalKey(std::string_view key) const {
   const Value *local = localValue(key);
   return local != nullptr ? *local : Value();
 }

@@ -12,7 +12,7 @@
 //   ... settings->integerForKey("count") ...
 //
 // Errors: a null Value cannot be stored (std::invalid_argument, which is not meant to be caught). Files report through
-// a bool and a foundation::Error. Thread rule: one thread at a time for a layer and all below it; only the two file
+// a bool and a vpnctl::Error. Thread rule: one thread at a time for a layer and all below it; only the two file
 // operations block.
 
 #pragma once
@@ -37,7 +37,7 @@ inline constexpr std::string_view GBSettingsErrorDomain = "GBSettings";
 
 class GBSettings {
  public:
-  using Value = foundation::Value;
+  using Value = vpnctl::Value;
   using KeySet = std::set<std::string, std::less<>>;
   using EnumerationBlock = std::function<void(GBSettings &settings, bool *stop)>;
   using ConstEnumerationBlock = std::function<void(const GBSettings &settings, bool *stop)>;
@@ -73,11 +73,11 @@ class GBSettings {
   // False on failure; then the layer is as it was. What is no regular file is a failure. A missing file leaves *ERROR
   // alone; anything else fills it: "POSIX" (not readable), "PropertyList" (not to be parsed; with line or offset),
   // GBSettingsErrorDomain.
-  [[nodiscard]] bool loadSettingsFromPlist(const std::string &path, foundation::Error *error = nullptr);
+  [[nodiscard]] bool loadSettingsFromPlist(const std::string &path, vpnctl::Error *error = nullptr);
 
   // Writes this layer's values, without the parents', as an XML property list. The file is replaced whole, or on
   // failure (false, with *ERROR) left whole; see replaceFile() for what it refuses.
-  [[nodiscard]] bool saveSettingsToPlist(const std::string &path, foundation::Error *error = nullptr) const;
+  [[nodiscard]] bool saveSettingsToPlist(const std::string &path, vpnctl::Error *error = nullptr) const;
 
   // For an array key of this layer: a new mutable array of the elements of all layers, this one's first; empty where
   // no layer has any. (A layer's value that is no array counts as one element.) For any other key: the value of the

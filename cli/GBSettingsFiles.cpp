@@ -19,21 +19,21 @@ std::string_view withoutDashes(std::string_view key) {
   return start == std::string_view::npos ? std::string_view() : key.substr(start);
 }
 
-bool isMissing(const foundation::Error &error) {
-  return error.domain == foundation::kPOSIXErrorDomain && (error.code == ENOENT || error.code == ENOTDIR);
+bool isMissing(const vpnctl::Error &error) {
+  return error.domain == vpnctl::kPOSIXErrorDomain && (error.code == ENOENT || error.code == ENOTDIR);
 }
 
-bool fail(foundation::Error *error, foundation::Error reason) {
+bool fail(vpnctl::Error *error, vpnctl::Error reason) {
   if (error != nullptr) *error = std::move(reason);
   return false;
 }
 
 // Stores what FILE, which NAME names, holds, in place of what SETTINGS held.
-foundation::Status store(const foundation::Value &file, const std::string &name, GBSettings *settings) {
+vpnctl::Status store(const vpnctl::Value &file, const std::string &name, GBSettings *settings) {
   if (!file.isDictionary()) {
-    return foundation::Error{.domain = std::string(GBSettingsErrorDomain),
-                             .code = 1,
-                             .message = name + ": the top level is not a dictionary"};
+    return vpnctl::Error{.domain = std::string(GBSettingsErrorDomain),
+                         .code = 1,
+                         .message = name + ": the top level is not a dictionary"};
   }
   settings->setStorage({});
   for (const auto &[key, value] : file.dictionary()) {
@@ -48,30 +48,30 @@ foundation::Status store(const foundation::Value &file, const std::string &name,
 
 }  // namespace
 
-bool GBSettings::loadSettingsFromPlist(const std::string &path, foundation::Error *error) {
-  const foundation::Result<Value> file = foundation::propertyListOfAnyFormFromFile(path);
+bool GBSettings::loadSettingsFromPlist(const std::string &path, vpnctl::Error *error) {
+  const vpnctl::Result<Value> file = vpnctl::propertyListOfAnyFormFromFile(path);
   if (!file) return isMissing(file.error()) ? false : fail(error, file.error());
-  const foundation::Status stored = store(*file, path, this);
+  const vpnctl::Status stored = store(*file, path, this);
   return stored ? true : fail(error, stored.error());
 }
 
-bool GBSettings::saveSettingsToPlist(const std::string &path, foundation::Error *error) const {
-  const foundation::Result<std::string> text = foundation::xmlPropertyList(storage_);
+bool GBSettings::saveSettingsToPlist(const std::string &path, vpnctl::Error *error) const {
+  const vpnctl::Result<std::string> text = vpnctl::xmlPropertyList(storage_);
   if (!text) return fail(error, text.error());
-  const foundation::Status written = replaceFile(path, *text);
+  const vpnctl::Status written = replaceFile(path, *text);
   return written ? true : fail(error, written.error());
 }
 
-foundation::Status loadSettings(GBSettings &settings, const std::string &path) {
-  const auto bytes = foundation::propertyListBytesFromFile(path, foundation::FileKinds::regularAndPipes);
+vpnctl::Status loadSettings(GBSettings &settings, const std::string &path) {
+  const auto bytes = vpnctl::propertyListBytesFromFile(path, vpnctl::FileKinds::regularAndPipes);
   if (!bytes) return bytes.error();
-  const foundation::Result<foundation::Value> file = foundation::propertyListOfAnyForm(*bytes, path);
-  return file ? store(*file, path, &settings) : foundation::Status(file.error());
+  const vpnctl::Result<vpnctl::Value> file = vpnctl::propertyListOfAnyForm(*bytes, path);
+  return file ? store(*file, path, &settings) : vpnctl::Status(file.error());
 }
 
-foundation::Status saveSettings(const GBSettings &settings, const std::string &path) {
-  const foundation::Result<std::string> text = foundation::xmlPropertyList(settings.storage());
-  return text ? replaceFileBehindLinks(path, *text) : foundation::Status(text.error());
+vpnctl::Status saveSettings(const GBSettings &settings, const std::string &path) {
+  const vpnctl::Result<std::string> text = vpnctl::xmlPropertyList(settings.storage());
+  return text ? replaceFileBehindLinks(path, *text) : vpnctl::Status(text.error());
 }
 
 }  // namespace GB

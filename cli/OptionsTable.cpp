@@ -19,12 +19,12 @@ void OptionsTable::dropPendingSeparator() {
 void OptionsTable::addSeparator(const OptionDefinition &definition) {
   dropPendingSeparator();
   rows_.emplace_back();
-  rows_.push_back({foundation::element(definition.description())});
+  rows_.push_back({vpnctl::element(definition.description())});
   separatorMark_ = static_cast<std::int64_t>(rows_.size());
 }
 
 void OptionsTable::addGroupHeading(const OptionDefinition &definition) {
-  std::string heading = foundation::element(definition.longOption());
+  std::string heading = vpnctl::element(definition.longOption());
   if (const auto &description = definition.description(); description && !description->empty())
     heading += " " + *description;
   rows_.emplace_back();

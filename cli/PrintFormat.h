@@ -31,7 +31,7 @@ inline constexpr bool kIsByteCharacter = std::is_same_v<T, char> || std::is_same
 
 template <class T>
 constexpr unsigned printKindsOfPointer() {
-  if constexpr (std::is_same_v<T, foundation::Value>) return PrintKindPointer | PrintKindObject;
+  if constexpr (std::is_same_v<T, vpnctl::Value>) return PrintKindPointer | PrintKindObject;
   if constexpr (std::is_same_v<T, wchar_t>) return PrintKindPointer | PrintKindObject | PrintKindWideText;
   if constexpr (std::is_same_v<T, char16_t>) return PrintKindPointer | PrintKindObject | PrintKindUTF16Text;
   if constexpr (kIsByteCharacter<T>) return PrintKindPointer | PrintKindObject | PrintKindText;
@@ -53,7 +53,7 @@ constexpr unsigned printKinds() {
   else if constexpr (std::is_pointer_v<T>)
     return printKindsOfPointer<std::remove_cv_t<std::remove_pointer_t<T>>>();
   else if constexpr (std::is_convertible_v<const T &, std::string_view> ||
-                     std::is_same_v<T, std::optional<std::string>> || std::is_constructible_v<foundation::Value, T>)
+                     std::is_same_v<T, std::optional<std::string>> || std::is_constructible_v<vpnctl::Value, T>)
     return kText;
   else
     return 0;

@@ -19,11 +19,11 @@ namespace GB {
 
 // As GBSettings::loadSettingsFromPlist(), but a missing file is an error as any other (POSIX's ENOENT), and a pipe is
 // read to its end ("/dev/stdin", the "<(...)" of a shell, a FIFO). On failure the layer is as it was.
-foundation::Status loadSettings(GBSettings &settings, const std::string &path);
+vpnctl::Status loadSettings(GBSettings &settings, const std::string &path);
 
 // As GBSettings::saveSettingsToPlist(), but where PATH is a symbolic link, the file that it leads to is replaced or
 // made, and the link stays. What has been saved can be loaded again; what could not (text with control characters, a
 // value nested too deep) is an error, and the old file is whole.
-foundation::Status saveSettings(const GBSettings &settings, const std::string &path);
+vpnctl::Status saveSettings(const GBSettings &settings, const std::string &path);
 
 }  // namespace GB

@@ -5,7 +5,7 @@
 
 #include "foundation/StandardError.h"
 
-namespace foundation {
+namespace vpnctl {
 
 void assertionFailed(const char *expression, const char *function, const char *file, int line) {
   writeToStandardError(std::string("Assertion failed: (") + expression + "), function " + function + ", file " + file +
@@ -13,4 +13,4 @@ void assertionFailed(const char *expression, const char *function, const char *f
   std::abort();
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -3,12 +3,12 @@
 
 #pragma once
 
-namespace foundation {
+namespace vpnctl {
 
 [[noreturn]] void assertionFailed(const char *expression, const char *function, const char *file, int line);
 
 // The usual form, for our own code.
 #define FOUNDATION_ASSERT(expression) \
-  ((expression) ? void(0) : ::foundation::assertionFailed(#expression, __func__, __FILE__, __LINE__))
+  ((expression) ? void(0) : ::vpnctl::assertionFailed(#expression, __func__, __FILE__, __LINE__))
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -1,6 +1,6 @@
 #include "foundation/Base64.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -52,4 +52,4 @@ std::optional<std::vector<std::uint8_t>> base64Decoded(std::string_view text) {
   return bytes;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

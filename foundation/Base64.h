@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace foundation {
+namespace vpnctl {
 
 // One line, padded.
 std::string base64Encoded(std::span<const std::uint8_t> bytes);
@@ -18,4 +18,4 @@ std::string base64Encoded(std::span<const std::uint8_t> bytes);
 // last byte. None when TEXT is anything else.
 std::optional<std::vector<std::uint8_t>> base64Decoded(std::string_view text);
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -8,7 +8,7 @@
 #include <locale>
 #include <sstream>
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -66,4 +66,4 @@ double scanReal(std::string_view text, std::size_t *length) {
   return number;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

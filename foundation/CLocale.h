@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-namespace foundation {
+namespace vpnctl {
 
 // NUMBER with %.*g; "nan" without a sign for every NaN. PRECISION is at most 17.
 std::string shortestReal(double number, int precision);
@@ -21,4 +21,4 @@ double scanReal(std::string_view text, std::size_t *length);
 // What the C library has printed of a finite number, with a point in place of its locale's decimal sign.
 std::string withDecimalPoint(std::string_view printed);
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -73,4 +73,4 @@ std::optional<Value::Date> dateFromPropertyListText(std::string_view text) {
   return Value::Date{static_cast<double>((moment - kEpoch).count())};
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

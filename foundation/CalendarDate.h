@@ -9,7 +9,7 @@
 
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 
 struct CalendarDate {
   int year = 0;
@@ -28,4 +28,4 @@ std::optional<std::string> propertyListDateText(Value::Date date);
 // The same read back, to the character; none when it is anything else or no date of the calendar.
 std::optional<Value::Date> dateFromPropertyListText(std::string_view text);
 
-}  // namespace foundation
+}  // namespace vpnctl

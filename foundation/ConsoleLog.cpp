@@ -13,7 +13,7 @@
 #include "foundation/ProcessInfo.h"
 #include "foundation/StandardError.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -44,4 +44,4 @@ void NSLog(const char *format, ...) {
   writeToStandardError(line);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

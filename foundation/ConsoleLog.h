@@ -3,9 +3,9 @@
 
 #pragma once
 
-namespace foundation {
+namespace vpnctl {
 
-// FORMAT as foundation::format takes it, %@ included (a pointer to a Value).
+// FORMAT as vpnctl::format takes it, %@ included (a pointer to a Value).
 void NSLog(const char *format, ...);
 
-}  // namespace foundation
+}  // namespace vpnctl

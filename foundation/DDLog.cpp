@@ -9,7 +9,7 @@
 #include "foundation/Format.h"
 #include "foundation/WorkQueue.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -85,4 +85,4 @@ void DDLog::log(bool asynchronous, DDLogLevel level, DDLogFlag flag, std::int64_
   if (!asynchronous) reached.wait();
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

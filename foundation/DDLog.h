@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-namespace foundation {
+namespace vpnctl {
 
 using DDLogLevel = std::uint32_t;
 using DDLogFlag = std::uint32_t;
@@ -43,9 +43,9 @@ class DDLog {
   static void addLogger(std::shared_ptr<DDLogger> logger);
   static void removeLogger(const std::shared_ptr<DDLogger> &logger);
 
-  // FORMAT and what follows as foundation::format takes them.
+  // FORMAT and what follows as vpnctl::format takes them.
   static void log(bool asynchronous, DDLogLevel level, DDLogFlag flag, std::int64_t context, const char *file,
                   const char *function, std::uint32_t line, const void *tag, const char *format, ...);
 };
 
-}  // namespace foundation
+}  // namespace vpnctl

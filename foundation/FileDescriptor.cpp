@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <utility>
 
-namespace foundation {
+namespace vpnctl {
 
 FileDescriptor &FileDescriptor::operator=(FileDescriptor &&other) noexcept {
   if (this != &other) reset(other.release());
@@ -33,4 +33,4 @@ Status writeAll(int file, std::string_view bytes, const std::string &path) {
   return {};
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -7,7 +7,7 @@
 
 #include "foundation/Result.h"
 
-namespace foundation {
+namespace vpnctl {
 
 class FileDescriptor {
  public:
@@ -32,4 +32,4 @@ class FileDescriptor {
 // names PATH.
 Status writeAll(int file, std::string_view bytes, const std::string &path);
 
-}  // namespace foundation
+}  // namespace vpnctl

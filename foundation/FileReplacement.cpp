@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -35,4 +35,4 @@ std::string folderOf(const std::string &path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

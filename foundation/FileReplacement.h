@@ -13,7 +13,7 @@
 #include "foundation/FileSystem.h"
 #include "foundation/Result.h"
 
-namespace foundation {
+namespace vpnctl {
 
 // What takes the file's place.
 struct FreshFile {
@@ -37,4 +37,4 @@ Status replaceFile(const std::string &path, std::string_view bytes, const FreshF
 // Where PATH lies: "." for a name alone.
 std::string folderOf(const std::string &path);
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -9,7 +9,7 @@
 
 #include "foundation/SyncFile.h"
 
-namespace foundation {
+namespace vpnctl {
 
 Result<FileDescriptor> PosixFileSystem::open(const std::string &path, int flags, mode_t mode) {
   // Non-blocking, so that a FIFO laid in our way is refused by its type instead of waited for.
@@ -21,7 +21,7 @@ Result<FileDescriptor> PosixFileSystem::open(const std::string &path, int flags,
 }
 
 Status PosixFileSystem::write(int file, std::string_view bytes, const std::string &path) {
-  return foundation::writeAll(file, bytes, path);
+  return vpnctl::writeAll(file, bytes, path);
 }
 
 Status PosixFileSystem::synchronize(int file, const std::string &path) {
@@ -54,4 +54,4 @@ Status PosixFileSystem::lock(int file, const std::string &path) {
   return errnoError(errno, "lock " + path);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

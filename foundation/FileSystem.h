@@ -13,7 +13,7 @@
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
 
-namespace foundation {
+namespace vpnctl {
 
 class FileSystem {
  public:
@@ -44,4 +44,4 @@ class PosixFileSystem : public FileSystem {
   Status lock(int file, const std::string &path) override;
 };
 
-}  // namespace foundation
+}  // namespace vpnctl

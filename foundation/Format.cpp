@@ -11,7 +11,7 @@
 #include "foundation/Text.h"
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -233,4 +233,4 @@ std::string format(const char *format, ...) {
   return text;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

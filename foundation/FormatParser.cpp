@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -186,4 +186,4 @@ class Parser {
 
 ParsedFormat parseFormat(std::string_view format) { return Parser(format).parse(); }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-namespace foundation {
+namespace vpnctl {
 
 // Widths and precisions past this are no layout but an accident or an attack on memory: in the format they make the
 // conversion plain text, as arguments they are cut to it.
@@ -50,4 +50,4 @@ ParsedFormat parseFormat(std::string_view format);
 // ARGUMENTS has one entry, of the right type, for each of FORMAT.arguments.
 std::string renderFormat(const ParsedFormat &format, const std::vector<FormatArgument> &arguments);
 
-}  // namespace foundation
+}  // namespace vpnctl

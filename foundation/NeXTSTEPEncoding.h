@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdint>
 
-namespace foundation {
+namespace vpnctl {
 
 // The upper half; the lower one is ASCII. The two codes without a character give U+FFFD.
 inline constexpr std::array<char16_t, 128> kNeXTSTEPUpperHalf = {
@@ -24,4 +24,4 @@ constexpr char32_t characterFromNeXTSTEP(std::uint8_t code) {
   return code < 0x80 ? char32_t{code} : char32_t{kNeXTSTEPUpperHalf[code - 0x80u]};
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -9,7 +9,7 @@
 #include "foundation/PropertyList.h"
 #include "foundation/Text.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -311,4 +311,4 @@ Result<Value> propertyListOfAnyFormFromFile(const std::string &path) {
   return propertyListOfAnyForm(*bytes, path);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -13,7 +13,7 @@
 #include "foundation/Result.h"
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 
 // Strict where the form allows it: a duplicate key, nesting past kPropertyListMaximumDepth, anything behind the value,
 // bytes that are not UTF-8 are errors. An error's message is "NAME: line N: reason". BYTES may start with a byte order
@@ -30,4 +30,4 @@ Result<Value> propertyListOfAnyForm(std::string_view bytes, std::string_view nam
 // Reads a whole file, with propertyListFromFile()'s errors.
 Result<Value> propertyListOfAnyFormFromFile(const std::string &path);
 
-}  // namespace foundation
+}  // namespace vpnctl

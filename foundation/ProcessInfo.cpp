@@ -5,7 +5,7 @@
 
 #include "foundation/PropertyList.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -48,4 +48,4 @@ bool ProcessInfo::isOperatingSystemAtLeastVersion(const OperatingSystemVersion &
   return operatingSystemVersion() >= version;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace foundation {
+namespace vpnctl {
 
 struct OperatingSystemVersion {
   std::int64_t majorVersion = 0;
@@ -36,4 +36,4 @@ class ProcessInfo {
   static std::vector<std::string> arguments();
 };
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -11,7 +11,7 @@
 #include "foundation/PropertyListBinaryReader.h"
 #include "foundation/PropertyListXMLReader.h"
 
-namespace foundation {
+namespace vpnctl {
 
 Result<Value> propertyListFromData(std::string_view bytes, std::string_view name, const PropertyListLimits &limits) {
   if (bytes.size() > limits.bytes) {
@@ -66,4 +66,4 @@ Result<Value> propertyListFromFile(const std::string &path) {
   return propertyListFromData(*bytes, path);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

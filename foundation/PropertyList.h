@@ -13,7 +13,7 @@
 #include "foundation/Result.h"
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 
 inline constexpr std::string_view kPropertyListErrorDomain = "PropertyList";
 inline constexpr int kPropertyListMaximumDepth = 64;
@@ -48,4 +48,4 @@ Result<std::string> propertyListBytesFromFile(const std::string &path, FileKinds
 // kPropertyListMaximumSize, of which no more is ever made. What has been written can be read again.
 Result<std::string> xmlPropertyList(const Value &value, std::size_t maximum = kPropertyListMaximumSize);
 
-}  // namespace foundation
+}  // namespace vpnctl

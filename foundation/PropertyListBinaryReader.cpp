@@ -12,7 +12,7 @@
 
 #include "foundation/Text.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -315,4 +315,4 @@ Result<Value> propertyListFromBinary(std::string_view bytes, std::string_view na
   return Reader(bytes, name, limits).read();
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

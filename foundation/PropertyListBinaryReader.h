@@ -13,9 +13,9 @@
 #include "foundation/Result.h"
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 
 // BYTES are no more than LIMITS say. An error's message is "NAME: byte N: reason".
 Result<Value> propertyListFromBinary(std::string_view bytes, std::string_view name, const PropertyListLimits &limits);
 
-}  // namespace foundation
+}  // namespace vpnctl

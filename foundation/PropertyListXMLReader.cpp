@@ -13,7 +13,7 @@
 #include "foundation/CLocale.h"
 #include "foundation/CalendarDate.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -263,4 +263,4 @@ Result<Value> propertyListFromXML(std::string_view bytes, std::string_view name,
   return Reader(bytes, name, limits).read();
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -6,7 +6,7 @@
 #include "foundation/PropertyList.h"
 #include "foundation/Text.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -178,4 +178,4 @@ Result<std::string> xmlPropertyList(const Value &value, std::size_t maximum) {
   return writer.finish();
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

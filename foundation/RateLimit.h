@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <chrono>
 
-namespace foundation {
+namespace vpnctl {
 
 class RateLimit {
  public:
@@ -35,4 +35,4 @@ class RateLimit {
   Instant full_{};
 };
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-namespace foundation {
+namespace vpnctl {
 
 Error errnoError(int errnum, std::string_view context) {
   return {.domain = std::string(kPOSIXErrorDomain),
@@ -10,4 +10,4 @@ Error errnoError(int errnum, std::string_view context) {
           .message = std::string(context) + ": " + std::generic_category().message(errnum)};
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

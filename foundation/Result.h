@@ -9,7 +9,7 @@
 #include <utility>
 #include <variant>
 
-namespace foundation {
+namespace vpnctl {
 
 struct Error {
   std::string domain;  // "POSIX" (code is an errno), "PropertyList", or a name of the caller's
@@ -59,4 +59,4 @@ class [[nodiscard]] Result {
   std::variant<T, Error> state_;
 };
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-namespace foundation {
+namespace vpnctl {
 
 void wipeMemory(void *bytes, std::size_t size) {
   if (size == 0) return;
@@ -70,4 +70,4 @@ void Secret::wipe() {
   size_ = 0;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -11,7 +11,7 @@
 #include <span>
 #include <string_view>
 
-namespace foundation {
+namespace vpnctl {
 
 class Secret {
  public:
@@ -51,4 +51,4 @@ void wipeMemory(void *bytes, std::size_t size);
 // copies of registers that the dynamic linker saved there, a cipher's last block. Call it from as high up as possible.
 void wipeDeadStack();
 
-}  // namespace foundation
+}  // namespace vpnctl

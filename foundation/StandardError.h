@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <string_view>
 
-namespace foundation {
+namespace vpnctl {
 
 // One write(2), repeated only for what a short write left over. Errors are swallowed: there is nowhere to report them.
 inline void writeToStandardError(std::string_view text) {
@@ -20,4 +20,4 @@ inline void writeToStandardError(std::string_view text) {
   }
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-namespace foundation {
+namespace vpnctl {
 
 void openMissingStandardStreams() {
   // The lowest free number is the one that is given, so that each goes where it belongs.
@@ -13,4 +13,4 @@ void openMissingStandardStreams() {
     if (fcntl(fd, F_GETFD) < 0 && errno == EBADF && open("/dev/null", O_RDWR) != fd) _exit(1);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

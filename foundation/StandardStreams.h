@@ -4,11 +4,11 @@
 
 #pragma once
 
-namespace foundation {
+namespace vpnctl {
 
 // Opens /dev/null on those of the three that are closed. Otherwise the next file or socket would be given the number,
 // and would be read from as standard input, or receive what is printed. They stay open in children, as standard streams
 // do. A process that cannot have them ends here, with exit status 1: there is nothing left that it could be told on.
 void openMissingStandardStreams();
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <stdexcept>
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -93,4 +93,4 @@ const std::string &element(const std::optional<std::string> &text) {
   return *text;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -9,7 +9,7 @@
 
 #include "foundation/Secret.h"
 
-namespace foundation {
+namespace vpnctl {
 
 // The character that starts at *INDEX of TEXT, with *INDEX moved behind it; none, and *INDEX left alone, where no
 // well-formed character starts. *INDEX is less than the size.
@@ -36,4 +36,4 @@ std::optional<Secret> secretWithUTF8String(const char *text);
 // object into a container does; nobody in the tool catches it.
 const std::string &element(const std::optional<std::string> &text);
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -4,9 +4,9 @@
 
 #include <string>
 
-namespace foundation {
+namespace vpnctl {
 
 // Gives the calling thread NAME, cut to what the system takes (15 bytes on Linux); debuggers and top show it.
 void setThreadName(const std::string &name);
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <random>
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 constexpr std::size_t kLength = 36;
@@ -38,4 +38,4 @@ bool isUUID(std::string_view text) {
   return true;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

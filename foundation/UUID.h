@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace foundation {
+namespace vpnctl {
 
 // A new one. The process ends where the system has no random numbers to give, which is no place to make keys and names
 // in.
@@ -13,4 +13,4 @@ std::string newUUID() noexcept;
 // True for exactly the form that newUUID() gives.
 bool isUUID(std::string_view text);
 
-}  // namespace foundation
+}  // namespace vpnctl

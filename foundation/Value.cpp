@@ -8,7 +8,7 @@
 
 #include "foundation/CLocale.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -380,4 +380,4 @@ bool Value::operator==(const Value &other) const {
       state_, other.state_);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

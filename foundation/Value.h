@@ -15,7 +15,7 @@
 #include <variant>
 #include <vector>
 
-namespace foundation {
+namespace vpnctl {
 
 class Value {
  public:
@@ -94,4 +94,4 @@ class Value {
   State state_;
 };
 
-}  // namespace foundation
+}  // namespace vpnctl

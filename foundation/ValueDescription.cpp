@@ -8,7 +8,7 @@
 #include "foundation/Text.h"
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -145,4 +145,4 @@ std::string Value::description() const {
   return text;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

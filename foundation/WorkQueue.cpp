@@ -11,7 +11,7 @@
 #include "foundation/Assertion.h"
 #include "foundation/ThreadName.h"
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -82,4 +82,4 @@ void WorkQueue::async(std::function<void()> block) {
   state_->started = true;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

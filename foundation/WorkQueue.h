@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-namespace foundation {
+namespace vpnctl {
 
 class WorkQueue {
  public:
@@ -30,4 +30,4 @@ class WorkQueue {
   std::shared_ptr<State> state_;
 };
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -19,11 +19,11 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::Error;
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Error;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
+using vpnctl::Status;
 
 namespace {
 
@@ -65,7 +65,7 @@ Status leaveSurroundings() {
 Status prepareRepairProcess() {
   resetSignals();
   takeOwnLimits();
-  foundation::openMissingStandardStreams();
+  vpnctl::openMissingStandardStreams();
   // Nobody may end it in the middle by not reading what it says.
   std::signal(SIGPIPE, SIG_IGN);
   if (::close_range(kFirstFree, ~0U, 0) < 0) return errnoError(errno, "close inherited descriptors");
@@ -75,10 +75,10 @@ Status prepareRepairProcess() {
 Result<FileDescriptor> prepareHelperProcess() {
   resetSignals();
   takeOwnLimits();
-  foundation::openMissingStandardStreams();
+  vpnctl::openMissingStandardStreams();
   if (!isUnixSocket(0))
-    return Error{std::string(foundation::kPOSIXErrorDomain), ENOTSOCK, "standard input is not the tool's socket"};
-  foundation::protectProcessMemory();
+    return Error{std::string(vpnctl::kPOSIXErrorDomain), ENOTSOCK, "standard input is not the tool's socket"};
+  vpnctl::protectProcessMemory();
   if (::close_range(kFirstFree, ~0U, 0) < 0) return errnoError(errno, "close inherited descriptors");
   FileDescriptor socket(::fcntl(0, F_DUPFD_CLOEXEC, kFirstFree));
   if (!socket) return errnoError(errno, "keep the tool's socket");
@@ -110,7 +110,7 @@ int runLoop(sd_event *event, PPPLog &log) {
   int result = 0;
   while (result >= 0 && sd_event_get_state(event) != SD_EVENT_FINISHED) {
     result = sd_event_run(event, UINT64_MAX);
-    foundation::wipeDeadStack();  // a secret may have come by
+    vpnctl::wipeDeadStack();  // a secret may have come by
   }
   if (result >= 0) sd_event_get_exit_code(event, &result);
   if (result == 0) return 0;

@@ -13,17 +13,17 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Secret;
-using foundation::Status;
-using foundation::Value;
+using vpnctl::errnoError;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
+using vpnctl::Secret;
+using vpnctl::Status;
+using vpnctl::Value;
 
 namespace {
 
 // The D-Bus error of a call that is not what it should be.
-int malformed(sd_bus_message *message, const foundation::Error &why) {
+int malformed(sd_bus_message *message, const vpnctl::Error &why) {
   return sd_bus_reply_method_errorf(message, SD_BUS_ERROR_INVALID_ARGS, "The arguments cannot be used: %s",
                                     why.message.c_str());
 }
@@ -234,7 +234,7 @@ Result<wire::FindKeychainItemsReply> HelperService::findKeychainItems(const wire
 }
 
 Result<wire::Code> HelperService::deleteKeychainItem(const wire::DeleteKeychainItem &call) {
-  if (!foundation::isUUID(call.item)) return errnoError(EINVAL, "look for an item");
+  if (!vpnctl::isUUID(call.item)) return errnoError(EINVAL, "look for an item");
   const auto status = keychain_.remove(call.item);
   return wire::Code{status ? wire::errSecSuccess : status.error().code};
 }
@@ -311,7 +311,7 @@ int HelperService::guard(sd_bus_message *) {
   if (sd_bus_get_n_queued_write(bus_.get(), &unread) >= 0 && unread > kMaximumUnread)
     return cutOff("The program that asked for the connection does not read the answers; the connection ends.");
   const auto now =
-      std::chrono::duration_cast<foundation::RateLimit::Instant>(std::chrono::steady_clock::now().time_since_epoch());
+      std::chrono::duration_cast<vpnctl::RateLimit::Instant>(std::chrono::steady_clock::now().time_since_epoch());
   if (user_ != 0 && !calls_.allows(now))
     return cutOff("The program that asked for the connection asks and asks; the connection ends.");
   return 0;

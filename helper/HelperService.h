@@ -64,7 +64,7 @@ class HelperService {
   HelperService &operator=(const HelperService &) = delete;
 
   // Answers calls that come in on SOCKET from now on.
-  foundation::Status serve(foundation::FileDescriptor socket);
+  vpnctl::Status serve(vpnctl::FileDescriptor socket);
 
   // Takes the link down, if it is up, and then ends the event loop. May be called again.
   void end();
@@ -85,7 +85,7 @@ class HelperService {
 
   // An error says that the call is not what it should be; all else is a code in the reply.
   template <class Reply>
-  using Result = foundation::Result<Reply>;
+  using Result = vpnctl::Result<Reply>;
   Result<wire::Code> tellOfReadableSecrets(const wire::TellOfReadableSecrets &call);
   Result<wire::ReadPreferencesReply> readPreferences(const wire::Nothing &call);
   Result<wire::CommitPreferencesReply> commitPreferences(const wire::CommitPreferences &call);
@@ -118,7 +118,7 @@ class HelperService {
   std::optional<Peer> peer_;
   bool authorized_ = false;
   linux::BusMessage question_;  // the call that waits for the authority
-  foundation::RateLimit calls_{kCallsAtOnce, kCallsPerSecond};
+  vpnctl::RateLimit calls_{kCallsAtOnce, kCallsPerSecond};
   linux::Bus bus_;
   linux::EventSource exit_;
   linux::EventSource deadline_;

@@ -70,7 +70,7 @@ void takeUsualPriority() {
   ::syscall(SYS_sched_setaffinity, 0, sizeof(all), all.data());
   constexpr int kThisProcess = 1;  // IOPRIO_WHO_PROCESS
   ::syscall(SYS_ioprio_set, kThisProcess, 0, 0);
-  const foundation::FileDescriptor score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
+  const vpnctl::FileDescriptor score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
   if (score) static_cast<void>(!::write(score.get(), "0", 1));  // which takes a right that a container may lack
 }
 

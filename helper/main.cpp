@@ -24,7 +24,7 @@
 
 namespace {
 
-int fail(const foundation::Error &error) {
+int fail(const vpnctl::Error &error) {
   std::fprintf(stderr, "vpnctl-helper: %s\n", error.message.c_str());
   return 1;
 }
@@ -40,7 +40,7 @@ int repair() {
   return 0;
 }
 
-int turnAway(const helper::UserQuota &quota, uid_t user, const foundation::Error &error, helper::PPPLog &log) {
+int turnAway(const helper::UserQuota &quota, uid_t user, const vpnctl::Error &error, helper::PPPLog &log) {
   const auto complaint = quota.takeComplaint(user);
   // Silent only where somebody says it already, not where the places themselves are out of order.
   if (complaint || complaint.error().code != EDQUOT)
@@ -68,7 +68,7 @@ int main(int argc, char **argv) {
 
   linux::EventLoop loop;
   if (sd_event_default(linux::Out(loop)) < 0) return 1;
-  foundation::PosixFileSystem fileSystem;
+  vpnctl::PosixFileSystem fileSystem;
   helper::PreferencesStore preferences(helper::PreferencesStore::kPath, fileSystem, *log);
   // Who the access list of an item calls the IKE daemon.
   helper::Keychain keychain(helper::Keychain::kFolder, fileSystem, *log, {{"/usr/sbin/racoon", {helper::ikePath()}}});
@@ -78,7 +78,7 @@ int main(int argc, char **argv) {
       loop.get(), preferences, keychain,
       helper::plannedLinks(*log, serversNotTold, helper::vpnLinks(loop.get(), keychain, *log)), {polkit}, *log);
   std::function<void()> end = [&service] { service.end(); };
-  foundation::Status status = helper::endOnSignals(loop.get(), end);
+  vpnctl::Status status = helper::endOnSignals(loop.get(), end);
   const auto say = [&log](const std::string &sentence) { log->write(sentence); };
   // Before the first answer: what a dead helper left behind could be in the way of everything that follows.
   linux::endLoopOnException(loop.get(), [&] { serversNotTold = helper::repairAbandoned(say); });

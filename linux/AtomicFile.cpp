@@ -11,17 +11,17 @@
 
 namespace linux {
 
-using foundation::errnoError;
-using foundation::Error;
-using foundation::FileDescriptor;
-using foundation::folderOf;
-using foundation::Result;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Error;
+using vpnctl::FileDescriptor;
+using vpnctl::folderOf;
+using vpnctl::Result;
+using vpnctl::Status;
 
 namespace {
 
 Error failure(int errnum, std::string message) {
-  return {std::string(foundation::kPOSIXErrorDomain), errnum, std::move(message)};
+  return {std::string(vpnctl::kPOSIXErrorDomain), errnum, std::move(message)};
 }
 
 Error refusal(const std::string &reason) { return failure(EPERM, reason); }
@@ -173,9 +173,9 @@ Status AtomicFile::replace(std::string_view bytes, mode_t mode) const {
   const std::string folderPath = folderOf(path_);
   auto folder = fileSystem_.open(folderPath, O_RDONLY | O_DIRECTORY, 0);
   if (!folder) return withRemedy(folder.error());
-  foundation::FreshFile fresh{path_ + "-new"};  // the lock is ours, so nobody else writes it
+  vpnctl::FreshFile fresh{path_ + "-new"};  // the lock is ours, so nobody else writes it
   fresh.prepare = [&](int file) { return prepare(file, mode); };
-  auto status = foundation::replaceFile(path_, bytes, fresh, fileSystem_);
+  auto status = vpnctl::replaceFile(path_, bytes, fresh, fileSystem_);
   if (status) status = fileSystem_.synchronize(folder->get(), folderPath);
   return status ? status : withRemedy(status.error());
 }

@@ -36,43 +36,43 @@ class AtomicFile {
 
    private:
     friend class AtomicFile;
-    Lock(std::string path, foundation::FileDescriptor file) : path_(std::move(path)), file_(std::move(file)) {}
+    Lock(std::string path, vpnctl::FileDescriptor file) : path_(std::move(path)), file_(std::move(file)) {}
 
     std::string path_;
-    foundation::FileDescriptor file_;     // bears the lock; opened first, so closed first when the process is killed
-    foundation::FileDescriptor writing_;  // its closing wakes those who wait
+    vpnctl::FileDescriptor file_;     // bears the lock; opened first, so closed first when the process is killed
+    vpnctl::FileDescriptor writing_;  // its closing wakes those who wait
   };
 
   // PATH is absolute. FILE_SYSTEM outlives this.
-  AtomicFile(std::string path, foundation::FileSystem &fileSystem) : path_(std::move(path)), fileSystem_(fileSystem) {}
+  AtomicFile(std::string path, vpnctl::FileSystem &fileSystem) : path_(std::move(path)), fileSystem_(fileSystem) {}
 
   const std::string &path() const { return path_; }
 
   // The whole file, of at most MAXIMUM bytes (EFBIG); none when there is none. EPERM for what nobody but an attacker or
   // a mistake would put here: a symbolic link, no regular file, a foreign owner, writable by others than its owner. The
   // message of every error ends with what to do about it, where a person can do something.
-  foundation::Result<std::optional<Contents>> read(std::size_t maximum) const;
+  vpnctl::Result<std::optional<Contents>> read(std::size_t maximum) const;
 
   // Creates the file's folder, with MODE, if it is missing (its parent exists). One that is there must be ours, and not
   // writable by others (EPERM).
-  foundation::Status createFolder(mode_t mode) const;
+  vpnctl::Status createFolder(mode_t mode) const;
 
   // The lock of PATH-lock. EWOULDBLOCK when another still holds it after PATIENCE; waits for the holder's end, not for
   // time.
-  foundation::Result<Lock> lock(std::chrono::milliseconds patience) const;
+  vpnctl::Result<Lock> lock(std::chrono::milliseconds patience) const;
 
   // Replaces the file by BYTES, on the disk when it returns. An existing file's owner and mode are kept; a new one gets
   // MODE. On failure the old bytes stay, unless it was the folder that could not be synchronised at the very end. The
   // caller holds the lock.
-  foundation::Status replace(std::string_view bytes, mode_t mode) const;
+  vpnctl::Status replace(std::string_view bytes, mode_t mode) const;
 
  private:
-  foundation::Status check(const struct stat &attributes) const;
+  vpnctl::Status check(const struct stat &attributes) const;
   // Gives the new FILE the owner and mode of the one that is there, or MODE.
-  foundation::Status prepare(int file, mode_t mode) const;
+  vpnctl::Status prepare(int file, mode_t mode) const;
 
   std::string path_;
-  foundation::FileSystem &fileSystem_;
+  vpnctl::FileSystem &fileSystem_;
 };
 
 }  // namespace linux

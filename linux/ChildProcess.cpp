@@ -76,9 +76,8 @@ struct Attributes {
 
 }  // namespace
 
-foundation::Result<ChildProcess> ChildProcess::spawn(const std::vector<std::string> &arguments,
-                                                     const std::vector<std::string> &environment,
-                                                     const Streams &streams) {
+vpnctl::Result<ChildProcess> ChildProcess::spawn(const std::vector<std::string> &arguments,
+                                                 const std::vector<std::string> &environment, const Streams &streams) {
   Attributes with;
   sigset_t all;
   sigset_t none;
@@ -102,31 +101,31 @@ foundation::Result<ChildProcess> ChildProcess::spawn(const std::vector<std::stri
   pid_t pid = -1;
   const int error = posix_spawn(&pid, arguments.front().c_str(), &with.actions, &with.attributes,
                                 pointers(arguments).data(), pointers(environment).data());
-  if (error != 0) return foundation::errnoError(error, "start " + arguments.front());
+  if (error != 0) return vpnctl::errnoError(error, "start " + arguments.front());
   return follow(pid, arguments.front());
 }
 
-foundation::Result<ChildProcess> ChildProcess::prepare(const std::vector<std::string> &arguments,
-                                                       const std::vector<std::string> &environment,
-                                                       const Streams &streams) {
+vpnctl::Result<ChildProcess> ChildProcess::prepare(const std::vector<std::string> &arguments,
+                                                   const std::vector<std::string> &environment,
+                                                   const Streams &streams) {
   std::array<int, 2> ends{};
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) < 0)
-    return foundation::errnoError(errno, "start " + arguments.front());
-  foundation::FileDescriptor gate(ends[0]);
+    return vpnctl::errnoError(errno, "start " + arguments.front());
+  vpnctl::FileDescriptor gate(ends[0]);
   setsockopt(gate.get(), SOL_SOCKET, SO_RCVTIMEO, &kExecDeadline, sizeof kExecDeadline);
-  const foundation::FileDescriptor childs(ends[1]);
+  const vpnctl::FileDescriptor childs(ends[1]);
   const auto argumentPointers = pointers(arguments);
   const auto environmentPointers = pointers(environment);
   const pid_t pid = fork();
-  if (pid < 0) return foundation::errnoError(errno, "start " + arguments.front());
+  if (pid < 0) return vpnctl::errnoError(errno, "start " + arguments.front());
   if (pid == 0) waitAndRun(childs.get(), streams, argumentPointers.data(), environmentPointers.data());
   auto child = follow(pid, arguments.front());
   if (child) child->gate_ = std::move(gate);
   return child;
 }
 
-foundation::Status ChildProcess::release() {
-  const foundation::FileDescriptor gate = std::move(gate_);
+vpnctl::Status ChildProcess::release() {
+  const vpnctl::FileDescriptor gate = std::move(gate_);
   // What comes back is why the program does not run; when it does, the gate closes.
   int error = 0;
   const char word = 1;
@@ -135,15 +134,15 @@ foundation::Status ChildProcess::release() {
     if (errno != EINTR) error = errno;
   if (error == 0) return {};
   waitFor(std::chrono::seconds(1));
-  return foundation::errnoError(error, "start " + program_);
+  return vpnctl::errnoError(error, "start " + program_);
 }
 
-foundation::Result<ChildProcess> ChildProcess::follow(pid_t pid, const std::string &program) {
+vpnctl::Result<ChildProcess> ChildProcess::follow(pid_t pid, const std::string &program) {
   auto process = Process::ofChild(pid);
   if (!process) {
     kill(pid, SIGKILL);
     waitpid(pid, nullptr, 0);
-    return foundation::errnoError(process.error().code, "follow " + program);
+    return vpnctl::errnoError(process.error().code, "follow " + program);
   }
   ChildProcess child(pid, std::move(*process));
   child.program_ = program;

@@ -43,14 +43,14 @@ class ChildProcess {
   // ARGUMENTS[0] is the program's absolute path. The child has the default action for every signal, none blocked, a
   // session of its own if STREAMS says nothing else, no descriptor but the three standard ones, and /dev/null for those
   // that STREAMS does not name.
-  static foundation::Result<ChildProcess> spawn(const std::vector<std::string> &arguments,
-                                                const std::vector<std::string> &environment, const Streams &streams);
+  static vpnctl::Result<ChildProcess> spawn(const std::vector<std::string> &arguments,
+                                            const std::vector<std::string> &environment, const Streams &streams);
   // As spawn(), but the program does not run before release(): until then the process only waits, and ends when we do.
-  static foundation::Result<ChildProcess> prepare(const std::vector<std::string> &arguments,
-                                                  const std::vector<std::string> &environment, const Streams &streams);
+  static vpnctl::Result<ChildProcess> prepare(const std::vector<std::string> &arguments,
+                                              const std::vector<std::string> &environment, const Streams &streams);
   // Blocks until the program runs, and is what /proc says that the process runs, which after spawn() it may not be yet.
   // An error when it cannot be run; the process has ended then.
-  foundation::Status release();
+  vpnctl::Status release();
   ChildProcess(ChildProcess &&) = default;
   ChildProcess &operator=(ChildProcess &&) = delete;
   ~ChildProcess();
@@ -74,12 +74,12 @@ class ChildProcess {
 
  private:
   ChildProcess(pid_t pid, Process process) : pid_(pid), process_(std::move(process)) {}
-  static foundation::Result<ChildProcess> follow(pid_t pid, const std::string &program);
+  static vpnctl::Result<ChildProcess> follow(pid_t pid, const std::string &program);
   bool reap();
 
   pid_t pid_;
   Process process_;
-  foundation::FileDescriptor gate_;  // of a prepared one, until its release
+  vpnctl::FileDescriptor gate_;  // of a prepared one, until its release
   std::string program_;
   bool running_ = true;
   End end_;

@@ -6,10 +6,10 @@
 
 namespace linux {
 
-foundation::Result<std::unique_ptr<FileWatch>> FileWatch::watch(sd_event *event, const std::string &path,
-                                                                std::function<void()> changed,
-                                                                std::chrono::milliseconds quiet) {
-  const std::string folder = foundation::folderOf(path);
+vpnctl::Result<std::unique_ptr<FileWatch>> FileWatch::watch(sd_event *event, const std::string &path,
+                                                            std::function<void()> changed,
+                                                            std::chrono::milliseconds quiet) {
+  const std::string folder = vpnctl::folderOf(path);
   std::unique_ptr<FileWatch> watch(new FileWatch(event, std::move(changed), quiet));
   try {
     watch->folder_ = EventSource::folder(
@@ -18,7 +18,7 @@ foundation::Result<std::unique_ptr<FileWatch>> FileWatch::watch(sd_event *event,
           if (stirred.empty() || stirred == name) self->again();
         });
   } catch (const std::system_error &error) {
-    return foundation::errnoError(error.code().value(), "watch " + folder);
+    return vpnctl::errnoError(error.code().value(), "watch " + folder);
   }
   return watch;
 }

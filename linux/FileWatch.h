@@ -24,9 +24,9 @@ class FileWatch {
   static constexpr std::chrono::milliseconds kQuiet{200};
 
   // The folder of PATH must exist, PATH need not. An error when the system has no room for a further watch.
-  static foundation::Result<std::unique_ptr<FileWatch>> watch(sd_event *event, const std::string &path,
-                                                              std::function<void()> changed,
-                                                              std::chrono::milliseconds quiet = kQuiet);
+  static vpnctl::Result<std::unique_ptr<FileWatch>> watch(sd_event *event, const std::string &path,
+                                                          std::function<void()> changed,
+                                                          std::chrono::milliseconds quiet = kQuiet);
   FileWatch(const FileWatch &) = delete;
   FileWatch &operator=(const FileWatch &) = delete;
   ~FileWatch() = default;

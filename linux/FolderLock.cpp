@@ -11,11 +11,11 @@
 
 namespace linux {
 
-using foundation::errnoError;
-using foundation::Error;
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Error;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
+using vpnctl::Status;
 
 Result<FolderLock> FolderLock::take(const std::string &folder, std::chrono::milliseconds patience) {
   LockWaiter waiter(LockWaiter::On::folder, patience);
@@ -28,7 +28,7 @@ Result<FolderLock> FolderLock::take(const std::string &folder, std::chrono::mill
     if (waited) continue;
     if (waited.error().code != EWOULDBLOCK)
       return errnoError(waited.error().code, "watch " + folder + ", which another program holds,");
-    return Error{std::string(foundation::kPOSIXErrorDomain), EWOULDBLOCK,
+    return Error{std::string(vpnctl::kPOSIXErrorDomain), EWOULDBLOCK,
                  "lock " + folder + ": another program holds it and does not go on"};
   }
   FileDescriptor wake(::openat(lock.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -18,7 +18,7 @@ class FolderLock {
   // Waits for the holder's end, whichever it is, not for time. EWOULDBLOCK when another still holds the lock of FOLDER
   // after PATIENCE; ENOENT when there is no such folder. FOLDER may have been removed when this returns: its last user
   // removes it under its lock.
-  static foundation::Result<FolderLock> take(const std::string &folder, std::chrono::milliseconds patience);
+  static vpnctl::Result<FolderLock> take(const std::string &folder, std::chrono::milliseconds patience);
 
   FolderLock(FolderLock &&other) noexcept = default;
   FolderLock &operator=(FolderLock &&other) = delete;
@@ -27,14 +27,14 @@ class FolderLock {
   int folder() const { return lock_.get(); }
 
  private:
-  FolderLock(foundation::FileDescriptor lock, foundation::FileDescriptor wake)
+  FolderLock(vpnctl::FileDescriptor lock, vpnctl::FileDescriptor wake)
       : wake_(std::move(wake)), lock_(std::move(lock)) {}
 
   // Its closing wakes those who wait. The kernel tells them of a closing before it gives the lock back, so they are
   // two: the lock's goes first, by the order here when this is destroyed, and by the order of opening when the process
   // dies.
-  foundation::FileDescriptor wake_;
-  foundation::FileDescriptor lock_;
+  vpnctl::FileDescriptor wake_;
+  vpnctl::FileDescriptor lock_;
 };
 
 }  // namespace linux

@@ -12,8 +12,8 @@
 
 namespace linux {
 
-using foundation::errnoError;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Status;
 
 // The kernel tells that a dying holder's file is closed before it takes the lock from him: whoever has looked in
 // between hears no more of it.

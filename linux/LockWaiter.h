@@ -19,14 +19,14 @@ class LockWaiter {
 
   // Returns when the lock, which was held when it was tried on the open FILE, is worth another try. EWOULDBLOCK when
   // patience is over; another error when there is no room for a watch.
-  foundation::Status wait(int file);
+  vpnctl::Status wait(int file);
 
  private:
   using Clock = std::chrono::steady_clock;
 
   On what_;
   Clock::time_point deadline_;
-  foundation::FileDescriptor watch_;
+  vpnctl::FileDescriptor watch_;
 };
 
 }  // namespace linux

@@ -12,8 +12,8 @@
 
 namespace linux {
 
-using foundation::FileDescriptor;
-using foundation::Result;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
 
 namespace {
 
@@ -42,18 +42,18 @@ Result<Process> Process::find(pid_t pid, std::uint64_t startTime) {
   if (!process) {
     // EINVAL, of newer kernels ENOENT: the number has become that of some process's thread.
     if (errno == ESRCH || errno == EINVAL || errno == ENOENT) return process;
-    return foundation::errnoError(errno, what);
+    return vpnctl::errnoError(errno, what);
   }
   // Compared after the descriptor is there.
   const auto started = startTimeOf(pid);
   if (started == startTime) return process;
-  if (!started && !process.waitFor({})) return foundation::Error{"Process", 0, what + ": its start cannot be read"};
+  if (!started && !process.waitFor({})) return vpnctl::Error{"Process", 0, what + ": its start cannot be read"};
   return Process();
 }
 
 Result<Process> Process::ofChild(pid_t pid) {
   Process process(openProcess(pid));
-  if (!process) return foundation::errnoError(errno, "follow process " + std::to_string(pid));
+  if (!process) return vpnctl::errnoError(errno, "follow process " + std::to_string(pid));
   return process;
 }
 

@@ -24,9 +24,9 @@ class Process {
  public:
   Process() = default;  // none
   // The process PID that started at START_TIME. None when it has ended; an error when whether it has cannot be seen.
-  static foundation::Result<Process> find(pid_t pid, std::uint64_t startTime);
+  static vpnctl::Result<Process> find(pid_t pid, std::uint64_t startTime);
   // PID is a child of ours that nobody has waited for: until then the number is nobody else's.
-  static foundation::Result<Process> ofChild(pid_t pid);
+  static vpnctl::Result<Process> ofChild(pid_t pid);
 
   explicit operator bool() const { return static_cast<bool>(descriptor_); }
   // The pidfd, readable when the process has ended.
@@ -40,9 +40,9 @@ class Process {
   bool end(std::chrono::milliseconds grace, std::chrono::milliseconds killGrace) const;
 
  private:
-  explicit Process(foundation::FileDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
+  explicit Process(vpnctl::FileDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
 
-  foundation::FileDescriptor descriptor_;
+  vpnctl::FileDescriptor descriptor_;
 };
 
 }  // namespace linux

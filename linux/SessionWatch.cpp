@@ -12,7 +12,7 @@
 
 namespace linux {
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 namespace {
 

@@ -27,7 +27,7 @@ class SessionWatch {
   // already: its processes were left behind on purpose.
   SessionWatch(sd_event *event, pid_t process, Handler handler);
   // For tests: looks at SOURCE whenever CHANGES is readable.
-  SessionWatch(sd_event *event, Handler handler, Source source, foundation::FileDescriptor changes);
+  SessionWatch(sd_event *event, Handler handler, Source source, vpnctl::FileDescriptor changes);
   SessionWatch(const SessionWatch &) = delete;
   SessionWatch &operator=(const SessionWatch &) = delete;
 
@@ -37,7 +37,7 @@ class SessionWatch {
 
   Handler handler_;
   Source isOver_;
-  foundation::FileDescriptor changes_;
+  vpnctl::FileDescriptor changes_;
   EventSource io_;
 };
 

@@ -27,9 +27,9 @@ milliseconds SleepWatch::sleptSoFar() { return readClock(CLOCK_BOOTTIME) - readC
 
 SleepWatch::SleepWatch(sd_event *event, Handler handler)
     : SleepWatch(event, std::move(handler), sleptSoFar,
-                 foundation::FileDescriptor(::timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK))) {}
+                 vpnctl::FileDescriptor(::timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK))) {}
 
-SleepWatch::SleepWatch(sd_event *event, Handler handler, Source source, foundation::FileDescriptor alarm)
+SleepWatch::SleepWatch(sd_event *event, Handler handler, Source source, vpnctl::FileDescriptor alarm)
     : handler_(std::move(handler)), source_(std::move(source)), slept_(source_()), alarm_(std::move(alarm)) {
   if (!alarm_) return;
   arm();

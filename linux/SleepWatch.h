@@ -21,7 +21,7 @@ class SleepWatch {
   // HANDLER may destroy it. A system that cannot tell is never heard of.
   SleepWatch(sd_event *event, Handler handler);
   // For tests: looks at SOURCE whenever ALARM, an eventfd, says so.
-  SleepWatch(sd_event *event, Handler handler, Source source, foundation::FileDescriptor alarm);
+  SleepWatch(sd_event *event, Handler handler, Source source, vpnctl::FileDescriptor alarm);
   SleepWatch(const SleepWatch &) = delete;
   SleepWatch &operator=(const SleepWatch &) = delete;
 
@@ -34,7 +34,7 @@ class SleepWatch {
   Handler handler_;
   Source source_;
   std::chrono::milliseconds slept_;
-  foundation::FileDescriptor alarm_;  // readable when the time of day jumps
+  vpnctl::FileDescriptor alarm_;  // readable when the time of day jumps
   EventSource io_;
 };
 

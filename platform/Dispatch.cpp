@@ -11,7 +11,7 @@ namespace platform {
 
 // A global queue has no serial queue: each of its blocks gets a thread.
 struct DispatchQueue {
-  std::unique_ptr<foundation::WorkQueue> serial;
+  std::unique_ptr<vpnctl::WorkQueue> serial;
 };
 
 dispatch_queue_t dispatch_get_global_queue(std::intptr_t, std::uintptr_t) {
@@ -22,7 +22,7 @@ dispatch_queue_t dispatch_get_global_queue(std::intptr_t, std::uintptr_t) {
 
 dispatch_queue_t dispatch_queue_create(const std::string &label) {
   auto queue = std::make_shared<DispatchQueue>();
-  queue->serial = std::make_unique<foundation::WorkQueue>(label);
+  queue->serial = std::make_unique<vpnctl::WorkQueue>(label);
   return queue;
 }
 

@@ -21,7 +21,7 @@ class GrowthWatch {
   void sleep(std::chrono::milliseconds limit);
 
  private:
-  foundation::FileDescriptor changes_;
+  vpnctl::FileDescriptor changes_;
 };
 
 }  // namespace platform

@@ -134,9 +134,9 @@ SCNetworkInterfaceRef SCNetworkServiceGetInterface(const SCNetworkServiceRef &se
 SCNetworkProtocolRef SCNetworkServiceCopyProtocol(const SCNetworkServiceRef &service, const std::string &type);
 
 // The protocol's configuration, a dictionary; a null Value when it has none.
-foundation::Value SCNetworkProtocolGetConfiguration(const SCNetworkProtocolRef &protocol);
+vpnctl::Value SCNetworkProtocolGetConfiguration(const SCNetworkProtocolRef &protocol);
 // Replaces the whole dictionary. kSCStatusInvalidArgument for what no property list can hold, as in the calls below.
-bool SCNetworkProtocolSetConfiguration(const SCNetworkProtocolRef &protocol, const foundation::Value &configuration);
+bool SCNetworkProtocolSetConfiguration(const SCNetworkProtocolRef &protocol, const vpnctl::Value &configuration);
 
 // The bottom layer that everything stands on.
 extern const SCNetworkInterfaceRef kSCNetworkInterfaceIPv4;
@@ -146,13 +146,13 @@ extern const SCNetworkInterfaceRef kSCNetworkInterfaceIPv4;
 SCNetworkInterfaceRef SCNetworkInterfaceCreateWithInterface(const SCNetworkInterfaceRef &interface,
                                                             const std::string &type);
 // The configuration of the layer's own type, a dictionary; a null Value when there is none.
-foundation::Value SCNetworkInterfaceGetConfiguration(const SCNetworkInterfaceRef &interface);
+vpnctl::Value SCNetworkInterfaceGetConfiguration(const SCNetworkInterfaceRef &interface);
 // Replaces the whole dictionary; an empty one removes it.
-bool SCNetworkInterfaceSetConfiguration(const SCNetworkInterfaceRef &interface, const foundation::Value &configuration);
+bool SCNetworkInterfaceSetConfiguration(const SCNetworkInterfaceRef &interface, const vpnctl::Value &configuration);
 // A configuration beside the layer's own. "IPSec" is accepted only on PPP over L2TP (kSCStatusInvalidArgument
 // otherwise).
 bool SCNetworkInterfaceSetExtendedConfiguration(const SCNetworkInterfaceRef &interface, const std::string &extendedType,
-                                                const foundation::Value &configuration);
+                                                const vpnctl::Value &configuration);
 
 // The set in use; empty when there is none.
 SCNetworkSetRef SCNetworkSetCopyCurrent(const SCPreferencesRef &preferences);
@@ -213,7 +213,7 @@ SCNetworkConnectionRef SCNetworkConnectionCreateWithServiceID(const std::optiona
 SCNetworkConnectionStatus SCNetworkConnectionGetStatus(const SCNetworkConnectionRef &connection);
 // A dictionary of that same moment with "PPP" {Status, LastCause, DeviceLastCause, ...} and, when up, "IPv4"
 // {Addresses, ...}. A null Value when there is none. Blocks as the one before.
-foundation::Value SCNetworkConnectionCopyExtendedStatus(const SCNetworkConnectionRef &connection);
+vpnctl::Value SCNetworkConnectionCopyExtendedStatus(const SCNetworkConnectionRef &connection);
 // Callbacks arrive on the thread that runs RUN_LOOP; MODE is kCFRunLoopDefaultMode. Learns whether the service is up
 // already, which blocks for a round trip. Clears SCError().
 bool SCNetworkConnectionScheduleWithRunLoop(const SCNetworkConnectionRef &connection, const CFRunLoopRef &runLoop,
@@ -222,8 +222,7 @@ bool SCNetworkConnectionScheduleWithRunLoop(const SCNetworkConnectionRef &connec
 // dictionary or null. Without LINGER the connection ends with this process. kSCStatusConnectionNoService for an unknown
 // service, kSCStatusInvalidArgument for options that change where its secrets go or how, kSCStatusAccessError for
 // LINGER from whom is not root, kSCStatusNoStoreServer when the helper is gone. Clears SCError().
-bool SCNetworkConnectionStart(const SCNetworkConnectionRef &connection, const foundation::Value &userOptions,
-                              bool linger);
+bool SCNetworkConnectionStart(const SCNetworkConnectionRef &connection, const vpnctl::Value &userOptions, bool linger);
 // Asks for the end and returns at once; what comes of it arrives as status changes. Remembered if it comes before the
 // start. Any thread. False only for an empty reference.
 bool SCNetworkConnectionStop(const SCNetworkConnectionRef &connection, bool forceDisconnect);

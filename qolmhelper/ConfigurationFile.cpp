@@ -19,13 +19,13 @@ namespace {
 constexpr off_t kLong = off_t{64} << 10;
 
 // The bytes of a long regular file and a zero byte; empty for any other. A pipe can be read but once.
-foundation::Secret textOfLongFile(const char *path) {
+vpnctl::Secret textOfLongFile(const char *path) {
   struct stat status = {};
   if (::stat(path, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size < kLong) return {};
-  const foundation::FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
+  const vpnctl::FileDescriptor file(::open(path, O_RDONLY | O_CLOEXEC));
   if (!file) return {};
   const auto size = static_cast<std::size_t>(status.st_size);
-  foundation::Secret text = foundation::Secret::ofSize(size + 1);
+  vpnctl::Secret text = vpnctl::Secret::ofSize(size + 1);
   for (std::size_t done = 0; done < size;) {
     const ssize_t count = ::read(file.get(), text.mutableBytes().data() + done, size - done);
     if (count < 0 && errno == EINTR) continue;
@@ -55,7 +55,7 @@ bool everybodyMayRead(const char *path) {
 bool readConfiguration(config_t *config, const char *path) {
   // From a file libconfig reads 8 KB at a time and scans a long text from its start each time, 4 MB in ten seconds; not
   // so from memory. What it finds wrong there it is to say of the file.
-  const foundation::Secret text = textOfLongFile(path);
+  const vpnctl::Secret text = textOfLongFile(path);
   const auto *const start = reinterpret_cast<const char *>(text.bytes().data());
   if (!text.empty() && std::memchr(start, 0, text.size() - 1) == nullptr &&
       config_read_string(config, start) == CONFIG_TRUE)

@@ -8,8 +8,8 @@
 namespace TN {
 namespace {
 
-using foundation::element;
-using foundation::Value;
+using vpnctl::element;
+using vpnctl::Value;
 using Text = TNConnectorPPP::Text;
 
 constexpr const char *kServiceName = "Corvanelle";

@@ -8,7 +8,7 @@
 namespace TN {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 using Limits = std::numeric_limits<std::int32_t>;
 
 // The number without loss, or none. A boolean is not a number here.

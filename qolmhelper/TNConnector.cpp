@@ -14,8 +14,8 @@ constexpr platform::AuthorizationFlags kFlags = platform::kAuthorizationFlagInte
 
 // LINE is a name of the place, not a position in this file: whoever filters the log knows it.
 void logError(std::uint32_t line, const char *format, platform::OSStatus status) {
-  foundation::DDLog::log(false, foundation::DDLogLevelVerbose, foundation::DDLogFlagError, 0,
-                         "qolmhelper/TNConnector.cpp", "-[TNConnector authorize]", line, nullptr, format, status);
+  vpnctl::DDLog::log(false, vpnctl::DDLogLevelVerbose, vpnctl::DDLogFlagError, 0, "qolmhelper/TNConnector.cpp",
+                     "-[TNConnector authorize]", line, nullptr, format, status);
 }
 
 // An authorization lives until the process ends, also one that was refused or has been replaced by a later one: giving

@@ -12,8 +12,8 @@ namespace {
 // A dictionary of its own: nothing of what the interface may have had stays.
 void configureIPSec(const platform::SCNetworkInterfaceRef &interface, const TNConnectorPPP::Text &serviceID) {
   // Under this name TNKeyChain stores the shared secret; the two must stay the same.
-  const std::string secretName = foundation::element(serviceID) + ".SS";
-  const foundation::Value configuration = foundation::Value::Dictionary{
+  const std::string secretName = vpnctl::element(serviceID) + ".SS";
+  const vpnctl::Value configuration = vpnctl::Value::Dictionary{
       {platform::kSCPropNetIPSecAuthenticationMethod, platform::kSCValNetIPSecAuthenticationMethodSharedSecret},
       {platform::kSCPropNetIPSecSharedSecret, secretName},
       {platform::kSCPropNetIPSecSharedSecretEncryption, platform::kSCValNetIPSecSharedSecretEncryptionKeychain},

@@ -61,7 +61,7 @@ void TNConnectorPPP::attempt() {
       std::fputs("Service is invalid.  Weird.\n", stderr);
       break;
     case platform::kSCNetworkConnectionDisconnected:
-      if (!platform::SCNetworkConnectionStart(connection(), foundation::Value(), false) &&
+      if (!platform::SCNetworkConnectionStart(connection(), vpnctl::Value(), false) &&
           platform::SCError() != platform::kSCStatusOK)
         return;
       platform::CFRunLoopRun();
@@ -90,8 +90,8 @@ void TNConnectorPPP::connectionStatusChanged(std::int32_t status, std::int32_t m
 void TNConnectorPPP::connectionStatusChanged(std::int32_t status, std::int32_t minorStatus, std::int32_t error) {
   if (status == platform::kSCNetworkConnectionDisconnected) {
     if (error != platform::kSCStatusOK) std::fprintf(stderr, "Error: %s\n", platform::SCErrorString(error).c_str());
-    const foundation::Value extendedStatus = platform::SCNetworkConnectionCopyExtendedStatus(connection());
-    const foundation::Value &lastCause = extendedStatus["PPP"]["LastCause"];
+    const vpnctl::Value extendedStatus = platform::SCNetworkConnectionCopyExtendedStatus(connection());
+    const vpnctl::Value &lastCause = extendedStatus["PPP"]["LastCause"];
     if (!lastCause.isNull()) {  // also 0, which says that the end had no cause
       const std::int32_t cause = lastCause.intValue();
       std::fprintf(stderr, "Error: %s, cause: %d\n", platform::SCErrorString(cause).c_str(), cause);
@@ -104,7 +104,7 @@ void TNConnectorPPP::connectionStatusChanged(std::int32_t status, std::int32_t m
 void PPPNetworkConnectionCallBack(platform::SCNetworkConnectionRef connection, platform::SCNetworkConnectionStatus,
                                   void *info) {
   const auto require = [](bool holds, const char *expression, int line) {
-    if (!holds) foundation::assertionFailed(expression, "PPPNetworkConnectionCallBack", "TNConnectorPPP", line);
+    if (!holds) vpnctl::assertionFailed(expression, "PPPNetworkConnectionCallBack", "TNConnectorPPP", line);
   };
   require(connection != nullptr, "connection != NULL", 26);
   require(info != nullptr, "info != NULL", 27);

@@ -22,7 +22,7 @@ namespace TN {
 class TNConnectorPPP : public TNConnector, public std::enable_shared_from_this<TNConnectorPPP> {
  public:
   using Text = std::optional<std::string>;
-  using SecretText = std::optional<foundation::Secret>;
+  using SecretText = std::optional<vpnctl::Secret>;
 
   TNConnectorPPP(Text server, Text username, SecretText password, SecretText sharedSecret);
 

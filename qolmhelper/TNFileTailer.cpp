@@ -27,8 +27,8 @@ std::int32_t lineLength = 0;
 std::shared_ptr<TNFileTailer> TNFileTailer::initWithPath(const std::string &path) {
   std::FILE *const stream = std::fopen(path.c_str(), "r");
   if (stream == nullptr) {
-    const foundation::Value name(path);
-    foundation::NSLog("Could not open file %@", &name);
+    const vpnctl::Value name(path);
+    vpnctl::NSLog("Could not open file %@", &name);
     return nullptr;
   }
   return initWithStream(stream);
@@ -39,7 +39,7 @@ std::shared_ptr<TNFileTailer> TNFileTailer::initWithStream(std::FILE *stream) {
   // The result itself is the code that is told, not errno: it is -1 whatever the reason.
   if (const int result = std::fseek(stream, 0, SEEK_END); result != 0) {
     const std::string text = std::generic_category().message(result);
-    foundation::NSLog("Could not seek to the end of the file! err_code: %d, err: %s", result, text.c_str());
+    vpnctl::NSLog("Could not seek to the end of the file! err_code: %d, err: %s", result, text.c_str());
     return nullptr;
   }
   tailer->pos_ = std::ftell(stream);
@@ -53,7 +53,7 @@ TNFileTailer::~TNFileTailer() {
 
 void TNFileTailer::tail(Callback callback) {
   if (running_.load(std::memory_order_relaxed)) {
-    foundation::NSLog("Already running!");
+    vpnctl::NSLog("Already running!");
     return;
   }
   running_.store(true, std::memory_order_relaxed);
@@ -83,7 +83,7 @@ void TNFileTailer::readLoop(const Callback &callback) {
       if (lineLength > 1022 || block[i] == '\n') {
         lineBuffer[lineLength] = '\0';
         lineLength = 0;
-        callback(foundation::stringWithUTF8String(lineBuffer));
+        callback(vpnctl::stringWithUTF8String(lineBuffer));
         break;
       }
     }

@@ -123,13 +123,13 @@ std::shared_ptr<TN::TNConnectorPPP> makeConnector() {
   const auto [protocol, ip, username, password, sharedSecret] = values;
 
   // A missing value throws here, and nobody catches: without its settings the tool ends abnormally.
-  const Text name = foundation::stringWithUTF8String(protocol);
+  const Text name = vpnctl::stringWithUTF8String(protocol);
   const auto *const known = std::ranges::find_if(kProtocols, [&](const Protocol &p) { return name == p.name; });
   if (known == kProtocols.end()) return nullptr;
-  auto server = foundation::stringWithUTF8String(ip);
-  auto account = foundation::stringWithUTF8String(username);
-  auto accountPassword = foundation::secretWithUTF8String(password);
-  auto secret = foundation::secretWithUTF8String(sharedSecret);
+  auto server = vpnctl::stringWithUTF8String(ip);
+  auto account = vpnctl::stringWithUTF8String(username);
+  auto accountPassword = vpnctl::secretWithUTF8String(password);
+  auto secret = vpnctl::secretWithUTF8String(sharedSecret);
   return known->make(std::move(server), std::move(account), std::move(accountPassword), std::move(secret));
 }
 
@@ -150,8 +150,8 @@ platform::dispatch_source_t armTeardown(const std::shared_ptr<TN::TNConnectorPPP
 }  // namespace
 
 int main(int argc, char *argv[]) {
-  foundation::openMissingStandardStreams();
-  foundation::protectProcessMemory();
+  vpnctl::openMissingStandardStreams();
+  vpnctl::protectProcessMemory();
   parse_options(argc, argv);
 
   const char *const path = config_path.bytes;

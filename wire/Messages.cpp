@@ -6,8 +6,8 @@
 
 namespace wire {
 
-using foundation::Result;
-using foundation::Value;
+using vpnctl::Result;
+using vpnctl::Value;
 
 namespace {
 
@@ -184,14 +184,14 @@ WIRE_MESSAGE(LinkStatusChanged)
 
 std::string bytesOf(const Value &value) {
   if (value.isNull()) return {};
-  auto bytes = foundation::xmlPropertyList(value);
+  auto bytes = vpnctl::xmlPropertyList(value);
   return bytes ? std::move(*bytes) : std::string();
 }
 
 Result<Value> dictionaryFrom(std::string_view bytes) {
   if (bytes.empty()) return Value();
-  auto value = foundation::propertyListFromData(bytes, "what the other side sent", kDictionaryLimits);
-  if (value && !value->isDictionary()) return foundation::errnoError(EINVAL, "read a dictionary");
+  auto value = vpnctl::propertyListFromData(bytes, "what the other side sent", kDictionaryLimits);
+  if (value && !value->isDictionary()) return vpnctl::errnoError(EINVAL, "read a dictionary");
   return value;
 }
 

@@ -26,7 +26,7 @@ inline constexpr std::size_t kMaximumPaths = 64;                       // of tru
 inline constexpr std::size_t kMaximumAttributes = 16;                  // of a keychain item
 inline constexpr std::size_t kMaximumOptions = std::size_t{64} << 10;  // bytes, of the options of a start
 // Of a dictionary in a message, after everything shared in it has been unfolded.
-inline constexpr foundation::PropertyListLimits kDictionaryLimits{
+inline constexpr vpnctl::PropertyListLimits kDictionaryLimits{
     .bytes = kMaximumOptions, .depth = 8, .elements = std::size_t{1} << 12};
 
 // By four-character tag. Bytes, not text: a value may have been cut inside a character.
@@ -202,8 +202,8 @@ template <class Contents>
 int read(sd_bus_message *message, Contents *contents);
 
 // A dictionary as a property list; no bytes for a null VALUE, and for one that no property list can hold.
-std::string bytesOf(const foundation::Value &value);
+std::string bytesOf(const vpnctl::Value &value);
 // A null Value for no bytes. An error for everything that is not a dictionary, or beyond kDictionaryLimits.
-foundation::Result<foundation::Value> dictionaryFrom(std::string_view bytes);
+vpnctl::Result<vpnctl::Value> dictionaryFrom(std::string_view bytes);
 
 }  // namespace wire

@@ -1,14 +1,14 @@
 // A tool that pretends to copy files: options, a group, separators, and settings in three layers (factory defaults, a
 // file given with --config, the command line).
 
-#include <cstdio>
-#include <memory>
-#include <string>
-
 #include <vpnctl/cli/GBCommandLineParser.h>
 #include <vpnctl/cli/GBOptionsHelper.h>
 #include <vpnctl/cli/GBPrint.h>
 #include <vpnctl/cli/GBSettings.h>
+
+#include <cstdio>
+#include <memory>
+#include <string>
 
 namespace {
 
@@ -63,7 +63,7 @@ int main(int argc, char **argv) {
     return 0;
   }
   if (const auto config = settings->objectForKey("config"); config.isString()) {
-    foundation::Error error = {.domain = "copier", .code = 1, .message = config.string() + ": there is no such file"};
+    vpnctl::Error error = {.domain = "copier", .code = 1, .message = config.string() + ": there is no such file"};
     if (!file->loadSettingsFromPlist(config.string(), &error)) {
       GB::gbfprintln(stderr, "copier: %@", error.message);
       return 1;

@@ -13,9 +13,9 @@ namespace {
 void appendQuoted(std::string &json, std::string_view text) {
   json += '"';
   for (std::size_t index = 0; index < text.size();) {
-    const auto character = foundation::nextCharacter(text, &index);
+    const auto character = vpnctl::nextCharacter(text, &index);
     if (!character) {
-      foundation::appendCharacter(&json, 0xfffd);
+      vpnctl::appendCharacter(&json, 0xfffd);
       ++index;
     } else if (*character == '"' || *character == '\\') {
       json += '\\';
@@ -25,7 +25,7 @@ void appendQuoted(std::string &json, std::string_view text) {
       std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(*character));
       json += escape.data();
     } else {
-      foundation::appendCharacter(&json, *character);
+      vpnctl::appendCharacter(&json, *character);
     }
   }
   json += '"';

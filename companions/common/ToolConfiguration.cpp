@@ -14,11 +14,11 @@
 
 namespace companions {
 
-using foundation::errnoError;
-using foundation::Error;
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Secret;
+using vpnctl::errnoError;
+using vpnctl::Error;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
+using vpnctl::Secret;
 
 namespace {
 

@@ -21,12 +21,12 @@ class ToolConfiguration {
   // What vpnctl is given: the name of a file, and what its standard input has to be for that (-1: nothing).
   struct Delivery {
     std::string path;
-    foundation::FileDescriptor input;
+    vpnctl::FileDescriptor input;
   };
 
   // An error when PATH cannot be read or is not libconfig's syntax, also when libconfig does not find out before vpnctl
   // would.
-  static foundation::Result<ToolConfiguration> read(const std::string &path);
+  static vpnctl::Result<ToolConfiguration> read(const std::string &path);
   // The file as it is, whatever it holds.
   static ToolConfiguration unread(const std::string &path);
 
@@ -41,26 +41,26 @@ class ToolConfiguration {
   // Which of the five texts is not there; empty: none.
   std::string_view missing() const;
 
-  void setPassword(foundation::Secret password);
-  void setSharedSecret(foundation::Secret secret);
+  void setPassword(vpnctl::Secret password);
+  void setSharedSecret(vpnctl::Secret secret);
 
   // What is delivered from here on has none, unless it is the file itself.
   void forgetSecrets();
 
   // The file itself when nothing was set; the five texts in a pipe otherwise, or where the file can be read only once.
-  foundation::Result<Delivery> deliver() const;
+  vpnctl::Result<Delivery> deliver() const;
 
  private:
   explicit ToolConfiguration(std::string path) : path_(std::move(path)) {}
-  foundation::Secret text() const;
+  vpnctl::Secret text() const;
 
   std::string path_;
   bool isChanged_ = false;
   std::optional<std::string> protocol_;
   std::optional<std::string> server_;
   std::optional<std::string> username_;
-  std::optional<foundation::Secret> password_;
-  std::optional<foundation::Secret> sharedSecret_;
+  std::optional<vpnctl::Secret> password_;
+  std::optional<vpnctl::Secret> sharedSecret_;
 };
 
 }  // namespace companions

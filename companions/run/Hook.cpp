@@ -15,20 +15,18 @@ namespace {
 
 constexpr std::chrono::seconds kGrace{2};
 
-foundation::Status statusOf(const std::string &program, const ChildProcess::End &end, bool late) {
-  if (late) return foundation::Error{"Hook", 0, program + " did not end in time"};
-  if (!end.exited)
-    return foundation::Error{"Hook", end.code, program + " was ended by signal " + std::to_string(end.code)};
-  if (end.code != 0)
-    return foundation::Error{"Hook", end.code, program + " ended with status " + std::to_string(end.code)};
+vpnctl::Status statusOf(const std::string &program, const ChildProcess::End &end, bool late) {
+  if (late) return vpnctl::Error{"Hook", 0, program + " did not end in time"};
+  if (!end.exited) return vpnctl::Error{"Hook", end.code, program + " was ended by signal " + std::to_string(end.code)};
+  if (end.code != 0) return vpnctl::Error{"Hook", end.code, program + " ended with status " + std::to_string(end.code)};
   return {};
 }
 
 }  // namespace
 
-foundation::Result<std::unique_ptr<Hook>> Hook::start(sd_event *event, const std::string &program,
-                                                      const std::vector<std::string> &environment,
-                                                      std::chrono::milliseconds deadline, Handler handler) {
+vpnctl::Result<std::unique_ptr<Hook>> Hook::start(sd_event *event, const std::string &program,
+                                                  const std::vector<std::string> &environment,
+                                                  std::chrono::milliseconds deadline, Handler handler) {
   auto child = ChildProcess::spawn({program}, environment, {.error = STDERR_FILENO});
   if (!child) return child.error();
   return std::unique_ptr<Hook>(new Hook(event, std::move(*child), program, deadline, std::move(handler)));
@@ -49,13 +47,13 @@ Hook::Hook(sd_event *event, ChildProcess child, std::string program, std::chrono
 
 void Hook::stop() { child_.terminate(kGrace); }
 
-foundation::Result<std::string> runnableProgram(const std::string &program) {
+vpnctl::Result<std::string> runnableProgram(const std::string &program) {
   std::error_code error;
   const std::filesystem::path path = std::filesystem::absolute(program, error);
-  if (error) return foundation::errnoError(error.value(), "run " + program);
+  if (error) return vpnctl::errnoError(error.value(), "run " + program);
   if (!std::filesystem::is_regular_file(path, error))
-    return foundation::errnoError(error ? error.value() : EACCES, "run " + program);
-  if (::access(path.c_str(), X_OK) < 0) return foundation::errnoError(errno, "run " + program);
+    return vpnctl::errnoError(error ? error.value() : EACCES, "run " + program);
+  if (::access(path.c_str(), X_OK) < 0) return vpnctl::errnoError(errno, "run " + program);
   return path.string();
 }
 

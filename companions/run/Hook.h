@@ -23,11 +23,11 @@ namespace companions {
 class Hook {
  public:
   // Gets an error, a sentence part, unless the program ended with status 0 in time. It may destroy the hook.
-  using Handler = std::function<void(const foundation::Status &)>;
+  using Handler = std::function<void(const vpnctl::Status &)>;
 
-  static foundation::Result<std::unique_ptr<Hook>> start(sd_event *event, const std::string &program,
-                                                         const std::vector<std::string> &environment,
-                                                         std::chrono::milliseconds deadline, Handler handler);
+  static vpnctl::Result<std::unique_ptr<Hook>> start(sd_event *event, const std::string &program,
+                                                     const std::vector<std::string> &environment,
+                                                     std::chrono::milliseconds deadline, Handler handler);
   Hook(const Hook &) = delete;
   Hook &operator=(const Hook &) = delete;
 
@@ -47,6 +47,6 @@ class Hook {
 
 // The absolute path of PROGRAM, if that can be run. A name without a slash is one in the working directory: nothing is
 // looked for in PATH.
-foundation::Result<std::string> runnableProgram(const std::string &program);
+vpnctl::Result<std::string> runnableProgram(const std::string &program);
 
 }  // namespace companions

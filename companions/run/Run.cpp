@@ -4,8 +4,8 @@
 
 namespace companions {
 
-using foundation::Status;
 using std::chrono::milliseconds;
+using vpnctl::Status;
 
 namespace {
 

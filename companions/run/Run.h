@@ -47,7 +47,7 @@ class Run {
   void heard(std::string_view line);
   void comesUp();
   void isUp();
-  void upEnded(const foundation::Status &status);
+  void upEnded(const vpnctl::Status &status);
   void toolEnded(const linux::ChildProcess::End &end);
   void goDown();
   void isDown();

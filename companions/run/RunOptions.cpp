@@ -63,14 +63,14 @@ constexpr GB::Option kOptions[] = {
      .negatable = true},
 };
 
-foundation::Result<std::optional<std::string>> textOf(const GB::CommandLine &line, std::string_view name) {
+vpnctl::Result<std::optional<std::string>> textOf(const GB::CommandLine &line, std::string_view name) {
   if (!line.isGiven(name)) return std::optional<std::string>();
   const auto bytes = line.bytes(name);
   if (!bytes) return bytes.error();
   return std::optional(std::string(*bytes));
 }
 
-foundation::Result<std::optional<std::string>> programOf(const GB::CommandLine &line, std::string_view name) {
+vpnctl::Result<std::optional<std::string>> programOf(const GB::CommandLine &line, std::string_view name) {
   const auto given = textOf(line, name);
   if (!given || !*given) return given;
   const auto program = runnableProgram(**given);
@@ -86,7 +86,7 @@ constexpr GB::Command kRunCommand = {
     .version = VPNCTL_VERSION,
     .options = kOptions};
 
-foundation::Result<RunOptions> RunOptions::from(const GB::CommandLine &line) {
+vpnctl::Result<RunOptions> RunOptions::from(const GB::CommandLine &line) {
   RunOptions options;
   const auto configuration = line.bytes("config");
   if (!configuration) return configuration.error();

@@ -32,7 +32,7 @@ struct RunOptions {
   std::optional<bool> progress;  // none: where standard error is a terminal
 
   // An error is one about the command line.
-  static foundation::Result<RunOptions> from(const GB::CommandLine &line);
+  static vpnctl::Result<RunOptions> from(const GB::CommandLine &line);
 };
 
 }  // namespace companions

@@ -17,13 +17,13 @@
 
 namespace companions {
 
-using foundation::errnoError;
-using foundation::Error;
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Secret;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
+using vpnctl::errnoError;
+using vpnctl::Error;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
+using vpnctl::Secret;
 
 namespace {
 
@@ -63,7 +63,7 @@ class Reader {
   }
 
  private:
-  foundation::Status wait(const std::string &name) {
+  vpnctl::Status wait(const std::string &name) {
     while (true) {
       std::array<pollfd, 2> ready{{{file_, POLLIN, 0}, {interrupt_, POLLIN, 0}}};
       const auto left = std::chrono::duration_cast<milliseconds>(end_ - steady_clock::now()).count();
@@ -114,12 +114,11 @@ std::string printable(std::string text) {
 Result<Secret> askOnTerminal(int terminal, const std::string &question, const Questioner &questioner) {
   const NoEcho silence(terminal);
   if (!silence.isPossible()) return Error{"Questioner", 0, questioner.terminal + " is no terminal"};
-  if (const auto asked = foundation::writeAll(terminal, question + " ", questioner.terminal); !asked)
-    return asked.error();
+  if (const auto asked = vpnctl::writeAll(terminal, question + " ", questioner.terminal); !asked) return asked.error();
   Secret bytes = Secret::ofSize(kLongest + 2);
   const auto size = Reader(terminal, questioner.interrupt, questioner.deadline).read(bytes, true, "the answer");
   // The newline that was typed was not shown either. The answer counts, whatever becomes of this.
-  static_cast<void>(foundation::writeAll(terminal, "\n", questioner.terminal));
+  static_cast<void>(vpnctl::writeAll(terminal, "\n", questioner.terminal));
   if (!size) return size.error();
   return lineIn(bytes, *size, "the answer");
 }

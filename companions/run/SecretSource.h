@@ -15,11 +15,11 @@ namespace companions {
 
 // What FILE holds, without the newline at its end; an error when it cannot be read, is longer than a secret can be, or
 // holds a zero byte.
-foundation::Result<foundation::Secret> secretFromFile(const std::string &file);
+vpnctl::Result<vpnctl::Secret> secretFromFile(const std::string &file);
 
 // The credential NAME in FOLDER, which is $CREDENTIALS_DIRECTORY; nothing when there is none.
-foundation::Result<std::optional<foundation::Secret>> secretFromCredential(const std::optional<std::string> &folder,
-                                                                           const std::string &name);
+vpnctl::Result<std::optional<vpnctl::Secret>> secretFromCredential(const std::optional<std::string> &folder,
+                                                                   const std::string &name);
 
 // How a person is asked.
 struct Questioner {
@@ -32,6 +32,6 @@ struct Questioner {
 inline constexpr int kInterrupted = 1;  // the code of an error of the domain "Questioner"
 
 // What a person answers to QUESTION, on the terminal without echo.
-foundation::Result<foundation::Secret> askForSecret(const std::string &question, const Questioner &questioner);
+vpnctl::Result<vpnctl::Secret> askForSecret(const std::string &question, const Questioner &questioner);
 
 }  // namespace companions

@@ -10,7 +10,7 @@
 
 namespace companions {
 
-foundation::Result<StopSignals> StopSignals::block() {
+vpnctl::Result<StopSignals> StopSignals::block() {
   sigset_t signals;
   sigemptyset(&signals);
   for (const int number : {SIGTERM, SIGUSR1}) sigaddset(&signals, number);
@@ -20,8 +20,8 @@ foundation::Result<StopSignals> StopSignals::block() {
     if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) sigaddset(&signals, number);
   }
   ::sigprocmask(SIG_BLOCK, &signals, nullptr);
-  foundation::FileDescriptor descriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
-  if (!descriptor) return foundation::errnoError(errno, "signalfd");
+  vpnctl::FileDescriptor descriptor(::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+  if (!descriptor) return vpnctl::errnoError(errno, "signalfd");
   return StopSignals(std::move(descriptor));
 }
 

@@ -18,7 +18,7 @@ namespace companions {
 
 class StopSignals {
  public:
-  static foundation::Result<StopSignals> block();
+  static vpnctl::Result<StopSignals> block();
 
   // Readable when one has come.
   int descriptor() const { return descriptor_.get(); }
@@ -26,9 +26,9 @@ class StopSignals {
   void watch(sd_event *event, std::function<void()> handler);
 
  private:
-  explicit StopSignals(foundation::FileDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
+  explicit StopSignals(vpnctl::FileDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
 
-  foundation::FileDescriptor descriptor_;
+  vpnctl::FileDescriptor descriptor_;
   linux::EventSource readable_;
 };
 

@@ -11,8 +11,8 @@
 
 namespace companions {
 
-using foundation::FileDescriptor;
 using linux::ChildProcess;
+using vpnctl::FileDescriptor;
 
 namespace {
 
@@ -21,15 +21,15 @@ constexpr std::size_t kLongestLine = std::size_t{64} << 10;
 
 }  // namespace
 
-foundation::Result<std::unique_ptr<ToolProcess>> ToolProcess::start(sd_event *event, const std::string &program,
-                                                                    const std::string &configuration,
-                                                                    const std::vector<std::string> &environment,
-                                                                    int input, Handlers handlers) {
+vpnctl::Result<std::unique_ptr<ToolProcess>> ToolProcess::start(sd_event *event, const std::string &program,
+                                                                const std::string &configuration,
+                                                                const std::vector<std::string> &environment, int input,
+                                                                Handlers handlers) {
   std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) < 0) return foundation::errnoError(errno, "make a pipe");
+  if (::pipe2(ends.data(), O_CLOEXEC) < 0) return vpnctl::errnoError(errno, "make a pipe");
   FileDescriptor lines(ends[0]);
   const FileDescriptor itsEnd(ends[1]);
-  if (::fcntl(lines.get(), F_SETFL, O_NONBLOCK) < 0) return foundation::errnoError(errno, "make a pipe");
+  if (::fcntl(lines.get(), F_SETFL, O_NONBLOCK) < 0) return vpnctl::errnoError(errno, "make a pipe");
   // It stays in our session and process group, so that polkit can ask in our terminal. There Ctrl-C and a hang-up reach
   // it as well as us, and would end it before it has disconnected: those are ours to act on.
   auto child = ChildProcess::prepare({program, "--config=" + configuration}, environment,

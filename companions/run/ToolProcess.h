@@ -32,10 +32,10 @@ class ToolProcess {
   };
 
   // PROGRAM reads CONFIGURATION; INPUT becomes its standard input, -1: /dev/null.
-  static foundation::Result<std::unique_ptr<ToolProcess>> start(sd_event *event, const std::string &program,
-                                                                const std::string &configuration,
-                                                                const std::vector<std::string> &environment, int input,
-                                                                Handlers handlers);
+  static vpnctl::Result<std::unique_ptr<ToolProcess>> start(sd_event *event, const std::string &program,
+                                                            const std::string &configuration,
+                                                            const std::vector<std::string> &environment, int input,
+                                                            Handlers handlers);
   ToolProcess(const ToolProcess &) = delete;
   ToolProcess &operator=(const ToolProcess &) = delete;
 
@@ -46,13 +46,13 @@ class ToolProcess {
   void pause(bool paused);
 
  private:
-  ToolProcess(sd_event *event, linux::ChildProcess child, foundation::FileDescriptor lines, Handlers handlers);
+  ToolProcess(sd_event *event, linux::ChildProcess child, vpnctl::FileDescriptor lines, Handlers handlers);
   // Once; false when there is nothing to read at the moment.
   bool readOnce();
   void tellLines(bool all);
 
   sd_event *event_;
-  foundation::FileDescriptor lines_;
+  vpnctl::FileDescriptor lines_;
   Handlers handlers_;
   std::string unread_;  // the beginning of a line
   linux::EventSource readable_;

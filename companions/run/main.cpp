@@ -64,9 +64,8 @@ struct Wanted {
 };
 
 // None: it is not to be set. What the command line names comes before what the configuration holds.
-foundation::Result<std::optional<foundation::Secret>> find(const Wanted &wanted, bool ask,
-                                                           const Questioner &questioner) {
-  using Found = std::optional<foundation::Secret>;
+vpnctl::Result<std::optional<vpnctl::Secret>> find(const Wanted &wanted, bool ask, const Questioner &questioner) {
+  using Found = std::optional<vpnctl::Secret>;
   if (wanted.file) {
     auto secret = secretFromFile(*wanted.file);
     if (!secret) return secret.error();
@@ -80,18 +79,18 @@ foundation::Result<std::optional<foundation::Secret>> find(const Wanted &wanted,
   return Found(std::move(*answer));
 }
 
-foundation::Status everythingIsThere(const ToolConfiguration &configuration, const std::string &path) {
+vpnctl::Status everythingIsThere(const ToolConfiguration &configuration, const std::string &path) {
   const std::string_view missing = configuration.missing();
   if (missing.empty()) return {};
   const char *others = missing == "password"        ? ", use --password-from, or have it asked for with --ask"
                        : missing == "shared_secret" ? ", use --secret-from, or have it asked for with --ask"
                                                     : "";
-  return foundation::Error{"ToolConfiguration", 0,
-                           path + " has no text " + std::string(missing) + "; write it there" + others};
+  return vpnctl::Error{"ToolConfiguration", 0,
+                       path + " has no text " + std::string(missing) + "; write it there" + others};
 }
 
 // Puts in what the configuration leaves out.
-foundation::Status complete(ToolConfiguration &configuration, const RunOptions &options, const Questioner &questioner) {
+vpnctl::Status complete(ToolConfiguration &configuration, const RunOptions &options, const Questioner &questioner) {
   const std::string server = configuration.server().value_or("the server");
   auto password = find({options.passwordFile, "password",
                         "Password of " + configuration.username().value_or("the user") + " at " + server + ":",
@@ -137,7 +136,7 @@ int run(const RunOptions &options) {
   auto signals = StopSignals::block();
   if (!signals) return fail(1, signals.error().message);
   const Questioner questioner{.askPassword = VPNCTL_ASK_PASSWORD, .interrupt = signals->descriptor()};
-  if (const auto completed = isRead ? complete(configuration, options, questioner) : foundation::Status(); !completed) {
+  if (const auto completed = isRead ? complete(configuration, options, questioner) : vpnctl::Status(); !completed) {
     if (completed.error().domain == "Questioner" && completed.error().code == kInterrupted) return 0;
     return fail(badConfiguration, completed.error().message);
   }
@@ -162,8 +161,8 @@ int run(const RunOptions &options) {
 }  // namespace
 
 int main(int argc, char *argv[]) {
-  foundation::openMissingStandardStreams();
-  foundation::protectProcessMemory();
+  vpnctl::openMissingStandardStreams();
+  vpnctl::protectProcessMemory();
   // Whoever reads our lines may go; the connection stays.
   std::signal(SIGPIPE, SIG_IGN);
   const auto line = GB::CommandLine::parse(kRunCommand, argc, argv);

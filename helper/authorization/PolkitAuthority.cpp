@@ -11,9 +11,9 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::Result;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Result;
+using vpnctl::Status;
 
 namespace {
 

@@ -21,7 +21,7 @@ class PolkitAuthority : public Authority {
  public:
   static constexpr char kAction[] = "org.vpnctl.system-preferences";
 
-  using BusOpener = std::function<foundation::Result<linux::Bus>()>;
+  using BusOpener = std::function<vpnctl::Result<linux::Bus>()>;
 
   // EVENT outlives it. OPEN_BUS is for tests.
   explicit PolkitAuthority(sd_event *event) : PolkitAuthority(event, openSystemBus) {}
@@ -33,8 +33,8 @@ class PolkitAuthority : public Authority {
   void ask(const Peer &peer, bool mayInteract, Handler handler) override;
 
  private:
-  static foundation::Result<linux::Bus> openSystemBus();
-  foundation::Status send(const Peer &peer, bool mayInteract);
+  static vpnctl::Result<linux::Bus> openSystemBus();
+  vpnctl::Status send(const Peer &peer, bool mayInteract);
   int answered(sd_bus_message *reply);
   void tell(Answer answer);
   void withdraw();

@@ -10,9 +10,9 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::FileDescriptor;
-using foundation::Result;
+using vpnctl::errnoError;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
 
 UserQuota::Place::Place(FileDescriptor lock, std::chrono::milliseconds stay)
     : lock_(std::move(lock)), until_(std::chrono::steady_clock::now() + stay) {}
@@ -42,8 +42,8 @@ Result<UserQuota::Place> UserQuota::lockOneOf(uid_t user, int first, int count) 
     if (::fcntl(file.get(), F_OFD_SETLK, &lock) == 0) return Place(std::move(file), stay_);
     if (errno != EAGAIN && errno != EACCES) return errnoError(errno, "lock " + path_);
   }
-  return foundation::Error{std::string(foundation::kPOSIXErrorDomain), EDQUOT,
-                           "have another connection at the same time: " + std::to_string(kPlaces) + " is the most"};
+  return vpnctl::Error{std::string(vpnctl::kPOSIXErrorDomain), EDQUOT,
+                       "have another connection at the same time: " + std::to_string(kPlaces) + " is the most"};
 }
 
 }  // namespace helper

@@ -32,9 +32,9 @@ class UserQuota {
 
    private:
     friend class UserQuota;
-    Place(foundation::FileDescriptor lock, std::chrono::milliseconds stay);
+    Place(vpnctl::FileDescriptor lock, std::chrono::milliseconds stay);
 
-    foundation::FileDescriptor lock_;
+    vpnctl::FileDescriptor lock_;
     std::chrono::steady_clock::time_point until_{};
   };
 
@@ -43,12 +43,12 @@ class UserQuota {
 
   // EDQUOT when all of USER's places are taken. The file, and its folder, are made when they are missing. Root needs
   // none.
-  foundation::Result<Place> take(uid_t user) const;
+  vpnctl::Result<Place> take(uid_t user) const;
   // For one that has got no place: who has this may say so. The others go in silence.
-  foundation::Result<Place> takeComplaint(uid_t user) const;
+  vpnctl::Result<Place> takeComplaint(uid_t user) const;
 
  private:
-  foundation::Result<Place> lockOneOf(uid_t user, int first, int count) const;
+  vpnctl::Result<Place> lockOneOf(uid_t user, int first, int count) const;
 
   std::string path_;  // an empty file to lock, one byte for each place
   std::chrono::milliseconds stay_;

@@ -12,9 +12,9 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::FileDescriptor;
-using foundation::Result;
+using vpnctl::errnoError;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
 
 namespace {
 
@@ -74,7 +74,7 @@ void PPPLog::append(const std::string &before, std::string_view text) {
 // What is not written counts as little as possible: it may be the work of somebody who wants to fill the disk.
 bool PPPLog::Files::hasRoom() {
   const auto now =
-      std::chrono::duration_cast<foundation::RateLimit::Instant>(std::chrono::steady_clock::now().time_since_epoch());
+      std::chrono::duration_cast<vpnctl::RateLimit::Instant>(std::chrono::steady_clock::now().time_since_epoch());
   if (lines && !lines->allows(now)) {
     ++leftOut;
     return false;

@@ -25,7 +25,7 @@ class PPPLog {
 
   // Opens PATH for appending, creating it (0644). A symbolic link, anything but a regular file,
   // and a file that is not ours alone (another owner, a second name) are refused.
-  static foundation::Result<PPPLog> open(const std::string &path = kPath);
+  static vpnctl::Result<PPPLog> open(const std::string &path = kPath);
 
   // The same file, for one of several who write into it: LABEL, "vpn.example.org: " perhaps, stands before each
   // sentence and each line. It is asked for each time.
@@ -40,7 +40,7 @@ class PPPLog {
 
   // From now on, for all who write into this file, LINES at most; how many were left out is told when there is room
   // again.
-  void limit(const foundation::RateLimit &lines) { files_->lines = lines; }
+  void limit(const vpnctl::RateLimit &lines) { files_->lines = lines; }
 
   const std::string &path() const { return files_->path; }
   // When the last sentence was written, by this one; the epoch's start before the first.
@@ -49,9 +49,9 @@ class PPPLog {
  private:
   struct Files {
     std::string path;
-    foundation::FileDescriptor file;
-    foundation::FileDescriptor newFile;  // the latest that has taken its place
-    std::optional<foundation::RateLimit> lines{};
+    vpnctl::FileDescriptor file;
+    vpnctl::FileDescriptor newFile;  // the latest that has taken its place
+    std::optional<vpnctl::RateLimit> lines{};
     std::size_t leftOut = 0;
 
     void lookForNewFile();

@@ -11,9 +11,9 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::FileDescriptor;
-using foundation::Result;
+using vpnctl::errnoError;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
 
 namespace {
 

@@ -15,12 +15,12 @@ namespace helper {
 class Peer {
  public:
   // Who made the other end of a connected socket. Also when that process has ended meanwhile.
-  static foundation::Result<uid_t> userOf(int socket);
+  static vpnctl::Result<uid_t> userOf(int socket);
   // From SO_PEERCRED of a connected socket. An error when the process is gone already.
-  static foundation::Result<Peer> ofSocket(int socket);
+  static vpnctl::Result<Peer> ofSocket(int socket);
 
   // A child of this process that has not been waited for.
-  static foundation::Result<Peer> ofChild(pid_t child);
+  static vpnctl::Result<Peer> ofChild(pid_t child);
 
   pid_t pid() const { return pid_; }
   uid_t uid() const { return uid_; }
@@ -28,11 +28,11 @@ class Peer {
   bool runs(const std::string &path) const;
 
  private:
-  Peer(pid_t pid, uid_t uid, foundation::FileDescriptor process);
+  Peer(pid_t pid, uid_t uid, vpnctl::FileDescriptor process);
 
   pid_t pid_;
   uid_t uid_;
-  foundation::FileDescriptor process_;  // pidfd
+  vpnctl::FileDescriptor process_;  // pidfd
 };
 
 }  // namespace helper

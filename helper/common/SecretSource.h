@@ -18,8 +18,8 @@ class SecretSource {
   // The secret of the item whose service attribute is SERVICE (any account), if it was stored for USE, for PEER, which
   // must be on the item's access list. The error's message is a sentence part for the PPP log; it never holds the
   // secret.
-  virtual foundation::Result<foundation::Secret> secretForService(const std::string &service, const SecretUse &use,
-                                                                  const Peer &peer) = 0;
+  virtual vpnctl::Result<vpnctl::Secret> secretForService(const std::string &service, const SecretUse &use,
+                                                          const Peer &peer) = 0;
 };
 
 }  // namespace helper

@@ -7,7 +7,7 @@
 
 namespace helper {
 
-using foundation::Value;
+using vpnctl::Value;
 
 namespace {
 
@@ -42,8 +42,8 @@ constexpr std::array kOfAStart{
     Place{"PPP", "VerboseLogging"},
 };
 
-foundation::Error refused(const std::string &place) {
-  return {std::string(foundation::kPOSIXErrorDomain), EINVAL,
+vpnctl::Error refused(const std::string &place) {
+  return {std::string(vpnctl::kPOSIXErrorDomain), EINVAL,
           "a start may not say " + place + " otherwise than the stored service"};
 }
 
@@ -68,7 +68,7 @@ std::optional<std::string> SecretUse::differenceTo(const SecretUse &other) const
   return place->text();
 }
 
-foundation::Status checkStartOptions(const Value &service, const Value &startOptions) {
+vpnctl::Status checkStartOptions(const Value &service, const Value &startOptions) {
   for (const auto &[entity, entries] : startOptions.dictionary()) {
     if (entries == service[entity]) continue;
     if (!entries.isDictionary()) return refused(entity);

@@ -19,10 +19,10 @@ struct SecretUse {
   uid_t owner = 0;
   // {entity: {key: value}}, of the service's entries those that matter: protocol, server, account, authentication,
   // encryption, and the names of its secrets.
-  foundation::Value terms{foundation::Value::Dictionary()};
+  vpnctl::Value terms{vpnctl::Value::Dictionary()};
 
   // For the service whose entries are SERVICE.
-  static SecretUse of(const foundation::Value &service, uid_t owner);
+  static SecretUse of(const vpnctl::Value &service, uid_t owner);
 
   // The first place ("PPP/CommRemoteAddress") where OTHER has other terms; none when they are the same.
   std::optional<std::string> differenceTo(const SecretUse &other) const;
@@ -30,6 +30,6 @@ struct SecretUse {
 
 // An error, with a sentence part, when START_OPTIONS say something else than SERVICE where a start has no say: whatever
 // is not on a short list of sizes, timers and the like. What says the same is no change.
-foundation::Status checkStartOptions(const foundation::Value &service, const foundation::Value &startOptions);
+vpnctl::Status checkStartOptions(const vpnctl::Value &service, const vpnctl::Value &startOptions);
 
 }  // namespace helper

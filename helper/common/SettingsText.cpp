@@ -12,11 +12,11 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::Error;
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Error;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
+using vpnctl::Status;
 
 namespace {
 

@@ -13,7 +13,7 @@ namespace helper {
 
 // The bytes of the file at PATH; none when there is no such file. An error (a sentence part about "it") for anything
 // but a regular file of this user's that nobody else may write, of 64 KiB at most.
-foundation::Result<std::optional<std::string>> readSettingsText(const std::string &path);
+vpnctl::Result<std::optional<std::string>> readSettingsText(const std::string &path);
 
 // The line, from 1, of the first @include, which would bring in files that nobody has looked at; 0 when there is none.
 unsigned lineOfInclude(std::string_view text);

@@ -22,15 +22,15 @@ namespace helper {
 
 // A tunnel's way for PPP's frames.
 struct TunnelChannel {
-  TunnelChannel(foundation::FileDescriptor connected = {}, std::vector<std::uint8_t> early = {},
-                foundation::FileDescriptor below = {})
+  TunnelChannel(vpnctl::FileDescriptor connected = {}, std::vector<std::uint8_t> early = {},
+                vpnctl::FileDescriptor below = {})
       : socket(std::move(connected)), carrier(std::move(below)), earlyFrame(std::move(early)) {}
 
-  foundation::FileDescriptor socket;  // connected
+  vpnctl::FileDescriptor socket;  // connected
   // Of a tunnel whose frames travel in a socket of ours, that one: whoever has the channel holds it for as long. The
   // kernel takes a closed socket's IPSec policy away at once and its tunnel only later; what PPP says in between would
   // travel in clear.
-  foundation::FileDescriptor carrier;
+  vpnctl::FileDescriptor carrier;
   // What the server has said before the socket could hear it, or just after: an LCP request from address and control
   // on; empty: nothing.
   std::vector<std::uint8_t> earlyFrame;

@@ -70,7 +70,7 @@ std::optional<std::string> udpPortHolder(std::uint16_t port, const std::string &
 }
 
 bool isUDPPortFree(std::uint16_t port) {
-  const foundation::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const vpnctl::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);

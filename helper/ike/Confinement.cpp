@@ -20,8 +20,8 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Status;
 
 namespace {
 

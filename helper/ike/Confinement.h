@@ -12,6 +12,6 @@ namespace helper {
 // The rest of the process runs as nobody, without a capability, in a root folder without files to use, and dies of
 // SIGSYS at any system call that is not in the table of Confinement.cpp. An error's message is a sentence part; then
 // less may have been taken away, and the process must end.
-foundation::Status confine();
+vpnctl::Status confine();
 
 }  // namespace helper

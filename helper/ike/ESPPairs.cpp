@@ -4,9 +4,9 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Result;
 using isakmp::Direction;
+using vpnctl::Error;
+using vpnctl::Result;
 
 namespace {
 
@@ -91,7 +91,7 @@ Result<IKEOrder> ESPPairs::install(const isakmp::InstallState &state) {
   return IKEOrder(IKEInstalled{state.pair, state.direction});
 }
 
-foundation::Status ESPPairs::remove(const isakmp::RemoveStates &states) {
+vpnctl::Status ESPPairs::remove(const isakmp::RemoveStates &states) {
   const auto found = pairs_.find(states.pair);
   // The kernel never gave it an SPI.
   if (found == pairs_.end()) return {};

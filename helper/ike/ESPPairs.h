@@ -35,9 +35,9 @@ class ESPPairs {
 
   // What the child is to be answered: also when the kernel refuses. An error is a sentence part that says what the
   // child may not ask for; nothing was done then.
-  foundation::Result<IKEOrder> allocate(const isakmp::NeedSPI &need);
-  foundation::Result<IKEOrder> install(const isakmp::InstallState &state);
-  foundation::Status remove(const isakmp::RemoveStates &states);
+  vpnctl::Result<IKEOrder> allocate(const isakmp::NeedSPI &need);
+  vpnctl::Result<IKEOrder> install(const isakmp::InstallState &state);
+  vpnctl::Status remove(const isakmp::RemoveStates &states);
   // Both halves of one are in the kernel.
   bool stands(isakmp::PairID pair) const;
   bool anyStands() const;

@@ -32,14 +32,14 @@ NetlinkESPStateWatch::~NetlinkESPStateWatch() {
   nl_socket_free(socket_);
 }
 
-foundation::Result<std::unique_ptr<ESPStateWatch>> NetlinkESPStateWatch::start(sd_event *event, Handler handler) {
+vpnctl::Result<std::unique_ptr<ESPStateWatch>> NetlinkESPStateWatch::start(sd_event *event, Handler handler) {
   std::unique_ptr<NetlinkESPStateWatch> watch(new NetlinkESPStateWatch(std::move(handler)));
   nl_sock *socket = watch->socket_;
   nl_socket_disable_seq_check(socket);
   int code = nl_connect(socket, NETLINK_XFRM);
   if (code >= 0) code = nl_socket_add_memberships(socket, XFRMNLGRP_SA, 0);
   if (code >= 0) code = nl_socket_set_nonblocking(socket);
-  if (code < 0) return foundation::Error{"Netlink", -code, std::string("listen to the kernel: ") + nl_geterror(code)};
+  if (code < 0) return vpnctl::Error{"Netlink", -code, std::string("listen to the kernel: ") + nl_geterror(code)};
   const auto take = [](nl_msg *message, void *context) -> int {
     note(nlmsg_hdr(message), *static_cast<News *>(context));
     return NL_OK;

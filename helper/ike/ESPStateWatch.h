@@ -38,7 +38,7 @@ class ESPStateWatch {
 class NetlinkESPStateWatch : public ESPStateWatch {
  public:
   // EVENT outlives it. HANDLER may destroy it.
-  static foundation::Result<std::unique_ptr<ESPStateWatch>> start(sd_event *event, Handler handler);
+  static vpnctl::Result<std::unique_ptr<ESPStateWatch>> start(sd_event *event, Handler handler);
   NetlinkESPStateWatch(const NetlinkESPStateWatch &) = delete;
   NetlinkESPStateWatch &operator=(const NetlinkESPStateWatch &) = delete;
   ~NetlinkESPStateWatch() override;

@@ -16,9 +16,9 @@
 
 namespace helper {
 
-using foundation::Status;
 using isakmp::CipherAlgorithm;
 using isakmp::HashAlgorithm;
+using vpnctl::Status;
 
 namespace {
 
@@ -48,7 +48,7 @@ std::string_view kernelName(HashAlgorithm integrity) {
   return {};
 }
 
-foundation::Error netlinkError(int code, const char *context) {
+vpnctl::Error netlinkError(int code, const char *context) {
   return {"Netlink", -code, std::string(context) + ": " + nl_geterror(code)};
 }
 
@@ -71,10 +71,10 @@ class Order {
   }
   // An algorithm's fixed part with its key behind it.
   template <class Algorithm>
-  void put(int type, Algorithm algorithm, std::string_view name, const foundation::Secret &key) {
+  void put(int type, Algorithm algorithm, std::string_view name, const vpnctl::Secret &key) {
     std::memcpy(algorithm.alg_name, name.data(), std::min(name.size(), sizeof algorithm.alg_name - 1));
     algorithm.alg_key_len = static_cast<unsigned>(key.size() * 8);
-    foundation::Secret whole = foundation::Secret::ofSize(sizeof algorithm + key.size());
+    vpnctl::Secret whole = vpnctl::Secret::ofSize(sizeof algorithm + key.size());
     std::memcpy(whole.mutableBytes().data(), &algorithm, sizeof algorithm);
     std::ranges::copy(key.bytes(), whole.mutableBytes().begin() + sizeof algorithm);
     nla_put(message_, type, static_cast<int>(whole.size()), whole.bytes().data());
@@ -132,7 +132,7 @@ Order orderAbout(int type, in_addr source, in_addr destination, std::uint32_t sp
 
 }  // namespace
 
-foundation::Result<std::unique_ptr<NetlinkESPStates>> NetlinkESPStates::open(std::uint32_t reqid) {
+vpnctl::Result<std::unique_ptr<NetlinkESPStates>> NetlinkESPStates::open(std::uint32_t reqid) {
   std::unique_ptr<NetlinkESPStates> states(new NetlinkESPStates(nl_socket_alloc(), reqid));
   if (const int code = nl_connect(states->socket_, NETLINK_XFRM); code < 0)
     return netlinkError(code, "talk to the kernel about IPSec");
@@ -141,7 +141,7 @@ foundation::Result<std::unique_ptr<NetlinkESPStates>> NetlinkESPStates::open(std
 
 NetlinkESPStates::~NetlinkESPStates() { nl_socket_free(socket_); }
 
-foundation::Result<std::uint32_t> NetlinkESPStates::allocate(in_addr source, in_addr destination) {
+vpnctl::Result<std::uint32_t> NetlinkESPStates::allocate(in_addr source, in_addr destination) {
   xfrm_userspi_info wanted{};
   wanted.info = stateBetween(source, destination, reqid_);
   wanted.min = kFirstSPI;

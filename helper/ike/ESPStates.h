@@ -31,8 +31,8 @@ struct ESPState {
   in_addr destination{};
   std::uint32_t spi = 0;
   isakmp::ESPProposal algorithms;
-  foundation::Secret cipherKey;
-  foundation::Secret integrityKey;
+  vpnctl::Secret cipherKey;
+  vpnctl::Secret integrityKey;
   std::optional<Ports> encapsulation{};  // in UDP between these ports
   std::chrono::seconds lifetime{0};      // then the kernel forgets it, if nobody else did
 };
@@ -41,25 +41,25 @@ class ESPStates {
  public:
   virtual ~ESPStates() = default;
   // An SPI for packets from SOURCE to DESTINATION that is nobody else's, for half a minute.
-  virtual foundation::Result<std::uint32_t> allocate(in_addr source, in_addr destination) = 0;
+  virtual vpnctl::Result<std::uint32_t> allocate(in_addr source, in_addr destination) = 0;
   // Of an inbound state, whose SPI was allocated, or an outbound one. The newest outbound one is used.
-  virtual foundation::Status install(const ESPState &state, bool inbound) = 0;
+  virtual vpnctl::Status install(const ESPState &state, bool inbound) = 0;
   // Success also when there is none (any more).
-  virtual foundation::Status remove(in_addr source, in_addr destination, std::uint32_t spi) = 0;
+  virtual vpnctl::Status remove(in_addr source, in_addr destination, std::uint32_t spi) = 0;
   // Whether one with this SPI is in the kernel. Also true when the kernel does not say.
   virtual bool has(in_addr source, in_addr destination, std::uint32_t spi) = 0;
 };
 
 class NetlinkESPStates : public ESPStates {
  public:
-  static foundation::Result<std::unique_ptr<NetlinkESPStates>> open(std::uint32_t reqid);
+  static vpnctl::Result<std::unique_ptr<NetlinkESPStates>> open(std::uint32_t reqid);
   NetlinkESPStates(const NetlinkESPStates &) = delete;
   NetlinkESPStates &operator=(const NetlinkESPStates &) = delete;
   ~NetlinkESPStates() override;
 
-  foundation::Result<std::uint32_t> allocate(in_addr source, in_addr destination) override;
-  foundation::Status install(const ESPState &state, bool inbound) override;
-  foundation::Status remove(in_addr source, in_addr destination, std::uint32_t spi) override;
+  vpnctl::Result<std::uint32_t> allocate(in_addr source, in_addr destination) override;
+  vpnctl::Status install(const ESPState &state, bool inbound) override;
+  vpnctl::Status remove(in_addr source, in_addr destination, std::uint32_t spi) override;
   bool has(in_addr source, in_addr destination, std::uint32_t spi) override;
 
  private:

@@ -15,12 +15,12 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Result;
-using foundation::Status;
 using isakmp::Reason;
 using isakmp::Refused;
 using isakmp::Stage;
+using vpnctl::Error;
+using vpnctl::Result;
+using vpnctl::Status;
 
 namespace {
 
@@ -75,7 +75,7 @@ Result<std::uint16_t> IKEAssociation::guard(int socket) {
   sockaddr_in local{};
   socklen_t size = sizeof local;
   if (::getsockname(socket, reinterpret_cast<sockaddr *>(&local), &size) < 0)
-    return foundation::errnoError(errno, "ask for the socket's port");
+    return vpnctl::errnoError(errno, "ask for the socket's port");
   const std::uint16_t port = ntohs(local.sin_port);
   flowSockets_[port] = socket;
   return port;
@@ -86,10 +86,10 @@ Status IKEAssociation::prepare(int socket, int other) {
   sockaddr_in remote{};
   socklen_t size = sizeof local;
   if (::getsockname(socket, reinterpret_cast<sockaddr *>(&local), &size) < 0)
-    return foundation::errnoError(errno, "ask for the socket's address");
+    return vpnctl::errnoError(errno, "ask for the socket's address");
   size = sizeof remote;
   if (::getpeername(socket, reinterpret_cast<sockaddr *>(&remote), &size) < 0)
-    return foundation::errnoError(errno, "ask for the server's address");
+    return vpnctl::errnoError(errno, "ask for the server's address");
   local_ = local.sin_addr;
   remote_ = remote.sin_addr;
   flowRemotePort_ = ntohs(remote.sin_port);
@@ -173,7 +173,7 @@ bool IKEAssociation::readSecret() {
   if (secret_) return true;
   const auto peer = child_->peer();
   auto secret = peer ? context_.secrets.secretForService(secretName_, context_.secretUse, *peer)
-                     : Result<foundation::Secret>(peer.error());
+                     : Result<vpnctl::Secret>(peer.error());
   if (secret && secret->size() > kLargestIKEText)
     secret = Error{"vpnctl-ike", 0, "it is longer than " + std::to_string(kLargestIKEText) + " bytes"};
   if (secret) {

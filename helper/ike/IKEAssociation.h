@@ -44,12 +44,12 @@ class IKEAssociation : public IPSecAssociation {
  public:
   // The machine around it.
   struct Parts {
-    std::function<foundation::Result<std::unique_ptr<IKESpeaker>>(IKESpeaker::Handlers)> speaker;
-    std::function<foundation::Result<IKESocket>(in_addr local, std::uint16_t port)> socket;
-    std::function<foundation::Result<std::unique_ptr<ESPStates>>(std::uint32_t reqid)> states;
-    std::function<foundation::Result<std::unique_ptr<ESPStateWatch>>(ESPStateWatch::Handler)> watch;
-    std::function<foundation::Result<std::unique_ptr<XfrmTable>>()> table;
-    std::function<foundation::Status(int socket, std::uint32_t reqid)> guard;
+    std::function<vpnctl::Result<std::unique_ptr<IKESpeaker>>(IKESpeaker::Handlers)> speaker;
+    std::function<vpnctl::Result<IKESocket>(in_addr local, std::uint16_t port)> socket;
+    std::function<vpnctl::Result<std::unique_ptr<ESPStates>>(std::uint32_t reqid)> states;
+    std::function<vpnctl::Result<std::unique_ptr<ESPStateWatch>>(ESPStateWatch::Handler)> watch;
+    std::function<vpnctl::Result<std::unique_ptr<XfrmTable>>()> table;
+    std::function<vpnctl::Status(int socket, std::uint32_t reqid)> guard;
     // How long a server may say nothing at all before another way to it is tried, and vpnctl-ike its own end.
     std::chrono::milliseconds silence{7000};
     std::chrono::milliseconds farewell{1500};
@@ -69,10 +69,10 @@ class IKEAssociation : public IPSecAssociation {
   // where only that gets through; from port 500, for servers that hear nothing else.
   enum class Way { usual, encapsulated, wellKnownPort };
 
-  foundation::Status prepare(int socket, int other);
-  foundation::Result<std::uint16_t> guard(int socket);
+  vpnctl::Status prepare(int socket, int other);
+  vpnctl::Result<std::uint16_t> guard(int socket);
   void attempt();
-  foundation::Status openPairs(const IKESocket &socket);
+  vpnctl::Status openPairs(const IKESocket &socket);
   bool startChild();
   bool readSecret();
   bool orderStart();
@@ -88,13 +88,13 @@ class IKEAssociation : public IPSecAssociation {
   void handle(const isakmp::Refused &refused);
   void handle(const isakmp::Lost &lost);
   void handle(const isakmp::Stopped &stopped);
-  void answer(const foundation::Result<IKEOrder> &order);
+  void answer(const vpnctl::Result<IKEOrder> &order);
   void forbid(const std::string &what);
 
   void statesRemoved(const ESPStateWatch::News &news);
   void giveUp(isakmp::Stage stage);
   void awaitEnd();
-  void childEnded(const foundation::Status &how);
+  void childEnded(const vpnctl::Status &how);
   void attemptFailed(const isakmp::Refused &refusal);
   bool findAnotherWay(const isakmp::Refused &refusal);
   void fail(DeviceCause cause, std::string sentence);
@@ -127,7 +127,7 @@ class IKEAssociation : public IPSecAssociation {
   std::optional<std::string> lost_;  // a sentence; about to be told
   bool noted_ = false;
   std::optional<StartedProcess> notedProcess_;
-  std::optional<foundation::Secret> secret_;  // while it may be needed for another try
+  std::optional<vpnctl::Secret> secret_;  // while it may be needed for another try
   std::unique_ptr<XfrmTable> table_;
   IKESocket socket_;  // the kernel takes ESP out of UDP on it as long as it is open here
   std::unique_ptr<ESPPairs> pairs_;

@@ -10,9 +10,9 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::FileDescriptor;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::FileDescriptor;
+using vpnctl::Status;
 
 namespace {
 
@@ -20,8 +20,8 @@ constexpr std::chrono::milliseconds kFarewell{500};
 
 }  // namespace
 
-foundation::Result<std::unique_ptr<IKEProcess>> IKEProcess::start(sd_event *event, const std::string &program,
-                                                                  Handlers handlers) {
+vpnctl::Result<std::unique_ptr<IKEProcess>> IKEProcess::start(sd_event *event, const std::string &program,
+                                                              Handlers handlers) {
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) < 0)
     return errnoError(errno, "make sockets for " + program);
@@ -53,7 +53,7 @@ IKEProcess::~IKEProcess() {
   if (process_ && process_->running()) process_->waitFor(kFarewell);
 }
 
-foundation::Result<Peer> IKEProcess::peer() const { return Peer::ofChild(process_->pid()); }
+vpnctl::Result<Peer> IKEProcess::peer() const { return Peer::ofChild(process_->pid()); }
 
 Status IKEProcess::order(const IKEOrder &order, int socket) {
   const auto record = encode(order);

@@ -31,21 +31,21 @@ class IKESpeaker {
     std::function<void(const IKEReport &)> report;
     // It has ended, after its last word or before; or said what it may not (then the error says what), and is being
     // ended. Once, last.
-    std::function<void(const foundation::Status &how)> ended;
+    std::function<void(const vpnctl::Status &how)> ended;
   };
 
   virtual ~IKESpeaker() = default;
   virtual pid_t pid() const = 0;
   // The process that gets the shared secret.
-  virtual foundation::Result<Peer> peer() const = 0;
+  virtual vpnctl::Result<Peer> peer() const = 0;
   // SOCKET goes along with IKEStart, and stays the caller's, too.
-  virtual foundation::Status order(const IKEOrder &order, int socket) = 0;
+  virtual vpnctl::Status order(const IKEOrder &order, int socket) = 0;
 };
 
 class IKEProcess : public IKESpeaker {
  public:
-  static foundation::Result<std::unique_ptr<IKEProcess>> start(sd_event *event, const std::string &program,
-                                                               Handlers handlers);
+  static vpnctl::Result<std::unique_ptr<IKEProcess>> start(sd_event *event, const std::string &program,
+                                                           Handlers handlers);
   IKEProcess(const IKEProcess &) = delete;
   IKEProcess &operator=(const IKEProcess &) = delete;
   ~IKEProcess() override;
@@ -53,20 +53,20 @@ class IKEProcess : public IKESpeaker {
   // From now on these are told instead.
   void setHandlers(Handlers handlers) { handlers_ = std::move(handlers); }
   pid_t pid() const override { return process_->pid(); }
-  foundation::Result<Peer> peer() const override;
-  foundation::Status order(const IKEOrder &order, int socket) override;
+  vpnctl::Result<Peer> peer() const override;
+  vpnctl::Status order(const IKEOrder &order, int socket) override;
 
  private:
-  IKEProcess(Handlers handlers, foundation::FileDescriptor socket)
+  IKEProcess(Handlers handlers, vpnctl::FileDescriptor socket)
       : handlers_(std::move(handlers)), socket_(std::move(socket)) {}
   // False when there is nothing more to read for now.
   bool recordArrived();
-  void end(const foundation::Status &how);
+  void end(const vpnctl::Status &how);
 
   // Expires with this object: who has called a handler looks here before going on.
   std::shared_ptr<const bool> alive_ = std::make_shared<const bool>(true);
   Handlers handlers_;
-  foundation::FileDescriptor socket_;
+  vpnctl::FileDescriptor socket_;
   std::optional<linux::ChildProcess> process_;
   linux::EventSource reading_;
 };

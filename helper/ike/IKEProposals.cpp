@@ -2,8 +2,8 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Result;
+using vpnctl::Error;
+using vpnctl::Result;
 
 namespace {
 

@@ -11,9 +11,9 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Result;
-using foundation::Secret;
+using vpnctl::Error;
+using vpnctl::Result;
+using vpnctl::Secret;
 using namespace isakmp;
 
 namespace {

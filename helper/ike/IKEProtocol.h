@@ -52,7 +52,7 @@ inline constexpr std::size_t kLargestIKEText = 512;  // bytes, of a secret, too
 
 struct IKEStart {
   isakmp::Plan plan;
-  foundation::Secret presharedKey;
+  vpnctl::Secret presharedKey;
 };
 struct IKEAllocated {
   isakmp::PairID pair = 0;
@@ -77,7 +77,7 @@ isakmp::Bytes encode(const IKEOrder &order);
 isakmp::Bytes encode(const IKEReport &report);
 
 // The error is a sentence part: "a record of the unknown type 9".
-foundation::Result<IKEOrder> decodeIKEOrder(std::span<const std::uint8_t> record);
-foundation::Result<IKEReport> decodeIKEReport(std::span<const std::uint8_t> record);
+vpnctl::Result<IKEOrder> decodeIKEOrder(std::span<const std::uint8_t> record);
+vpnctl::Result<IKEReport> decodeIKEReport(std::span<const std::uint8_t> record);
 
 }  // namespace helper

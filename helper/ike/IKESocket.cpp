@@ -9,10 +9,10 @@
 
 namespace helper {
 
-using foundation::errnoError;
+using vpnctl::errnoError;
 
 // Without SO_REUSEADDR: of two that set it the last one would get the packets of both.
-foundation::Result<IKESocket> IKESocket::open(in_addr local, std::uint16_t port) {
+vpnctl::Result<IKESocket> IKESocket::open(in_addr local, std::uint16_t port) {
   IKESocket socket;
   socket.descriptor.reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
   if (!socket.descriptor) return errnoError(errno, "open a UDP socket");

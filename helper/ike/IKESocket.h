@@ -15,12 +15,12 @@
 namespace helper {
 
 struct IKESocket {
-  foundation::FileDescriptor descriptor;
+  vpnctl::FileDescriptor descriptor;
   std::uint16_t port = 0;  // its own
 
   // From LOCAL and PORT; 0: any. No policy of the machine's keeps its packets in, or wants them inside IPSec.
   // EADDRINUSE when somebody else has the port.
-  static foundation::Result<IKESocket> open(in_addr local, std::uint16_t port);
+  static vpnctl::Result<IKESocket> open(in_addr local, std::uint16_t port);
 };
 
 }  // namespace helper

@@ -4,8 +4,8 @@
 
 namespace helper {
 
-using foundation::Result;
-using foundation::Status;
+using vpnctl::Result;
+using vpnctl::Status;
 
 IKESpare::IKESpare(sd_event *event, std::string program) : event_(event), program_(std::move(program)) {
   // It has nothing to say before its first order.

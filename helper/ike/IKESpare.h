@@ -24,7 +24,7 @@ class IKESpare {
   IKESpare(const IKESpare &) = delete;
   IKESpare &operator=(const IKESpare &) = delete;
 
-  foundation::Result<std::unique_ptr<IKESpeaker>> take(IKESpeaker::Handlers handlers);
+  vpnctl::Result<std::unique_ptr<IKESpeaker>> take(IKESpeaker::Handlers handlers);
 
  private:
   sd_event *event_;

@@ -17,11 +17,11 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::Error;
-using foundation::FileDescriptor;
-using foundation::Result;
 using isakmp::Instant;
+using vpnctl::errnoError;
+using vpnctl::Error;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
 
 namespace {
 

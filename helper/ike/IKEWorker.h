@@ -18,7 +18,7 @@ namespace helper {
 class IKEWorker {
  public:
   // Waits for the helper's order to start. An error when something else comes, or nothing.
-  static foundation::Result<std::unique_ptr<IKEWorker>> awaitStart(foundation::FileDescriptor helper);
+  static vpnctl::Result<std::unique_ptr<IKEWorker>> awaitStart(vpnctl::FileDescriptor helper);
   IKEWorker(const IKEWorker &) = delete;
   IKEWorker &operator=(const IKEWorker &) = delete;
 
@@ -31,7 +31,7 @@ class IKEWorker {
     void fill(std::span<std::uint8_t> bytes) override;
   };
 
-  IKEWorker(foundation::FileDescriptor helper, foundation::FileDescriptor server, IKEStart start);
+  IKEWorker(vpnctl::FileDescriptor helper, vpnctl::FileDescriptor server, IKEStart start);
 
   void hearHelper();
   void hearServer();
@@ -39,8 +39,8 @@ class IKEWorker {
   void send(const isakmp::Send &datagram);
   void report(const IKEReport &report);
 
-  foundation::FileDescriptor helper_;
-  foundation::FileDescriptor server_;
+  vpnctl::FileDescriptor helper_;
+  vpnctl::FileDescriptor server_;
   in_addr address_;  // the server's
   SystemRandomness randomness_;
   isakmp::Initiator initiator_;

@@ -34,18 +34,18 @@ xfrm_userpolicy_info everything() {
 
 // INFO is the first member of POLICY.
 template <class Policy>
-foundation::Status set(int socket, Policy &policy, xfrm_userpolicy_info &info, const char *context) {
+vpnctl::Status set(int socket, Policy &policy, xfrm_userpolicy_info &info, const char *context) {
   for (const std::uint8_t direction : {XFRM_POLICY_OUT, XFRM_POLICY_IN}) {
     info.dir = direction;
     if (::setsockopt(socket, IPPROTO_IP, IP_XFRM_POLICY, &policy, sizeof policy) < 0)
-      return foundation::errnoError(errno, context);
+      return vpnctl::errnoError(errno, context);
   }
   return {};
 }
 
 }  // namespace
 
-foundation::Status guardSocket(int socket, std::uint32_t reqid) {
+vpnctl::Status guardSocket(int socket, std::uint32_t reqid) {
   Policy policy;
   policy.info = everything();
   policy.ways.family = AF_INET;
@@ -60,7 +60,7 @@ foundation::Status guardSocket(int socket, std::uint32_t reqid) {
   return set(socket, policy, policy.info, "guard the socket");
 }
 
-foundation::Status exemptSocket(int socket) {
+vpnctl::Status exemptSocket(int socket) {
   xfrm_userpolicy_info policy = everything();
   return set(socket, policy, policy, "exempt the socket from IPSec");
 }

@@ -14,7 +14,7 @@
 
 namespace helper {
 
-using foundation::Status;
+using vpnctl::Status;
 
 namespace {
 
@@ -23,7 +23,7 @@ struct Release {
 };
 using Message = std::unique_ptr<nl_msg, Release>;
 
-foundation::Error netlinkError(int code, const std::string &context) {
+vpnctl::Error netlinkError(int code, const std::string &context) {
   return {"Netlink", -code, context + ": " + nl_geterror(code)};
 }
 
@@ -97,7 +97,7 @@ int nameState(nl_sock *socket, const xfrm_usersa_info &state) {
 
 const int NetlinkXfrmTable::kNoIPSec = NLE_PROTO_MISMATCH;
 
-foundation::Result<std::unique_ptr<NetlinkXfrmTable>> NetlinkXfrmTable::open() {
+vpnctl::Result<std::unique_ptr<NetlinkXfrmTable>> NetlinkXfrmTable::open() {
   std::unique_ptr<NetlinkXfrmTable> table(new NetlinkXfrmTable(nl_socket_alloc()));
   if (const int code = nl_connect(table->socket_, NETLINK_XFRM); code < 0)
     return netlinkError(code, "talk to the kernel about IPSec");

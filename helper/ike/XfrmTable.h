@@ -19,7 +19,7 @@ class XfrmTable {
  public:
   virtual ~XfrmTable() = default;
   // Removes every state of REQID, also those that wait for an association that never comes.
-  virtual foundation::Status remove(std::uint32_t reqid) = 0;
+  virtual vpnctl::Status remove(std::uint32_t reqid) = 0;
   // Whether there is any between these two of another number: somebody else's here, who has the same server. False also
   // when the kernel does not say.
   virtual bool hasOthers(in_addr local, in_addr remote, std::uint32_t reqid) = 0;
@@ -32,12 +32,12 @@ class NetlinkXfrmTable : public XfrmTable {
   // Of the error of open() when the kernel has no IPSec.
   static const int kNoIPSec;
 
-  static foundation::Result<std::unique_ptr<NetlinkXfrmTable>> open();
+  static vpnctl::Result<std::unique_ptr<NetlinkXfrmTable>> open();
   NetlinkXfrmTable(const NetlinkXfrmTable &) = delete;
   NetlinkXfrmTable &operator=(const NetlinkXfrmTable &) = delete;
   ~NetlinkXfrmTable() override;
 
-  foundation::Status remove(std::uint32_t reqid) override;
+  vpnctl::Status remove(std::uint32_t reqid) override;
   bool hasOthers(in_addr local, in_addr remote, std::uint32_t reqid) override;
   bool knowsESP() override;
 
@@ -48,6 +48,6 @@ class NetlinkXfrmTable : public XfrmTable {
 };
 
 // Takes everything of REQID out of the kernel, as remove() does; success also where the kernel has no IPSec.
-foundation::Status removeIPSecStates(std::uint32_t reqid);
+vpnctl::Status removeIPSecStates(std::uint32_t reqid);
 
 }  // namespace helper

@@ -14,10 +14,10 @@
 int main() {
   // What is locked in memory stays so; what comes later may be locked only where nothing limits it.
   constexpr rlimit kUnlimited{RLIM_INFINITY, RLIM_INFINITY};
-  if (::setrlimit(RLIMIT_MEMLOCK, &kUnlimited) == 0) foundation::protectProcessMemory();
+  if (::setrlimit(RLIMIT_MEMLOCK, &kUnlimited) == 0) vpnctl::protectProcessMemory();
   // Its configuration is a file, and could name libraries to load.
   if (OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr) != 1) return 1;
-  auto worker = helper::IKEWorker::awaitStart(foundation::FileDescriptor(STDIN_FILENO));
+  auto worker = helper::IKEWorker::awaitStart(vpnctl::FileDescriptor(STDIN_FILENO));
   if (!worker) return 1;
   if (!helper::confine()) return 1;
   try {

@@ -23,7 +23,7 @@ const EVP_CIPHER *cipherOf(CipherAlgorithm cipher) {
   throw std::logic_error("no such cipher");
 }
 
-Bytes crypt(CipherAlgorithm cipher, const foundation::Secret &key, View iv, View text, bool encrypting) {
+Bytes crypt(CipherAlgorithm cipher, const vpnctl::Secret &key, View iv, View text, bool encrypting) {
   if (key.size() != keySize(cipher) || iv.size() != blockSize(cipher) || text.size() % blockSize(cipher) != 0)
     throw std::logic_error("a cipher's input of the wrong size");
   const std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> context(EVP_CIPHER_CTX_new(),
@@ -41,11 +41,11 @@ Bytes crypt(CipherAlgorithm cipher, const foundation::Secret &key, View iv, View
 
 }  // namespace
 
-Bytes encrypt(CipherAlgorithm cipher, const foundation::Secret &key, View iv, View text) {
+Bytes encrypt(CipherAlgorithm cipher, const vpnctl::Secret &key, View iv, View text) {
   return crypt(cipher, key, iv, text, true);
 }
 
-Bytes decrypt(CipherAlgorithm cipher, const foundation::Secret &key, View iv, View text) {
+Bytes decrypt(CipherAlgorithm cipher, const vpnctl::Secret &key, View iv, View text) {
   return crypt(cipher, key, iv, text, false);
 }
 

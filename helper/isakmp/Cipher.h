@@ -11,7 +11,7 @@
 namespace helper::isakmp {
 
 // TEXT is whole blocks, KEY and IV are of the cipher's sizes.
-Bytes encrypt(CipherAlgorithm cipher, const foundation::Secret &key, View iv, View text);
-Bytes decrypt(CipherAlgorithm cipher, const foundation::Secret &key, View iv, View text);
+Bytes encrypt(CipherAlgorithm cipher, const vpnctl::Secret &key, View iv, View text);
+Bytes decrypt(CipherAlgorithm cipher, const vpnctl::Secret &key, View iv, View text);
 
 }  // namespace helper::isakmp

@@ -35,14 +35,14 @@ Bytes hashOf(HashAlgorithm algorithm, std::initializer_list<View> parts) {
   return result;
 }
 
-foundation::Secret prf(HashAlgorithm algorithm, const foundation::Secret &key, std::initializer_list<View> parts) {
+vpnctl::Secret prf(HashAlgorithm algorithm, const vpnctl::Secret &key, std::initializer_list<View> parts) {
   std::size_t size = 0;
   for (const View part : parts) size += part.size();
   // Some parts are secrets, so that what they are joined in is one.
-  auto text = foundation::Secret::ofSize(size);
+  auto text = vpnctl::Secret::ofSize(size);
   auto place = text.mutableBytes().begin();
   for (const View part : parts) place = std::copy(part.begin(), part.end(), place);
-  auto result = foundation::Secret::ofSize(hashSize(algorithm));
+  auto result = vpnctl::Secret::ofSize(hashSize(algorithm));
   static constexpr std::uint8_t kNothing = 0;  // a null key would mean the key of the call before
   if (HMAC(digestOf(algorithm), key.empty() ? &kNothing : key.bytes().data(), static_cast<int>(key.size()),
            text.bytes().data(), text.size(), result.mutableBytes().data(), nullptr) == nullptr)

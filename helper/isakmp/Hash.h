@@ -20,7 +20,7 @@ const evp_md_st *digestOf(HashAlgorithm algorithm);
 
 // Of the PARTS, one after the other.
 Bytes hashOf(HashAlgorithm algorithm, std::initializer_list<View> parts);
-foundation::Secret prf(HashAlgorithm algorithm, const foundation::Secret &key, std::initializer_list<View> parts);
+vpnctl::Secret prf(HashAlgorithm algorithm, const vpnctl::Secret &key, std::initializer_list<View> parts);
 
 // False at once for different sizes; otherwise the time does not tell where they differ.
 bool equalInConstantTime(View a, View b);

@@ -22,9 +22,9 @@ bool isKnown(std::uint8_t exchange) {
 
 }  // namespace
 
-foundation::Error malformed(std::string reason) { return {"ISAKMP", 0, std::move(reason)}; }
+vpnctl::Error malformed(std::string reason) { return {"ISAKMP", 0, std::move(reason)}; }
 
-foundation::Result<Header> decodeHeader(View datagram) {
+vpnctl::Result<Header> decodeHeader(View datagram) {
   if (datagram.size() < kHeaderSize) return malformed("shorter than a header");
   if (datagram.size() > kLongestMessage) return malformed("too long");
   if (datagram[17] != kVersion) return malformed("another version");

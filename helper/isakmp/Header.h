@@ -34,11 +34,11 @@ struct Header {
 };
 
 // An error for what is not one whole message of version 1.0 in an exchange that we know.
-foundation::Result<Header> decodeHeader(View datagram);
+vpnctl::Result<Header> decodeHeader(View datagram);
 // SIZE: of the whole message.
 Bytes encodeHeader(const Header &header, std::size_t size);
 
 // What is wrong with bytes from outside, as this room's parsers say it.
-foundation::Error malformed(std::string reason);
+vpnctl::Error malformed(std::string reason);
 
 }  // namespace helper::isakmp

@@ -62,7 +62,7 @@ std::optional<IPv4Bytes> Identification::address() const {
 
 bool Identification::sameName(const Identification &other) const { return type == other.type && data == other.data; }
 
-foundation::Result<Identification> decodeIdentification(View body) {
+vpnctl::Result<Identification> decodeIdentification(View body) {
   if (body.size() < 4) return malformed("an identification shorter than its fixed part");
   if (body.size() == 4) return malformed("an identification of nobody");
   if (body.size() > 4 + kLongest) return malformed("an identification that is too long");

@@ -37,7 +37,7 @@ struct Identification {
   bool operator==(const Identification &) const = default;
 };
 
-foundation::Result<Identification> decodeIdentification(View body);
+vpnctl::Result<Identification> decodeIdentification(View body);
 Bytes encode(const Identification &identification);
 
 }  // namespace helper::isakmp

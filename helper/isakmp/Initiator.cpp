@@ -15,7 +15,7 @@ constexpr std::uint8_t kKeepAlive[] = {0xff};
 
 }  // namespace
 
-Initiator::Initiator(Plan plan, foundation::Secret presharedKey, Randomness &random)
+Initiator::Initiator(Plan plan, vpnctl::Secret presharedKey, Randomness &random)
     : session_(std::move(plan), std::move(presharedKey), random),
       phaseOnes_(session_, {.established = [this](const auto &association) { phaseOneStands(association); },
                             .failed = [this](const Failure &failure) { phaseOneFailed(failure); },

@@ -25,7 +25,7 @@ namespace helper::isakmp {
 class Initiator {
  public:
   // PLAN has at least one proposal of each kind. RANDOM must outlive it.
-  Initiator(Plan plan, foundation::Secret presharedKey, Randomness &random);
+  Initiator(Plan plan, vpnctl::Secret presharedKey, Randomness &random);
   Initiator(const Initiator &) = delete;
   Initiator &operator=(const Initiator &) = delete;
 
@@ -69,8 +69,8 @@ class Initiator {
   QuickModes quickModes_;
   DeadPeerDetection deadPeer_;
   // Forgeries use up the first only, so that the server is still heard among them.
-  foundation::RateLimit unsignedLimit_;
-  foundation::RateLimit signedLimit_;
+  vpnctl::RateLimit unsignedLimit_;
+  vpnctl::RateLimit signedLimit_;
   std::optional<Instant> keepAlive_;
   bool started_ = false;
   bool wantsPair_ = true;      // as soon as phase 1 stands

@@ -14,10 +14,10 @@ namespace helper::isakmp {
 
 // The keys of phase 1. Each is wiped when it dies.
 struct PhaseOneKeys {
-  foundation::Secret skeyID;
-  foundation::Secret derivation;      // SKEYID_d, for the keys of phase 2
-  foundation::Secret authentication;  // SKEYID_a, for hashes of later messages
-  foundation::Secret encryption;      // as long as the cipher wants it
+  vpnctl::Secret skeyID;
+  vpnctl::Secret derivation;      // SKEYID_d, for the keys of phase 2
+  vpnctl::Secret authentication;  // SKEYID_a, for hashes of later messages
+  vpnctl::Secret encryption;      // as long as the cipher wants it
 };
 
 struct PhaseOneInput {
@@ -26,8 +26,8 @@ struct PhaseOneInput {
   Cookies cookies;
   View nonceI, nonceR;  // bodies
 };
-PhaseOneKeys derivePhaseOneKeys(const PhaseOneInput &input, const foundation::Secret &presharedKey,
-                                const foundation::Secret &shared);
+PhaseOneKeys derivePhaseOneKeys(const PhaseOneInput &input, const vpnctl::Secret &presharedKey,
+                                const vpnctl::Secret &shared);
 
 // HASH_I and HASH_R: of the side whose public value is OWN and whose identification is ID. ASSOCIATION: the body that
 // the initiator sent.
@@ -37,7 +37,7 @@ struct AuthenticationInput {
   View association;
   View id;
 };
-foundation::Secret authenticationHash(HashAlgorithm hash, const PhaseOneKeys &keys, const AuthenticationInput &input);
+vpnctl::Secret authenticationHash(HashAlgorithm hash, const PhaseOneKeys &keys, const AuthenticationInput &input);
 
 // For phase 1's first encrypted message: of both public values.
 Bytes firstIV(HashAlgorithm hash, CipherAlgorithm cipher, View publicI, View publicR);
@@ -45,14 +45,13 @@ Bytes firstIV(HashAlgorithm hash, CipherAlgorithm cipher, View publicI, View pub
 Bytes exchangeIV(HashAlgorithm hash, CipherAlgorithm cipher, View lastBlock, std::uint32_t messageID);
 
 // HASH(1), also of informational exchanges, HASH(2), HASH(3). REST: what follows the hash's payload.
-foundation::Secret hash1(HashAlgorithm hash, const PhaseOneKeys &keys, std::uint32_t messageID, View rest);
-foundation::Secret hash2(HashAlgorithm hash, const PhaseOneKeys &keys, std::uint32_t messageID, View nonceI, View rest);
-foundation::Secret hash3(HashAlgorithm hash, const PhaseOneKeys &keys, std::uint32_t messageID, View nonceI,
-                         View nonceR);
+vpnctl::Secret hash1(HashAlgorithm hash, const PhaseOneKeys &keys, std::uint32_t messageID, View rest);
+vpnctl::Secret hash2(HashAlgorithm hash, const PhaseOneKeys &keys, std::uint32_t messageID, View nonceI, View rest);
+vpnctl::Secret hash3(HashAlgorithm hash, const PhaseOneKeys &keys, std::uint32_t messageID, View nonceI, View nonceR);
 
 // SIZE bytes for the association with SPI. SHARED is empty without perfect forward secrecy.
-foundation::Secret keyMaterial(HashAlgorithm hash, const PhaseOneKeys &keys, const foundation::Secret &shared,
-                               std::uint32_t spi, View nonceI, View nonceR, std::size_t size);
+vpnctl::Secret keyMaterial(HashAlgorithm hash, const PhaseOneKeys &keys, const vpnctl::Secret &shared,
+                           std::uint32_t spi, View nonceI, View nonceR, std::size_t size);
 
 // By which both sides find out whether the addresses are changed on the way.
 Bytes natDetectionHash(HashAlgorithm hash, const Cookies &cookies, const IPv4Bytes &address, std::uint16_t port);

@@ -63,7 +63,7 @@ std::size_t fieldSize(Group group) {
 
 Number number(View bytes) { return made(Number(BN_bin2bn(bytes.data(), static_cast<int>(bytes.size()), nullptr))); }
 
-Number secretNumber(const foundation::Secret &secret) {
+Number secretNumber(const vpnctl::Secret &secret) {
   Number result = number(secret.bytes());
   BN_set_flags(result.get(), BN_FLG_CONSTTIME);
   return result;
@@ -93,39 +93,39 @@ Curve curveOf(Group group) {
 }
 
 // BASE to the power of EXPONENT, filled up with zeros.
-foundation::Secret power(Group group, const BIGNUM *base, const foundation::Secret &exponent) {
+vpnctl::Secret power(Group group, const BIGNUM *base, const vpnctl::Secret &exponent) {
   const Number prime = primeOf(group);
   const Number secret = secretNumber(exponent);
   const Number result = made(Number(BN_new()));
   const Scratch scratch = made(Scratch(BN_CTX_new()));
   must(BN_mod_exp_mont_consttime(result.get(), base, secret.get(), prime.get(), scratch.get(), nullptr) == 1);
-  auto bytes = foundation::Secret::ofSize(fieldSize(group));
+  auto bytes = vpnctl::Secret::ofSize(fieldSize(group));
   must(BN_bn2binpad(result.get(), bytes.mutableBytes().data(), static_cast<int>(bytes.size())) > 0);
   return bytes;
 }
 
 // Both coordinates of POINT.
-foundation::Secret coordinates(Group group, const EC_GROUP *curve, const EC_POINT *point) {
+vpnctl::Secret coordinates(Group group, const EC_GROUP *curve, const EC_POINT *point) {
   const std::size_t size = fieldSize(group);
   const Number x = made(Number(BN_new()));
   const Number y = made(Number(BN_new()));
   must(EC_POINT_get_affine_coordinates(curve, point, x.get(), y.get(), nullptr) == 1);
-  auto bytes = foundation::Secret::ofSize(2 * size);
+  auto bytes = vpnctl::Secret::ofSize(2 * size);
   must(BN_bn2binpad(x.get(), bytes.mutableBytes().data(), static_cast<int>(size)) > 0);
   must(BN_bn2binpad(y.get(), bytes.mutableBytes().data() + size, static_cast<int>(size)) > 0);
   return bytes;
 }
 
-foundation::Secret chooseExponent(Randomness &random) {
-  auto exponent = foundation::Secret::ofSize(kExponentSize);
+vpnctl::Secret chooseExponent(Randomness &random) {
+  auto exponent = vpnctl::Secret::ofSize(kExponentSize);
   random.fill(exponent.mutableBytes());
   exponent.mutableBytes().front() |= 0x80;  // neither 0 nor small
   return exponent;
 }
 
 // From 1 to the curve's order less 1. Eight bytes more than it has make all of them equally likely.
-foundation::Secret chooseScalar(Group group, Randomness &random) {
-  auto seed = foundation::Secret::ofSize(fieldSize(group) + 8);
+vpnctl::Secret chooseScalar(Group group, Randomness &random) {
+  auto seed = vpnctl::Secret::ofSize(fieldSize(group) + 8);
   random.fill(seed.mutableBytes());
   const Curve curve = curveOf(group);
   const Scratch scratch = made(Scratch(BN_CTX_new()));
@@ -133,12 +133,12 @@ foundation::Secret chooseScalar(Group group, Randomness &random) {
   const Number scalar = secretNumber(seed);
   must(BN_sub_word(range.get(), 1) == 1 && BN_nnmod(scalar.get(), scalar.get(), range.get(), scratch.get()) == 1 &&
        BN_add_word(scalar.get(), 1) == 1);
-  auto bytes = foundation::Secret::ofSize(fieldSize(group));
+  auto bytes = vpnctl::Secret::ofSize(fieldSize(group));
   must(BN_bn2binpad(scalar.get(), bytes.mutableBytes().data(), static_cast<int>(bytes.size())) > 0);
   return bytes;
 }
 
-Bytes publicOf(Group group, const foundation::Secret &privateValue) {
+Bytes publicOf(Group group, const vpnctl::Secret &privateValue) {
   if (!isCurve(group)) {
     const Number generator = made(Number(BN_new()));
     must(BN_set_word(generator.get(), 2) == 1);
@@ -151,7 +151,7 @@ Bytes publicOf(Group group, const foundation::Secret &privateValue) {
   return copyOf(coordinates(group, curve.get(), point.get()).bytes());
 }
 
-foundation::Result<foundation::Secret> sharedNumber(Group group, const foundation::Secret &privateValue, View peer) {
+vpnctl::Result<vpnctl::Secret> sharedNumber(Group group, const vpnctl::Secret &privateValue, View peer) {
   const Number value = number(peer);
   const Number last = primeOf(group);
   must(BN_sub_word(last.get(), 1) == 1);
@@ -160,7 +160,7 @@ foundation::Result<foundation::Secret> sharedNumber(Group group, const foundatio
   return power(group, value.get(), privateValue);
 }
 
-foundation::Result<foundation::Secret> sharedPoint(Group group, const foundation::Secret &privateValue, View peer) {
+vpnctl::Result<vpnctl::Secret> sharedPoint(Group group, const vpnctl::Secret &privateValue, View peer) {
   const Curve curve = curveOf(group);
   const Point point = made(Point(EC_POINT_new(curve.get())));
   const Point result = made(Point(EC_POINT_new(curve.get())));
@@ -171,7 +171,7 @@ foundation::Result<foundation::Secret> sharedPoint(Group group, const foundation
     return malformed("a public value that is no point of the curve");
   const Number scalar = secretNumber(privateValue);
   must(EC_POINT_mul(curve.get(), result.get(), nullptr, point.get(), scalar.get(), nullptr) == 1);
-  return foundation::Secret(coordinates(group, curve.get(), result.get()).bytes().first(fieldSize(group)));
+  return vpnctl::Secret(coordinates(group, curve.get(), result.get()).bytes().first(fieldSize(group)));
 }
 
 }  // namespace
@@ -181,10 +181,10 @@ std::size_t publicSize(Group group) { return fieldSize(group) * (isCurve(group) 
 KeyExchange::KeyExchange(Group group, Randomness &random)
     : KeyExchange(group, isCurve(group) ? chooseScalar(group, random) : chooseExponent(random)) {}
 
-KeyExchange::KeyExchange(Group group, foundation::Secret privateValue)
+KeyExchange::KeyExchange(Group group, vpnctl::Secret privateValue)
     : group_(group), private_(std::move(privateValue)), public_(publicOf(group, private_)) {}
 
-foundation::Result<foundation::Secret> KeyExchange::sharedSecret(View peer) const {
+vpnctl::Result<vpnctl::Secret> KeyExchange::sharedSecret(View peer) const {
   if (peer.size() != publicSize(group_)) return malformed("a public value of the wrong size");
   if (sameBytes(peer, public_)) return malformed("our own public value");
   return isCurve(group_) ? sharedPoint(group_, private_, peer) : sharedNumber(group_, private_, peer);

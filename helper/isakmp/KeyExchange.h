@@ -21,17 +21,17 @@ class KeyExchange {
  public:
   KeyExchange(Group group, Randomness &random);
   // With a private value that is given, for known answers.
-  KeyExchange(Group group, foundation::Secret privateValue);
+  KeyExchange(Group group, vpnctl::Secret privateValue);
 
   Group group() const { return group_; }
   const Bytes &publicValue() const { return public_; }
   // Filled up with zeros to the group's size; of a point the first coordinate. An error for a value that has the wrong
   // size, is our own, lies in a small subgroup or is no point of the curve.
-  foundation::Result<foundation::Secret> sharedSecret(View peer) const;
+  vpnctl::Result<vpnctl::Secret> sharedSecret(View peer) const;
 
  private:
   Group group_;
-  foundation::Secret private_;
+  vpnctl::Secret private_;
   Bytes public_;
 };
 

@@ -14,7 +14,7 @@ bool isOurDomain(View body) { return read32(body) <= kIPSecDOI; }
 
 }  // namespace
 
-foundation::Result<Notification> decodeNotification(View body) {
+vpnctl::Result<Notification> decodeNotification(View body) {
   if (body.size() < 8) return malformed("a notification shorter than its fixed part");
   if (!isOurDomain(body)) return malformed("a notification of another domain");
   const std::size_t spiSize = body[5];
@@ -34,7 +34,7 @@ Bytes encode(const Notification &notification) {
   return bytes;
 }
 
-foundation::Result<Deletion> decodeDeletion(View body) {
+vpnctl::Result<Deletion> decodeDeletion(View body) {
   if (body.size() < 8) return malformed("a delete shorter than its fixed part");
   if (!isOurDomain(body)) return malformed("a delete of another domain");
   const std::size_t spiSize = body[5];

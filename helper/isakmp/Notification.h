@@ -28,9 +28,9 @@ struct Deletion {
   bool operator==(const Deletion &) const = default;
 };
 
-foundation::Result<Notification> decodeNotification(View body);
+vpnctl::Result<Notification> decodeNotification(View body);
 Bytes encode(const Notification &notification);
-foundation::Result<Deletion> decodeDeletion(View body);
+vpnctl::Result<Deletion> decodeDeletion(View body);
 Bytes encode(const Deletion &deletion);
 
 // "NO-PROPOSAL-CHOSEN", or "notification 4711".

@@ -60,8 +60,8 @@ struct InstallState {
   Direction direction = Direction::inbound;
   std::uint32_t spi = 0;
   ESPProposal algorithms;
-  foundation::Secret cipherKey;
-  foundation::Secret integrityKey;
+  vpnctl::Secret cipherKey;
+  vpnctl::Secret integrityKey;
   bool encapsulated = false;         // in UDP, between the socket's port and 4500
   std::chrono::seconds lifetime{0};  // when the kernel may forget it, if nobody else did
 };

@@ -43,7 +43,7 @@ std::string named(PayloadType type) { return "payload type " + std::to_string(st
 
 }  // namespace
 
-foundation::Result<PayloadChain> PayloadChain::decode(PayloadType first, View bytes, Padding padding) {
+vpnctl::Result<PayloadChain> PayloadChain::decode(PayloadType first, View bytes, Padding padding) {
   PayloadChain chain;
   View left = bytes;
   for (PayloadType type = first; type != PayloadType::none;) {
@@ -80,8 +80,8 @@ std::vector<View> PayloadChain::all(PayloadType type) const {
   return bodies;
 }
 
-foundation::Status PayloadChain::expect(std::initializer_list<PayloadType> required,
-                                        std::initializer_list<PayloadType> allowed) const {
+vpnctl::Status PayloadChain::expect(std::initializer_list<PayloadType> required,
+                                    std::initializer_list<PayloadType> allowed) const {
   for (const PayloadType type : required)
     if (!find(type)) return malformed("without " + named(type));
   const auto isIn = [](std::initializer_list<PayloadType> list, PayloadType type) {

@@ -28,7 +28,7 @@ class PayloadChain {
   enum class Padding { none, allowed };  // what was encrypted is filled up to whole blocks
 
   // An error for a chain that is not whole, has a payload that we do not know, or has one twice that may be there once.
-  static foundation::Result<PayloadChain> decode(PayloadType first, View bytes, Padding padding);
+  static vpnctl::Result<PayloadChain> decode(PayloadType first, View bytes, Padding padding);
 
   const std::vector<Payload> &payloads() const { return payloads_; }
   // Without padding.
@@ -39,8 +39,7 @@ class PayloadChain {
   std::optional<View> find(PayloadType type) const;
   std::vector<View> all(PayloadType type) const;
   // An error when a payload is missing, or is there that is neither in REQUIRED nor in ALLOWED.
-  foundation::Status expect(std::initializer_list<PayloadType> required,
-                            std::initializer_list<PayloadType> allowed) const;
+  vpnctl::Status expect(std::initializer_list<PayloadType> required, std::initializer_list<PayloadType> allowed) const;
 
  private:
   std::vector<Payload> payloads_;

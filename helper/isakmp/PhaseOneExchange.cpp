@@ -2,7 +2,7 @@
 
 namespace helper::isakmp {
 
-using foundation::Secret;
+using vpnctl::Secret;
 
 namespace {
 
@@ -32,7 +32,7 @@ void PhaseOneExchange::makeHalf(Group group) {
   setting_.random.fill(nonce);
 }
 
-foundation::Status PhaseOneExchange::takeHalf(View publicValue, View nonce) {
+vpnctl::Status PhaseOneExchange::takeHalf(View publicValue, View nonce) {
   const bool first = side_ == Side::initiator;
   if (nonce.size() < kShortestNonce || nonce.size() > kLongestNonce) return malformed("a nonce of the wrong size");
   if (sameBytes(nonce, first ? nonceI_ : nonceR_)) return malformed("our own nonce");
@@ -74,7 +74,7 @@ void PhaseOneExchange::addNATDetection(PayloadWriter &writer) const {
   writer.add(type, own);
 }
 
-foundation::Status PhaseOneExchange::takeNATDetection(const PayloadChain &chain) {
+vpnctl::Status PhaseOneExchange::takeNATDetection(const PayloadChain &chain) {
   if (extensions_.natTraversal == NATTraversal::none) return {};
   const std::vector<View> hashes = chain.all(natDetectionPayload(extensions_.natTraversal));
   // It names the extension and does not use it.

@@ -51,7 +51,7 @@ class PhaseOneExchange {
   // All but the port must outlive the exchange.
   struct Setting {
     const Plan &plan;
-    const foundation::Secret &presharedKey;
+    const vpnctl::Secret &presharedKey;
     Randomness &random;
     ServerPort port;
     const Identification *peer;  // who the server was before; null: nobody yet
@@ -85,14 +85,14 @@ class PhaseOneExchange {
   // Our half of the key, and a nonce.
   void makeHalf(Group group);
   // Nothing is taken over when the peer's half is refused.
-  foundation::Status takeHalf(View publicValue, View nonce);
+  vpnctl::Status takeHalf(View publicValue, View nonce);
   void takeVendorIDs(const PayloadChain &chain);
   void addVendorIDs(PayloadWriter &writer, const std::vector<View> &ids) const;
   void addHalf(PayloadWriter &writer) const;
   void addNATDetection(PayloadWriter &writer) const;
-  foundation::Status takeNATDetection(const PayloadChain &chain);
+  vpnctl::Status takeNATDetection(const PayloadChain &chain);
   // Of SIDE, whose identification's body is ID.
-  foundation::Secret proof(Side side, View id) const;
+  vpnctl::Secret proof(Side side, View id) const;
   // Wrong hashes only are a matter of the secret; the rest is one of who the peer is.
   Reaction checkPeer(View id, View proof);
   void takeLifetime(const PayloadChain &chain);

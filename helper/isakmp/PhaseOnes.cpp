@@ -53,7 +53,7 @@ void PhaseOnes::remove(const std::shared_ptr<Association> &association) {
   handlers_.gone(association);
 }
 
-void PhaseOnes::receive(const Header &header, View datagram, foundation::RateLimit &limit) {
+void PhaseOnes::receive(const Header &header, View datagram, vpnctl::RateLimit &limit) {
   if (header.messageID != 0) return session_.drop("a message id in phase 1");
   if (const auto association = find(header.cookies)) {
     if (const Bytes *answer = association->lastAnswer.to(datagram)) return session_.send(*answer);
@@ -110,7 +110,7 @@ bool PhaseOnes::mayMoveToEncapsulation(const Cookies &cookies) const {
   return serversAttempt_ && serversAttempt_->cookies() == cookies && serversAttempt_->encapsulated();
 }
 
-void PhaseOnes::receiveFromServer(const Header &header, View datagram, foundation::RateLimit &limit) {
+void PhaseOnes::receiveFromServer(const Header &header, View datagram, vpnctl::RateLimit &limit) {
   if (!session_.up) return session_.drop("an exchange of the server's before there is anything");
   const bool first = header.cookies.responder == Cookie{};
   if (first && (!serversAttempt_ || serversAttempt_->cookies().initiator != header.cookies.initiator)) {

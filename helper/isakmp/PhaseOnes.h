@@ -29,7 +29,7 @@ class PhaseOnes {
   void begin();
   bool isUnderWay() const { return attempt_.has_value(); }
   // A message of main or aggressive mode.
-  void receive(const Header &header, View datagram, foundation::RateLimit &limit);
+  void receive(const Header &header, View datagram, vpnctl::RateLimit &limit);
   // Whether this is an exchange of the server's that has found a NAT: it goes on from port 4500.
   bool mayMoveToEncapsulation(const Cookies &cookies) const;
   // An informational message that belongs to no association that stands.
@@ -58,7 +58,7 @@ class PhaseOnes {
   void suspect(const Suspicion &suspicion);
   void fail(Suspicion suspicion);
   void add(std::shared_ptr<Association> association);
-  void receiveFromServer(const Header &header, View datagram, foundation::RateLimit &limit);
+  void receiveFromServer(const Header &header, View datagram, vpnctl::RateLimit &limit);
   void expire();
 
   Session &session_;

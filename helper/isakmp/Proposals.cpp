@@ -64,11 +64,11 @@ struct Algorithms {
   }
 };
 
-foundation::Error unusable(const std::string &text, const std::string &reason) {
+vpnctl::Error unusable(const std::string &text, const std::string &reason) {
   return {"ISAKMP", 0, "proposal \"" + text + "\": " + reason};
 }
 
-foundation::Result<Algorithms> algorithmsOf(const std::string &text) {
+vpnctl::Result<Algorithms> algorithmsOf(const std::string &text) {
   Algorithms algorithms;
   std::string_view left = text;
   for (bool more = true; more;) {
@@ -93,8 +93,8 @@ std::string ESPProposal::text() const {
   return nameOf(kCiphers, cipher) + "-" + nameOf(kHashes, integrity) + (group ? "-" + nameOf(kGroups, *group) : "");
 }
 
-foundation::Result<std::vector<IKEProposal>> parseIKEProposals(const std::vector<std::string> &texts) {
-  if (texts.size() > kMost) return foundation::Error{"ISAKMP", 0, "too many proposals"};
+vpnctl::Result<std::vector<IKEProposal>> parseIKEProposals(const std::vector<std::string> &texts) {
+  if (texts.size() > kMost) return vpnctl::Error{"ISAKMP", 0, "too many proposals"};
   std::vector<IKEProposal> proposals;
   for (const std::string &text : texts) {
     const auto algorithms = algorithmsOf(text);
@@ -105,8 +105,8 @@ foundation::Result<std::vector<IKEProposal>> parseIKEProposals(const std::vector
   return proposals;
 }
 
-foundation::Result<std::vector<ESPProposal>> parseESPProposals(const std::vector<std::string> &texts) {
-  if (texts.size() > kMost) return foundation::Error{"ISAKMP", 0, "too many proposals"};
+vpnctl::Result<std::vector<ESPProposal>> parseESPProposals(const std::vector<std::string> &texts) {
+  if (texts.size() > kMost) return vpnctl::Error{"ISAKMP", 0, "too many proposals"};
   std::vector<ESPProposal> proposals;
   for (const std::string &text : texts) {
     const auto algorithms = algorithmsOf(text);

@@ -33,9 +33,9 @@ struct ESPProposal {
 };
 
 // The best first. An error names the text and the algorithm that is unknown or too many.
-foundation::Result<std::vector<IKEProposal>> parseIKEProposals(const std::vector<std::string> &texts);
+vpnctl::Result<std::vector<IKEProposal>> parseIKEProposals(const std::vector<std::string> &texts);
 // All of them, or none, must name a group, and the same: the key exchange begins before the server has chosen.
-foundation::Result<std::vector<ESPProposal>> parseESPProposals(const std::vector<std::string> &texts);
+vpnctl::Result<std::vector<ESPProposal>> parseESPProposals(const std::vector<std::string> &texts);
 
 // What the clients of the widespread systems offer, together, and what servers that have parted with the oldest ask
 // for.

@@ -2,7 +2,7 @@
 
 namespace helper::isakmp {
 
-using foundation::Secret;
+using vpnctl::Secret;
 
 namespace {
 
@@ -37,7 +37,7 @@ void QuickMode::forgetSecrets() {
   shared_ = {};
 }
 
-foundation::Result<Opened> QuickMode::open(const Header &header, View datagram) const {
+vpnctl::Result<Opened> QuickMode::open(const Header &header, View datagram) const {
   return openSealed(header, datagram, association_->cipher(), association_->keys().encryption, iv_);
 }
 
@@ -64,7 +64,7 @@ Bytes QuickMode::makeNonce() {
   return nonce;
 }
 
-foundation::Status QuickMode::checkNonce(View nonce, View own) {
+vpnctl::Status QuickMode::checkNonce(View nonce, View own) {
   if (nonce.size() < kShortestNonce || nonce.size() > kLongestNonce) return malformed("a nonce of the wrong size");
   if (sameBytes(nonce, own)) return malformed("our own nonce");
   return {};
@@ -76,7 +76,7 @@ void QuickMode::addKeyExchange(PayloadWriter &writer, std::optional<Group> group
   writer.add(PayloadType::keyExchange, half_->publicValue());
 }
 
-foundation::Status QuickMode::takeKeyExchange(std::optional<View> peer) {
+vpnctl::Status QuickMode::takeKeyExchange(std::optional<View> peer) {
   if (static_cast<bool>(peer) != static_cast<bool>(half_))
     return malformed(half_ ? "without its half of the key" : "a half of a key that nobody asked for");
   if (!peer) return {};

@@ -31,16 +31,16 @@ class QuickMode {
   void forgetSecrets();
 
  protected:
-  foundation::Result<Opened> open(const Header &header, View datagram) const;
+  vpnctl::Result<Opened> open(const Header &header, View datagram) const;
   Bytes sealed(const PayloadWriter &payloads);
   // The hash's payload, which comes first, and then what it is about.
-  Bytes hashed(const foundation::Secret &hash, const PayloadWriter &rest);
-  static bool isGenuine(const PayloadChain &chain, const foundation::Secret &hash);
+  Bytes hashed(const vpnctl::Secret &hash, const PayloadWriter &rest);
+  static bool isGenuine(const PayloadChain &chain, const vpnctl::Secret &hash);
 
   Bytes makeNonce();
   void addKeyExchange(PayloadWriter &writer, std::optional<Group> group);
   // PEER: its half of the key, if it sent one.
-  foundation::Status takeKeyExchange(std::optional<View> peer);
+  vpnctl::Status takeKeyExchange(std::optional<View> peer);
   // Which packets, and, in UDP, our addresses as we know them. The initiator's side comes first.
   void addFlow(PayloadWriter &writer, const Identification &first, const Identification &second) const;
   void addOriginalAddresses(PayloadWriter &writer, const IPv4Bytes &first, const IPv4Bytes &second) const;
@@ -48,7 +48,7 @@ class QuickMode {
   Identification peerFlow() const;
   // Whether GIVEN is WANTED's flow. Behind a NAT the other side may see another address.
   static bool isFlow(const Identification &given, const Identification &wanted, bool behindNAT);
-  static foundation::Status checkNonce(View nonce, View own);
+  static vpnctl::Status checkNonce(View nonce, View own);
   void takeLifetime(const PayloadChain &chain);
 
   const Plan &plan_;
@@ -61,7 +61,7 @@ class QuickMode {
   Bytes iv_;
   Bytes nonceI_, nonceR_;
   std::optional<KeyExchange> half_;
-  foundation::Secret shared_;  // empty without perfect forward secrecy
+  vpnctl::Secret shared_;  // empty without perfect forward secrecy
   ESPChoice choice_;
 };
 

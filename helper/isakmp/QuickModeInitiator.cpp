@@ -31,7 +31,7 @@ Reaction QuickModeInitiator::receive(const Header &header, View datagram) {
   return {.done = true};
 }
 
-foundation::Status QuickModeInitiator::check(const PayloadChain &chain) {
+vpnctl::Status QuickModeInitiator::check(const PayloadChain &chain) {
   if (auto status = chain.expect({PayloadType::hash, securityAssociation, nonce, identification}, kBesideQuickMode);
       !status)
     return status;

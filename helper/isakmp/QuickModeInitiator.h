@@ -24,7 +24,7 @@ class QuickModeInitiator : public QuickMode {
   bool serverWantsUsToWait() const { return wait_; }
 
  private:
-  foundation::Status check(const PayloadChain &chain);
+  vpnctl::Status check(const PayloadChain &chain);
 
   bool wait_ = false;
 };

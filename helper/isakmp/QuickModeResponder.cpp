@@ -46,7 +46,7 @@ Reaction QuickModeResponder::receiveOffer(const Header &header, View datagram) {
   return {};
 }
 
-foundation::Status QuickModeResponder::takeFlow(const PayloadChain &chain) {
+vpnctl::Status QuickModeResponder::takeFlow(const PayloadChain &chain) {
   const std::vector<View> ids = chain.all(identification);
   if (ids.size() != 2) return malformed("not exactly two identifications");
   const auto theirs = decodeIdentification(ids[0]);

@@ -23,7 +23,7 @@ class QuickModeResponder : public QuickMode {
   Reaction receiveLast(const Header &header, View datagram);
 
  private:
-  foundation::Status takeFlow(const PayloadChain &chain);
+  vpnctl::Status takeFlow(const PayloadChain &chain);
 
   SecurityAssociation offer_;
   Identification flowOfPeer_;

@@ -74,7 +74,7 @@ void QuickModes::allocated(PairID pair, std::uint32_t spi) {
 }
 
 void QuickModes::receive(const std::shared_ptr<Association> &association, const Header &header, View datagram,
-                         foundation::RateLimit &limit) {
+                         vpnctl::RateLimit &limit) {
   const auto place = std::find_if(exchanges_.begin(), exchanges_.end(), [&](const auto &exchange) {
     return exchange->quickMode().association() == association && exchange->quickMode().messageID() == header.messageID;
   });
@@ -93,7 +93,7 @@ void QuickModes::receive(const std::shared_ptr<Association> &association, const 
 }
 
 void QuickModes::receiveOffer(const std::shared_ptr<Association> &association, const Header &header, View datagram,
-                              foundation::RateLimit &limit) {
+                              vpnctl::RateLimit &limit) {
   // Before there is a pair the server has nothing to replace.
   if (!session_.up) return session_.drop("an exchange of the server's before there is anything");
   const auto ofServer = std::count_if(exchanges_.begin(), exchanges_.end(), [](const auto &exchange) {

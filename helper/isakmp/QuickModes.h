@@ -41,7 +41,7 @@ class QuickModes {
   bool hasPair() const { return !pairs_.empty(); }
 
   void receive(const std::shared_ptr<Association> &association, const Header &header, View datagram,
-               foundation::RateLimit &limit);
+               vpnctl::RateLimit &limit);
   // What the server says under its key.
   void refused(const std::shared_ptr<Association> &association, const Notification &notification);
   void connected(const std::shared_ptr<Association> &association);
@@ -96,7 +96,7 @@ class QuickModes {
   void chooseFlow(const Association &association);
   Place find(PairID pair);
   void receiveOffer(const std::shared_ptr<Association> &association, const Header &header, View datagram,
-                    foundation::RateLimit &limit);
+                    vpnctl::RateLimit &limit);
   void receiveAnswer(Exchange &exchange, const Header &header, View datagram);
   void receiveLast(Exchange &exchange, const Header &header, View datagram);
   void installInbound(Exchange &exchange);

@@ -9,12 +9,12 @@ Bytes plainMessage(Header header, const PayloadWriter &payloads) {
   return message;
 }
 
-foundation::Result<PayloadChain> openPlain(const Header &header, View datagram) {
+vpnctl::Result<PayloadChain> openPlain(const Header &header, View datagram) {
   if ((header.flags & kFlagEncrypted) != 0) return malformed("encrypted where nothing can be");
   return PayloadChain::decode(header.first, datagram.subspan(kHeaderSize), PayloadChain::Padding::none);
 }
 
-Bytes sealedMessage(Header header, const PayloadWriter &payloads, CipherAlgorithm cipher, const foundation::Secret &key,
+Bytes sealedMessage(Header header, const PayloadWriter &payloads, CipherAlgorithm cipher, const vpnctl::Secret &key,
                     Bytes &iv) {
   const std::size_t block = blockSize(cipher);
   Bytes text = payloads.bytes();
@@ -28,8 +28,8 @@ Bytes sealedMessage(Header header, const PayloadWriter &payloads, CipherAlgorith
   return message;
 }
 
-foundation::Result<Opened> openSealed(const Header &header, View datagram, CipherAlgorithm cipher,
-                                      const foundation::Secret &key, View iv) {
+vpnctl::Result<Opened> openSealed(const Header &header, View datagram, CipherAlgorithm cipher,
+                                  const vpnctl::Secret &key, View iv) {
   if ((header.flags & kFlagEncrypted) == 0) return malformed("in clear where nothing may be");
   const View sealed = datagram.subspan(kHeaderSize);
   const std::size_t block = blockSize(cipher);

@@ -23,13 +23,13 @@ struct Opened {
 
 // The header's first payload and flags follow from the rest.
 Bytes plainMessage(Header header, const PayloadWriter &payloads);
-foundation::Result<PayloadChain> openPlain(const Header &header, View datagram);
+vpnctl::Result<PayloadChain> openPlain(const Header &header, View datagram);
 
 // IV becomes the message's last block.
-Bytes sealedMessage(Header header, const PayloadWriter &payloads, CipherAlgorithm cipher, const foundation::Secret &key,
+Bytes sealedMessage(Header header, const PayloadWriter &payloads, CipherAlgorithm cipher, const vpnctl::Secret &key,
                     Bytes &iv);
 // An error also for what decrypts to nonsense. That it comes from the peer is for the exchange's hash to say.
-foundation::Result<Opened> openSealed(const Header &header, View datagram, CipherAlgorithm cipher,
-                                      const foundation::Secret &key, View iv);
+vpnctl::Result<Opened> openSealed(const Header &header, View datagram, CipherAlgorithm cipher,
+                                  const vpnctl::Secret &key, View iv);
 
 }  // namespace helper::isakmp

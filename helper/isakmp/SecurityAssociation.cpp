@@ -22,7 +22,7 @@ struct Piece {
   std::uint8_t next = 0;
   View body;  // after these
 };
-foundation::Result<Piece> takePiece(View &left, std::size_t fixed, std::uint8_t more, const char *name) {
+vpnctl::Result<Piece> takePiece(View &left, std::size_t fixed, std::uint8_t more, const char *name) {
   const std::size_t least = 4 + fixed;
   if (left.size() < least) return malformed(std::string("ends within a ") + name);
   const std::size_t length = read16(left.subspan(2));
@@ -36,14 +36,14 @@ foundation::Result<Piece> takePiece(View &left, std::size_t fixed, std::uint8_t 
   return piece;
 }
 
-foundation::Result<Transform> decodeTransform(View body) {
+vpnctl::Result<Transform> decodeTransform(View body) {
   if (read16(body.subspan(2)) != 0) return malformed("a reserved byte that is not 0");
   auto attributes = decodeAttributes(body.subspan(4));
   if (!attributes) return attributes.error();
   return Transform{body[0], body[1], std::move(*attributes)};
 }
 
-foundation::Result<Proposal> decodeProposal(View body) {
+vpnctl::Result<Proposal> decodeProposal(View body) {
   Proposal proposal{body[0], body[1], {}, {}};
   const std::size_t spiSize = body[2];
   const std::size_t count = body[3];
@@ -65,7 +65,7 @@ foundation::Result<Proposal> decodeProposal(View body) {
 
 }  // namespace
 
-foundation::Result<std::vector<Attribute>> decodeAttributes(View bytes) {
+vpnctl::Result<std::vector<Attribute>> decodeAttributes(View bytes) {
   std::vector<Attribute> attributes;
   while (!bytes.empty()) {
     if (attributes.size() == kMostAttributes) return malformed("too many attributes");
@@ -104,7 +104,7 @@ Bytes encode(const std::vector<Attribute> &attributes) {
   return bytes;
 }
 
-foundation::Result<SecurityAssociation> decodeSecurityAssociation(View body) {
+vpnctl::Result<SecurityAssociation> decodeSecurityAssociation(View body) {
   if (body.size() < 8) return malformed("an association shorter than its fixed part");
   if (read32(body) != kIPSecDOI) return malformed("an association of another domain");
   if (read32(body.subspan(4)) != kIdentityOnly) return malformed("an association in a strange situation");

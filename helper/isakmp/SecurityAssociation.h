@@ -37,11 +37,11 @@ struct SecurityAssociation {
   bool operator==(const SecurityAssociation &) const = default;
 };
 
-foundation::Result<SecurityAssociation> decodeSecurityAssociation(View body);
+vpnctl::Result<SecurityAssociation> decodeSecurityAssociation(View body);
 Bytes encode(const SecurityAssociation &association);
 
 // Also for the data of a notification of lifetimes.
-foundation::Result<std::vector<Attribute>> decodeAttributes(View bytes);
+vpnctl::Result<std::vector<Attribute>> decodeAttributes(View bytes);
 Bytes encode(const std::vector<Attribute> &attributes);
 
 }  // namespace helper::isakmp

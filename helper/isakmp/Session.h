@@ -21,14 +21,14 @@ Suspicion suspicionOf(const Notification &notification, Stage stage);
 
 class Session {
  public:
-  Session(Plan wanted, foundation::Secret secret, Randomness &source)
+  Session(Plan wanted, vpnctl::Secret secret, Randomness &source)
       : plan(std::move(wanted)),
         presharedKey(std::move(secret)),
         random(source),
         port(plan.startOn4500 ? ServerPort::natTraversal : ServerPort::ike) {}
 
   const Plan plan;
-  const foundation::Secret presharedKey;
+  const vpnctl::Secret presharedKey;
   Randomness &random;
   Instant now{};
   ServerPort port;

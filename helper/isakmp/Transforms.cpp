@@ -152,7 +152,7 @@ Bytes bytesOf(std::uint32_t spi) {
   return bytes;
 }
 
-foundation::Result<const Transform *> onlyTransform(const SecurityAssociation &answer, std::uint8_t protocol) {
+vpnctl::Result<const Transform *> onlyTransform(const SecurityAssociation &answer, std::uint8_t protocol) {
   if (answer.proposals.size() != 1) return malformed("not exactly one proposal");
   if (answer.proposals.front().protocol != protocol) return malformed("a proposal for another protocol");
   if (answer.proposals.front().transforms.size() != 1) return malformed("not exactly one transform");
@@ -195,7 +195,7 @@ SecurityAssociation offerOf(const std::vector<ESPProposal> &proposals, Mode mode
   return {{std::move(offer)}};
 }
 
-foundation::Result<IKEChoice> checkChoice(const SecurityAssociation &answer, const std::vector<IKEProposal> &offered) {
+vpnctl::Result<IKEChoice> checkChoice(const SecurityAssociation &answer, const std::vector<IKEProposal> &offered) {
   const auto transform = onlyTransform(answer, kProtocolISAKMP);
   if (!transform) return transform.error();
   for (const IKEProposal &proposal : offered)
@@ -204,8 +204,8 @@ foundation::Result<IKEChoice> checkChoice(const SecurityAssociation &answer, con
   return malformed("a transform that was not offered");
 }
 
-foundation::Result<ESPChoice> checkChoice(const SecurityAssociation &answer, const std::vector<ESPProposal> &offered,
-                                          Mode mode) {
+vpnctl::Result<ESPChoice> checkChoice(const SecurityAssociation &answer, const std::vector<ESPProposal> &offered,
+                                      Mode mode) {
   const auto transform = onlyTransform(answer, kProtocolESP);
   if (!transform) return transform.error();
   const auto spi = spiOf(answer.proposals.front());

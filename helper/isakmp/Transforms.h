@@ -37,9 +37,9 @@ SecurityAssociation offerOf(const std::vector<IKEProposal> &proposals, std::chro
 SecurityAssociation offerOf(const std::vector<ESPProposal> &proposals, Mode mode, std::uint32_t spi,
                             std::chrono::seconds lifetime);
 
-foundation::Result<IKEChoice> checkChoice(const SecurityAssociation &answer, const std::vector<IKEProposal> &offered);
-foundation::Result<ESPChoice> checkChoice(const SecurityAssociation &answer, const std::vector<ESPProposal> &offered,
-                                          Mode mode);
+vpnctl::Result<IKEChoice> checkChoice(const SecurityAssociation &answer, const std::vector<IKEProposal> &offered);
+vpnctl::Result<ESPChoice> checkChoice(const SecurityAssociation &answer, const std::vector<ESPProposal> &offered,
+                                      Mode mode);
 
 // The first of the peer's offers that we have, too, and the association that says so; SPI: ours. Where we ask for no
 // perfect forward secrecy the peer may. None: nothing in common.

@@ -30,8 +30,8 @@ class IPSecJournal {
  public:
   virtual ~IPSecJournal() = default;
   // When this fails, the change must not be made.
-  virtual foundation::Status noteFlow(const ProtectedFlow &entry) = 0;
-  virtual foundation::Status noteProcess(const StartedProcess &entry) = 0;
+  virtual vpnctl::Status noteFlow(const ProtectedFlow &entry) = 0;
+  virtual vpnctl::Status noteProcess(const StartedProcess &entry) = 0;
   // The change has been taken back.
   virtual void forgetFlow(const ProtectedFlow &entry) = 0;
   virtual void forgetProcess(const StartedProcess &entry) = 0;

@@ -16,9 +16,9 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::FileDescriptor;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::FileDescriptor;
+using vpnctl::Status;
 
 namespace {
 
@@ -27,14 +27,14 @@ constexpr char kFolderPrefix[] = "link.";
 constexpr char kBrokenPrefix[] = "broken.";
 
 // One link's folder: its helper holds it locked for life, so nobody waits for it.
-foundation::Result<FileDescriptor> openLocked(const std::string &folder) {
+vpnctl::Result<FileDescriptor> openLocked(const std::string &folder) {
   FileDescriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!lock || ::flock(lock.get(), LOCK_EX | LOCK_NB) < 0) return errnoError(errno, "lock " + folder);
   return lock;
 }
 
 // Held while a folder is made or looked for, so that nobody takes a new folder, not locked yet, for an abandoned one.
-foundation::Result<linux::FolderLock> lockBase(const std::string &base, std::chrono::milliseconds patience) {
+vpnctl::Result<linux::FolderLock> lockBase(const std::string &base, std::chrono::milliseconds patience) {
   for (int attempt = 0;; ++attempt) {
     if (::mkdir(base.c_str(), 0700) < 0 && errno != EEXIST) return errnoError(errno, "make the folder " + base);
     auto lock = linux::FolderLock::take(base, patience);
@@ -79,19 +79,19 @@ std::uint32_t freeNumber(const std::string &base, std::uint32_t number) {
   return taken ? nextNumber(base) : number;
 }
 
-Status synchronize(const std::string &folder, foundation::FileSystem &fileSystem) {
+Status synchronize(const std::string &folder, vpnctl::FileSystem &fileSystem) {
   const auto open = fileSystem.open(folder, O_RDONLY | O_DIRECTORY, 0);
   return open ? fileSystem.synchronize(open->get(), folder) : Status(open.error());
 }
 
 // Says nothing about what is in the journal.
-bool isShortage(const foundation::Error &error) {
-  return error.domain == foundation::kPOSIXErrorDomain &&
+bool isShortage(const vpnctl::Error &error) {
+  return error.domain == vpnctl::kPOSIXErrorDomain &&
          (error.code == EMFILE || error.code == ENFILE || error.code == ENOMEM || error.code == EINTR);
 }
 
 // What was read as ERROR stays, but is not looked at again.
-foundation::Error putAside(const std::string &folder, foundation::Error error) {
+vpnctl::Error putAside(const std::string &folder, vpnctl::Error error) {
   const std::filesystem::path path(folder);
   const std::string aside = path.parent_path() / (kBrokenPrefix + path.extension().string().substr(1));
   if (::rename(folder.c_str(), aside.c_str()) == 0) error.message += "; it is kept in " + aside;
@@ -100,11 +100,11 @@ foundation::Error putAside(const std::string &folder, foundation::Error error) {
 
 }  // namespace
 
-foundation::Result<Journal> Journal::create(const std::string &base, std::chrono::milliseconds lockPatience) {
+vpnctl::Result<Journal> Journal::create(const std::string &base, std::chrono::milliseconds lockPatience) {
   return make(base, 0, lockPatience);
 }
 
-foundation::Result<Journal *> Journal::openLasting(const std::string &base) {
+vpnctl::Result<Journal *> Journal::openLasting(const std::string &base) {
   if (lasting_) return lasting_.get();
   const std::string above = baseOf(base);
   if (::mkdir(above.c_str(), 0700) < 0 && errno != EEXIST) return errnoError(errno, "make the folder " + above);
@@ -115,8 +115,8 @@ foundation::Result<Journal *> Journal::openLasting(const std::string &base) {
   return lasting_.get();
 }
 
-foundation::Result<Journal> Journal::make(const std::string &base, std::uint32_t number,
-                                          std::chrono::milliseconds lockPatience) {
+vpnctl::Result<Journal> Journal::make(const std::string &base, std::uint32_t number,
+                                      std::chrono::milliseconds lockPatience) {
   for (int attempt = 0;; ++attempt) {
     // Held until the new folder is locked.
     const auto baseLock = lockBase(base, lockPatience);
@@ -143,7 +143,7 @@ std::size_t Journal::count(const std::string &base) {
   return static_cast<std::size_t>(std::ranges::count_if(folders, isLinks));
 }
 
-std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<foundation::Error> &errors,
+std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<vpnctl::Error> &errors,
                                         std::chrono::milliseconds lockPatience) {
   std::vector<Journal> found;
   std::error_code error;
@@ -173,9 +173,7 @@ std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<fou
 
 std::uint32_t Journal::number() const { return numberOf(folder_); }
 
-foundation::Result<linux::FolderLock> Journal::lockOthersOut() const {
-  return lockBase(baseOf(folder_), lockPatience_);
-}
+vpnctl::Result<linux::FolderLock> Journal::lockOthersOut() const { return lockBase(baseOf(folder_), lockPatience_); }
 
 std::vector<Journal::Other> Journal::others() const {
   std::vector<Other> found;
@@ -233,13 +231,13 @@ void Journal::remove() {
 }
 
 Status Journal::write() const {
-  const auto text = foundation::xmlPropertyList(journalValue(entries_));
+  const auto text = vpnctl::xmlPropertyList(journalValue(entries_));
   if (!text) return text.error();
   const std::string path = folder_ + kFileName;
-  foundation::FreshFile fresh{path + "-new"};
+  vpnctl::FreshFile fresh{path + "-new"};
   fresh.durable = durable_;  // what the others tell of does not outlive a power failure either
-  foundation::PosixFileSystem fileSystem;
-  Status status = foundation::replaceFile(path, *text, fresh, fileSystem);
+  vpnctl::PosixFileSystem fileSystem;
+  Status status = vpnctl::replaceFile(path, *text, fresh, fileSystem);
   if (!durable_) return status;
   // Each folder's name stands in the one above, up to one that was there before.
   const std::string base = baseOf(folder_);
@@ -250,14 +248,14 @@ Status Journal::write() const {
 
 Status Journal::read() {
   const std::string path = folder_ + kFileName;
-  const auto value = foundation::propertyListFromFile(path);
+  const auto value = vpnctl::propertyListFromFile(path);
   if (!value) {
     // A helper that died before its first change leaves a folder without a journal.
-    if (value.error().domain == foundation::kPOSIXErrorDomain && value.error().code == ENOENT) return {};
+    if (value.error().domain == vpnctl::kPOSIXErrorDomain && value.error().code == ENOENT) return {};
     return value.error();
   }
   auto entries = journalEntries(*value);
-  if (!entries) return foundation::Error{entries.error().domain, 0, path + ": " + entries.error().message};
+  if (!entries) return vpnctl::Error{entries.error().domain, 0, path + ": " + entries.error().message};
   entries_ = std::move(*entries);
   return {};
 }

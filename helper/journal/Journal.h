@@ -83,19 +83,19 @@ class Journal : public IPSecJournal {
 
   // A new folder (0700) below BASE, locked. EWOULDBLOCK, as from all that need the lock of all journals, when another
   // does not let that go.
-  static foundation::Result<Journal> create(const std::string &base = kBase,
-                                            std::chrono::milliseconds lockPatience = kLockPatience);
+  static vpnctl::Result<Journal> create(const std::string &base = kBase,
+                                        std::chrono::milliseconds lockPatience = kLockPatience);
   // The journals below BASE whose helpers are dead, each locked now. One that makes no sense, of a newer version
   // perhaps, is put aside as BASE/broken.XXXXXX for people to look at; one that we have no means to read now is left to
   // the next helper. ERRORS tells of both.
-  static std::vector<Journal> abandoned(const std::string &base, std::vector<foundation::Error> &errors,
+  static std::vector<Journal> abandoned(const std::string &base, std::vector<vpnctl::Error> &errors,
                                         std::chrono::milliseconds lockPatience = kLockPatience);
   // How many there are below BASE, the abandoned ones too.
   static std::size_t count(const std::string &base = kBase);
 
   // The link's lasting journal, made below BASE when it is first asked for; this one owns it. What is noted there is on
   // the disk when note() returns.
-  foundation::Result<Journal *> openLasting(const std::string &base = kLastingBase);
+  vpnctl::Result<Journal *> openLasting(const std::string &base = kLastingBase);
   // It; null when nobody has asked for it.
   Journal *lasting() const { return lasting_.get(); }
 
@@ -107,37 +107,37 @@ class Journal : public IPSecJournal {
   std::uint32_t number() const;
   // Held while the caller looks at what others() have noted, and acts on it: meanwhile they wait. Blocks while another
   // does that, as long as there is patience.
-  foundation::Result<linux::FolderLock> lockOthersOut() const;
+  vpnctl::Result<linux::FolderLock> lockOthersOut() const;
   // Those that cannot be read are left out.
   std::vector<Other> others() const;
   const std::vector<JournalEntry> &entries() const { return entries_; }
   // Writes the entry down; when that fails, the change must not be made.
-  foundation::Status note(JournalEntry entry);
+  vpnctl::Status note(JournalEntry entry);
   // The newest entry's change has been undone (or was never made).
-  foundation::Status forgetLast();
+  vpnctl::Status forgetLast();
   // So has that of the entry at INDEX.
-  foundation::Status forget(std::size_t index);
+  vpnctl::Status forget(std::size_t index);
   // More is known of the entry at INDEX.
-  foundation::Status replace(std::size_t index, JournalEntry entry);
-  foundation::Status noteFlow(const ProtectedFlow &entry) override { return note(entry); }
-  foundation::Status noteProcess(const StartedProcess &entry) override { return note(entry); }
+  vpnctl::Status replace(std::size_t index, JournalEntry entry);
+  vpnctl::Status noteFlow(const ProtectedFlow &entry) override { return note(entry); }
+  vpnctl::Status noteProcess(const StartedProcess &entry) override { return note(entry); }
   void forgetFlow(const ProtectedFlow &entry) override { forgetEntry(entry); }
   void forgetProcess(const StartedProcess &entry) override { forgetEntry(entry); }
   // Removes the folder and everything in it.
   void remove();
 
  private:
-  Journal(std::string folder, foundation::FileDescriptor lock, std::chrono::milliseconds lockPatience)
+  Journal(std::string folder, vpnctl::FileDescriptor lock, std::chrono::milliseconds lockPatience)
       : folder_(std::move(folder)), lock_(std::move(lock)), lockPatience_(lockPatience) {}
   // NUMBER 0: the next one.
-  static foundation::Result<Journal> make(const std::string &base, std::uint32_t number,
-                                          std::chrono::milliseconds lockPatience);
+  static vpnctl::Result<Journal> make(const std::string &base, std::uint32_t number,
+                                      std::chrono::milliseconds lockPatience);
   void forgetEntry(const JournalEntry &entry);
-  foundation::Status write() const;
-  foundation::Status read();
+  vpnctl::Status write() const;
+  vpnctl::Status read();
 
   std::string folder_;
-  foundation::FileDescriptor lock_;
+  vpnctl::FileDescriptor lock_;
   std::chrono::milliseconds lockPatience_;
   std::vector<JournalEntry> entries_;
   bool durable_ = false;
@@ -145,7 +145,7 @@ class Journal : public IPSecJournal {
 };
 
 // The form in the file, and back.
-foundation::Value journalValue(const std::vector<JournalEntry> &entries);
-foundation::Result<std::vector<JournalEntry>> journalEntries(const foundation::Value &value);
+vpnctl::Value journalValue(const std::vector<JournalEntry> &entries);
+vpnctl::Result<std::vector<JournalEntry>> journalEntries(const vpnctl::Value &value);
 
 }  // namespace helper

@@ -9,7 +9,7 @@
 
 namespace helper {
 
-using foundation::Value;
+using vpnctl::Value;
 
 namespace {
 
@@ -184,13 +184,13 @@ Value journalValue(const std::vector<JournalEntry> &entries) {
   return value;
 }
 
-foundation::Result<std::vector<JournalEntry>> journalEntries(const Value &value) {
+vpnctl::Result<std::vector<JournalEntry>> journalEntries(const Value &value) {
   if (value["Version"] != Value(1) || !value["Entries"].isArray())
-    return foundation::Error{"Journal", 0, "not a journal that this version can read"};
+    return vpnctl::Error{"Journal", 0, "not a journal that this version can read"};
   std::vector<JournalEntry> entries;
   for (const Value &item : value["Entries"].array()) {
     auto entry = entryFrom(item);
-    if (!entry) return foundation::Error{"Journal", 0, "entry " + std::to_string(entries.size()) + " makes no sense"};
+    if (!entry) return vpnctl::Error{"Journal", 0, "entry " + std::to_string(entries.size()) + " makes no sense"};
     entries.push_back(std::move(*entry));
   }
   return entries;

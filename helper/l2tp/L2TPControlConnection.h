@@ -45,7 +45,7 @@ class L2TPControlConnection {
   struct Handlers {
     // The server has answered the call: makes a way for its packets, before the server hears that the call is up and
     // sends the first of them. An error ends the attempt.
-    std::function<foundation::Status(const L2TPCall &call)> answered;
+    std::function<vpnctl::Status(const L2TPCall &call)> answered;
     std::function<void()> established;
     std::function<void(const TunnelFailure &)> failed;
     std::function<void(const TunnelLoss &)> lost;

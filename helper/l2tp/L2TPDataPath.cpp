@@ -33,40 +33,40 @@ union PPPoL2TPAddress {
   sockaddr_pppol2tp pppol2tp;
 };
 
-foundation::Result<foundation::FileDescriptor> openSocket() {
-  foundation::FileDescriptor socket(::socket(AF_PPPOX, SOCK_DGRAM | SOCK_CLOEXEC, PX_PROTO_OL2TP));
+vpnctl::Result<vpnctl::FileDescriptor> openSocket() {
+  vpnctl::FileDescriptor socket(::socket(AF_PPPOX, SOCK_DGRAM | SOCK_CLOEXEC, PX_PROTO_OL2TP));
   if (socket) return socket;
   const int cause = errno;
   if (cause != EAFNOSUPPORT && cause != EPROTONOSUPPORT && cause != ESOCKTNOSUPPORT)
-    return foundation::errnoError(cause, "open an L2TP socket");
+    return vpnctl::errnoError(cause, "open an L2TP socket");
   const auto blacklist = moduleBlacklist("l2tp_ppp");
-  return foundation::Error{std::string(foundation::kPOSIXErrorDomain), cause,
-                           blacklist ? "this kernel does not load its L2TP because " + *blacklist +
-                                           " forbids it; remove that line, then load the module l2tp_ppp (modprobe "
-                                           "l2tp_ppp)"
-                                     : "this kernel has no L2TP; load the modules ppp_generic, pppox and l2tp_ppp "
-                                       "(modprobe l2tp_ppp), or run a kernel that has them"};
+  return vpnctl::Error{std::string(vpnctl::kPOSIXErrorDomain), cause,
+                       blacklist ? "this kernel does not load its L2TP because " + *blacklist +
+                                       " forbids it; remove that line, then load the module l2tp_ppp (modprobe "
+                                       "l2tp_ppp)"
+                                 : "this kernel has no L2TP; load the modules ppp_generic, pppox and l2tp_ppp "
+                                   "(modprobe l2tp_ppp), or run a kernel that has them"};
 }
 
-foundation::Result<foundation::FileDescriptor> connected(const PPPoL2TPAddress &address, const char *what) {
+vpnctl::Result<vpnctl::FileDescriptor> connected(const PPPoL2TPAddress &address, const char *what) {
   auto socket = openSocket();
   if (!socket) return socket;
-  if (::connect(socket->get(), &address.any, sizeof address.pppol2tp) < 0) return foundation::errnoError(errno, what);
+  if (::connect(socket->get(), &address.any, sizeof address.pppol2tp) < 0) return vpnctl::errnoError(errno, what);
   return socket;
 }
 
 }  // namespace
 
-foundation::Status KernelL2TPDataPath::probe() {
+vpnctl::Status KernelL2TPDataPath::probe() {
   const auto socket = openSocket();
-  return socket ? foundation::Status() : socket.error();
+  return socket ? vpnctl::Status() : socket.error();
 }
 
-foundation::Result<foundation::FileDescriptor> KernelL2TPDataPath::connect(int socket, const L2TPCall &call) {
+vpnctl::Result<vpnctl::FileDescriptor> KernelL2TPDataPath::connect(int socket, const L2TPCall &call) {
   sockaddr_in server{};
   socklen_t size = sizeof server;
   if (::getpeername(socket, reinterpret_cast<sockaddr *>(&server), &size) < 0)
-    return foundation::errnoError(errno, "read the server's address");
+    return vpnctl::errnoError(errno, "read the server's address");
   auto tunnel = connected(PPPoL2TPAddress(socket, server, L2TPCall{call.tunnelID, call.peerTunnelID, 0, 0}),
                           "make the kernel's L2TP tunnel");
   if (!tunnel) return tunnel;
@@ -76,7 +76,7 @@ foundation::Result<foundation::FileDescriptor> KernelL2TPDataPath::connect(int s
   // so would be lost, and PPP would wait for its repetition.
   int channel = 0;
   if (::ioctl(session->get(), PPPIOCGCHAN, &channel) < 0)
-    return foundation::errnoError(errno, "make the kernel's PPP channel");
+    return vpnctl::errnoError(errno, "make the kernel's PPP channel");
   tunnel_ = std::move(*tunnel);
   return session;
 }

@@ -13,20 +13,20 @@ class L2TPDataPath {
  public:
   virtual ~L2TPDataPath() = default;
   // An error, with the remedy, when there cannot be any.
-  virtual foundation::Status probe() = 0;
+  virtual vpnctl::Status probe() = 0;
   // The channel of CALL, for pppd. The call's packets go through SOCKET, which is connected to the server; others still
   // arrive at it. They end with this object.
-  virtual foundation::Result<foundation::FileDescriptor> connect(int socket, const L2TPCall &call) = 0;
+  virtual vpnctl::Result<vpnctl::FileDescriptor> connect(int socket, const L2TPCall &call) = 0;
 };
 
 // The kernel's PPPoL2TP sockets: one is the tunnel and stays here, a second one is the call and becomes the channel.
 class KernelL2TPDataPath : public L2TPDataPath {
  public:
-  foundation::Status probe() override;
-  foundation::Result<foundation::FileDescriptor> connect(int socket, const L2TPCall &call) override;
+  vpnctl::Status probe() override;
+  vpnctl::Result<vpnctl::FileDescriptor> connect(int socket, const L2TPCall &call) override;
 
  private:
-  foundation::FileDescriptor tunnel_;
+  vpnctl::FileDescriptor tunnel_;
 };
 
 }  // namespace helper

@@ -67,7 +67,7 @@ constexpr std::uint16_t kTypeOf<ICCN> = 12;
 template <>
 constexpr std::uint16_t kTypeOf<CDN> = 14;
 
-foundation::Error malformed(int code, std::string message) { return {"L2TP", code, std::move(message)}; }
+vpnctl::Error malformed(int code, std::string message) { return {"L2TP", code, std::move(message)}; }
 
 void append16(std::vector<std::uint8_t> &out, std::uint16_t value) {
   out.push_back(static_cast<std::uint8_t>(value >> 8));
@@ -141,7 +141,7 @@ struct AVP {
   }
 };
 
-foundation::Result<std::vector<AVP>> pairsOf(std::span<const std::uint8_t> body) {
+vpnctl::Result<std::vector<AVP>> pairsOf(std::span<const std::uint8_t> body) {
   std::vector<AVP> pairs;
   while (!body.empty()) {
     if (body.size() < kAVPHeaderSize) return malformed(kErrorLength, "a message that ends within an attribute");
@@ -191,7 +191,7 @@ class Reader {
     avp(attribute, value);
     if (value == 0 && !error_) error_ = malformed(kErrorValue, "no id of its own");
   }
-  const std::optional<foundation::Error> &error() const { return error_; }
+  const std::optional<vpnctl::Error> &error() const { return error_; }
 
  private:
   const AVP *find(Attribute attribute, std::size_t least, std::size_t most) {
@@ -210,7 +210,7 @@ class Reader {
   }
 
   const std::vector<AVP> &pairs_;
-  std::optional<foundation::Error> error_;
+  std::optional<vpnctl::Error> error_;
 };
 
 // The attributes of each message, once for both directions.
@@ -253,7 +253,7 @@ struct Fields {
 };
 
 template <class M>
-foundation::Result<Message> decodeAs(const std::vector<AVP> &pairs) {
+vpnctl::Result<Message> decodeAs(const std::vector<AVP> &pairs) {
   M message;
   Reader reader(pairs);
   Fields::of(reader, message);
@@ -262,8 +262,8 @@ foundation::Result<Message> decodeAs(const std::vector<AVP> &pairs) {
 }
 
 template <class... M>
-foundation::Result<Message> decodeOneOf(const OtherMessage &other, const std::vector<AVP> &pairs) {
-  foundation::Result<Message> result{Message(other)};
+vpnctl::Result<Message> decodeOneOf(const OtherMessage &other, const std::vector<AVP> &pairs) {
+  vpnctl::Result<Message> result{Message(other)};
   // Stops at the first whose type matches.
   static_cast<void>(((other.type == kTypeOf<M> && (result = decodeAs<M>(pairs), true)) || ...));
   return result;
@@ -304,7 +304,7 @@ std::vector<std::uint8_t> encodeBody(const Message &message) {
   return bytes;
 }
 
-foundation::Result<Packet> decodePacket(std::span<const std::uint8_t> datagram) {
+vpnctl::Result<Packet> decodePacket(std::span<const std::uint8_t> datagram) {
   if (datagram.size() < kHeaderSize) return malformed(kErrorLength, "a datagram shorter than its header");
   const std::uint16_t flags = read16(datagram);
   if ((flags & kVersionMask) != kVersion) return malformed(kErrorValue, "a datagram of another version of L2TP");
@@ -320,7 +320,7 @@ foundation::Result<Packet> decodePacket(std::span<const std::uint8_t> datagram) 
                 datagram.subspan(kHeaderSize, length - kHeaderSize)};
 }
 
-foundation::Result<Message> decodeBody(std::span<const std::uint8_t> body) {
+vpnctl::Result<Message> decodeBody(std::span<const std::uint8_t> body) {
   if (body.empty()) return Message(ZLB{});
   auto pairs = pairsOf(body);
   if (!pairs) return pairs.error();

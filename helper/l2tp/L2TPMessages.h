@@ -130,11 +130,11 @@ std::vector<std::uint8_t> encode(const Header &header, std::span<const std::uint
 std::vector<std::uint8_t> encodeBody(const Message &message);
 
 // A datagram of L2TP version 2 that holds a control message. An error for any other: not for us, to be dropped.
-foundation::Result<Packet> decodePacket(std::span<const std::uint8_t> datagram);
+vpnctl::Result<Packet> decodePacket(std::span<const std::uint8_t> datagram);
 
 // An error's code is the general error code that answers it: the message is malformed, or bears something mandatory
 // that is unknown or hidden (there is no shared secret to unhide with). What is unknown or hidden and not mandatory is
 // left out.
-foundation::Result<Message> decodeBody(std::span<const std::uint8_t> body);
+vpnctl::Result<Message> decodeBody(std::span<const std::uint8_t> body);
 
 }  // namespace helper::l2tp

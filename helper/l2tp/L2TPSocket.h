@@ -19,8 +19,8 @@ class L2TPSocket {
   static constexpr std::uint16_t kPort = 1701;  // of servers, and of clients that can have it
 
   // Nothing is sent. WELL_KNOWN is the port that SOURCE_PORT speaks of.
-  static foundation::Result<L2TPSocket> open(const sockaddr_in &server, EngineSettings::SourcePort sourcePort,
-                                             std::uint16_t wellKnown = kPort);
+  static vpnctl::Result<L2TPSocket> open(const sockaddr_in &server, EngineSettings::SourcePort sourcePort,
+                                         std::uint16_t wellKnown = kPort);
 
   int descriptor() const { return socket_.get(); }
   bool hasWellKnownPort() const { return hasWellKnownPort_; }
@@ -30,10 +30,10 @@ class L2TPSocket {
   const std::string &notice() const { return notice_; }
 
  private:
-  L2TPSocket(foundation::FileDescriptor socket, bool hasWellKnownPort, std::string notice)
+  L2TPSocket(vpnctl::FileDescriptor socket, bool hasWellKnownPort, std::string notice)
       : socket_(std::move(socket)), hasWellKnownPort_(hasWellKnownPort), notice_(std::move(notice)) {}
 
-  foundation::FileDescriptor socket_;
+  vpnctl::FileDescriptor socket_;
   bool hasWellKnownPort_;
   std::string notice_;
 };

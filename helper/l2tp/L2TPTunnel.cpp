@@ -114,11 +114,11 @@ void L2TPTunnel::unprotected(const std::string &sentence) {
     handlers_.failed(Failure{DeviceCause::networkChanged, sentence});
 }
 
-foundation::Status L2TPTunnel::callIsAnswered(const L2TPCall &call) {
+vpnctl::Status L2TPTunnel::callIsAnswered(const L2TPCall &call) {
   auto channel = dataPath_->connect(socket_->descriptor(), call);
   if (!channel) return channel.error();
-  foundation::FileDescriptor carrier(::fcntl(socket_->descriptor(), F_DUPFD_CLOEXEC, 0));
-  if (!carrier) return foundation::errnoError(errno, "hold the tunnel's socket for pppd");
+  vpnctl::FileDescriptor carrier(::fcntl(socket_->descriptor(), F_DUPFD_CLOEXEC, 0));
+  if (!carrier) return vpnctl::errnoError(errno, "hold the tunnel's socket for pppd");
   channel_ = TunnelChannel(std::move(*channel), {}, std::move(carrier));
   return {};
 }

@@ -49,7 +49,7 @@ class L2TPTunnel : public Tunnel {
   void protectedNow(int socket);
   void changePort();
   void unprotected(const std::string &sentence);
-  foundation::Status callIsAnswered(const L2TPCall &call);
+  vpnctl::Status callIsAnswered(const L2TPCall &call);
   void endAssociation();
   void associationEnded();
   void finish();

@@ -5,7 +5,7 @@
 
 namespace helper {
 
-using foundation::Value;
+using vpnctl::Value;
 
 Value extendedStatus(const LinkFacts &facts) {
   Value status{Value::Dictionary{}};

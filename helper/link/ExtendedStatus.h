@@ -29,6 +29,6 @@ struct LinkFacts {
   std::optional<Up> up;
 };
 
-foundation::Value extendedStatus(const LinkFacts &facts);
+vpnctl::Value extendedStatus(const LinkFacts &facts);
 
 }  // namespace helper

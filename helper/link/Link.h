@@ -20,7 +20,7 @@ namespace helper {
 struct LinkStatus {
   std::int32_t status = 0;  // SCNetworkConnectionStatus: 0 disconnected, 1 connecting, 2 connected, 3 disconnecting
   std::int32_t error = 0;   // what SCError() is for the callback
-  foundation::Value extendedStatus;  // {"PPP": {Status, ...}, "IPv4": {...}}, or null before the first start
+  vpnctl::Value extendedStatus;  // {"PPP": {Status, ...}, "IPv4": {...}}, or null before the first start
 };
 
 class Link {

@@ -9,7 +9,7 @@
 
 namespace helper {
 
-using foundation::Value;
+using vpnctl::Value;
 
 namespace {
 
@@ -23,7 +23,7 @@ LinkFactory plannedLinks(PPPLog &log, const std::set<std::string> &serversNotTol
                          const std::string &folder) {
   return [&log, &serversNotTold, make = std::move(make), folder](
              const Value &preferences, const LinkRequest &request,
-             Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<Link>> {
+             Link::StatusHandler handler) -> vpnctl::Result<std::unique_ptr<Link>> {
     const auto [settings, complaints] =
         EngineSettings::readFor(LinkPlan::serverOf(preferences, request.serviceID), folder);
     auto plan = LinkPlan::make(preferences, request, settings);

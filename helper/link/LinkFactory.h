@@ -23,8 +23,8 @@ namespace helper {
 
 // The link that REQUEST asks for, of a service in the preferences whose root is PREFERENCES; not started yet. An error
 // (with a sentence part) when LinkPlan::make() has one. The handler outlives the link.
-using LinkFactory = std::function<foundation::Result<std::unique_ptr<Link>>(
-    const foundation::Value &preferences, const LinkRequest &request, Link::StatusHandler handler)>;
+using LinkFactory = std::function<vpnctl::Result<std::unique_ptr<Link>>(
+    const vpnctl::Value &preferences, const LinkRequest &request, Link::StatusHandler handler)>;
 
 // From a plan to its link.
 using LinkMaker = std::function<std::unique_ptr<Link>(LinkPlan plan, Link::StatusHandler handler)>;

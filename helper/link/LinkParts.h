@@ -30,27 +30,27 @@ namespace helper {
 class LinkParts {
  public:
   // All addresses of the server, the best first. The error's message is a sentence for the PPP log.
-  using AddressHandler = std::function<void(const foundation::Result<std::vector<in_addr>> &servers)>;
+  using AddressHandler = std::function<void(const vpnctl::Result<std::vector<in_addr>> &servers)>;
 
   virtual ~LinkParts() = default;
 
   // The journal, into which each change is written before it is made. Nothing else is asked for when this fails.
-  virtual foundation::Status open() = 0;
+  virtual vpnctl::Status open() = 0;
   // A pppd that runs, is in the journal, and waits for its channel.
-  virtual foundation::Result<std::unique_ptr<PPPSession>> startPPP(PPPSession::Handlers handlers) = 0;
+  virtual vpnctl::Result<std::unique_ptr<PPPSession>> startPPP(PPPSession::Handlers handlers) = 0;
   // Begins to look for the server's addresses. HANDLER is called once, later; destroying what comes back forgets it.
   [[nodiscard]] virtual std::shared_ptr<void> findServer(AddressHandler handler) = 0;
   // A tunnel to SERVER, not started.
   virtual std::unique_ptr<Tunnel> makeTunnel(in_addr server, Tunnel::Handlers handlers) = 0;
   virtual Routes &routes() = 0;
   // Listens to what becomes of the network on the way to SERVER, until what comes back is destroyed.
-  [[nodiscard]] virtual foundation::Result<std::shared_ptr<void>> watchNetwork(in_addr server,
-                                                                               NetworkWatch::Handlers handlers) = 0;
+  [[nodiscard]] virtual vpnctl::Result<std::shared_ptr<void>> watchNetwork(in_addr server,
+                                                                           NetworkWatch::Handlers handlers) = 0;
   // Calls HANDLER, later, when the user whose link this is logs out, until what comes back is destroyed.
   [[nodiscard]] virtual std::shared_ptr<void> afterLogout(std::function<void()> handler) = 0;
   virtual NameServers &nameServers() = 0;
   // The password, for PEER, which is pppd.
-  virtual foundation::Result<foundation::Secret> password(const Peer &peer) = 0;
+  virtual vpnctl::Result<vpnctl::Secret> password(const Peer &peer) = 0;
   virtual bool kernelHasMPPE() const = 0;
   // Everything that stands in the journal, and the journal. May be called again, and without open().
   virtual void takeBack() = 0;

@@ -8,7 +8,7 @@
 
 namespace helper {
 
-using foundation::Value;
+using vpnctl::Value;
 
 namespace {
 
@@ -139,18 +139,16 @@ std::string namesOf(const std::set<AuthProtocol> &protocols) {
 
 }  // namespace
 
-foundation::Result<LinkPlan> LinkPlan::make(const Value &root, const LinkRequest &request,
-                                            const EngineSettings &settings) {
+vpnctl::Result<LinkPlan> LinkPlan::make(const Value &root, const LinkRequest &request, const EngineSettings &settings) {
   const auto &[serviceID, startOptions, user, process] = request;
   const Value *service = root["NetworkServices"].find(serviceID);
-  if (service == nullptr) return foundation::Error{"Link", 0, "there is no network service " + serviceID};
+  if (service == nullptr) return vpnctl::Error{"Link", 0, "there is no network service " + serviceID};
   const Value &interface = (*service)["Interface"];
   if (!service->isDictionary() || interface["Type"].string() != "PPP" || !interface["SubType"].isString())
-    return foundation::Error{"Link", 0, "the network service " + serviceID + " is no PPP service"};
+    return vpnctl::Error{"Link", 0, "the network service " + serviceID + " is no PPP service"};
   const TunnelKindRow *kind = tunnelKindCalled(interface["SubType"].string());
   if (kind == nullptr)
-    return foundation::Error{"Link", 0,
-                             "tunnels of the kind \"" + interface["SubType"].string() + "\" are not supported"};
+    return vpnctl::Error{"Link", 0, "tunnels of the kind \"" + interface["SubType"].string() + "\" are not supported"};
   if (const auto allowed = checkStartOptions(*service, startOptions); !allowed) return allowed.error();
   const Value ppp = entity(*service, startOptions, "PPP");
   const Value ipv4 = entity(*service, startOptions, "IPv4");

@@ -25,9 +25,9 @@ enum class TunnelKind { pptp, l2tp };
 // What is asked for when a link is started.
 struct LinkRequest {
   std::string serviceID;
-  foundation::Value startOptions{};  // {"PPP": {...}, ...}, laid over the service's own entries; or null
-  uid_t user = 0;                    // who asks
-  pid_t process = 0;                 // with which program; 0: it is gone
+  vpnctl::Value startOptions{};  // {"PPP": {...}, ...}, laid over the service's own entries; or null
+  uid_t user = 0;                // who asks
+  pid_t process = 0;             // with which program; 0: it is gone
 };
 
 struct LinkPlan {
@@ -49,11 +49,11 @@ struct LinkPlan {
   // ROOT is the preferences' dictionary. SETTINGS stand above the service and what REQUEST lays over it. An error (with
   // a sentence part) when the service is missing, is no PPP service, or goes through a tunnel of a kind that there is
   // not; EINVAL when the request would change what a start may not.
-  static foundation::Result<LinkPlan> make(const foundation::Value &root, const LinkRequest &request,
-                                           const EngineSettings &settings);
+  static vpnctl::Result<LinkPlan> make(const vpnctl::Value &root, const LinkRequest &request,
+                                       const EngineSettings &settings);
 
   // The server of a service, as it writes it; empty when there is no such service.
-  static std::string serverOf(const foundation::Value &root, const std::string &serviceID) {
+  static std::string serverOf(const vpnctl::Value &root, const std::string &serviceID) {
     return root["NetworkServices"][serviceID.c_str()]["PPP"]["CommRemoteAddress"].string();
   }
 

@@ -12,8 +12,8 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Status;
+using vpnctl::Error;
+using vpnctl::Status;
 
 namespace {
 
@@ -45,7 +45,7 @@ Status MachineParts::open() {
   return {};
 }
 
-foundation::Result<std::unique_ptr<PPPSession>> MachineParts::startPPP(PPPSession::Handlers handlers) {
+vpnctl::Result<std::unique_ptr<PPPSession>> MachineParts::startPPP(PPPSession::Handlers handlers) {
   auto daemon = std::make_unique<PPPDaemon>(
       event_, std::move(handlers), [this](std::string_view line) { log_.copy(line); }, paths_.pppd);
   const PPPPaths paths{
@@ -72,7 +72,7 @@ std::unique_ptr<Tunnel> MachineParts::makeTunnel(in_addr server, Tunnel::Handler
   return makeTunnel_(server, std::move(handlers));
 }
 
-foundation::Result<std::shared_ptr<void>> MachineParts::watchNetwork(in_addr server, NetworkWatch::Handlers handlers) {
+vpnctl::Result<std::shared_ptr<void>> MachineParts::watchNetwork(in_addr server, NetworkWatch::Handlers handlers) {
   auto watch = NetworkWatch::start(event_, server, std::move(handlers));
   if (!watch) return watch.error();
   return std::shared_ptr<void>(std::move(*watch));
@@ -83,7 +83,7 @@ std::shared_ptr<void> MachineParts::afterLogout(std::function<void()> handler) {
   return std::make_shared<linux::SessionWatch>(event_, plan_.endsWithSessionOf, std::move(handler));
 }
 
-foundation::Result<foundation::Secret> MachineParts::password(const Peer &peer) {
+vpnctl::Result<vpnctl::Secret> MachineParts::password(const Peer &peer) {
   return secrets_.secretForService(plan_.ppp.passwordItem, plan_.secretUse, peer);
 }
 

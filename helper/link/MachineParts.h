@@ -39,15 +39,15 @@ class MachineParts : public LinkParts {
       : MachineParts(event, std::move(plan), secrets, log, Paths()) {}
   MachineParts(sd_event *event, LinkPlan plan, SecretSource &secrets, const PPPLog &log, Paths paths);
 
-  foundation::Status open() override;
-  foundation::Result<std::unique_ptr<PPPSession>> startPPP(PPPSession::Handlers handlers) override;
+  vpnctl::Status open() override;
+  vpnctl::Result<std::unique_ptr<PPPSession>> startPPP(PPPSession::Handlers handlers) override;
   std::shared_ptr<void> findServer(AddressHandler handler) override;
   std::unique_ptr<Tunnel> makeTunnel(in_addr server, Tunnel::Handlers handlers) override;
   Routes &routes() override { return *routes_; }
-  foundation::Result<std::shared_ptr<void>> watchNetwork(in_addr server, NetworkWatch::Handlers handlers) override;
+  vpnctl::Result<std::shared_ptr<void>> watchNetwork(in_addr server, NetworkWatch::Handlers handlers) override;
   std::shared_ptr<void> afterLogout(std::function<void()> handler) override;
   NameServers &nameServers() override { return *nameServers_; }
-  foundation::Result<foundation::Secret> password(const Peer &peer) override;
+  vpnctl::Result<vpnctl::Secret> password(const Peer &peer) override;
   bool kernelHasMPPE() const override;
   void takeBack() override;
   linux::Clock &clock() override { return clock_; }

@@ -9,7 +9,7 @@
 
 namespace helper {
 
-using foundation::Status;
+using vpnctl::Status;
 
 namespace {
 
@@ -50,7 +50,7 @@ void VPNLink::begin() {
     cause_ = kCauseUserRequest;
     return end(Farewell::orderly);
   }
-  const auto cannotStart = [this](const foundation::Error &error) {
+  const auto cannotStart = [this](const vpnctl::Error &error) {
     fail(kCauseFatal, 0, "The connection cannot be started: " + error.message + ".");
   };
   if (const Status opened = parts_->open(); !opened) return cannotStart(opened.error());
@@ -61,7 +61,7 @@ void VPNLink::begin() {
   if (!ppp) return cannotStart(ppp.error());
   ppp_ = std::move(*ppp);
   resolution_ =
-      parts_->findServer([this](const foundation::Result<std::vector<in_addr>> &servers) { serversFound(servers); });
+      parts_->findServer([this](const vpnctl::Result<std::vector<in_addr>> &servers) { serversFound(servers); });
   session_ = parts_->afterLogout([this] { loggedOut(); });
   giveTime();
   // Last: whoever hears it may stop the link.
@@ -79,7 +79,7 @@ void VPNLink::giveTime() {
       });
 }
 
-void VPNLink::serversFound(const foundation::Result<std::vector<in_addr>> &servers) {
+void VPNLink::serversFound(const vpnctl::Result<std::vector<in_addr>> &servers) {
   if (!servers)
     return fail(kCauseConnectFailed, static_cast<int>(Tunnel::DeviceCause::noServer), servers.error().message);
   servers_ = *servers;
@@ -136,7 +136,7 @@ void VPNLink::pppReached(int phase) {
   if (phase != kPhaseConnected) tell(phase);
 }
 
-std::optional<foundation::Secret> VPNLink::password(const Peer &peer) {
+std::optional<vpnctl::Secret> VPNLink::password(const Peer &peer) {
   auto secret = parts_->password(peer);
   if (secret) return std::move(*secret);
   parts_->log("There is no password for the connection: " + secret.error().message + ".");

@@ -36,14 +36,14 @@ class VPNLink : public Link {
   // Coming up, in this order; pppd starts while the tunnel is still being made.
   void begin();
   void giveTime();
-  void serversFound(const foundation::Result<std::vector<in_addr>> &servers);
+  void serversFound(const vpnctl::Result<std::vector<in_addr>> &servers);
   void callServer();
   void tunnelIsUp(TunnelChannel channel);
   void pppReached(int phase);
   void pppIsUp(const PluginIPUp &up);
   std::optional<std::string> objectionTo(const PluginIPUp &up);
   void becomeUp(const PluginIPUp &up);
-  std::optional<foundation::Secret> password(const Peer &peer);
+  std::optional<vpnctl::Secret> password(const Peer &peer);
   bool isAlive() const { return state_ == State::connecting || state_ == State::up; }
 
   // What others do to the network meanwhile.

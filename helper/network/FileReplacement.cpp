@@ -15,16 +15,16 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::FileDescriptor;
-using foundation::Status;
-using foundation::writeAll;
+using vpnctl::errnoError;
+using vpnctl::FileDescriptor;
+using vpnctl::Status;
+using vpnctl::writeAll;
 
 namespace {
 
 constexpr std::size_t kLargest = std::size_t{1} << 20;  // no resolver file comes near
 
-foundation::Result<std::string> readAll(int file, const std::string &path) {
+vpnctl::Result<std::string> readAll(int file, const std::string &path) {
   std::string bytes;
   std::array<char, 4096> block{};
   while (true) {
@@ -41,13 +41,13 @@ foundation::Result<std::string> readAll(int file, const std::string &path) {
 std::string freshName(const std::string &path) { return path + ".vpnctl-new"; }
 
 Status putBytes(const ReplacedFile &file, const std::string &bytes) {
-  foundation::FreshFile fresh{freshName(file.path)};
+  vpnctl::FreshFile fresh{freshName(file.path)};
   fresh.prepare = [&](int out) -> Status {
     if (::fchown(out, file.owner, file.group) == 0 && ::fchmod(out, file.mode) == 0) return {};
     return errnoError(errno, "write the new " + file.path);
   };
-  foundation::PosixFileSystem fileSystem;
-  Status status = foundation::replaceFile(file.path, bytes, fresh, fileSystem);
+  vpnctl::PosixFileSystem fileSystem;
+  Status status = vpnctl::replaceFile(file.path, bytes, fresh, fileSystem);
   if (status || status.error().code != EBUSY) return status;
   // Containers mount the file itself: it can be written, not replaced.
   FileDescriptor place(::open(file.path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
@@ -66,7 +66,7 @@ Status putLink(const ReplacedFile &file, const std::string &target) {
 
 // The new name outlives a power failure from here on: before its journal forgets it, what is put back has to.
 void synchronizeFolderOf(const std::string &path) {
-  const FileDescriptor folder(::open(foundation::folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const FileDescriptor folder(::open(vpnctl::folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (folder) ::fsync(folder.get());
 }
 
@@ -77,7 +77,7 @@ Status putOriginal(const ReplacedFile &file) {
   return {};
 }
 
-foundation::Result<std::string> textBefore(const ReplacedFile &file) {
+vpnctl::Result<std::string> textBefore(const ReplacedFile &file) {
   if (!file.linkTarget) return file.bytes.value_or("");
   const std::string target = std::filesystem::path(file.path).parent_path() / *file.linkTarget;
   const FileDescriptor in(::open(target.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -141,7 +141,7 @@ bool isCutOff(const ReplacedFile &now, const ReplacedFile &file, const std::vect
 }
 
 // takeFileBack() while the others are locked out.
-foundation::Result<bool> takeFileBackAlone(const Journal &journal, const ReplacedFile &file) {
+vpnctl::Result<bool> takeFileBackAlone(const Journal &journal, const ReplacedFile &file) {
   const auto now = currentFile(file.path);
   if (!now) return now.error();
   // Whoever wrote it has died: nobody else may write here now.
@@ -161,7 +161,7 @@ foundation::Result<bool> takeFileBackAlone(const Journal &journal, const Replace
 
 }  // namespace
 
-foundation::Result<ReplacedFile> currentFile(const std::string &path) {
+vpnctl::Result<ReplacedFile> currentFile(const std::string &path) {
   ReplacedFile file;
   file.path = path;
   struct stat attributes {};
@@ -213,7 +213,7 @@ Status replaceFile(Journal &journal, const std::string &path,
   return put;
 }
 
-foundation::Result<bool> isFileStillReplaced(Journal &journal, std::size_t index) {
+vpnctl::Result<bool> isFileStillReplaced(Journal &journal, std::size_t index) {
   // Others note first and write then: without the lock their work could look like a stranger's.
   const auto lock = journal.lockOthersOut();
   if (!lock) return lock.error();
@@ -231,7 +231,7 @@ foundation::Result<bool> isFileStillReplaced(Journal &journal, std::size_t index
   return false;
 }
 
-foundation::Result<bool> takeFileBack(Journal &journal, std::size_t index) {
+vpnctl::Result<bool> takeFileBack(Journal &journal, std::size_t index) {
   const auto lock = journal.lockOthersOut();
   if (!lock) return lock.error();
   const auto done = takeFileBackAlone(journal, std::get<ReplacedFile>(journal.entries().at(index)));

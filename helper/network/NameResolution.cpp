@@ -23,7 +23,7 @@ namespace helper {
 struct NameResolution::Question {
   std::string name;
   Resolver resolver;
-  foundation::FileDescriptor done;  // an eventfd
+  vpnctl::FileDescriptor done;  // an eventfd
   int error = 0;
   Addresses addresses;
   std::atomic<bool> answered{false};  // publishes error and addresses
@@ -33,7 +33,7 @@ namespace {
 
 constexpr std::size_t kLongestName = 253;  // RFC 1035 section 2.3.4, as text
 
-foundation::Error sentence(std::string text) { return {"NameResolution", 0, std::move(text)}; }
+vpnctl::Error sentence(std::string text) { return {"NameResolution", 0, std::move(text)}; }
 
 bool isHostName(std::string_view text) {
   const auto allowed = [](char c) {
@@ -53,7 +53,7 @@ bool canBeServer(in_addr address) {
 
 }  // namespace
 
-foundation::Result<in_addr> NameResolution::parse(const std::string &text) {
+vpnctl::Result<in_addr> NameResolution::parse(const std::string &text) {
   in6_addr other{};
   if (text.empty()) return sentence("The configuration names no server; set its address or its name.");
   if (const auto address = addressFrom(text)) {
@@ -90,7 +90,7 @@ NameResolution::NameResolution(sd_event *event, const std::string &text, Handler
     : handler_(std::move(handler)), name_(text) {
   const auto parsed = parse(text);
   if (!parsed || parsed->s_addr != INADDR_ANY) {
-    const auto result = parsed ? foundation::Result<Addresses>(Addresses{*parsed}) : parsed.error();
+    const auto result = parsed ? vpnctl::Result<Addresses>(Addresses{*parsed}) : parsed.error();
     answer_ = linux::EventSource::soon(event, [this, result] { answer(result); });
     return;
   }
@@ -138,7 +138,7 @@ void NameResolution::answered() {
   answer(usable);
 }
 
-void NameResolution::answer(const foundation::Result<Addresses> &addresses) {
+void NameResolution::answer(const vpnctl::Result<Addresses> &addresses) {
   // A copy, because whoever hears the answer destroys us.
   const Handler handler = handler_;
   handler(addresses);

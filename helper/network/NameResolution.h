@@ -24,7 +24,7 @@ class NameResolution {
   using Addresses = std::vector<in_addr>;
   // At least one address and at most kMost, the best first. The error's message is a sentence for the PPP log, with the
   // remedy.
-  using Handler = std::function<void(const foundation::Result<Addresses> &)>;
+  using Handler = std::function<void(const vpnctl::Result<Addresses> &)>;
   // What asks the system, replaceable for tests: an error code of getaddrinfo, 0 when ADDRESSES is filled.
   using Resolver = std::function<int(const std::string &name, Addresses &addresses)>;
 
@@ -39,13 +39,13 @@ class NameResolution {
 
   // The address if TEXT is one. An error if TEXT is neither an IPv4 address that a server can have nor a host name;
   // INADDR_ANY for a name that has to be asked for.
-  static foundation::Result<in_addr> parse(const std::string &text);
+  static vpnctl::Result<in_addr> parse(const std::string &text);
   static Resolver systemResolver();
 
  private:
   struct Question;
   void answered();
-  void answer(const foundation::Result<Addresses> &addresses);
+  void answer(const vpnctl::Result<Addresses> &addresses);
 
   Handler handler_;
   std::string name_;

@@ -20,13 +20,13 @@ namespace {
 // Some who configure a network take an address away and put it back at once.
 constexpr std::chrono::milliseconds kAddressGrace{300};
 
-foundation::FileDescriptor datagramSocket() {
-  return foundation::FileDescriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+vpnctl::FileDescriptor datagramSocket() {
+  return vpnctl::FileDescriptor(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
 }
 
 // 0.0.0.0 when there is no way.
 in_addr sourceTo(in_addr server) {
-  const foundation::FileDescriptor socket = datagramSocket();
+  const vpnctl::FileDescriptor socket = datagramSocket();
   sockaddr_in end{};
   end.sin_family = AF_INET;
   end.sin_addr = server;
@@ -38,7 +38,7 @@ in_addr sourceTo(in_addr server) {
 }
 
 bool isOurs(in_addr address) {
-  const foundation::FileDescriptor socket = datagramSocket();
+  const vpnctl::FileDescriptor socket = datagramSocket();
   sockaddr_in end{};
   end.sin_family = AF_INET;
   end.sin_addr = address;
@@ -64,8 +64,7 @@ NetworkWatch::~NetworkWatch() {
   nl_socket_free(socket_);
 }
 
-foundation::Result<std::unique_ptr<NetworkWatch>> NetworkWatch::start(sd_event *event, in_addr server,
-                                                                      Handlers handlers) {
+vpnctl::Result<std::unique_ptr<NetworkWatch>> NetworkWatch::start(sd_event *event, in_addr server, Handlers handlers) {
   std::unique_ptr<NetworkWatch> watch(new NetworkWatch(event, std::move(handlers)));
   nl_sock *socket = watch->socket_;
   nl_socket_disable_seq_check(socket);
@@ -74,7 +73,7 @@ foundation::Result<std::unique_ptr<NetworkWatch>> NetworkWatch::start(sd_event *
     code = nl_socket_add_memberships(socket, RTNLGRP_IPV4_IFADDR, RTNLGRP_IPV4_RULE, RTNLGRP_IPV6_RULE,
                                      RTNLGRP_IPV4_ROUTE, RTNLGRP_IPV6_ROUTE, 0);
   if (code >= 0) code = nl_socket_set_nonblocking(socket);
-  if (code < 0) return foundation::Error{"Netlink", -code, std::string("listen to the kernel: ") + nl_geterror(code)};
+  if (code < 0) return vpnctl::Error{"Netlink", -code, std::string("listen to the kernel: ") + nl_geterror(code)};
   const auto take = [](nl_msg *message, void *context) -> int {
     News &news = *static_cast<News *>(context);
     nlmsghdr *header = nlmsg_hdr(message);

@@ -28,7 +28,7 @@ class NetworkWatch {
 
   // Begins with the address from which packets go to SERVER now; where there is no way to it, with none. EVENT outlives
   // it. A handler may destroy it.
-  static foundation::Result<std::unique_ptr<NetworkWatch>> start(sd_event *event, in_addr server, Handlers handlers);
+  static vpnctl::Result<std::unique_ptr<NetworkWatch>> start(sd_event *event, in_addr server, Handlers handlers);
   NetworkWatch(const NetworkWatch &) = delete;
   NetworkWatch &operator=(const NetworkWatch &) = delete;
   ~NetworkWatch();

@@ -7,8 +7,8 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Status;
+using vpnctl::Error;
+using vpnctl::Status;
 
 namespace {
 
@@ -118,7 +118,7 @@ void ResolvedClient::tell(int index, const std::vector<in_addr> &servers, const 
   }
   if (result < 0) {
     next_ = linux::EventSource::soon(event_, [this, result] {
-      finish(reason(foundation::errnoError(-result, "systemd-resolved cannot be told").message));
+      finish(reason(vpnctl::errnoError(-result, "systemd-resolved cannot be told").message));
     });
     return;
   }

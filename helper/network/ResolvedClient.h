@@ -25,7 +25,7 @@ class ResolvedClient {
   // An answer takes milliseconds; who has not answered by then will not.
   static constexpr std::chrono::milliseconds kDeadline{2000};
   // The error's message is part of a sentence, with systemd-resolved or the bus as its subject.
-  using Handler = std::function<void(const foundation::Status &)>;
+  using Handler = std::function<void(const vpnctl::Status &)>;
 
   // BUS is a D-Bus address.
   ResolvedClient(sd_event *event, std::string bus, std::chrono::milliseconds deadline = kDeadline);
@@ -41,7 +41,7 @@ class ResolvedClient {
   int connect();
   int send(sd_bus_message *message);
   static int answered(sd_bus_message *answer, void *client, sd_bus_error *error);
-  void finish(const foundation::Status &status);
+  void finish(const vpnctl::Status &status);
 
   sd_event *event_;
   const std::string address_;

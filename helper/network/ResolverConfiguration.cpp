@@ -20,8 +20,8 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Status;
 
 namespace {
 
@@ -181,8 +181,8 @@ void ResolverConfiguration::resolvedAnswered(const Status &status) {
 
 void ResolverConfiguration::runResolvconf(const std::string &program) {
   const std::string lines = nameserverLines(wish_.servers) + (domains_.empty() ? "" : searchLine(domains_));
-  const foundation::FileDescriptor input(::memfd_create("name servers", MFD_CLOEXEC));
-  if (!input || !foundation::writeAll(input.get(), lines, program) || ::lseek(input.get(), 0, SEEK_SET) < 0)
+  const vpnctl::FileDescriptor input(::memfd_create("name servers", MFD_CLOEXEC));
+  if (!input || !vpnctl::writeAll(input.get(), lines, program) || ::lseek(input.get(), 0, SEEK_SET) < 0)
     return finish(errnoError(errno, "write the name servers for " + program));
   if (recordKey_.empty()) recordKey_ = newRecordKey(wish_.interface);
   const ResolvconfRecord record{program, recordKey_};
@@ -198,9 +198,9 @@ void ResolverConfiguration::runResolvconf(const std::string &program) {
 
 void ResolverConfiguration::resolvconfEnded(const std::string &program, const linux::ChildProcess::End &end) {
   if (end.exited && end.code == 0) return finish({});
-  finish(foundation::Error{"resolvconf", end.code,
-                           program + (end.exited ? " -a ends with status " + std::to_string(end.code)
-                                                 : " -a was ended by signal " + std::to_string(end.code))});
+  finish(vpnctl::Error{"resolvconf", end.code,
+                       program + (end.exited ? " -a ends with status " + std::to_string(end.code)
+                                             : " -a was ended by signal " + std::to_string(end.code))});
 }
 
 Status ResolverConfiguration::editFile() {

@@ -69,12 +69,12 @@ class ResolverConfiguration : public NameServers {
   static Owner ownerOf(const Paths &paths);
   void begin(Wish wish);
   void makeKnown();
-  void resolvedAnswered(const foundation::Status &status);
+  void resolvedAnswered(const vpnctl::Status &status);
   void runResolvconf(const std::string &program);
   void resolvconfEnded(const std::string &program, const linux::ChildProcess::End &end);
-  foundation::Status editFile();
+  vpnctl::Status editFile();
   // Without FAILURE nothing is to be told.
-  void finish(const foundation::Status &failure);
+  void finish(const vpnctl::Status &failure);
   void say(const std::string &sentence);
   void watch();
   void fileStirred();

@@ -6,7 +6,7 @@
 
 namespace helper {
 
-using foundation::Status;
+using vpnctl::Status;
 using Kind = PolicyRule::Kind;
 
 namespace {
@@ -115,7 +115,7 @@ Status JournalledRoutes::tablesBehind(bool ours) {
   return {};
 }
 
-foundation::Result<bool> JournalledRoutes::putBack() {
+vpnctl::Result<bool> JournalledRoutes::putBack() {
   const auto there = routing_.rules();
   if (!there) return there.error();
   bool missing = false;

@@ -20,16 +20,16 @@ class Routes {
   virtual ~Routes() = default;
   // Packets to the server go past the tunnels, this one and those of other links: no link depends on another's life.
   // Called again, for another server, those to the one before no longer do.
-  virtual foundation::Status keepWay(in_addr server) = 0;
+  virtual vpnctl::Status keepWay(in_addr server) = 0;
   // Takes the server's address off INTERFACE: PPP peers that call themselves by it would pull the tunnel into itself.
-  virtual foundation::Status keepServerOff(const std::string &interface, in_addr server) = 0;
+  virtual vpnctl::Status keepServerOff(const std::string &interface, in_addr server) = 0;
   // The network that the machine is in by another interface than INTERFACE, and that ADDRESS belongs to.
   virtual std::optional<IPv4Network> networkAround(in_addr address, const std::string &interface) = 0;
   // Sends what the tunnel is for through INTERFACE; without one, it is refused from now on. May be called again: the
   // kernel throws routes away when their interface goes down, even for a moment.
-  virtual foundation::Status carry(const std::string &interface) = 0;
+  virtual vpnctl::Status carry(const std::string &interface) = 0;
   // Puts back what others have thrown away of all this. True when there was anything.
-  virtual foundation::Result<bool> putBack() = 0;
+  virtual vpnctl::Result<bool> putBack() = 0;
 };
 
 // In the kernel, by rules and a table of the link's own. The machine's routes and rules stay as they are.
@@ -38,18 +38,18 @@ class JournalledRoutes : public Routes {
   // ROUTING and JOURNAL outlive it.
   JournalledRoutes(Routing &routing, Journal &journal, RoutePlan plan);
 
-  foundation::Status keepWay(in_addr server) override;
-  foundation::Status keepServerOff(const std::string &interface, in_addr server) override;
+  vpnctl::Status keepWay(in_addr server) override;
+  vpnctl::Status keepServerOff(const std::string &interface, in_addr server) override;
   std::optional<IPv4Network> networkAround(in_addr address, const std::string &interface) override;
-  foundation::Status carry(const std::string &interface) override;
-  foundation::Result<bool> putBack() override;
+  vpnctl::Status carry(const std::string &interface) override;
+  vpnctl::Result<bool> putBack() override;
 
  private:
-  foundation::Status add(const std::vector<PolicyRule> &rules);
-  foundation::Status fillTable();
-  foundation::Status refuse();
-  foundation::Status lead();
-  foundation::Status tablesBehind(bool ours);
+  vpnctl::Status add(const std::vector<PolicyRule> &rules);
+  vpnctl::Status fillTable();
+  vpnctl::Status refuse();
+  vpnctl::Status lead();
+  vpnctl::Status tablesBehind(bool ours);
 
   Routing &routing_;
   Journal &journal_;

@@ -13,8 +13,8 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Status;
 
 namespace {
 
@@ -99,7 +99,7 @@ Status dump(nl_sock *socket, int type, Header filter, nl_recvmsg_msg_cb_t take, 
   int code = nl_send_simple(socket, type, NLM_F_DUMP, &filter, sizeof filter);
   if (code >= 0) code = nl_recvmsgs_default(socket);
   nl_socket_modify_cb(socket, NL_CB_VALID, NL_CB_DEFAULT, nullptr, nullptr);
-  if (code < 0) return foundation::Error{"Netlink", -code, std::string(what) + ": " + nl_geterror(code)};
+  if (code < 0) return vpnctl::Error{"Netlink", -code, std::string(what) + ": " + nl_geterror(code)};
   return {};
 }
 
@@ -207,10 +207,10 @@ int clearNetwork(nl_sock *socket, std::uint32_t table, std::uint8_t family, cons
 
 }  // namespace
 
-foundation::Result<std::unique_ptr<NetlinkRouting>> NetlinkRouting::open() {
+vpnctl::Result<std::unique_ptr<NetlinkRouting>> NetlinkRouting::open() {
   std::unique_ptr<NetlinkRouting> routing(new NetlinkRouting(nl_socket_alloc()));
   if (const int code = nl_connect(routing->socket_, NETLINK_ROUTE); code < 0)
-    return foundation::Error{"Netlink", -code, std::string("talk to the kernel about routes: ") + nl_geterror(code)};
+    return vpnctl::Error{"Netlink", -code, std::string("talk to the kernel about routes: ") + nl_geterror(code)};
   return routing;
 }
 
@@ -225,7 +225,7 @@ Status NetlinkRouting::remove(const PolicyRule &rule) {
   return refusedWith(code == ENOENT ? 0 : code, "remove a routing rule");
 }
 
-foundation::Result<std::vector<PolicyRule>> NetlinkRouting::rules() {
+vpnctl::Result<std::vector<PolicyRule>> NetlinkRouting::rules() {
   std::vector<PolicyRule> found;
   if (const Status dumped = dump(socket_, RTM_GETRULE, fib_rule_hdr{}, takeRule, &found, "read the routing rules");
       !dumped)
@@ -233,7 +233,7 @@ foundation::Result<std::vector<PolicyRule>> NetlinkRouting::rules() {
   return found;
 }
 
-foundation::Result<std::vector<IPv4Network>> NetlinkRouting::networks(const std::string &besides) {
+vpnctl::Result<std::vector<IPv4Network>> NetlinkRouting::networks(const std::string &besides) {
   NetworkSearch search{static_cast<std::uint32_t>(indexOf(socket_, besides)), {}};
   rtmsg ofIPv4{};
   ofIPv4.rtm_family = AF_INET;

@@ -10,7 +10,7 @@
 
 namespace helper {
 
-LineReader::LineReader(sd_event *event, foundation::FileDescriptor pipe, std::function<void(std::string_view)> handler)
+LineReader::LineReader(sd_event *event, vpnctl::FileDescriptor pipe, std::function<void(std::string_view)> handler)
     : pipe_(std::move(pipe)), handler_(std::move(handler)) {
   ::fcntl(pipe_.get(), F_SETFL, O_NONBLOCK);
   ready_ = linux::EventSource::io(event, pipe_.get(), EPOLLIN, [this](std::uint32_t) { drain(); });

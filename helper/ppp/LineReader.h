@@ -22,7 +22,7 @@ class LineReader {
   static constexpr std::size_t kMaximumLine = 4096;
 
   // HANDLER gets each line without its end.
-  LineReader(sd_event *event, foundation::FileDescriptor pipe, std::function<void(std::string_view line)> handler);
+  LineReader(sd_event *event, vpnctl::FileDescriptor pipe, std::function<void(std::string_view line)> handler);
   LineReader(const LineReader &) = delete;
   LineReader &operator=(const LineReader &) = delete;
 
@@ -34,7 +34,7 @@ class LineReader {
  private:
   void split();
 
-  foundation::FileDescriptor pipe_;
+  vpnctl::FileDescriptor pipe_;
   std::function<void(std::string_view)> handler_;
   std::string text_;  // of a line whose end is still to come
   linux::EventSource ready_;

@@ -32,21 +32,21 @@ PPPDaemon::PPPDaemon(sd_event *event, Handlers handlers, std::function<void(std:
       plugin_(event, PluginChannel::Handlers{.message = [this](const PluginMessage &message) { said(message); },
                                              // Whatever ended the conversation also ends pppd; its exit tells the rest.
                                              .closed =
-                                                 [this](const foundation::Status &reason) {
+                                                 [this](const vpnctl::Status &reason) {
                                                    if (!reason && process_) process_->signal(SIGTERM);
                                                  }}) {}
 
 PPPDaemon::~PPPDaemon() = default;
 
-foundation::Status PPPDaemon::start(const std::vector<std::string> &options, const std::string &socketPath) {
+vpnctl::Status PPPDaemon::start(const std::vector<std::string> &options, const std::string &socketPath) {
   if (auto listening = plugin_.listen(socketPath); !listening) return listening;
   std::vector<std::string> arguments{program_};
   arguments.insert(arguments.end(), options.begin(), options.end());
   // Not into the log itself: whoever rotates that would have to ask pppd to open it anew.
   std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC) < 0) return foundation::errnoError(errno, "make a pipe for " + program_);
-  output_.emplace(event_, foundation::FileDescriptor(ends[0]), log_);
-  const foundation::FileDescriptor output(ends[1]);
+  if (::pipe2(ends.data(), O_CLOEXEC) < 0) return vpnctl::errnoError(errno, "make a pipe for " + program_);
+  output_.emplace(event_, vpnctl::FileDescriptor(ends[0]), log_);
+  const vpnctl::FileDescriptor output(ends[1]);
   // Nothing of the caller's: no locale, no proxy, no preloaded library.
   auto process = linux::ChildProcess::spawn(arguments, {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C"},
                                             {.error = output.get()});

@@ -32,7 +32,7 @@ class PPPDaemon : public PPPSession {
   ~PPPDaemon() override;
 
   // Listens at SOCKET_PATH for the plugin, and starts pppd with OPTIONS.
-  foundation::Status start(const std::vector<std::string> &options, const std::string &socketPath);
+  vpnctl::Status start(const std::vector<std::string> &options, const std::string &socketPath);
   bool running() const override { return process_ && process_->running(); }
   pid_t pid() const { return process_ ? process_->pid() : -1; }
 

@@ -35,7 +35,7 @@ class PPPSession {
   struct Handlers {
     std::function<void(int phase)> phase;
     // PEER asks for the password: answer at once.
-    std::function<std::optional<foundation::Secret>(const Peer &peer)> password;
+    std::function<std::optional<vpnctl::Secret>(const Peer &peer)> password;
     std::function<void(const PluginIPUp &)> ipUp;
     std::function<void(const PPPEnd &)> ended;
   };

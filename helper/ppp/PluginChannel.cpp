@@ -18,16 +18,16 @@ PluginChannel::PluginChannel(sd_event *event, Handlers handlers) : event_(event)
 
 PluginChannel::~PluginChannel() { stopListening(); }
 
-foundation::Status PluginChannel::listen(const std::string &path) {
+vpnctl::Status PluginChannel::listen(const std::string &path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) return foundation::errnoError(ENAMETOOLONG, "listen at " + path);
+  if (path.size() >= sizeof address.sun_path) return vpnctl::errnoError(ENAMETOOLONG, "listen at " + path);
   std::memcpy(address.sun_path, path.data(), path.size());
   listener_.reset(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!listener_ || ::bind(listener_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) < 0)
-    return foundation::errnoError(errno, "listen at " + path);
+    return vpnctl::errnoError(errno, "listen at " + path);
   path_ = path;
-  if (::listen(listener_.get(), 1) < 0) return foundation::errnoError(errno, "listen at " + path);
+  if (::listen(listener_.get(), 1) < 0) return vpnctl::errnoError(errno, "listen at " + path);
   listening_ = linux::EventSource::io(event_, listener_.get(), EPOLLIN, [this](std::uint32_t) { connectionArrived(); });
   return {};
 }
@@ -38,7 +38,7 @@ void PluginChannel::accepts(pid_t pid, std::string program) {
 }
 
 void PluginChannel::connectionArrived() {
-  foundation::FileDescriptor connection(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  vpnctl::FileDescriptor connection(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!connection) return;
   auto peer = Peer::ofSocket(connection.get());
   // The folder is root's alone, so a stranger is not expected; if one comes all the same, it is shown the door.
@@ -48,7 +48,7 @@ void PluginChannel::connectionArrived() {
   adopt(std::move(connection));
 }
 
-void PluginChannel::adopt(foundation::FileDescriptor connection) {
+void PluginChannel::adopt(vpnctl::FileDescriptor connection) {
   connection_ = std::move(connection);
   reading_ = linux::EventSource::io(event_, connection_.get(), EPOLLIN, [this](std::uint32_t) { recordArrived(); });
 }
@@ -59,7 +59,7 @@ bool PluginChannel::recordArrived() {
   if (size < 0 && errno == EINTR) return true;
   if (size < 0 && errno == EAGAIN) return false;
   if (size <= 0) {
-    close(size == 0 ? foundation::Status() : foundation::Status(foundation::errnoError(errno, "hear the plugin")));
+    close(size == 0 ? vpnctl::Status() : vpnctl::Status(vpnctl::errnoError(errno, "hear the plugin")));
     return false;
   }
   const auto message = decodePluginMessage(std::span(record).first(static_cast<std::size_t>(size)));
@@ -75,7 +75,7 @@ void PluginChannel::drain() {
   }
 }
 
-foundation::Status PluginChannel::giveChannel(TunnelChannel channel) {
+vpnctl::Status PluginChannel::giveChannel(TunnelChannel channel) {
   vpnctl_plugin_channel answer{.header = {VPNCTL_PLUGIN_VERSION, VPNCTL_PLUGIN_CHANNEL}, .length = 0, .frame = {}};
   if (channel.earlyFrame.size() <= sizeof answer.frame) {
     answer.length = static_cast<std::uint16_t>(channel.earlyFrame.size());
@@ -96,12 +96,12 @@ foundation::Status PluginChannel::giveChannel(TunnelChannel channel) {
   rights->cmsg_len = CMSG_LEN(size);
   std::memcpy(CMSG_DATA(rights), descriptors.data(), size);
   if (::sendmsg(connection_.get(), &message, MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof answer))
-    return foundation::errnoError(errno, "hand the tunnel to pppd");
+    return vpnctl::errnoError(errno, "hand the tunnel to pppd");
   return {};
 }
 
-foundation::Status PluginChannel::givePassword(const std::optional<foundation::Secret> &password) {
-  foundation::Secret record = foundation::Secret::ofSize(sizeof(vpnctl_plugin_password));
+vpnctl::Status PluginChannel::givePassword(const std::optional<vpnctl::Secret> &password) {
+  vpnctl::Secret record = vpnctl::Secret::ofSize(sizeof(vpnctl_plugin_password));
   // pppd would take a zero byte for the end, and try what stands before it.
   const bool usable = password && password->size() <= VPNCTL_PLUGIN_PASSWORD_SIZE &&
                       std::find(password->bytes().begin(), password->bytes().end(), 0) == password->bytes().end();
@@ -114,7 +114,7 @@ foundation::Status PluginChannel::givePassword(const std::optional<foundation::S
   if (usable && length > 0)
     std::memcpy(bytes + offsetof(vpnctl_plugin_password, bytes), password->bytes().data(), password->size());
   if (::send(connection_.get(), bytes, record.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(record.size()))
-    return foundation::errnoError(errno, "answer pppd");
+    return vpnctl::errnoError(errno, "answer pppd");
   return {};
 }
 
@@ -123,7 +123,7 @@ void PluginChannel::hangUp() {
   if (connection_) ::shutdown(connection_.get(), SHUT_WR);
 }
 
-void PluginChannel::close(const foundation::Status &reason) {
+void PluginChannel::close(const vpnctl::Status &reason) {
   reading_.reset();
   connection_.reset();
   handlers_.closed(reason);

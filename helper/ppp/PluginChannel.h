@@ -28,7 +28,7 @@ class PluginChannel {
   struct Handlers {
     std::function<void(const PluginMessage &)> message;
     // The connection ended, or broke (then the error says how). Nothing follows.
-    std::function<void(const foundation::Status &)> closed;
+    std::function<void(const vpnctl::Status &)> closed;
   };
 
   PluginChannel(sd_event *event, Handlers handlers);
@@ -37,16 +37,16 @@ class PluginChannel {
   ~PluginChannel();
 
   // Listens at PATH, which must not exist and is unlinked as soon as the plugin is connected.
-  foundation::Status listen(const std::string &path);
+  vpnctl::Status listen(const std::string &path);
   // Only process PID that runs PROGRAM is let in.
   void accepts(pid_t pid, std::string program);
   // For tests: a connection that is there already.
-  void adopt(foundation::FileDescriptor connection);
+  void adopt(vpnctl::FileDescriptor connection);
 
   // The answer to PluginNeedsChannel; CHANNEL's descriptors are closed here.
-  foundation::Status giveChannel(TunnelChannel channel);
+  vpnctl::Status giveChannel(TunnelChannel channel);
   // The answer to PluginNeedsPassword; none when there is none to give. At most 255 bytes without a zero byte.
-  foundation::Status givePassword(const std::optional<foundation::Secret> &password);
+  vpnctl::Status givePassword(const std::optional<vpnctl::Secret> &password);
   // The process at the other end.
   const Peer *peer() const { return peer_ ? &*peer_ : nullptr; }
   // The line is gone: pppd ends as after a hang-up. What it says until then still arrives.
@@ -58,7 +58,7 @@ class PluginChannel {
   void connectionArrived();
   // False when there is nothing more to read for now.
   bool recordArrived();
-  void close(const foundation::Status &reason);
+  void close(const vpnctl::Status &reason);
   void stopListening();
 
   sd_event *event_;
@@ -66,8 +66,8 @@ class PluginChannel {
   std::string path_;
   pid_t expectedPID_ = -1;
   std::string expectedProgram_;
-  foundation::FileDescriptor listener_;
-  foundation::FileDescriptor connection_;
+  vpnctl::FileDescriptor listener_;
+  vpnctl::FileDescriptor connection_;
   std::optional<Peer> peer_;
   linux::EventSource listening_;
   linux::EventSource reading_;

@@ -10,7 +10,7 @@ namespace helper {
 
 namespace {
 
-foundation::Error malformed(std::string message) { return {"Plugin", 0, std::move(message)}; }
+vpnctl::Error malformed(std::string message) { return {"Plugin", 0, std::move(message)}; }
 
 // A name that goes into no path or message unseen: what the kernel allows, less its oddities.
 bool isInterfaceName(const std::string &name) {
@@ -28,7 +28,7 @@ bool copyRecord(std::span<const std::uint8_t> bytes, Record &record) {
   return true;
 }
 
-foundation::Result<PluginMessage> ipUp(std::span<const std::uint8_t> bytes) {
+vpnctl::Result<PluginMessage> ipUp(std::span<const std::uint8_t> bytes) {
   vpnctl_plugin_ip_up record{};
   if (!copyRecord(bytes, record)) return malformed("an address message of the wrong size");
   PluginIPUp message;
@@ -48,7 +48,7 @@ foundation::Result<PluginMessage> ipUp(std::span<const std::uint8_t> bytes) {
 
 }  // namespace
 
-foundation::Result<PluginMessage> decodePluginMessage(std::span<const std::uint8_t> record) {
+vpnctl::Result<PluginMessage> decodePluginMessage(std::span<const std::uint8_t> record) {
   vpnctl_plugin_header header{};
   if (record.size() < sizeof header) return malformed("a record shorter than its header");
   std::memcpy(&header, record.data(), sizeof header);

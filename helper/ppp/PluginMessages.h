@@ -57,6 +57,6 @@ struct PluginExit {
 using PluginMessage = std::variant<PluginNeedsChannel, PluginPhase, PluginNeedsPassword, PluginIPUp, PluginExit>;
 
 // One record as it was received.
-foundation::Result<PluginMessage> decodePluginMessage(std::span<const std::uint8_t> record);
+vpnctl::Result<PluginMessage> decodePluginMessage(std::span<const std::uint8_t> record);
 
 }  // namespace helper

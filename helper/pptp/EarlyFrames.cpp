@@ -10,8 +10,8 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::FileDescriptor;
+using vpnctl::errnoError;
+using vpnctl::FileDescriptor;
 
 namespace {
 
@@ -36,7 +36,7 @@ std::uint16_t numberAt(std::span<const std::uint8_t> bytes, std::size_t at) {
 
 }  // namespace
 
-foundation::Result<EarlyFrames> EarlyFrames::listen(std::uint16_t callID) {
+vpnctl::Result<EarlyFrames> EarlyFrames::listen(std::uint16_t callID) {
   FileDescriptor socket(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, IPPROTO_GRE));
   if (!socket) return errnoError(errno, "hear GRE");
   // Other calls may be busy, and would fill the socket.

@@ -21,16 +21,16 @@ namespace helper {
 class EarlyFrames {
  public:
   // Begins to hear the packets of call CALL_ID of ours. An error for who may not hear raw packets.
-  static foundation::Result<EarlyFrames> listen(std::uint16_t callID);
+  static vpnctl::Result<EarlyFrames> listen(std::uint16_t callID);
 
   // The last request for LCP that came from SERVER since, from address and control on; empty: none. What came is heard
   // once.
   std::vector<std::uint8_t> takeLinkRequest(in_addr server);
 
  private:
-  EarlyFrames(foundation::FileDescriptor socket, std::uint16_t callID) : socket_(std::move(socket)), callID_(callID) {}
+  EarlyFrames(vpnctl::FileDescriptor socket, std::uint16_t callID) : socket_(std::move(socket)), callID_(callID) {}
 
-  foundation::FileDescriptor socket_;
+  vpnctl::FileDescriptor socket_;
   std::uint16_t callID_;
 };
 

@@ -50,7 +50,7 @@ class PPTPControlConnection {
 
   struct Handlers {
     // The TCP connection is there, from this LOCAL address: gives our call id. An error ends the attempt.
-    std::function<foundation::Result<std::uint16_t>(in_addr local)> connected;
+    std::function<vpnctl::Result<std::uint16_t>(in_addr local)> connected;
     // The call is up; the server's call id.
     std::function<void(std::uint16_t peerCallID)> established;
     std::function<void(const Tunnel::Failure &)> failed;
@@ -109,7 +109,7 @@ class PPTPControlConnection {
   std::uint16_t callID_ = 0;
   std::chrono::steady_clock::time_point callBy_{};
   std::uint32_t echoIdentifier_ = 0;
-  foundation::FileDescriptor socket_;
+  vpnctl::FileDescriptor socket_;
   pptp::MessageReader reader_;
   std::vector<std::uint8_t> unsent_;
   linux::EventSource io_;

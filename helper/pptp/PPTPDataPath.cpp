@@ -23,45 +23,45 @@ union PPPoXAddress {
   sockaddr_pppox pppox;
 };
 
-foundation::Result<foundation::FileDescriptor> openSocket() {
-  foundation::FileDescriptor socket(::socket(AF_PPPOX, SOCK_STREAM | SOCK_CLOEXEC, PX_PROTO_PPTP));
+vpnctl::Result<vpnctl::FileDescriptor> openSocket() {
+  vpnctl::FileDescriptor socket(::socket(AF_PPPOX, SOCK_STREAM | SOCK_CLOEXEC, PX_PROTO_PPTP));
   if (socket) return socket;
   const int cause = errno;
   if (cause == EAFNOSUPPORT || cause == EPROTONOSUPPORT || cause == ESOCKTNOSUPPORT)
-    return foundation::Error{std::string(foundation::kPOSIXErrorDomain), cause,
-                             "this kernel has no PPTP; load the modules ppp_generic, pppox, gre and pptp "
-                             "(modprobe pptp), or run a kernel that has them"};
-  return foundation::errnoError(cause, "open a PPTP socket");
+    return vpnctl::Error{std::string(vpnctl::kPOSIXErrorDomain), cause,
+                         "this kernel has no PPTP; load the modules ppp_generic, pppox, gre and pptp "
+                         "(modprobe pptp), or run a kernel that has them"};
+  return vpnctl::errnoError(cause, "open a PPTP socket");
 }
 
 }  // namespace
 
-foundation::Status KernelPPTPDataPath::probe() {
+vpnctl::Status KernelPPTPDataPath::probe() {
   const auto socket = openSocket();
-  return socket ? foundation::Status() : socket.error();
+  return socket ? vpnctl::Status() : socket.error();
 }
 
-foundation::Result<std::uint16_t> KernelPPTPDataPath::bind(in_addr local) {
+vpnctl::Result<std::uint16_t> KernelPPTPDataPath::bind(in_addr local) {
   auto socket = openSocket();
   if (!socket) return socket.error();
   PPPoXAddress address(local, 0);
   if (::bind(socket->get(), &address.any, sizeof address.pppox) < 0)
-    return foundation::errnoError(errno, "bind a PPTP socket");
+    return vpnctl::errnoError(errno, "bind a PPTP socket");
   socklen_t size = sizeof address.pppox;
   if (::getsockname(socket->get(), &address.any, &size) < 0)
-    return foundation::errnoError(errno, "read the PPTP socket's call id");
+    return vpnctl::errnoError(errno, "read the PPTP socket's call id");
   socket_ = std::move(*socket);
   const std::uint16_t callID = address.pppox.sa_addr.pptp.call_id;
   if (auto early = EarlyFrames::listen(callID)) early_ = std::move(*early);
   return callID;
 }
 
-foundation::Result<TunnelChannel> KernelPPTPDataPath::connect(in_addr peer, std::uint16_t peerCallID) {
+vpnctl::Result<TunnelChannel> KernelPPTPDataPath::connect(in_addr peer, std::uint16_t peerCallID) {
   // One that cannot be connected is closed.
-  foundation::FileDescriptor socket = std::move(socket_);
+  vpnctl::FileDescriptor socket = std::move(socket_);
   const PPPoXAddress address(peer, peerCallID);
   if (::connect(socket.get(), &address.any, sizeof address.pppox) < 0)
-    return foundation::errnoError(errno, "connect the PPTP socket");
+    return vpnctl::errnoError(errno, "connect the PPTP socket");
   // Only now, so that there is no gap; what both have heard the plugin tells apart.
   std::vector<std::uint8_t> request = early_ ? early_->takeLinkRequest(peer) : std::vector<std::uint8_t>();
   early_.reset();

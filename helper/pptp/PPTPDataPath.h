@@ -19,22 +19,22 @@ class PPTPDataPath {
  public:
   virtual ~PPTPDataPath() = default;
   // An error, with the remedy, when there cannot be any.
-  virtual foundation::Status probe() = 0;
+  virtual vpnctl::Status probe() = 0;
   // Our call id, for a call from the address LOCAL.
-  virtual foundation::Result<std::uint16_t> bind(in_addr local) = 0;
+  virtual vpnctl::Result<std::uint16_t> bind(in_addr local) = 0;
   // The channel to PEER's call, for pppd. Once, after bind().
-  virtual foundation::Result<TunnelChannel> connect(in_addr peer, std::uint16_t peerCallID) = 0;
+  virtual vpnctl::Result<TunnelChannel> connect(in_addr peer, std::uint16_t peerCallID) = 0;
 };
 
 // The kernel's PPTP socket, which becomes the channel.
 class KernelPPTPDataPath : public PPTPDataPath {
  public:
-  foundation::Status probe() override;
-  foundation::Result<std::uint16_t> bind(in_addr local) override;
-  foundation::Result<TunnelChannel> connect(in_addr peer, std::uint16_t peerCallID) override;
+  vpnctl::Status probe() override;
+  vpnctl::Result<std::uint16_t> bind(in_addr local) override;
+  vpnctl::Result<TunnelChannel> connect(in_addr peer, std::uint16_t peerCallID) override;
 
  private:
-  foundation::FileDescriptor socket_;
+  vpnctl::FileDescriptor socket_;
   std::optional<EarlyFrames> early_;  // none where they cannot be heard: then the server repeats them
 };
 

@@ -182,10 +182,10 @@ struct Fields {
   }
 };
 
-foundation::Error malformed(std::string message) { return {"PPTP", 0, std::move(message)}; }
+vpnctl::Error malformed(std::string message) { return {"PPTP", 0, std::move(message)}; }
 
 template <class M>
-foundation::Result<Message> decodeAs(std::span<const std::uint8_t> bytes) {
+vpnctl::Result<Message> decodeAs(std::span<const std::uint8_t> bytes) {
   M message;
   Reader reader(bytes.subspan(kHeaderSize));
   Fields::of(reader, message);
@@ -200,8 +200,8 @@ struct FormsOf {
     static_cast<void>(((type == Form<M>::type && (size = Form<M>::size, true)) || ...));
     return size;
   }
-  static foundation::Result<Message> decode(std::uint16_t type, std::span<const std::uint8_t> bytes) {
-    foundation::Result<Message> result{Message(OtherMessage{type})};
+  static vpnctl::Result<Message> decode(std::uint16_t type, std::span<const std::uint8_t> bytes) {
+    vpnctl::Result<Message> result{Message(OtherMessage{type})};
     static_cast<void>(((type == Form<M>::type && (result = decodeAs<M>(bytes), true)) || ...));
     return result;
   }
@@ -216,7 +216,7 @@ struct Header {
   std::uint16_t type = 0;
 };
 
-foundation::Result<Header> headerOf(std::span<const std::uint8_t> bytes) {
+vpnctl::Result<Header> headerOf(std::span<const std::uint8_t> bytes) {
   Header header;
   Reader reader(bytes.first(kHeaderSize));
   reader.field(header.length);
@@ -263,7 +263,7 @@ std::vector<std::uint8_t> encode(const Message &message) {
   return bytes;
 }
 
-foundation::Result<Message> decode(std::span<const std::uint8_t> bytes) {
+vpnctl::Result<Message> decode(std::span<const std::uint8_t> bytes) {
   if (bytes.size() < kHeaderSize) return malformed("a message shorter than its header");
   const auto header = headerOf(bytes);
   if (!header) return header.error();
@@ -275,7 +275,7 @@ void MessageReader::append(std::span<const std::uint8_t> bytes) {
   buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
 }
 
-foundation::Result<std::optional<Message>> MessageReader::next() {
+vpnctl::Result<std::optional<Message>> MessageReader::next() {
   if (buffer_.size() < kHeaderSize) return std::optional<Message>();
   const auto header = headerOf(buffer_);
   if (!header) return header.error();

@@ -127,14 +127,14 @@ using Message =
 std::vector<std::uint8_t> encode(const Message &message);
 
 // One whole message. An error says what is wrong with it: length, kind, magic cookie.
-foundation::Result<Message> decode(std::span<const std::uint8_t> bytes);
+vpnctl::Result<Message> decode(std::span<const std::uint8_t> bytes);
 
 // Cuts what arrives into messages, however it was split.
 class MessageReader {
  public:
   void append(std::span<const std::uint8_t> bytes);
   // The next message; none when more bytes are needed. After an error the stream is lost for good.
-  foundation::Result<std::optional<Message>> next();
+  vpnctl::Result<std::optional<Message>> next();
 
  private:
   std::vector<std::uint8_t> buffer_;

@@ -42,8 +42,7 @@ constexpr std::time_t kServersMemory = 120;
 void remember(const std::string &folder, in_addr server) {
   ::mkdir(folder.c_str(), 0700);
   const std::string path = folder + "/" + kPrefix + textOf(server);
-  const foundation::FileDescriptor mark(
-      ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+  const vpnctl::FileDescriptor mark(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (mark) ::futimens(mark.get(), nullptr);
 }
 
@@ -73,7 +72,7 @@ std::set<std::string> remembered(const std::string &folder) {
 
 void repairNow(const std::function<void(const std::string &)> &say, const JournalBases &bases) {
   const auto until = std::chrono::steady_clock::now() + kRepairDeadline;
-  std::vector<foundation::Error> errors;
+  std::vector<vpnctl::Error> errors;
   // The files first, as at a link's own end.
   std::vector<Journal> journals = Journal::abandoned(bases.lasting, errors);
   for (Journal &journal : Journal::abandoned(bases.running, errors)) journals.push_back(std::move(journal));

@@ -11,11 +11,11 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Result;
-using foundation::Secret;
-using foundation::Status;
-using foundation::Value;
+using vpnctl::Error;
+using vpnctl::Result;
+using vpnctl::Secret;
+using vpnctl::Status;
+using vpnctl::Value;
 
 namespace {
 
@@ -62,7 +62,7 @@ bool isAcceptable(const KeychainItem::Access &access) {
 
 }  // namespace
 
-Keychain::Keychain(const std::string &folder, foundation::FileSystem &fileSystem, PPPLog &log, Roles roles,
+Keychain::Keychain(const std::string &folder, vpnctl::FileSystem &fileSystem, PPPLog &log, Roles roles,
                    std::chrono::milliseconds lockPatience)
     : file_(folder + "/System.keychain", fileSystem),
       keyPath_(folder + "/SystemKey"),
@@ -86,7 +86,7 @@ Result<Keychain::Items> Keychain::load() const {
                   keychainError(0, std::move(reason) + "; it is left alone: mend it, or move it "
                                                        "away"));
   };
-  auto root = foundation::propertyListFromData((*file)->bytes, file_.path());
+  auto root = vpnctl::propertyListFromData((*file)->bytes, file_.path());
   if (!root) return damaged(root.error().message);
   if ((*root)["Version"] != Value(1) || !(*root)["Items"].isDictionary())
     return damaged(file_.path() + ": it is not a keychain of version 1");
@@ -101,7 +101,7 @@ Result<Keychain::Items> Keychain::load() const {
 Status Keychain::store(const Items &items) {
   Value values{Value::Dictionary()};
   for (const auto &[identifier, item] : items) values.set(identifier, item.value());
-  auto bytes = foundation::xmlPropertyList(Value::Dictionary{{"Version", 1}, {"Items", values}});
+  auto bytes = vpnctl::xmlPropertyList(Value::Dictionary{{"Version", 1}, {"Items", values}});
   if (!bytes) return report(wire::errSecParam, bytes.error());
   if (bytes->size() > kMaximumFile) return report(wire::errSecParam, keychainError(0, file_.path() + " is full"));
   if (auto status = file_.replace(*bytes, kFileMode); !status) return report(codeOf(status.error()), status.error());
@@ -140,7 +140,7 @@ Result<std::string> Keychain::add(const KeychainItem::Attributes &attributes, co
   auto items = load();
   if (!items) return items.error();
 
-  KeychainItem item{foundation::newUUID(), attributes, access, use, {}};
+  KeychainItem item{vpnctl::newUUID(), attributes, access, use, {}};
   item.attributes.try_emplace(kAccountAttribute);
   item.attributes.try_emplace(kServiceAttribute);
   item.attributes.try_emplace(kLabelAttribute, item.attribute(kServiceAttribute));

@@ -39,39 +39,39 @@ class Keychain : public SecretSource {
 
   // FOLDER (no trailing slash) holds "System.keychain" and "SystemKey"; it is made (0700) when something is first
   // written. FILE_SYSTEM and LOG outlive this.
-  Keychain(const std::string &folder, foundation::FileSystem &fileSystem, PPPLog &log, Roles roles = {},
+  Keychain(const std::string &folder, vpnctl::FileSystem &fileSystem, PPPLog &log, Roles roles = {},
            std::chrono::milliseconds lockPatience = kLockPatience);
 
   // A new item; its identifier. Missing account and service are empty, a missing label is the service. Without a USE
   // nobody is given its secret. errSecDuplicateItem when an item has that account and service, errSecParam when
   // something is too large or no plain text.
-  foundation::Result<std::string> add(const KeychainItem::Attributes &attributes, const foundation::Secret &secret,
-                                      const KeychainItem::Access &access, const std::optional<SecretUse> &use);
+  vpnctl::Result<std::string> add(const KeychainItem::Attributes &attributes, const vpnctl::Secret &secret,
+                                  const KeychainItem::Access &access, const std::optional<SecretUse> &use);
   // The identifiers of the items that have all of ATTRIBUTES, in the order of the file.
-  foundation::Result<std::vector<std::string>> find(const KeychainItem::Attributes &attributes) const;
+  vpnctl::Result<std::vector<std::string>> find(const KeychainItem::Attributes &attributes) const;
   // errSecItemNotFound when there is none.
-  foundation::Status remove(const std::string &identifier);
+  vpnctl::Status remove(const std::string &identifier);
 
   // errSecItemNotFound without an item for SERVICE; errSecAuthFailed when no such item trusts PEER, when it was stored
   // for another use than USE, or when it does not open. What was added here stays known here: another run replaces the
   // items of all, also those of a link that is just coming up or has to authenticate itself again.
-  foundation::Result<foundation::Secret> secretForService(const std::string &service, const SecretUse &use,
-                                                          const Peer &peer) override;
+  vpnctl::Result<vpnctl::Secret> secretForService(const std::string &service, const SecretUse &use,
+                                                  const Peer &peer) override;
 
  private:
   using Items = std::map<std::string, KeychainItem>;
 
-  foundation::Result<Items> load() const;
-  foundation::Status store(const Items &items);
-  foundation::Result<linux::AtomicFile::Lock> lock() const;
-  foundation::Result<SystemKey> keyFor(const Items &items);
+  vpnctl::Result<Items> load() const;
+  vpnctl::Status store(const Items &items);
+  vpnctl::Result<linux::AtomicFile::Lock> lock() const;
+  vpnctl::Result<SystemKey> keyFor(const Items &items);
   bool trusts(const KeychainItem &item, const Peer &peer) const;
-  foundation::Result<foundation::Secret> open(const KeychainItem &item, const SecretUse &use) const;
-  foundation::Error report(std::int32_t code, const foundation::Error &error) const;
+  vpnctl::Result<vpnctl::Secret> open(const KeychainItem &item, const SecretUse &use) const;
+  vpnctl::Error report(std::int32_t code, const vpnctl::Error &error) const;
 
   linux::AtomicFile file_;
   std::string keyPath_;
-  foundation::FileSystem &fileSystem_;
+  vpnctl::FileSystem &fileSystem_;
   PPPLog &log_;
   Roles roles_;
   const std::chrono::milliseconds lockPatience_;

@@ -8,9 +8,9 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Result;
-using foundation::Value;
+using vpnctl::Error;
+using vpnctl::Result;
+using vpnctl::Value;
 
 namespace {
 
@@ -46,7 +46,7 @@ Error wrong(const std::string &identifier, std::string_view what) {
 }  // namespace
 
 bool isPlainText(std::string_view text) {
-  return foundation::isValidUTF8(text) &&
+  return vpnctl::isValidUTF8(text) &&
          std::all_of(
              text.begin(), text.end(),
              [](char character) { return static_cast<unsigned char>(character) >= 0x20 && character != 0x7f; });
@@ -75,7 +75,7 @@ std::string KeychainItem::associatedData() const {
   }
   if (use) {
     appendPart(bytes, std::to_string(use->owner));
-    const auto terms = foundation::xmlPropertyList(use->terms);
+    const auto terms = vpnctl::xmlPropertyList(use->terms);
     appendPart(bytes, terms ? *terms : std::string());
   }
   appendPart(bytes, access.description);

@@ -44,8 +44,8 @@ struct KeychainItem {
   std::string associatedData() const;
 
   // As an entry of the keychain's property list. Attributes that a property list cannot hold as text are data.
-  foundation::Value value() const;
-  static foundation::Result<KeychainItem> fromValue(const std::string &identifier, const foundation::Value &value);
+  vpnctl::Value value() const;
+  static vpnctl::Result<KeychainItem> fromValue(const std::string &identifier, const vpnctl::Value &value);
 };
 
 // True for UTF-8 without control characters: what XML can carry, and what a person can read.

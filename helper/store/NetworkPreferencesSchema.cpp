@@ -4,9 +4,9 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Status;
-using foundation::Value;
+using vpnctl::Error;
+using vpnctl::Status;
+using vpnctl::Value;
 
 namespace {
 

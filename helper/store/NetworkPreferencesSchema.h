@@ -18,6 +18,6 @@ inline constexpr std::string_view kNetworkPreferencesErrorDomain = "NetworkPrefe
 //   Sets              ID -> {UserDefinedName: text, Network: {Service: ID -> {__LINK__: "/NetworkServices/ID"},
 //                            Global: {IPv4: {ServiceOrder: [ID, ...]}}}}
 // Each of the three may be missing, entries beside them are let alone, and every link must lead to a service.
-foundation::Status checkNetworkPreferences(const foundation::Value &root);
+vpnctl::Status checkNetworkPreferences(const vpnctl::Value &root);
 
 }  // namespace helper

@@ -10,10 +10,10 @@
 
 namespace helper {
 
-using foundation::Error;
-using foundation::Result;
-using foundation::Status;
-using foundation::Value;
+using vpnctl::Error;
+using vpnctl::Result;
+using vpnctl::Status;
+using vpnctl::Value;
 
 namespace {
 
@@ -60,7 +60,7 @@ std::vector<Value> servicesNaming(const Value &root, const std::string &item) {
 
 }  // namespace
 
-PreferencesStore::PreferencesStore(std::string path, foundation::FileSystem &fileSystem, PPPLog &log,
+PreferencesStore::PreferencesStore(std::string path, vpnctl::FileSystem &fileSystem, PPPLog &log,
                                    std::chrono::milliseconds lockPatience)
     : file_(std::move(path), fileSystem), log_(log), lockPatience_(lockPatience) {}
 
@@ -77,7 +77,7 @@ Result<PreferencesStore::Parsed> PreferencesStore::readParsed() const {
     parsed.contents.signature = signatureOfNoFile();
     return parsed;
   }
-  auto value = foundation::propertyListFromData((*file)->bytes, file_.path(), kLimits);
+  auto value = vpnctl::propertyListFromData((*file)->bytes, file_.path(), kLimits);
   // What has another shape would be taken for absent, and overwritten, by whoever changes what he has read.
   if (auto status = value ? checkNetworkPreferences(*value) : Status(); !status)
     value = Error{status.error().domain, status.error().code, file_.path() + ": " + status.error().message};
@@ -120,12 +120,12 @@ Value PreferencesStore::serviceNaming(const std::string &item) const {
 }
 
 Result<std::string> PreferencesStore::commit(std::string_view propertyList, std::string_view expected) {
-  auto value = foundation::propertyListFromData(propertyList, "what is to be written", kLimits);
+  auto value = vpnctl::propertyListFromData(propertyList, "what is to be written", kLimits);
   if (!value) return report(wire::kSCStatusInvalidArgument, value.error());
   if (auto status = checkNetworkPreferences(*value); !status)
     return report(wire::kSCStatusInvalidArgument, status.error());
   // Written in our own form, whatever form it came in; that may be far longer.
-  auto bytes = foundation::xmlPropertyList(*value, kMaximumSize);
+  auto bytes = vpnctl::xmlPropertyList(*value, kMaximumSize);
   if (!bytes) return report(wire::kSCStatusInvalidArgument, bytes.error());
 
   if (auto status = file_.createFolder(kFolderMode); !status) return report(codeOf(status.error()), status.error());
@@ -143,7 +143,7 @@ Result<std::string> PreferencesStore::commit(std::string_view propertyList, std:
   if (auto status = file_.replace(*bytes, kFileMode); !status) return report(codeOf(status.error()), status.error());
   auto written = file_.read(kMaximumSize);
   if (!written || !written->has_value())
-    return report(wire::kSCStatusFailed, foundation::errnoError(EIO, "read back " + file_.path()));
+    return report(wire::kSCStatusFailed, vpnctl::errnoError(EIO, "read back " + file_.path()));
   committed_ = std::move(*value);
   return signatureOf((*written)->attributes);
 }

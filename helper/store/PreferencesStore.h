@@ -24,7 +24,7 @@ class PreferencesStore {
   static constexpr char kPath[] = "/etc/vpnctl/preferences.plist";
   static constexpr std::size_t kMaximumSize = std::size_t{4} << 20;  // bytes
   // Of what is read and of what is written: what has been committed can be read again.
-  static constexpr foundation::PropertyListLimits kLimits{.bytes = kMaximumSize, .elements = std::size_t{1} << 17};
+  static constexpr vpnctl::PropertyListLimits kLimits{.bytes = kMaximumSize, .elements = std::size_t{1} << 17};
 
   struct Contents {
     std::string propertyList;  // the file's bytes; none when there is no file: a fresh system
@@ -36,41 +36,41 @@ class PreferencesStore {
   static constexpr std::chrono::milliseconds kLockPatience{5000};
 
   // FILE_SYSTEM and LOG outlive this.
-  PreferencesStore(std::string path, foundation::FileSystem &fileSystem, PPPLog &log,
+  PreferencesStore(std::string path, vpnctl::FileSystem &fileSystem, PPPLog &log,
                    std::chrono::milliseconds lockPatience = kLockPatience);
 
   // The file, if it can be read in full. kSCStatusAccessError when it may not be read or trusted, kSCStatusFailed when
   // it is damaged.
-  foundation::Result<Contents> read() const;
+  vpnctl::Result<Contents> read() const;
   // The same as a value; a null one when there is no file.
-  foundation::Result<foundation::Value> readValue() const;
+  vpnctl::Result<vpnctl::Value> readValue() const;
   // Likewise, for starting SERVICE. Where another run has replaced a service that was committed here, what was
   // committed then: two runs that begin at the same moment do not take each other's.
-  foundation::Result<foundation::Value> readValueWith(const std::string &service) const;
+  vpnctl::Result<vpnctl::Value> readValueWith(const std::string &service) const;
 
   // The service whose password or shared secret is the keychain's ITEM, by its service attribute: of what was committed
   // here last, which nobody else can have changed meanwhile, else of the file. Null when there is none, or several.
-  foundation::Value serviceNaming(const std::string &item) const;
+  vpnctl::Value serviceNaming(const std::string &item) const;
 
   // Replaces the file, if it still has the signature EXPECTED (kSCStatusStale otherwise; an empty one is not compared),
   // and gives the new signature. kSCStatusPrefsBusy when another does not let the lock go,
   // kSCStatusInvalidArgument when PROPERTY_LIST is not what network preferences look like, or holds more than read()
   // would take. A damaged file is never replaced.
-  foundation::Result<std::string> commit(std::string_view propertyList, std::string_view expected);
+  vpnctl::Result<std::string> commit(std::string_view propertyList, std::string_view expected);
 
  private:
   struct Parsed {
     Contents contents;
-    foundation::Value value;
+    vpnctl::Value value;
   };
 
-  foundation::Result<Parsed> readParsed() const;
-  foundation::Error report(std::int32_t code, const foundation::Error &error) const;
+  vpnctl::Result<Parsed> readParsed() const;
+  vpnctl::Error report(std::int32_t code, const vpnctl::Error &error) const;
 
   linux::AtomicFile file_;
   PPPLog &log_;
   const std::chrono::milliseconds lockPatience_;
-  foundation::Value committed_;  // the last
+  vpnctl::Value committed_;  // the last
 };
 
 }  // namespace helper

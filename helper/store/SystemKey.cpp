@@ -9,11 +9,11 @@
 
 namespace helper {
 
-using foundation::errnoError;
-using foundation::Error;
-using foundation::Result;
-using foundation::Secret;
-using foundation::Status;
+using vpnctl::errnoError;
+using vpnctl::Error;
+using vpnctl::Result;
+using vpnctl::Secret;
+using vpnctl::Status;
 
 namespace {
 
@@ -25,7 +25,7 @@ const unsigned char *bytesOf(std::string_view text) { return reinterpret_cast<co
 unsigned char *bytesOf(std::string &text) { return reinterpret_cast<unsigned char *>(text.data()); }
 
 Error failure(int errnum, std::string message) {
-  return {std::string(foundation::kPOSIXErrorDomain), errnum, std::move(message)};
+  return {std::string(vpnctl::kPOSIXErrorDomain), errnum, std::move(message)};
 }
 
 Status initialise() {
@@ -38,7 +38,7 @@ std::string besideOf(const std::string &path) { return path + "-new"; }
 
 }  // namespace
 
-Result<SystemKey> SystemKey::load(const std::string &path, foundation::FileSystem &fileSystem) {
+Result<SystemKey> SystemKey::load(const std::string &path, vpnctl::FileSystem &fileSystem) {
   if (auto status = initialise(); !status) return status.error();
   auto file = fileSystem.open(path, O_RDONLY, 0);
   if (!file) {
@@ -60,7 +60,7 @@ Result<SystemKey> SystemKey::load(const std::string &path, foundation::FileSyste
   return SystemKey(std::move(key));
 }
 
-Result<SystemKey> SystemKey::create(const std::string &path, foundation::FileSystem &fileSystem) {
+Result<SystemKey> SystemKey::create(const std::string &path, vpnctl::FileSystem &fileSystem) {
   if (auto status = initialise(); !status) return status.error();
   Secret key = Secret::ofSize(kKeySize);
   randombytes_buf(key.mutableBytes().data(), kKeySize);
@@ -82,7 +82,7 @@ Result<SystemKey> SystemKey::create(const std::string &path, foundation::FileSys
   return SystemKey(std::move(key));
 }
 
-void SystemKey::removeRemains(const std::string &path, foundation::FileSystem &fileSystem) {
+void SystemKey::removeRemains(const std::string &path, vpnctl::FileSystem &fileSystem) {
   // It is the key's own file under a second name: nothing is lost when this fails.
   static_cast<void>(fileSystem.remove(besideOf(path)));
 }

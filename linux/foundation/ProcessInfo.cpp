@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-namespace foundation {
+namespace vpnctl {
 
 namespace {
 
@@ -32,4 +32,4 @@ std::vector<std::string> ProcessInfo::arguments() {
   return arguments;
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -6,7 +6,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-namespace foundation {
+namespace vpnctl {
 
 void protectProcessMemory() {
   // Both are needed: a core_pattern that pipes into a collector ignores the limit, and the limit is all that is left
@@ -22,4 +22,4 @@ void protectProcessMemory() {
   prctl(PR_SET_THP_DISABLE, 1, 0, 0, 0);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -2,8 +2,8 @@
 
 #include <unistd.h>
 
-namespace foundation {
+namespace vpnctl {
 
 int syncFile(int file) { return ::fsync(file); }
 
-}  // namespace foundation
+}  // namespace vpnctl

@@ -2,9 +2,9 @@
 
 #include <pthread.h>
 
-namespace foundation {
+namespace vpnctl {
 
 // A longer one would be refused.
 void setThreadName(const std::string &name) { pthread_setname_np(pthread_self(), name.substr(0, 15).c_str()); }
 
-}  // namespace foundation
+}  // namespace vpnctl

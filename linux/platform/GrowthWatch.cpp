@@ -13,7 +13,7 @@ namespace platform {
 GrowthWatch::GrowthWatch(std::FILE *stream) {
   const int fd = fileno(stream);
   if (fd < 0) return;
-  foundation::FileDescriptor inotify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  vpnctl::FileDescriptor inotify(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
   if (!inotify) return;
   // Through the descriptor, not the path: a log that is replaced under its name is not followed.
   const std::string path = "/proc/self/fd/" + std::to_string(fd);

@@ -22,8 +22,8 @@ namespace {
 struct SourceState : std::enable_shared_from_this<SourceState> {
   int signal = 0;
   dispatch_queue_t queue;
-  foundation::FileDescriptor signals;
-  foundation::FileDescriptor wake;  // an eventfd: the source's end
+  vpnctl::FileDescriptor signals;
+  vpnctl::FileDescriptor wake;  // an eventfd: the source's end
 
   std::mutex mutex;
   dispatch_block_t handler;

@@ -3,7 +3,7 @@
 #include <crt_externs.h>
 #include <stdlib.h>
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 // Taken before main, whose getopt reorders them.
@@ -15,4 +15,4 @@ std::string ProcessInfo::processName() { return ::getprogname(); }
 
 std::vector<std::string> ProcessInfo::arguments() { return kArguments; }
 
-}  // namespace foundation
+}  // namespace vpnctl

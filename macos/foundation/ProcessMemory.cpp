@@ -5,7 +5,7 @@
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 
-namespace foundation {
+namespace vpnctl {
 
 // Memory cannot be locked here, and what goes to swap is encrypted by the system.
 void protectProcessMemory() {
@@ -14,4 +14,4 @@ void protectProcessMemory() {
   ptrace(PT_DENY_ATTACH, 0, nullptr, 0);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

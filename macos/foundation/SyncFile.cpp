@@ -5,7 +5,7 @@
 
 #include <cerrno>
 
-namespace foundation {
+namespace vpnctl {
 
 // fsync leaves the data in the disk's own cache. Not every file system can do more.
 int syncFile(int file) {
@@ -13,4 +13,4 @@ int syncFile(int file) {
   return errno == EINTR ? -1 : ::fsync(file);
 }
 
-}  // namespace foundation
+}  // namespace vpnctl

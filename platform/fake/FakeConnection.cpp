@@ -19,7 +19,7 @@ struct SCNetworkConnection {
   SCNetworkConnectionCallBack callback = nullptr;
   SCNetworkConnectionContext context;
   std::int32_t status = 0;  // of the moment that was last told; the run loop's thread only
-  foundation::Value extendedStatus;
+  vpnctl::Value extendedStatus;
 
   std::mutex mutex;  // guards the three below: a stop comes from any thread
   CFRunLoopRef runLoop;
@@ -99,11 +99,11 @@ SCNetworkConnectionStatus SCNetworkConnectionGetStatus(const SCNetworkConnection
   return connection ? connection->status : kSCNetworkConnectionInvalid;
 }
 
-foundation::Value SCNetworkConnectionCopyExtendedStatus(const SCNetworkConnectionRef &connection) {
+vpnctl::Value SCNetworkConnectionCopyExtendedStatus(const SCNetworkConnectionRef &connection) {
   FakePlatform &platform = FakePlatform::instance();
   platform.enter("SCNetworkConnectionCopyExtendedStatus", name(connection));
   if (platform.readingStatusClobbersError) setSCError(kSCStatusFailed);
-  return connection ? connection->extendedStatus : foundation::Value();
+  return connection ? connection->extendedStatus : vpnctl::Value();
 }
 
 bool SCNetworkConnectionScheduleWithRunLoop(const SCNetworkConnectionRef &connection, const CFRunLoopRef &runLoop,
@@ -119,8 +119,7 @@ bool SCNetworkConnectionScheduleWithRunLoop(const SCNetworkConnectionRef &connec
   return !failure;
 }
 
-bool SCNetworkConnectionStart(const SCNetworkConnectionRef &connection, const foundation::Value &userOptions,
-                              bool linger) {
+bool SCNetworkConnectionStart(const SCNetworkConnectionRef &connection, const vpnctl::Value &userOptions, bool linger) {
   FakePlatform &platform = FakePlatform::instance();
   const auto failure = platform.enter("SCNetworkConnectionStart", name(connection) + ", " + fake::oneLine(userOptions) +
                                                                       ", " + (linger ? "true" : "false"));

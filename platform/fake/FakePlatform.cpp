@@ -18,11 +18,11 @@ namespace {
 constexpr std::chrono::milliseconds kSignalsStay{10};
 }  // namespace
 
-foundation::Value extendedStatus(std::int32_t phase, std::optional<std::int32_t> cause) {
-  foundation::Value ppp;
+vpnctl::Value extendedStatus(std::int32_t phase, std::optional<std::int32_t> cause) {
+  vpnctl::Value ppp;
   ppp.set("Status", phase);
   if (cause) ppp.set("LastCause", *cause);
-  foundation::Value status;
+  vpnctl::Value status;
   status.set("PPP", ppp);
   return status;
 }

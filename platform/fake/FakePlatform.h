@@ -26,7 +26,7 @@ namespace platform::fake {
 // A status change: what the callback finds.
 struct StatusChange {
   std::int32_t status = 0;
-  foundation::Value extendedStatus;      // null: there is none
+  vpnctl::Value extendedStatus;          // null: there is none
   std::int32_t error = 0;                // SCError()
   std::optional<std::int32_t> argument;  // of the callback, when it is not the status
 };
@@ -41,15 +41,15 @@ struct Raise {
 using Step = std::variant<StatusChange, LogText, Raise>;
 
 // {"PPP": {"Status": PHASE, "LastCause": CAUSE}}.
-foundation::Value extendedStatus(std::int32_t phase, std::optional<std::int32_t> cause = {});
+vpnctl::Value extendedStatus(std::int32_t phase, std::optional<std::int32_t> cause = {});
 
 struct Service {
   std::string serviceID;
   std::optional<std::string> name;
   std::vector<std::string> layers;  // {"PPP", "PPTP", "IPv4"}: topmost first
-  foundation::Value configuration;  // the interface's
-  std::map<std::string, foundation::Value> extendedConfigurations;
-  std::map<std::string, foundation::Value> protocols;  // by type; the configuration
+  vpnctl::Value configuration;      // the interface's
+  std::map<std::string, vpnctl::Value> extendedConfigurations;
+  std::map<std::string, vpnctl::Value> protocols;  // by type; the configuration
   bool inCurrentSet = false;
 };
 
@@ -72,7 +72,7 @@ class FakePlatform {
   bool hasCurrentSet = true;
   std::vector<KeychainItem> items;
   std::int32_t statusBeforeStart = 0;
-  foundation::Value extendedStatusBeforeStart;
+  vpnctl::Value extendedStatusBeforeStart;
   std::vector<Step> up;                     // what follows a start
   std::vector<Step> down;                   // what follows a stop; a clean end with cause 5 unless set
   std::weak_ptr<void> lastAuthorization;    // not scene but result: the one that was made last

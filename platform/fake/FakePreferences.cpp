@@ -9,7 +9,7 @@
 namespace platform {
 
 using fake::FakePlatform;
-using foundation::Value;
+using vpnctl::Value;
 
 // A session's own view: what it changes is stored by a commit only.
 struct SCPreferences {

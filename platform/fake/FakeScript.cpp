@@ -44,7 +44,7 @@ class Line {
 StatusChange readChange(Line &line) {
   StatusChange change;
   change.status = line.number();
-  foundation::Value ppp{foundation::Value::Dictionary{}};
+  vpnctl::Value ppp{vpnctl::Value::Dictionary{}};
   bool absent = false;
   bool none = true;
   for (std::string word = line.word(); !word.empty(); word = line.word()) {
@@ -75,7 +75,7 @@ StatusChange readChange(Line &line) {
     }
   }
   if (none) return change;
-  change.extendedStatus = foundation::Value::Dictionary{};
+  change.extendedStatus = vpnctl::Value::Dictionary{};
   if (!absent) change.extendedStatus.set("PPP", ppp);
   return change;
 }

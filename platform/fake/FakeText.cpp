@@ -21,10 +21,10 @@ std::string quoted(std::string_view text) {
 
 std::string quoted(const std::optional<std::string> &text) { return text ? quoted(std::string_view(*text)) : "null"; }
 
-std::string oneLine(const foundation::Value &value) {
+std::string oneLine(const vpnctl::Value &value) {
   if (value.isNull()) return "null";
   if (value.isString()) return quoted(std::string_view(value.string()));
-  if (value.type() == foundation::Value::Type::boolean) return value.boolValue() ? "true" : "false";
+  if (value.type() == vpnctl::Value::Type::boolean) return value.boolValue() ? "true" : "false";
   std::string result;
   const auto separate = [&result] { result += result.empty() ? "" : ", "; };
   if (value.isDictionary()) {
@@ -35,7 +35,7 @@ std::string oneLine(const foundation::Value &value) {
     return "{" + result + "}";
   }
   if (value.isArray()) {
-    for (const foundation::Value &element : value.array()) {
+    for (const vpnctl::Value &element : value.array()) {
       separate();
       result += oneLine(element);
     }

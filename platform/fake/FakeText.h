@@ -17,7 +17,7 @@ std::string quoted(std::string_view text);
 // The same, or null.
 std::string quoted(const std::optional<std::string> &text);
 // On one line: {Key="text", Other=1}; null for a null Value.
-std::string oneLine(const foundation::Value &value);
+std::string oneLine(const vpnctl::Value &value);
 // [labl="...", acct="..."].
 std::string oneLine(const SecKeychainAttributeList *attributes);
 // The four characters.

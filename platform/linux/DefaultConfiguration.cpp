@@ -5,10 +5,10 @@
 
 namespace platform {
 
-using foundation::Value;
+using vpnctl::Value;
 
 Value freshPreferences() {
-  const std::string set = foundation::newUUID();
+  const std::string set = vpnctl::newUUID();
   const Value order = Value::Dictionary{{kServiceOrderKey, Value::Array()}};
   const Value network = Value::Dictionary{
       {kGlobalKey, Value::Dictionary{{kSCEntNetIPv4, order}}},

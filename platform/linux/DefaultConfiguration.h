@@ -9,10 +9,10 @@
 namespace platform {
 
 // The root of a system without a preferences file: one empty set, named "Automatic", in use.
-foundation::Value freshPreferences();
+vpnctl::Value freshPreferences();
 // The PPP dictionary of a service over TUNNEL_TYPE ("PPTP" or "L2TP").
-foundation::Value defaultPPP(const std::string &tunnelType);
+vpnctl::Value defaultPPP(const std::string &tunnelType);
 // The protocols of a service: type -> configuration.
-foundation::Value defaultProtocols();
+vpnctl::Value defaultProtocols();
 
 }  // namespace platform

@@ -10,19 +10,19 @@
 
 namespace platform {
 
-foundation::FileDescriptor newWakeDescriptor() {
-  foundation::FileDescriptor wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+vpnctl::FileDescriptor newWakeDescriptor() {
+  vpnctl::FileDescriptor wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   FOUNDATION_ASSERT(wake);
   return wake;
 }
 
-void raiseWake(const foundation::FileDescriptor &wake) {
+void raiseWake(const vpnctl::FileDescriptor &wake) {
   const std::uint64_t one = 1;
   // Fails only when the counter is full, and then it is raised already.
   [[maybe_unused]] const ssize_t written = ::write(wake.get(), &one, sizeof(one));
 }
 
-bool takeWake(const foundation::FileDescriptor &wake) {
+bool takeWake(const vpnctl::FileDescriptor &wake) {
   std::uint64_t count = 0;
   return ::read(wake.get(), &count, sizeof(count)) == sizeof(count);
 }

@@ -24,16 +24,16 @@ struct CFRunLoop {
   sd_event *event() const { return event_.get(); }
 
  private:
-  foundation::FileDescriptor wake_;
+  vpnctl::FileDescriptor wake_;
   linux::EventLoop event_;
   linux::EventSource woken_;
   std::atomic<bool> stopped_ = false;
 };
 
 // An eventfd, non-blocking and close-on-exec; to be written from any thread. Aborts without descriptors.
-foundation::FileDescriptor newWakeDescriptor();
-void raiseWake(const foundation::FileDescriptor &wake);
+vpnctl::FileDescriptor newWakeDescriptor();
+void raiseWake(const vpnctl::FileDescriptor &wake);
 // Takes back what was raised; false when nothing was.
-bool takeWake(const foundation::FileDescriptor &wake);
+bool takeWake(const vpnctl::FileDescriptor &wake);
 
 }  // namespace platform

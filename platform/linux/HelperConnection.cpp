@@ -12,10 +12,10 @@
 
 namespace platform {
 
-using foundation::errnoError;
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Secret;
+using vpnctl::errnoError;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
+using vpnctl::Secret;
 
 namespace {
 
@@ -33,7 +33,7 @@ Current &currentConnection() {
 
 LinkSnapshot snapshotOf(const wire::LinkStatusReply &state) {
   auto extendedStatus = wire::dictionaryFrom(state.extendedStatus);
-  return {state.status, state.error, extendedStatus ? std::move(*extendedStatus) : foundation::Value()};
+  return {state.status, state.error, extendedStatus ? std::move(*extendedStatus) : vpnctl::Value()};
 }
 
 }  // namespace

@@ -29,7 +29,7 @@ namespace platform {
 struct LinkSnapshot {
   std::int32_t status = 0;
   std::int32_t error = 0;
-  foundation::Value extendedStatus;
+  vpnctl::Value extendedStatus;
 };
 
 class LinkObserver {
@@ -42,7 +42,7 @@ class LinkObserver {
 
 class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
  public:
-  static foundation::Result<std::shared_ptr<HelperConnection>> connect(LaunchedHelper helper);
+  static vpnctl::Result<std::shared_ptr<HelperConnection>> connect(LaunchedHelper helper);
   HelperConnection(const HelperConnection &) = delete;
   HelperConnection &operator=(const HelperConnection &) = delete;
   ~HelperConnection();
@@ -71,7 +71,7 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   std::optional<std::int32_t> applyPreferences();
 
   std::optional<wire::AddKeychainItemReply> addKeychainItem(const wire::Attributes &attributes,
-                                                            const foundation::Secret &secret,
+                                                            const vpnctl::Secret &secret,
                                                             const std::string &accessDescription,
                                                             const std::vector<std::string> &trustedPaths);
   std::optional<wire::FindKeychainItemsReply> findKeychainItems(const wire::Attributes &attributes);
@@ -102,7 +102,7 @@ class HelperConnection : public std::enable_shared_from_this<HelperConnection> {
   std::optional<Reply> call(const char *member, const Call &contents, std::uint64_t deadline = kCallDeadline);
   template <class Call>
   std::optional<std::int32_t> callForCode(const char *member, const Call &contents);
-  int start(foundation::FileDescriptor socket);
+  int start(vpnctl::FileDescriptor socket);
   void changed(sd_bus_message *signal);
   void lost();
   void haveItRepaired();

@@ -8,12 +8,12 @@
 
 namespace platform {
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
-foundation::Result<LaunchedHelper> launchHelper(const std::string &path) {
+vpnctl::Result<LaunchedHelper> launchHelper(const std::string &path) {
   int pair[2] = {-1, -1};
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) < 0)
-    return foundation::errnoError(errno, "make a socket pair");
+    return vpnctl::errnoError(errno, "make a socket pair");
   LaunchedHelper helper;
   helper.path = path;
   helper.socket.reset(pair[0]);
@@ -24,17 +24,17 @@ foundation::Result<LaunchedHelper> launchHelper(const std::string &path) {
   return helper;
 }
 
-foundation::Result<LaunchedHelper> callHelper(const std::string &path) {
+vpnctl::Result<LaunchedHelper> callHelper(const std::string &path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path) return foundation::errnoError(ENAMETOOLONG, "connect to " + path);
+  if (path.size() >= sizeof address.sun_path) return vpnctl::errnoError(ENAMETOOLONG, "connect to " + path);
   path.copy(address.sun_path, path.size());
   LaunchedHelper helper;
   helper.path = path;
   helper.socket.reset(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!helper.socket) return foundation::errnoError(errno, "make a socket");
+  if (!helper.socket) return vpnctl::errnoError(errno, "make a socket");
   if (::connect(helper.socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0)
-    return foundation::errnoError(errno, "connect to " + path);
+    return vpnctl::errnoError(errno, "connect to " + path);
   return helper;
 }
 

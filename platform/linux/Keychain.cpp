@@ -106,7 +106,7 @@ OSStatus SecKeychainItemCreateFromContent(SecItemClass itemClass, const SecKeych
   if (itemClass != kSecGenericPasswordItemClass || !keychain || (data == nullptr && length > 0)) return errSecParam;
   const auto copies = copyAttributes(attributes);
   if (!copies) return errSecParam;
-  const foundation::Secret secret(std::string_view(static_cast<const char *>(data), length));
+  const vpnctl::Secret secret(std::string_view(static_cast<const char *>(data), length));
   auto created = keychain->helper->addKeychainItem(*copies, secret, access ? access->description : "",
                                                    access ? access->trustedPaths : std::vector<std::string>());
   if (!created) return errSecNotAvailable;

@@ -14,7 +14,7 @@
 
 namespace platform {
 
-using foundation::Value;
+using vpnctl::Value;
 
 struct SCNetworkConnection : LinkObserver, std::enable_shared_from_this<SCNetworkConnection> {
   SCNetworkConnection(std::string service, SCNetworkConnectionCallBack function,
@@ -50,7 +50,7 @@ struct SCNetworkConnection : LinkObserver, std::enable_shared_from_this<SCNetwor
   const std::shared_ptr<HelperConnection> helper_;  // empty when nobody held an authorization
   const SCNetworkConnectionCallBack callback_;
   const SCNetworkConnectionContext context_;
-  const foundation::FileDescriptor stopRequest_;
+  const vpnctl::FileDescriptor stopRequest_;
   CFRunLoopRef runLoop_;
   linux::EventSource stopSource_;
   bool started_ = false;        // and not told to be disconnected since
@@ -89,7 +89,7 @@ bool SCNetworkConnection::schedule(const CFRunLoopRef &runLoop) {
 bool SCNetworkConnection::start(const Value &userOptions, bool linger) {
   std::string options;
   if (!userOptions.isNull()) {
-    auto bytes = foundation::xmlPropertyList(userOptions);
+    auto bytes = vpnctl::xmlPropertyList(userOptions);
     if (!bytes || !userOptions.isDictionary()) {
       setSCError(kSCStatusInvalidArgument);
       return false;

@@ -5,7 +5,7 @@
 
 namespace platform {
 
-using foundation::Value;
+using vpnctl::Value;
 
 const SCNetworkInterfaceRef kSCNetworkInterfaceIPv4 =
     std::make_shared<SCNetworkInterface>(SCNetworkInterface{kSCEntNetIPv4, {}, {}});

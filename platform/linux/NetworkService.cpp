@@ -9,7 +9,7 @@
 
 namespace platform {
 
-using foundation::Value;
+using vpnctl::Value;
 
 namespace {
 
@@ -55,7 +55,7 @@ SCNetworkServiceRef SCNetworkServiceCreate(const SCPreferencesRef &preferences,
     return {};
   }
   if (!preferences->load()) return {};
-  auto service = std::make_shared<SCNetworkService>(SCNetworkService{preferences, foundation::newUUID()});
+  auto service = std::make_shared<SCNetworkService>(SCNetworkService{preferences, vpnctl::newUUID()});
   const std::string tunnelType = interface->lowerType();
   preferences->set(service->path(kInterfaceKey),
                    Value::Dictionary{{kTypeKey, interface->type}, {kSubTypeKey, tunnelType}});

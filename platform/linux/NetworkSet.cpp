@@ -7,7 +7,7 @@
 
 namespace platform {
 
-using foundation::Value;
+using vpnctl::Value;
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 namespace platform {
 
-using foundation::Value;
+using vpnctl::Value;
 
 namespace {
 
@@ -48,7 +48,7 @@ bool SCPreferences::load() {
   if (answer->propertyList.empty()) {
     root_ = freshPreferences();
   } else {
-    auto value = foundation::propertyListFromData(answer->propertyList, "the network preferences");
+    auto value = vpnctl::propertyListFromData(answer->propertyList, "the network preferences");
     if (!value || !value->isDictionary()) {
       setSCError(kSCStatusFailed);
       return false;
@@ -62,7 +62,7 @@ bool SCPreferences::load() {
 
 bool SCPreferences::commit() {
   if (!changed_) return true;
-  const auto bytes = foundation::xmlPropertyList(root_);
+  const auto bytes = vpnctl::xmlPropertyList(root_);
   if (!bytes) {
     setSCError(kSCStatusInvalidArgument);
     return false;

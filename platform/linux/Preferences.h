@@ -40,14 +40,14 @@ struct SCPreferences {
   void forget();
 
   // The value at PATH; a null one when there is none. Only after load().
-  const foundation::Value &get(const Path &path) const;
+  const vpnctl::Value &get(const Path &path) const;
   // Sets the value at PATH, making dictionaries on the way; a null one removes it.
-  void set(const Path &path, foundation::Value value);
+  void set(const Path &path, vpnctl::Value value);
 
   const std::shared_ptr<HelperConnection> helper;
 
  private:
-  foundation::Value root_;  // null until it is read
+  vpnctl::Value root_;  // null until it is read
   std::string signature_;
   bool changed_ = false;
 };

@@ -17,7 +17,7 @@
 
 namespace platform {
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 namespace {
 

@@ -12,7 +12,7 @@ namespace platform {
 GrowthWatch::GrowthWatch(std::FILE *stream) {
   const int fd = fileno(stream);
   if (fd < 0) return;
-  foundation::FileDescriptor queue(kqueue());
+  vpnctl::FileDescriptor queue(kqueue());
   if (!queue) return;
   fcntl(queue.get(), F_SETFD, FD_CLOEXEC);
   struct kevent change = {};

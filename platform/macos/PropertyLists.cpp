@@ -7,7 +7,7 @@
 namespace platform::macos {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 using Any = CFObject<CFTypeRef>;
 
 template <class Reference>

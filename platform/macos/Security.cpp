@@ -99,7 +99,7 @@ OSStatus give(std::shared_ptr<Object> *output, const Call &call) {
 // Each item is given the same list: once is enough.
 void sayThatThereIsNo(const char *path) {
   static auto *const said = new std::set<std::string>();
-  if (said->insert(path).second) foundation::NSLog("%s does not exist; the keychain items will not name it.", path);
+  if (said->insert(path).second) vpnctl::NSLog("%s does not exist; the keychain items will not name it.", path);
 }
 
 }  // namespace

@@ -12,8 +12,8 @@
 
 namespace platform {
 
-using foundation::Value;
 using macos::CFObject;
+using vpnctl::Value;
 
 struct SCPreferences {
   CFObject<::SCPreferencesRef> object;
@@ -197,7 +197,7 @@ SCNetworkInterfaceRef SCNetworkInterfaceCreateWithInterface(const SCNetworkInter
   setSCError(kSCStatusOK);
   // The system makes such an interface still, and leaves out its services whenever it lists them.
   if (type == kSCNetworkInterfaceTypePPTP) {
-    foundation::NSLog("This macOS has no PPTP: Apple took it out of the system. Use \"l2tp\", if the server has it.");
+    vpnctl::NSLog("This macOS has no PPTP: Apple took it out of the system. Use \"l2tp\", if the server has it.");
     return nothing(kSCStatusConnectionIgnore);
   }
   if (!areThere(interface)) return {};

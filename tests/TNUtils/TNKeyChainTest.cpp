@@ -27,10 +27,10 @@ void *__wrap__ZnwmRKSt9nothrow_t(std::size_t size, const std::nothrow_t &tag) no
 namespace TN {
 namespace {
 
-using foundation::ProcessInfo;
-using foundation::Secret;
 using platform::fake::FakePlatform;
 using platform::fake::KeychainItem;
+using vpnctl::ProcessInfo;
+using vpnctl::Secret;
 
 class TNKeyChainTest : public testing::Test {
  protected:

@@ -6,11 +6,11 @@
 #include "cli/CommandLine.h"
 #include "tests/cli/ExampleCommand.h"
 
-using foundation::Result;
 using GB::Command;
 using GB::CommandLine;
 using GB::CommandLineFault;
 using GB::Option;
+using vpnctl::Result;
 
 namespace {
 

@@ -10,7 +10,7 @@ int main() {
   parser.registerOption("output", 'o', GB::GBOptionRequiresValue);
   parser.registerSwitch("verbose", 'v');
   const bool result = parser.parseOptionsUsingDefaultArgumentsWithBlock(
-      [](GB::GBParseEvent, const std::optional<std::string> &option, const foundation::Value &value, bool *) {
+      [](GB::GBParseEvent, const std::optional<std::string> &option, const vpnctl::Value &value, bool *) {
         GB::gbprint("[%@=%@]", option, value);
       });
   GB::gbprintln("%s", result ? "yes" : "no");

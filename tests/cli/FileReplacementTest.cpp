@@ -121,7 +121,7 @@ TEST_F(FileReplacement, ANewFileGetsTheModeThatTheUmaskLeaves) {
 TEST_F(FileReplacement, WhatCannotBePutOnTheDiskReplacesNothing) {
   folder.write("file", "old");
   recorded.refusesToSynchronise = [](bool isFolder) { return !isFolder; };
-  const foundation::Status replaced = GB::replaceFile(folder.path("file"), "new");
+  const vpnctl::Status replaced = GB::replaceFile(folder.path("file"), "new");
   EXPECT_FALSE(replaced);
   EXPECT_EQ(replaced.error().code, EIO);
   EXPECT_EQ(folder.read("file"), "old");

@@ -3,8 +3,8 @@
 #include "cli/GBCommandLineParser.h"
 #include "tests/cli/StreamCapture.h"
 
-using foundation::Value;
 using GB::GBCommandLineParser;
+using vpnctl::Value;
 
 namespace {
 

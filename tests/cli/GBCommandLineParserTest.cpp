@@ -4,9 +4,9 @@
 #include "foundation/ProcessInfo.h"
 #include "tests/cli/StreamCapture.h"
 
-using foundation::Value;
 using GB::GBCommandLineParser;
 using GB::GBSettings;
+using vpnctl::Value;
 
 namespace {
 
@@ -337,7 +337,7 @@ TEST_F(GBCommandLineParserParsing, ACVectorWithoutTextEndsInAnException) {
 }
 
 TEST_F(GBCommandLineParserParsing, DefaultArgumentsAreTheProcessesOwn) {
-  Arguments expected = foundation::ProcessInfo::arguments();
+  Arguments expected = vpnctl::ProcessInfo::arguments();
   ASSERT_FALSE(expected.empty());
   expected.erase(expected.begin());
   Arguments seen;

@@ -7,7 +7,7 @@
 #include "foundation/ProcessInfo.h"
 #include "tests/cli/StreamCapture.h"
 
-using foundation::Value;
+using vpnctl::Value;
 using namespace GB;
 
 namespace {
@@ -266,7 +266,7 @@ TEST(GBOptionsHelperPrinting, APlaceholderMayStandInItsOwnReplacement) {
 
 TEST(GBOptionsHelperPrinting, VersionLine) {
   GBOptionsHelper helper;
-  EXPECT_EQ(version(helper), foundation::ProcessInfo::processName() + "\n");
+  EXPECT_EQ(version(helper), vpnctl::ProcessInfo::processName() + "\n");
   helper.setApplicationName([] { return "tool"; });
   EXPECT_EQ(version(helper), "tool\n");
   helper.setApplicationBuild([] { return "77"; });

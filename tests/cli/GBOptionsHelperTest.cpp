@@ -100,7 +100,7 @@ TEST(GBOptionsHelper, Requirement3IsStoredAndPassedThrough) {
   EXPECT_EQ(GBOptionsHelper::requirements(helper.registeredOptions().at(0)), 3u);
   GBCommandLineParser parser;
   parser.registerOptions(helper);
-  EXPECT_EQ(parser.registeredOptionsByLongNames().at("three")->at("requirement"), foundation::Value(3));
+  EXPECT_EQ(parser.registeredOptionsByLongNames().at("three")->at("requirement"), vpnctl::Value(3));
   EXPECT_FALSE(parser.registeredOptionsByLongNames().contains("no-three"));
 }
 

@@ -12,7 +12,7 @@ mkdir "$folder/cli"
 
 # compiles STATEMENT
 compiles() {
-  printf '#include "cli/GBPrint.h"\nint main() {\n  const std::string text;\n  const foundation::Value value;\n  %s;\n}\n' \
+  printf '#include "cli/GBPrint.h"\nint main() {\n  const std::string text;\n  const vpnctl::Value value;\n  %s;\n}\n' \
     "$1" >"$folder/main.cpp"
   "$cxx" -std=c++20 -fsyntax-only -I"$folder" -I"$sources" "$folder/main.cpp" 2>"$folder/errors"
 }

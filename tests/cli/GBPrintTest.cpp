@@ -3,7 +3,7 @@
 #include "cli/GBPrint.h"
 #include "tests/cli/StreamCapture.h"
 
-using foundation::Value;
+using vpnctl::Value;
 
 TEST(GBPrint, PrintlnWithAnEmptyFormatWritesExactlyOneNewline) {
   EXPECT_EQ(printedBy(

@@ -13,9 +13,9 @@
 #include "cli/GBPrint.h"
 #include "tests/cli/StreamCapture.h"
 
-using foundation::Value;
 using GB::PrintFormatFault;
 using GB::RuntimeFormat;
+using vpnctl::Value;
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include "foundation/PropertyList.h"
 #include "tests/support/TemporaryFolder.h"
 
-using foundation::Error;
-using foundation::Value;
 using GB::GBSettings;
+using vpnctl::Error;
+using vpnctl::Value;
 
 namespace {
 
@@ -90,7 +90,7 @@ TEST_F(GBSettingsFiles, AnUnparsableFileLeavesTheValuesAndFillsTheError) {
   const std::string path = folder.write("a.plist", kHeader + "<dict>\n<key>a</key>\n<oops/></dict></plist>");
   EXPECT_FALSE(settings.loadSettingsFromPlist(path, &error));
   expectUnchanged();
-  EXPECT_EQ(error.domain, foundation::kPropertyListErrorDomain);
+  EXPECT_EQ(error.domain, vpnctl::kPropertyListErrorDomain);
   EXPECT_NE(error.message.find(path + ": line 6: "), std::string::npos) << error.message;
   EXPECT_FALSE(settings.loadSettingsFromPlist(path));
 }
@@ -154,7 +154,7 @@ TEST_F(GBSettingsFiles, WhatXMLCannotCarryIsAnErrorAndTheOldFileIsWhole) {
   const std::string path = folder.write("a.plist", "old");
   settings.setObjectForKey("\x01", "control");
   EXPECT_FALSE(settings.saveSettingsToPlist(path, &error));
-  EXPECT_EQ(error.domain, foundation::kPropertyListErrorDomain);
+  EXPECT_EQ(error.domain, vpnctl::kPropertyListErrorDomain);
   EXPECT_EQ(folder.read("a.plist"), "old");
   EXPECT_FALSE(settings.saveSettingsToPlist(path));
 }

@@ -5,9 +5,9 @@
 
 #include "cli/GBSettings.h"
 
-using foundation::Value;
 using GB::GBSettings;
 using GB::GBSettingsArgumentsKey;
+using vpnctl::Value;
 
 namespace {
 

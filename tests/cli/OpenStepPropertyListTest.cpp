@@ -4,9 +4,9 @@
 #include "foundation/PropertyList.h"
 #include "tests/support/TemporaryFolder.h"
 
-using foundation::propertyListFromOpenStep;
-using foundation::propertyListOfAnyForm;
-using foundation::Value;
+using vpnctl::propertyListFromOpenStep;
+using vpnctl::propertyListOfAnyForm;
+using vpnctl::Value;
 
 namespace {
 
@@ -108,12 +108,12 @@ TEST(OpenStepPropertyList, TheThreeFormsAreToldApart) {
 }
 
 TEST(OpenStepPropertyList, WhoDoesNotAskForTheTextFormDoesNotGetIt) {
-  EXPECT_FALSE(foundation::propertyListFromData("{ a = b; }", "file"));
+  EXPECT_FALSE(vpnctl::propertyListFromData("{ a = b; }", "file"));
   const support::TemporaryFolder folder;
   const std::string path = folder.write("a.plist", "{ a = b; }");
-  EXPECT_FALSE(foundation::propertyListFromFile(path));
-  EXPECT_EQ(*foundation::propertyListOfAnyFormFromFile(path), Value(Value::Dictionary{{"a", "b"}}));
-  EXPECT_EQ(foundation::propertyListOfAnyFormFromFile(folder.path("none")).error().code, ENOENT);
+  EXPECT_FALSE(vpnctl::propertyListFromFile(path));
+  EXPECT_EQ(*vpnctl::propertyListOfAnyFormFromFile(path), Value(Value::Dictionary{{"a", "b"}}));
+  EXPECT_EQ(vpnctl::propertyListOfAnyFormFromFile(folder.path("none")).error().code, ENOENT);
 }
 
 TEST(OpenStepPropertyList, EveryPrefixIsReadOrRefused) {

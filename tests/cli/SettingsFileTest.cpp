@@ -10,8 +10,8 @@
 #include "cli/SettingsFile.h"
 #include "tests/support/TemporaryFolder.h"
 
-using foundation::Value;
 using GB::GBSettings;
+using vpnctl::Value;
 
 namespace {
 
@@ -27,7 +27,7 @@ class SettingsFile : public ::testing::Test {
   // What the file at PATH holds.
   Value::Dictionary loaded(const std::string &path) const {
     GBSettings other("other");
-    const foundation::Status status = GB::loadSettings(other, path);
+    const vpnctl::Status status = GB::loadSettings(other, path);
     EXPECT_TRUE(status) << status.error().message;
     return other.storage();
   }
@@ -44,7 +44,7 @@ TEST_F(SettingsFile, SavingFollowsSymbolicLinks) {
   const std::string outer = folder.path("outer");
   ASSERT_EQ(::symlink("links/inner", outer.c_str()), 0);
   ASSERT_EQ(::symlink("../target.plist", folder.path("links/inner").c_str()), 0);
-  const foundation::Status saved = GB::saveSettings(settings, outer);
+  const vpnctl::Status saved = GB::saveSettings(settings, outer);
   ASSERT_TRUE(saved) << saved.error().message;
   EXPECT_TRUE(isLink(outer));
   EXPECT_TRUE(isLink(folder.path("links/inner")));
@@ -61,7 +61,7 @@ TEST_F(SettingsFile, SavingThroughALinkThatLeadsNowhereMakesTheFile) {
 TEST_F(SettingsFile, ARingOfLinksIsAnError) {
   ASSERT_EQ(::symlink("b", folder.path("a").c_str()), 0);
   ASSERT_EQ(::symlink("a", folder.path("b").c_str()), 0);
-  const foundation::Status saved = GB::saveSettings(settings, folder.path("a"));
+  const vpnctl::Status saved = GB::saveSettings(settings, folder.path("a"));
   ASSERT_FALSE(saved);
   EXPECT_EQ(saved.error().code, ELOOP);
 }
@@ -69,9 +69,9 @@ TEST_F(SettingsFile, ARingOfLinksIsAnError) {
 TEST_F(SettingsFile, SavingWorksWithTheLongestNames) {
   for (const std::size_t length : {250U, 255U}) {
     const std::string path = folder.path(std::string(length, 'n'));
-    foundation::Error error;
+    vpnctl::Error error;
     EXPECT_TRUE(settings.saveSettingsToPlist(path, &error)) << error.message;
-    const foundation::Status saved = GB::saveSettings(settings, path);
+    const vpnctl::Status saved = GB::saveSettings(settings, path);
     EXPECT_TRUE(saved) << saved.error().message;
     EXPECT_EQ(loaded(path), settings.storage());
   }
@@ -79,9 +79,9 @@ TEST_F(SettingsFile, SavingWorksWithTheLongestNames) {
 }
 
 TEST_F(SettingsFile, AMissingFileIsAnError) {
-  const foundation::Status status = GB::loadSettings(settings, folder.path("none.plist"));
+  const vpnctl::Status status = GB::loadSettings(settings, folder.path("none.plist"));
   ASSERT_FALSE(status);
-  EXPECT_EQ(status.error().domain, foundation::kPOSIXErrorDomain);
+  EXPECT_EQ(status.error().domain, vpnctl::kPOSIXErrorDomain);
   EXPECT_EQ(status.error().code, ENOENT);
   EXPECT_EQ(settings.storage(), (Value::Dictionary{{"key", "value"}}));
 }
@@ -90,7 +90,7 @@ TEST_F(SettingsFile, AFileThatCannotBeReadLeavesTheLayer) {
   EXPECT_FALSE(GB::loadSettings(settings, folder.path()));
   EXPECT_FALSE(GB::loadSettings(settings, "/dev/zero"));
   EXPECT_FALSE(GB::loadSettings(settings, folder.write("a.plist", "{ a = ; }")));
-  const foundation::Status status = GB::loadSettings(settings, folder.write("b.plist", "( a )"));
+  const vpnctl::Status status = GB::loadSettings(settings, folder.write("b.plist", "( a )"));
   ASSERT_FALSE(status);
   EXPECT_EQ(status.error().domain, GB::GBSettingsErrorDomain);
   EXPECT_EQ(settings.storage(), (Value::Dictionary{{"key", "value"}}));

@@ -7,8 +7,8 @@
 
 #include "cli/GBSettings.h"
 
-using foundation::Value;
 using GB::GBSettings;
+using vpnctl::Value;
 
 TEST(SettingsLayers, ARingOfParentsIsRefused) {
   const auto bottom = GBSettings::settingsWithName("bottom", nullptr);

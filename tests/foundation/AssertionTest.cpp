@@ -2,7 +2,7 @@
 
 #include "foundation/Assertion.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 TEST(AssertionTest, PrintsOneLineAndAborts) {
@@ -25,4 +25,4 @@ TEST(AssertionTest, ATrueExpressionIsEvaluatedOnce) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

@@ -2,7 +2,7 @@
 
 #include "foundation/Base64.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 std::vector<std::uint8_t> bytes(std::string_view text) { return {text.begin(), text.end()}; }
@@ -37,4 +37,4 @@ TEST(Base64Test, RefusesWhatIsNotBase64) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

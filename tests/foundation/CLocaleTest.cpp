@@ -14,7 +14,7 @@
 #include "foundation/Format.h"
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 TEST(CLocaleTest, ScansTheNumberAtTheStart) {
@@ -112,4 +112,4 @@ TEST(CLocaleTest, EveryFlagOfARealPrintsAsInTheCLocaleWhereverTheProcessIs) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

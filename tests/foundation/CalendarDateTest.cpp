@@ -5,7 +5,7 @@
 
 #include "foundation/CalendarDate.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 TEST(CalendarDateTest, TextAndSecondsSince2001) {
@@ -58,4 +58,4 @@ TEST(CalendarDateTest, OutsideTheFourDigitYearsThereIsNoText) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

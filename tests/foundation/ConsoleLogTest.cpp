@@ -12,7 +12,7 @@
 #include "foundation/ProcessInfo.h"
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 // Standard error as a sequence of packets: every write(2) becomes one.
@@ -71,4 +71,4 @@ TEST(ConsoleLogTest, AMessageThatEndsItsLineGetsNoSecondEnd) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

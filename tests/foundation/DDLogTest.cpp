@@ -7,7 +7,7 @@
 
 #include "foundation/DDLog.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 class RecordingLogger : public DDLogger {
@@ -128,4 +128,4 @@ TEST(DDLogReentryTest, ALoggerMayLogItself) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

@@ -7,7 +7,7 @@
 
 #include "foundation/FileDescriptor.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 int openNull() {
@@ -90,4 +90,4 @@ TEST(FileDescriptorTest, ClosingKeepsErrno) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

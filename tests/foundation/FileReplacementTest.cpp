@@ -11,7 +11,7 @@
 
 #include "foundation/FileReplacement.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 using Name = FreshFile::Name;
@@ -134,4 +134,4 @@ TEST(FolderOf, IsWhereAPathLies) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

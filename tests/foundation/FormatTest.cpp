@@ -8,10 +8,10 @@
 #include "foundation/FormatParser.h"
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
-// What foundation::format and the C library print must be the same wherever the C library knows the conversion.
+// What vpnctl::format and the C library print must be the same wherever the C library knows the conversion.
 #define EXPECT_AS_IN_C(...)                                   \
   do {                                                        \
     char expected[512];                                       \
@@ -128,4 +128,4 @@ TEST(FormatTest, AFormatNeverWrites) {
 TEST(FormatTest, GroupingIsThatOfTheCLocale) { EXPECT_EQ(format("%'d", 1234567), "1234567"); }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

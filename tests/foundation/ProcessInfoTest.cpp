@@ -4,7 +4,7 @@
 #include "foundation/PropertyList.h"
 #include "tests/support/TemporaryFolder.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 class ProcessInfoTest : public testing::Test {
@@ -65,4 +65,4 @@ TEST_F(ProcessInfoTest, WithoutAUsableFileTheVersionIsZero) {
 TEST_F(ProcessInfoTest, TheProcessNameHasNoFolders) { EXPECT_EQ(ProcessInfo::processName(), "foundation_tests"); }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

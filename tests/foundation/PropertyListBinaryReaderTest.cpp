@@ -8,7 +8,7 @@
 #include "foundation/PropertyList.h"
 #include "foundation/PropertyListBinaryReader.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 std::string bigEndian(std::uint64_t number, int size) {
@@ -294,4 +294,4 @@ TEST(PropertyListBinaryReaderTest, LimitsCanBeNarrower) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

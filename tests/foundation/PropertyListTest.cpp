@@ -8,7 +8,7 @@
 #include "foundation/PropertyList.h"
 #include "tests/support/TemporaryFolder.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 class PropertyListFileTest : public testing::Test {
@@ -77,4 +77,4 @@ TEST(PropertyListTest, TooManyBytesAreRefused) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

@@ -6,7 +6,7 @@
 #include "foundation/PropertyList.h"
 #include "foundation/PropertyListXMLReader.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
@@ -220,4 +220,4 @@ TEST(PropertyListXMLReaderTest, LimitsCanBeNarrower) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

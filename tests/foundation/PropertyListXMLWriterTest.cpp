@@ -5,7 +5,7 @@
 
 #include "foundation/PropertyList.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 std::string document(const std::string &body) {
@@ -150,4 +150,4 @@ TEST(PropertyListXMLWriterTest, WhatIsWrittenIsReadBack) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

@@ -5,7 +5,7 @@
 
 #include "foundation/Result.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 TEST(ResultTest, AStatusIsSuccessUnlessItHoldsAnError) {
@@ -32,4 +32,4 @@ TEST(ResultTest, ErrnoErrorsAreOperationObjectReason) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

@@ -9,7 +9,7 @@
 #include "foundation/Secret.h"
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 template <class T>
@@ -106,4 +106,4 @@ TEST(SecretTest, WipingOverwrites) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

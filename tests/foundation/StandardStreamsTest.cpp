@@ -6,7 +6,7 @@
 
 #include "foundation/StandardStreams.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 bool isNull(int fd) {
@@ -40,4 +40,4 @@ TEST_P(ClosedStandardStreams, AreOpenedOnNullAndTheOthersAreLeftAlone) {
 INSTANTIATE_TEST_SUITE_P(Combinations, ClosedStandardStreams, testing::Range(0U, 8U));
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

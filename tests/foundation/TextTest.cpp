@@ -4,7 +4,7 @@
 
 #include "foundation/Text.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 constexpr std::string_view kInvalid[] = {"\x80",
@@ -83,4 +83,4 @@ TEST(TextTest, ANullElementIsAnException) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

@@ -2,7 +2,7 @@
 
 #include "foundation/UUID.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 TEST(UUIDTest, NewOnesAreUpperCaseUUIDsAndDiffer) {
@@ -23,4 +23,4 @@ TEST(UUIDTest, OnlyTheWholeFormIsOne) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

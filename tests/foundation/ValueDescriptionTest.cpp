@@ -5,7 +5,7 @@
 
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 TEST(ValueDescriptionTest, Scalars) {
@@ -89,4 +89,4 @@ TEST(ValueDescriptionTest, InsideAContainerOnlyLettersAndDigitsAreBare) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

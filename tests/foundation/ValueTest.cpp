@@ -6,7 +6,7 @@
 
 #include "foundation/Value.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 using Type = Value::Type;
@@ -246,4 +246,4 @@ TEST(ValueTest, AContainerHoldsNoNull) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

@@ -11,7 +11,7 @@
 
 #include "foundation/WorkQueue.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 // Waits until everything submitted so far has run.
@@ -158,4 +158,4 @@ TEST(WorkQueueTest, ANullBlockIsAProgrammingError) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

@@ -11,7 +11,7 @@
 
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 
 std::vector<std::string> lines(std::string_view text) {
   std::vector<std::string> result;

@@ -8,10 +8,10 @@
 #include "foundation/FormatParser.h"
 #include "foundation/Value.h"
 
-using foundation::FormatArgument;
-using foundation::FormatArgumentType;
-using foundation::FormatPiece;
-using foundation::Value;
+using vpnctl::FormatArgument;
+using vpnctl::FormatArgumentType;
+using vpnctl::FormatPiece;
+using vpnctl::Value;
 
 namespace {
 
@@ -28,7 +28,7 @@ const void *pointerFor(const FormatPiece &piece) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char *>(data), size);
-  const foundation::ParsedFormat format = foundation::parseFormat(text);
+  const vpnctl::ParsedFormat format = vpnctl::parseFormat(text);
 
   // An argument that two conversions take as different pointers is null: nothing else would be right for both.
   std::map<std::size_t, const void *> pointers;
@@ -61,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         break;
     }
   }
-  const std::string result = foundation::renderFormat(format, arguments);
+  const std::string result = vpnctl::renderFormat(format, arguments);
   if (text.find('%') == std::string_view::npos) FOUNDATION_ASSERT(result == text);
   return 0;
 }

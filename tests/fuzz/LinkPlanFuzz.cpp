@@ -39,7 +39,7 @@ void checkWords(const helper::LinkPlan &plan) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  const auto root = foundation::propertyListFromData({reinterpret_cast<const char *>(data), size}, "input");
+  const auto root = vpnctl::propertyListFromData({reinterpret_cast<const char *>(data), size}, "input");
   if (!root) return 0;
   helper::EngineSettings settings;
   require(!helper::LinkPlan::make(*root, {"no such service"}, settings));

@@ -8,12 +8,12 @@
 #include "foundation/PropertyList.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  using foundation::Result;
-  using foundation::Value;
+  using vpnctl::Result;
+  using vpnctl::Value;
   const std::string_view bytes(reinterpret_cast<const char *>(data), size);
-  const Result<Value> any = foundation::propertyListOfAnyForm(bytes, "input");
+  const Result<Value> any = vpnctl::propertyListOfAnyForm(bytes, "input");
   if (!any) FOUNDATION_ASSERT(any.error().message.starts_with("input: "));
-  const Result<Value> value = foundation::propertyListFromOpenStep(bytes, "input");
+  const Result<Value> value = vpnctl::propertyListFromOpenStep(bytes, "input");
   if (!value) {
     FOUNDATION_ASSERT(value.error().message.starts_with("input: line "));
     return 0;
@@ -22,9 +22,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
                     value->type() == Value::Type::data);
   FOUNDATION_ASSERT(*value == *value);
   // What is read here and can be written as XML is the same there.
-  const Result<std::string> text = foundation::xmlPropertyList(*value);
+  const Result<std::string> text = vpnctl::xmlPropertyList(*value);
   if (!text) return 0;  // control characters
-  const Result<Value> back = foundation::propertyListOfAnyForm(*text, "written");
+  const Result<Value> back = vpnctl::propertyListOfAnyForm(*text, "written");
   FOUNDATION_ASSERT(back && *back == *value);
   return 0;
 }

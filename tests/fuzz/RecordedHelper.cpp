@@ -21,11 +21,11 @@
 
 namespace fuzz {
 
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Status;
-using foundation::Value;
 using helper::LinkStatus;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
+using vpnctl::Status;
+using vpnctl::Value;
 
 namespace {
 
@@ -81,12 +81,12 @@ void RecordingFileSystem::record(const std::string &path) {
 
 Result<FileDescriptor> RecordingFileSystem::open(const std::string &path, int flags, mode_t mode) {
   if ((flags & (O_ACCMODE | O_CREAT | O_TRUNC)) != O_RDONLY) record(path);
-  return foundation::PosixFileSystem::open(path, flags, mode);
+  return vpnctl::PosixFileSystem::open(path, flags, mode);
 }
 
 Status RecordingFileSystem::write(int file, std::string_view bytes, const std::string &path) {
   record(path);
-  return foundation::PosixFileSystem::write(file, bytes, path);
+  return vpnctl::PosixFileSystem::write(file, bytes, path);
 }
 
 Status RecordingFileSystem::rename(const std::string &from, const std::string &to) {
@@ -94,13 +94,13 @@ Status RecordingFileSystem::rename(const std::string &from, const std::string &t
   record(to);
   if (to == preferences_) deeds_.preferences = Deeds::Extent::replaced;
   if (to == keychain_ + "/System.keychain") deeds_.keychain = Deeds::Extent::replaced;
-  return foundation::PosixFileSystem::rename(from, to);
+  return vpnctl::PosixFileSystem::rename(from, to);
 }
 
 Status RecordingFileSystem::link(const std::string &from, const std::string &to) {
   record(from);
   record(to);
-  return foundation::PosixFileSystem::link(from, to);
+  return vpnctl::PosixFileSystem::link(from, to);
 }
 
 Status RecordingFileSystem::remove(const std::string &path) {
@@ -108,7 +108,7 @@ Status RecordingFileSystem::remove(const std::string &path) {
   if (path == preferences_) deeds_.preferences = Deeds::Extent::replaced;
   if (path == keychain_ + "/System.keychain" || path == keychain_ + "/SystemKey")
     deeds_.keychain = Deeds::Extent::replaced;
-  return foundation::PosixFileSystem::remove(path);
+  return vpnctl::PosixFileSystem::remove(path);
 }
 
 // ---- The links
@@ -153,7 +153,7 @@ helper::LinkFactory RecordedHelper::recordedLinks() {
     const Value &entries = preferences["NetworkServices"][request.serviceID]["PPP"];
     const Value *laidOver = request.startOptions["PPP"].find("CommRemoteAddress");
     if (entries["CommRemoteAddress"] == Value("dies") || (laidOver != nullptr && *laidOver == Value("dies")))
-      return foundation::Error{"Fuzz", 1, "there is no service"};
+      return vpnctl::Error{"Fuzz", 1, "there is no service"};
     auto link = links(preferences, request, std::move(handler));
     if (!link) return link.error();
     deeds_.linksMade.push_back(request.serviceID);
@@ -176,7 +176,7 @@ const std::string &RecordedHelper::firstPreferences() {
       for (char &letter : script) letter = static_cast<char>(std::tolower(letter));
       services.set(name, Value::Dictionary{{"PPP", Value::Dictionary{{"CommRemoteAddress", script}}}});
     }
-    return foundation::xmlPropertyList(Value::Dictionary{{"NetworkServices", services}}).value();
+    return vpnctl::xmlPropertyList(Value::Dictionary{{"NetworkServices", services}}).value();
   }();
   return bytes;
 }
@@ -293,7 +293,7 @@ std::vector<Received> RecordedHelper::answers() {
 }
 
 bool RecordedHelper::preferencesCanBeRead() {
-  foundation::PosixFileSystem fileSystem;
+  vpnctl::PosixFileSystem fileSystem;
   return static_cast<bool>(helper::PreferencesStore(preferencesPath(), fileSystem, *log_).read());
 }
 

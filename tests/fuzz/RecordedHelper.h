@@ -37,16 +37,16 @@ struct Deeds {
   bool operator==(const Deeds &) const = default;
 };
 
-class RecordingFileSystem : public foundation::PosixFileSystem {
+class RecordingFileSystem : public vpnctl::PosixFileSystem {
  public:
   RecordingFileSystem(std::string preferences, std::string keychain, Deeds &deeds)
       : preferences_(std::move(preferences)), keychain_(std::move(keychain)), deeds_(deeds) {}
 
-  foundation::Result<foundation::FileDescriptor> open(const std::string &path, int flags, mode_t mode) override;
-  foundation::Status write(int file, std::string_view bytes, const std::string &path) override;
-  foundation::Status rename(const std::string &from, const std::string &to) override;
-  foundation::Status link(const std::string &from, const std::string &to) override;
-  foundation::Status remove(const std::string &path) override;
+  vpnctl::Result<vpnctl::FileDescriptor> open(const std::string &path, int flags, mode_t mode) override;
+  vpnctl::Status write(int file, std::string_view bytes, const std::string &path) override;
+  vpnctl::Status rename(const std::string &from, const std::string &to) override;
+  vpnctl::Status link(const std::string &from, const std::string &to) override;
+  vpnctl::Status remove(const std::string &path) override;
 
  private:
   void record(const std::string &path);
@@ -105,7 +105,7 @@ class RecordedHelper {
   linux::EventLoop event_;
   std::unique_ptr<helper::testing::ScriptedAuthority> authority_;
   std::unique_ptr<helper::HelperService> service_;
-  foundation::FileDescriptor socket_;  // the tool's end
+  vpnctl::FileDescriptor socket_;  // the tool's end
   bool deaf_ = false;
   bool ended_ = false;
   bool closed_ = false;

@@ -14,12 +14,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
   const std::string_view bytes(reinterpret_cast<const char *>(data), size);
   const auto &limits = helper::PreferencesStore::kLimits;
   // What is taken from a caller and written down is no longer than what is read, and can be.
-  if (const auto taken = foundation::propertyListFromData(bytes, "input", limits)) {
-    const auto text = foundation::xmlPropertyList(*taken, limits.bytes);
-    if (text && (text->size() > limits.bytes || !foundation::propertyListFromData(*text, "written", limits)))
-      std::abort();
+  if (const auto taken = vpnctl::propertyListFromData(bytes, "input", limits)) {
+    const auto text = vpnctl::xmlPropertyList(*taken, limits.bytes);
+    if (text && (text->size() > limits.bytes || !vpnctl::propertyListFromData(*text, "written", limits))) std::abort();
   }
-  const auto root = foundation::propertyListFromData(bytes, "input");
+  const auto root = vpnctl::propertyListFromData(bytes, "input");
   if (!root) return 0;
   if (const auto status = helper::checkNetworkPreferences(*root); !status && status.error().message.empty())
     std::abort();

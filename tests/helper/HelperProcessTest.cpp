@@ -30,7 +30,7 @@
 namespace helper {
 namespace {
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 constexpr int kDeadline = 20000;  // milliseconds; only a failure takes them
 

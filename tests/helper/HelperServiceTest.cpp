@@ -22,8 +22,8 @@
 namespace helper {
 namespace {
 
-using foundation::FileDescriptor;
-using foundation::Value;
+using vpnctl::FileDescriptor;
+using vpnctl::Value;
 
 constexpr char kServiceID[] = "0123ABCD-4567-4EF0-89AB-0123456789AB";
 
@@ -60,7 +60,7 @@ class HelperServiceTest : public ::testing::Test {
     linux::EventLoop event;
     ASSERT_TRUE(log);
     ASSERT_GE(sd_event_new(linux::Out(event)), 0);
-    foundation::PosixFileSystem fileSystem;
+    vpnctl::PosixFileSystem fileSystem;
     PreferencesStore preferences(folder.path("preferences.plist"), fileSystem, *log);
     Keychain keychain(folder.path("keychain"), fileSystem, *log);
     testing::ScriptedAuthority asked(event.get(), verdict);
@@ -135,7 +135,7 @@ class HelperServiceTest : public ::testing::Test {
         Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", "PPTP"}}},
                           {"PPP", Value::Dictionary{{"AuthPassword", kServiceID}, {"CommRemoteAddress", script}}}};
     const Value root = Value::Dictionary{{"NetworkServices", Value::Dictionary{{kServiceID, service}}}};
-    ASSERT_EQ(commit(*foundation::xmlPropertyList(root)), wire::kSCStatusOK);
+    ASSERT_EQ(commit(*vpnctl::xmlPropertyList(root)), wire::kSCStatusOK);
   }
 
   Message startCall(const std::string &serviceID, std::string_view options = {}, bool linger = false) {
@@ -253,7 +253,7 @@ TEST_F(HelperServiceTest, AnItemIsBoundToItsServiceAndUser) {
   const auto unbound = replyTo<wire::AddKeychainItemReply>(newCall(wire::kAddKeychainItem, other));
   ASSERT_EQ(unbound.status, wire::errSecSuccess);
   commitService("at-once");
-  const auto keychain = foundation::propertyListFromFile(folder.path("keychain/System.keychain"));
+  const auto keychain = vpnctl::propertyListFromFile(folder.path("keychain/System.keychain"));
   ASSERT_TRUE(keychain);
   const Value &use = (*keychain)["Items"][added.item]["Use"];
   EXPECT_EQ(use["Owner"], Value(std::int64_t{::geteuid()}));
@@ -441,7 +441,7 @@ TEST_F(HelperServiceTest, AnExceptionInTheLoopEndsItInOrder) {
 
 TEST_F(HelperServiceTest, APeerThatNeverReadsIsLeft) {
   const Value root = Value::Dictionary{{"Filler", std::string(std::size_t{1} << 20, 'x')}};
-  ASSERT_EQ(commit(*foundation::xmlPropertyList(root)), wire::kSCStatusOK);
+  ASSERT_EQ(commit(*vpnctl::xmlPropertyList(root)), wire::kSCStatusOK);
   for (std::uint64_t i = 0; i < 4 * HelperService::kMaximumUnread; ++i) {
     std::uint64_t cookie = 0;  // without one, no answer would be wanted
     ASSERT_GE(sd_bus_send(bus.get(), newCall(wire::kReadPreferences).get(), &cookie), 0);

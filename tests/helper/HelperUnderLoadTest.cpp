@@ -22,9 +22,9 @@
 namespace helper {
 namespace {
 
-using foundation::Secret;
-using foundation::Value;
 using testing::StartedHelper;
+using vpnctl::Secret;
+using vpnctl::Value;
 
 constexpr int kTimes = 50;
 constexpr long kGrowth = 1024;  // KiB; what malloc keeps for itself
@@ -51,12 +51,11 @@ bool commitMany(StartedHelper &helper, const std::string &prefix) {
     const auto read = helper.connection().readPreferences();
     if (!read || read->error != wire::kSCStatusOK) return false;
     Value root{Value::Dictionary()};
-    if (!read->propertyList.empty()) root = foundation::propertyListFromData(read->propertyList, "read").value();
+    if (!read->propertyList.empty()) root = vpnctl::propertyListFromData(read->propertyList, "read").value();
     Value services = root["NetworkServices"].isNull() ? Value(Value::Dictionary()) : root["NetworkServices"];
     services.set(prefix + std::to_string(i), Value::Dictionary());
     root.set("NetworkServices", std::move(services));
-    const auto written =
-        helper.connection().commitPreferences(foundation::xmlPropertyList(root).value(), read->signature);
+    const auto written = helper.connection().commitPreferences(vpnctl::xmlPropertyList(root).value(), read->signature);
     if (!written || (written->error != wire::kSCStatusOK && written->error != wire::kSCStatusStale)) return false;
     if (written->error == wire::kSCStatusOK) ++i;  // or somebody was faster, and there is more to read
   }
@@ -92,7 +91,7 @@ TEST_F(HelperUnderLoadTest, TwoThatCommitPreferencesLoseNothing) {
   EXPECT_TRUE(other);
   const auto read = first.connection().readPreferences();
   ASSERT_TRUE(read);
-  const Value root = foundation::propertyListFromData(read->propertyList, "read").value();
+  const Value root = vpnctl::propertyListFromData(read->propertyList, "read").value();
   EXPECT_EQ(root["NetworkServices"].dictionary().size(), 2U * kTimes);
   for (int i = 0; i < kTimes; ++i) {
     EXPECT_NE(root["NetworkServices"].find("A" + std::to_string(i)), nullptr);
@@ -148,7 +147,7 @@ TEST_F(HelperUnderLoadTest, TenThousandCallsDoNotMakeItGrow) {
   StartedHelper helper(program);
   ASSERT_TRUE(helper.isReady());
   const Value root = Value::Dictionary{{"Filler", std::string(1000, 'x')}};
-  ASSERT_EQ(helper.connection().commitPreferences(*foundation::xmlPropertyList(root), "")->error, wire::kSCStatusOK);
+  ASSERT_EQ(helper.connection().commitPreferences(*vpnctl::xmlPropertyList(root), "")->error, wire::kSCStatusOK);
   const auto calls = [&](int count) {
     for (int i = 0; i < count; i += 5) {
       ASSERT_TRUE(helper.connection().readPreferences());
@@ -177,7 +176,7 @@ TEST_F(HelperUnderLoadTest, APeerThatNeverReadsIsLeftBeforeItCostsMuch) {
     StartedHelper helper(program);
     ASSERT_TRUE(helper.isReady());
     const Value root = Value::Dictionary{{"Filler", std::string(std::size_t{kFile} << 10, 'x')}};
-    ASSERT_EQ(helper.connection().commitPreferences(*foundation::xmlPropertyList(root), "")->error, wire::kSCStatusOK);
+    ASSERT_EQ(helper.connection().commitPreferences(*vpnctl::xmlPropertyList(root), "")->error, wire::kSCStatusOK);
   }
   StartedHelper helper(program, StartedHelper::Talk::none);
   linux::Bus bus;

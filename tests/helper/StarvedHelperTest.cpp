@@ -36,9 +36,9 @@ namespace helper {
 namespace {
 
 namespace fs = std::filesystem;
-using foundation::Secret;
-using foundation::Value;
 using testing::StartedHelper;
+using vpnctl::Secret;
+using vpnctl::Value;
 
 constexpr char kService[] = "0123ABCD-4567-4EF0-89AB-0123456789AB";
 constexpr char kPPPD[] = "/usr/sbin/pppd";
@@ -94,7 +94,7 @@ std::vector<int> pppds() {
 int pppdsLeft(std::chrono::milliseconds patience) {
   int left = 0;
   for (const int pid : pppds()) {
-    const foundation::FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+    const vpnctl::FileDescriptor process(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     pollfd ended = {process.get(), POLLIN, 0};
     if (process && ::poll(&ended, 1, static_cast<int>(patience.count())) == 0) ++left;
   }
@@ -161,7 +161,7 @@ class StarvedHelperTest : public ::testing::Test {
     const Value service =
         Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", "PPTP"}}},
                           {"PPP", Value::Dictionary{{"CommRemoteAddress", server_}, {"AuthName", "user"}}}};
-    return *foundation::xmlPropertyList(Value::Dictionary{{"NetworkServices", Value::Dictionary{{kService, service}}}});
+    return *vpnctl::xmlPropertyList(Value::Dictionary{{"NetworkServices", Value::Dictionary{{kService, service}}}});
   }
 
   // Writes to both stores, as a tool does. What comes of it is not of interest here.
@@ -222,7 +222,7 @@ class StarvedHelperTest : public ::testing::Test {
     const auto preferences = next.connection().readPreferences();
     ASSERT_TRUE(preferences);
     EXPECT_EQ(preferences->error, wire::kSCStatusOK);
-    EXPECT_TRUE(foundation::propertyListFromData(preferences->propertyList, "preferences"));
+    EXPECT_TRUE(vpnctl::propertyListFromData(preferences->propertyList, "preferences"));
     const auto items = next.connection().findKeychainItems({});
     ASSERT_TRUE(items);
     EXPECT_EQ(items->status, wire::errSecSuccess);

@@ -183,11 +183,11 @@ TEST_F(AtomicFileTest, WaitsForAHolderThatIsKilled) {
 }
 
 // Busy for as many tries as it is told, although nobody has it and nothing is to be heard of it.
-class BusyFileSystem : public foundation::PosixFileSystem {
+class BusyFileSystem : public vpnctl::PosixFileSystem {
  public:
-  foundation::Status lock(int file, const std::string &path) override {
-    if (tries-- > 0) return foundation::errnoError(EWOULDBLOCK, "lock " + path);
-    return foundation::PosixFileSystem::lock(file, path);
+  vpnctl::Status lock(int file, const std::string &path) override {
+    if (tries-- > 0) return vpnctl::errnoError(EWOULDBLOCK, "lock " + path);
+    return vpnctl::PosixFileSystem::lock(file, path);
   }
   int tries = 0;
 };
@@ -207,7 +207,7 @@ TEST_F(AtomicFileTest, ManyWritersNeverMix) {
   std::vector<std::thread> writers;
   for (int i = 0; i < 4; ++i) {
     writers.emplace_back([this] {
-      foundation::PosixFileSystem plain;
+      vpnctl::PosixFileSystem plain;
       const AtomicFile mine(path, plain);
       for (int round = 0; round < 5; ++round) {
         const auto lock = mine.lock(kLong);

@@ -31,7 +31,7 @@ class ChildProcessTest : public support::LoopFixture {
   }
   // What SCRIPT says on its standard error.
   std::string said(const std::string &script, const std::vector<std::string> &environment = {}, int input = -1) {
-    const foundation::FileDescriptor file(::memfd_create("output", MFD_CLOEXEC));
+    const vpnctl::FileDescriptor file(::memfd_create("output", MFD_CLOEXEC));
     spawn({"/bin/sh", "-c", "exec >&2; " + script}, environment, {.input = input, .error = file.get()});
     EXPECT_TRUE(runUntil([this] { return end_.has_value(); }));
     std::array<char, 4096> text{};
@@ -73,7 +73,7 @@ TEST_F(ChildProcessTest, ItsHandlerMayDestroyIt) {
 TEST_F(ChildProcessTest, PreparedItRunsWhenItIsReleased) {
   support::TemporaryFolder folder;
   // Deliberately not close-on-exec.
-  const foundation::FileDescriptor leak(::open("/dev/zero", O_RDONLY));
+  const vpnctl::FileDescriptor leak(::open("/dev/zero", O_RDONLY));
   ::signal(SIGUSR1, SIG_IGN);
   auto process = ChildProcess::prepare(
       {"/bin/sh", "-c",
@@ -116,8 +116,8 @@ TEST_F(ChildProcessTest, ReleasedItIsWhatItRuns) {
 }
 
 TEST_F(ChildProcessTest, PreparedItHasItsStreams) {
-  const foundation::FileDescriptor input(::memfd_create("input", MFD_CLOEXEC));
-  const foundation::FileDescriptor error(::memfd_create("error", MFD_CLOEXEC));
+  const vpnctl::FileDescriptor input(::memfd_create("input", MFD_CLOEXEC));
+  const vpnctl::FileDescriptor error(::memfd_create("error", MFD_CLOEXEC));
   ASSERT_EQ(::pwrite(input.get(), "heard", 5, 0), 5);
   auto process = ChildProcess::prepare({"/bin/sh", "-c", "read -r word; echo $word >&2"}, {},
                                        {.input = input.get(), .error = error.get()});
@@ -130,7 +130,7 @@ TEST_F(ChildProcessTest, PreparedItHasItsStreams) {
 }
 
 TEST_F(ChildProcessTest, PreparedItIgnoresTheSignalsThatItIsTo) {
-  const foundation::FileDescriptor output(::memfd_create("output", MFD_CLOEXEC));
+  const vpnctl::FileDescriptor output(::memfd_create("output", MFD_CLOEXEC));
   auto process = ChildProcess::prepare(
       {"/bin/sh", "-c", "while read a b; do case $a in SigIgn:) echo $b;; esac; done </proc/$$/status"}, {},
       {.output = output.get(), .ignoredSignals = {SIGINT, SIGHUP}});
@@ -193,13 +193,13 @@ TEST_F(ChildProcessTest, HasTheEnvironmentItWasGivenAndNoOther) {
 
 TEST_F(ChildProcessTest, HasNoDescriptorsButTheStandardOnes) {
   // Deliberately not close-on-exec: even what others leak ends here.
-  const foundation::FileDescriptor leak(::open("/dev/zero", O_RDONLY));
+  const vpnctl::FileDescriptor leak(::open("/dev/zero", O_RDONLY));
   ASSERT_TRUE(leak);
   EXPECT_EQ(said("for fd in 3 4 5 6 7 8 9; do [ -e /proc/$$/fd/$fd ] && echo $fd; done; true"), "");
 }
 
 TEST_F(ChildProcessTest, ReadsItsInput) {
-  const foundation::FileDescriptor input(::memfd_create("input", MFD_CLOEXEC));
+  const vpnctl::FileDescriptor input(::memfd_create("input", MFD_CLOEXEC));
   ASSERT_EQ(::write(input.get(), "hello\n", 6), 6);
   ASSERT_EQ(::lseek(input.get(), 0, SEEK_SET), 0);
   EXPECT_EQ(said("cat", {"PATH=/bin:/usr/bin"}, input.get()), "hello\n");
@@ -230,8 +230,8 @@ TEST_F(ChildProcessTest, EndsOnTerm) {
 TEST_F(ChildProcessTest, EndsOnKillWhenItIgnoresTerm) {
   int ends[2];
   ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-  const foundation::FileDescriptor reader(ends[0]);
-  foundation::FileDescriptor writer(ends[1]);
+  const vpnctl::FileDescriptor reader(ends[0]);
+  vpnctl::FileDescriptor writer(ends[1]);
   auto &process = spawn({"/bin/sh", "-c", "trap '' TERM; echo ready >&2; exec sleep 1000"}, {"PATH=/bin:/usr/bin"},
                         {.error = writer.get()});
   char byte = 0;

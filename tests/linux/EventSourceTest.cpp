@@ -8,8 +8,8 @@
 #include "linux/EventSource.h"
 #include "tests/support/LoopFixture.h"
 
-using foundation::FileDescriptor;
 using linux::EventSource;
+using vpnctl::FileDescriptor;
 
 namespace {
 

@@ -18,7 +18,7 @@
 namespace linux {
 namespace {
 
-using foundation::Result;
+using vpnctl::Result;
 
 constexpr std::chrono::milliseconds kShort{30};
 constexpr std::chrono::milliseconds kLong{20000};  // only a failure takes them

@@ -19,7 +19,7 @@ class SessionWatchTest : public support::LoopFixture {
           ++heard_;
           if (destroys_) watch_.reset();
         },
-        [this] { return isOver_; }, foundation::FileDescriptor(::dup(changes_.get())));
+        [this] { return isOver_; }, vpnctl::FileDescriptor(::dup(changes_.get())));
   }
   // Something becomes of some session; returns when that has been looked at.
   void change() {
@@ -28,7 +28,7 @@ class SessionWatchTest : public support::LoopFixture {
     ASSERT_TRUE(runUntil([&] { return ::poll(&wait, 1, 0) == 0; }));
   }
 
-  const foundation::FileDescriptor changes_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+  const vpnctl::FileDescriptor changes_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
   bool isOver_ = false;
   bool destroys_ = false;
   int heard_ = 0;

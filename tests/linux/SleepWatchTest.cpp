@@ -22,7 +22,7 @@ class SleepWatchTest : public support::LoopFixture {
           heard_.push_back(slept);
           if (destroys_) watch_.reset();
         },
-        [this] { return slept_; }, foundation::FileDescriptor(::dup(alarm_.get())));
+        [this] { return slept_; }, vpnctl::FileDescriptor(::dup(alarm_.get())));
   }
   // The time of day jumps; returns when that has been looked at.
   void jump() {
@@ -31,7 +31,7 @@ class SleepWatchTest : public support::LoopFixture {
     ASSERT_TRUE(runUntil([&] { return ::poll(&wait, 1, 0) == 0; }));
   }
 
-  const foundation::FileDescriptor alarm_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
+  const vpnctl::FileDescriptor alarm_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
   milliseconds slept_{5000};
   Times heard_;
   bool destroys_ = false;

@@ -54,7 +54,7 @@ TEST_P(ClosedStreams, AreNullBeforeTheRealToolOpensAnything) {
       "sh", "-c", "mkfifo config.qolm && chmod 755 . && exec setpriv --reuid 65534 --regid 65534 --clear-groups \"$@\"",
       "sh"};
   ToolProcess tool(scene);
-  foundation::FileDescriptor configuration;
+  vpnctl::FileDescriptor configuration;
   for (const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
        !configuration && std::chrono::steady_clock::now() < end; std::this_thread::yield())
     configuration.reset(open(tool.path("config.qolm").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
@@ -62,7 +62,7 @@ TEST_P(ClosedStreams, AreNullBeforeTheRealToolOpensAnything) {
   for (const int fd : scene.closed)
     EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(tool.pid()) + "/fd/" + std::to_string(fd)),
               "/dev/null");
-  ASSERT_TRUE(foundation::writeAll(configuration.get(), kConfiguration, "config.qolm"));
+  ASSERT_TRUE(vpnctl::writeAll(configuration.get(), kConfiguration, "config.qolm"));
   configuration.reset();
   const Outcome outcome = tool.finish();
   EXPECT_EQ(outcome.output, unlessClosed(GetParam(), 1, kEcho));

@@ -16,10 +16,10 @@
 namespace TN {
 namespace {
 
-using foundation::Value;
 using platform::fake::extendedStatus;
 using platform::fake::Service;
 using platform::fake::StatusChange;
+using vpnctl::Value;
 
 struct Protocol {
   std::string name;   // as the banner says it

@@ -8,8 +8,8 @@
 namespace TN {
 namespace {
 
-using foundation::Value;
 using platform::fake::FakePlatform;
+using vpnctl::Value;
 
 TEST(NSStringFromPPPStatus, HasATextForEachPhase) {
   const std::vector<std::string> texts{"PPP Network connection disconnected",

@@ -28,8 +28,8 @@ class ServiceFixture : public testing::Test {
 
   template <class Connector>
   static Made make(std::optional<std::string> server = "192.0.2.1", std::optional<std::string> username = "ann") {
-    auto connector = std::make_shared<Connector>(std::move(server), std::move(username), foundation::Secret("pw"),
-                                                 foundation::Secret("ss"));
+    auto connector =
+        std::make_shared<Connector>(std::move(server), std::move(username), vpnctl::Secret("pw"), vpnctl::Secret("ss"));
     connector->authorize();
     return {connector, [connector] { return connector->createConnection(); }};
   }

@@ -6,7 +6,7 @@
 namespace TN {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 
 class TNConnectorL2TPTest : public ServiceFixture {
  protected:

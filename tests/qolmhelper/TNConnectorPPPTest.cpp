@@ -8,11 +8,11 @@
 namespace TN {
 namespace {
 
-using foundation::Secret;
-using foundation::Value;
 using platform::fake::extendedStatus;
 using platform::fake::FakePlatform;
 using platform::fake::StatusChange;
+using vpnctl::Secret;
+using vpnctl::Value;
 
 // A connector whose connection is simply there, or is not, with a reason.
 class TestConnector : public TNConnectorPPP {

@@ -42,7 +42,7 @@ TEST_F(TNConnectorPPTPTest, MakesTheServiceStepByStep) {
 TEST_F(TNConnectorPPTPTest, IsToBeEncryptedByPPPAndKnowsNoIPSec) {
   create();
   ASSERT_EQ(platform_.services.size(), 1u);
-  EXPECT_EQ(platform_.services.front().configuration["CCPEnabled"], foundation::Value(1));
+  EXPECT_EQ(platform_.services.front().configuration["CCPEnabled"], vpnctl::Value(1));
   EXPECT_TRUE(platform_.services.front().extendedConfigurations.empty());
   EXPECT_EQ(count("SCNetworkInterfaceSetExtendedConfiguration"), 0u);
 }

@@ -12,23 +12,23 @@ namespace {
 
 using platform::fake::FakePlatform;
 
-class RecordingLogger : public foundation::DDLogger {
+class RecordingLogger : public vpnctl::DDLogger {
  public:
-  void logMessage(const foundation::DDLogMessage &message) override { messages.push_back(message); }
-  std::vector<foundation::DDLogMessage> messages;
+  void logMessage(const vpnctl::DDLogMessage &message) override { messages.push_back(message); }
+  std::vector<vpnctl::DDLogMessage> messages;
 };
 
 class TNConnectorTest : public testing::Test {
  protected:
   TNConnectorTest() {
     FakePlatform::instance().reset();
-    foundation::DDLog::addLogger(logger_);
+    vpnctl::DDLog::addLogger(logger_);
   }
-  ~TNConnectorTest() override { foundation::DDLog::removeLogger(logger_); }
+  ~TNConnectorTest() override { vpnctl::DDLog::removeLogger(logger_); }
 
   void expectLogged(const std::string &text, std::uint32_t line) {
     ASSERT_EQ(logger_->messages.size(), 1u);
-    const foundation::DDLogMessage &message = logger_->messages.front();
+    const vpnctl::DDLogMessage &message = logger_->messages.front();
     EXPECT_EQ(message.message, text);
     EXPECT_EQ(message.line, line);
     EXPECT_FALSE(message.asynchronous);
@@ -98,7 +98,7 @@ TEST_F(TNConnectorTest, ARefusedAuthorizationIsNotFreed) {
 }
 
 TEST_F(TNConnectorTest, WithoutALoggerAFailureIsSilent) {
-  foundation::DDLog::removeLogger(logger_);
+  vpnctl::DDLog::removeLogger(logger_);
   platform_.fail("AuthorizationCreate", 1);
   testing::internal::CaptureStderr();
   EXPECT_FALSE(connector_.authorize());

@@ -29,7 +29,7 @@ std::vector<char *> pointers(std::vector<std::string> &texts) {
 }
 
 struct Pipe {
-  foundation::FileDescriptor readEnd, writeEnd;
+  vpnctl::FileDescriptor readEnd, writeEnd;
   Pipe() {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
@@ -39,7 +39,7 @@ struct Pipe {
 };
 
 // Reads once; closes at the end.
-void readOnce(foundation::FileDescriptor &pipe, std::string &text) {
+void readOnce(vpnctl::FileDescriptor &pipe, std::string &text) {
   std::array<char, 4096> block;
   const ssize_t size = read(pipe.get(), block.data(), block.size());
   if (size > 0)

@@ -83,7 +83,7 @@ class ToolProcess {
 
   support::TemporaryFolder folder_;
   std::chrono::steady_clock::time_point deadline_;
-  foundation::FileDescriptor outputPipe_, errorPipe_;
+  vpnctl::FileDescriptor outputPipe_, errorPipe_;
   std::string output_, error_;
   pid_t pid_ = -1;  // -1: has been waited for
 };

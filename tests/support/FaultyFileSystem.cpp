@@ -4,9 +4,9 @@
 
 namespace support {
 
-using foundation::FileDescriptor;
-using foundation::Result;
-using foundation::Status;
+using vpnctl::FileDescriptor;
+using vpnctl::Result;
+using vpnctl::Status;
 
 void FaultyFileSystem::failNext(Call call, std::string suffix, int errnum) {
   call_ = call;
@@ -17,46 +17,45 @@ void FaultyFileSystem::failNext(Call call, std::string suffix, int errnum) {
 Status FaultyFileSystem::fault(Call call, const std::string &path) {
   if (call != call_ || !path.ends_with(suffix_)) return {};
   call_ = Call::none;
-  return foundation::errnoError(errnum_, "injected " + path);
+  return vpnctl::errnoError(errnum_, "injected " + path);
 }
 
 Result<FileDescriptor> FaultyFileSystem::open(const std::string &path, int flags, mode_t mode) {
   if (auto status = fault(Call::open, path); !status) return status.error();
-  return foundation::PosixFileSystem::open(path, flags, mode);
+  return vpnctl::PosixFileSystem::open(path, flags, mode);
 }
 
 Status FaultyFileSystem::write(int file, std::string_view bytes, const std::string &path) {
   if (auto status = fault(Call::write, path); !status) {
-    if (auto half = foundation::PosixFileSystem::write(file, bytes.substr(0, bytes.size() / 2), path); !half)
-      return half;
+    if (auto half = vpnctl::PosixFileSystem::write(file, bytes.substr(0, bytes.size() / 2), path); !half) return half;
     return status;
   }
-  return foundation::PosixFileSystem::write(file, bytes, path);
+  return vpnctl::PosixFileSystem::write(file, bytes, path);
 }
 
 Status FaultyFileSystem::synchronize(int file, const std::string &path) {
   auto status = fault(Call::synchronize, path);
-  return status ? foundation::PosixFileSystem::synchronize(file, path) : status;
+  return status ? vpnctl::PosixFileSystem::synchronize(file, path) : status;
 }
 
 Status FaultyFileSystem::rename(const std::string &from, const std::string &to) {
   auto status = fault(Call::rename, to);
-  return status ? foundation::PosixFileSystem::rename(from, to) : status;
+  return status ? vpnctl::PosixFileSystem::rename(from, to) : status;
 }
 
 Status FaultyFileSystem::link(const std::string &from, const std::string &to) {
   auto status = fault(Call::link, to);
-  return status ? foundation::PosixFileSystem::link(from, to) : status;
+  return status ? vpnctl::PosixFileSystem::link(from, to) : status;
 }
 
 Status FaultyFileSystem::remove(const std::string &path) {
   auto status = fault(Call::remove, path);
-  return status ? foundation::PosixFileSystem::remove(path) : status;
+  return status ? vpnctl::PosixFileSystem::remove(path) : status;
 }
 
 Status FaultyFileSystem::lock(int file, const std::string &path) {
   auto status = fault(Call::lock, path);
-  return status ? foundation::PosixFileSystem::lock(file, path) : status;
+  return status ? vpnctl::PosixFileSystem::lock(file, path) : status;
 }
 
 }  // namespace support

@@ -17,7 +17,7 @@ class FewDescriptors {
   explicit FewDescriptors(unsigned count) {
     EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0);
     // The limit is on the numbers, and there may be gaps between those in use.
-    std::vector<foundation::FileDescriptor> next(count + 1);
+    std::vector<vpnctl::FileDescriptor> next(count + 1);
     for (auto &descriptor : next) descriptor.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     const rlimit few = {static_cast<rlim_t>(next.back().get()), before_.rlim_max};
     EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);

@@ -34,7 +34,7 @@ int main() {
   auto log = helper::PPPLog::open(folder + "/ppp.log");
   linux::EventLoop loop;
   if (!log || sd_event_default(linux::Out(loop)) < 0) return 1;
-  foundation::PosixFileSystem fileSystem;
+  vpnctl::PosixFileSystem fileSystem;
   helper::PreferencesStore preferences(folder + "/etc/preferences.plist", fileSystem, *log);
   helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
   helper::testing::ScriptedAuthority authority(loop.get(), verdictIn(folder));

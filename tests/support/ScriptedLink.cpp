@@ -11,7 +11,7 @@
 
 namespace helper::testing {
 
-using foundation::Value;
+using vpnctl::Value;
 
 namespace {
 
@@ -95,7 +95,7 @@ class ScriptedLink : public Link {
 
 LinkFactory scriptedLinks(sd_event *event) {
   return [event](const Value &preferences, const LinkRequest &request,
-                 Link::StatusHandler handler) -> foundation::Result<std::unique_ptr<Link>> {
+                 Link::StatusHandler handler) -> vpnctl::Result<std::unique_ptr<Link>> {
     const Value *laidOver = request.startOptions["PPP"].find("CommRemoteAddress");
     const std::string &script =
         (laidOver != nullptr ? *laidOver
@@ -104,7 +104,7 @@ LinkFactory scriptedLinks(sd_event *event) {
     for (const char *known : {"up", "at-once", "refused", "dies", "stuck", "throws", "throws-later"})
       if (script == known)
         return std::unique_ptr<Link>(std::make_unique<ScriptedLink>(event, script, std::move(handler)));
-    return foundation::Error{"Test", 1, "there is no service " + request.serviceID};
+    return vpnctl::Error{"Test", 1, "there is no service " + request.serviceID};
   };
 }
 

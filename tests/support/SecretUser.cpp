@@ -21,7 +21,7 @@
 
 namespace {
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 std::pair<FileDescriptor, FileDescriptor> socketPair(int type) {
   int pair[2] = {-1, -1};
@@ -32,7 +32,7 @@ std::pair<FileDescriptor, FileDescriptor> socketPair(int type) {
 bool use(sd_event *event, const std::string &folder, const std::string &service) {
   auto log = helper::PPPLog::open(folder + "/secret-user.log");
   if (!log) return false;
-  foundation::PosixFileSystem fileSystem;
+  vpnctl::PosixFileSystem fileSystem;
   helper::Keychain keychain(folder + "/keychain", fileSystem, *log);
   auto [plugin, pppd] = socketPair(SOCK_SEQPACKET);
   auto [ike, child] = socketPair(SOCK_SEQPACKET);
@@ -55,11 +55,11 @@ bool use(sd_event *event, const std::string &folder, const std::string &service)
 }  // namespace
 
 int main(int argc, char **argv) {
-  foundation::protectProcessMemory();
+  vpnctl::protectProcessMemory();
   linux::EventLoop loop;
   if (sd_event_new(linux::Out(loop)) < 0) return 1;
   if (argc != 3 || !use(loop.get(), argv[1], argv[2])) return 1;
-  foundation::wipeDeadStack();  // as after each turn of the helper's loop
+  vpnctl::wipeDeadStack();  // as after each turn of the helper's loop
   loop.reset();
   char byte = 0;
   return ::write(STDOUT_FILENO, &byte, 1) == 1 && ::read(STDIN_FILENO, &byte, 1) == 0 ? 0 : 1;

@@ -39,7 +39,7 @@ class StartedHelper {
   bool isReady() const { return ready_; }
   platform::HelperConnection &connection() { return *connection_; }
   pid_t pid() const { return pid_; }
-  foundation::FileDescriptor takeSocket() { return std::move(socket_); }
+  vpnctl::FileDescriptor takeSocket() { return std::move(socket_); }
   // KEY of its /proc/PID/status, in KiB ("VmRSS", "VmHWM").
   long memory(const std::string &key) const;
 
@@ -50,7 +50,7 @@ class StartedHelper {
 
  private:
   linux::Process process_;
-  foundation::FileDescriptor socket_;  // without a client
+  vpnctl::FileDescriptor socket_;  // without a client
   pid_t pid_ = -1;
   bool ready_ = false;
   std::shared_ptr<platform::HelperConnection> connection_;

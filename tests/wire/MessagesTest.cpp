@@ -11,7 +11,7 @@
 namespace wire {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 
 constexpr std::uint32_t kTag = 0x6c61626c;
 

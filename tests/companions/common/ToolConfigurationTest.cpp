@@ -12,7 +12,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 using namespace companions;
-using foundation::Secret;
+using vpnctl::Secret;
 
 namespace {
 
@@ -116,8 +116,8 @@ TEST_F(ToolConfigurationTest, WhatIsStillMissingStaysSo) {
 TEST_F(ToolConfigurationTest, AFileThatCanBeReadOnlyOnceIsHandedOverAnew) {
   std::array<int, 2> ends{};
   ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
-  const foundation::FileDescriptor readEnd(ends[0]);
-  foundation::FileDescriptor writeEnd(ends[1]);
+  const vpnctl::FileDescriptor readEnd(ends[0]);
+  vpnctl::FileDescriptor writeEnd(ends[1]);
   ASSERT_EQ(::write(writeEnd.get(), kWhole.data(), kWhole.size()), static_cast<ssize_t>(kWhole.size()));
   writeEnd.reset();
   const auto configuration = ToolConfiguration::read("/proc/self/fd/" + std::to_string(readEnd.get()));

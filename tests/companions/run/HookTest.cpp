@@ -21,7 +21,7 @@ class HookTest : public support::LoopFixture {
   }
   void start(const std::string &text, std::chrono::milliseconds deadline = std::chrono::seconds(20)) {
     auto hook = Hook::start(event_, script(text), {"ONE=1", "PATH=/bin:/usr/bin"}, deadline,
-                            [this](const foundation::Status &status) { status_ = status; });
+                            [this](const vpnctl::Status &status) { status_ = status; });
     ASSERT_TRUE(hook);
     hook_ = std::move(*hook);
   }
@@ -31,7 +31,7 @@ class HookTest : public support::LoopFixture {
   }
 
   support::TemporaryFolder folder_;
-  std::optional<foundation::Status> status_;
+  std::optional<vpnctl::Status> status_;
   std::unique_ptr<Hook> hook_;
 };
 

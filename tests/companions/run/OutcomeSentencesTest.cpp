@@ -148,13 +148,13 @@ class L2TPSentences : public support::LoopFixture {
     L2TPServer server;
     if (!listens) server.stopListening();
     if (listens && script) server.play(script);
-    const foundation::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const vpnctl::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(::connect(socket.get(), reinterpret_cast<const sockaddr *>(&server.address()), sizeof(sockaddr_in)), 0);
     helper::L2TPControlConnection::Deadlines deadlines;
     deadlines.call = deadline;
     std::string sentence;
     helper::L2TPControlConnection control(event_, deadlines,
-                                          {.answered = [](const helper::L2TPCall &) { return foundation::Status(); },
+                                          {.answered = [](const helper::L2TPCall &) { return vpnctl::Status(); },
                                            .established = [] {},
                                            .failed = [&](const auto &failure) { sentence = failure.sentence; },
                                            .lost = [](const auto &) {},
@@ -205,7 +205,7 @@ class PPTPSentences : public support::LoopFixture {
     {
       helper::PPTPControlConnection control(
           event_, server.address(), deadlines,
-          {.connected = [](in_addr) { return foundation::Result<std::uint16_t>(helper::testing::kOurCall); },
+          {.connected = [](in_addr) { return vpnctl::Result<std::uint16_t>(helper::testing::kOurCall); },
            .established = [](std::uint16_t) {},
            .failed = [&](const auto &failure) { sentence = failure.sentence; },
            .lost = [](const auto &) {},

@@ -14,7 +14,7 @@ using Kind = Outcome::Kind;
 
 namespace {
 
-foundation::Result<RunOptions> optionsOf(const std::vector<std::string> &arguments) {
+vpnctl::Result<RunOptions> optionsOf(const std::vector<std::string> &arguments) {
   const auto line = GB::CommandLine::parse(kRunCommand, arguments);
   if (!line) return line.error();
   return RunOptions::from(*line);

@@ -15,7 +15,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 using namespace companions;
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 namespace {
 
@@ -132,7 +132,7 @@ TEST_F(TerminalQuestion, HasADeadline) {
 
 class SystemdQuestion : public SecretSourceTest {
  protected:
-  foundation::Result<foundation::Secret> ask(const std::string &script) {
+  vpnctl::Result<vpnctl::Secret> ask(const std::string &script) {
     const std::string program = folder_.write("ask", "#!/bin/sh\n" + script);
     EXPECT_EQ(::chmod(program.c_str(), 0700), 0);
     return askForSecret(

@@ -13,7 +13,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 using namespace companions;
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 namespace {
 

@@ -13,7 +13,7 @@
 namespace helper {
 namespace {
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 using Verdict = Authority::Verdict;
 
 // A polkit at the other end of a socket pair, without a bus between: it notes the question, and answers what it was
@@ -40,8 +40,8 @@ class PolkitAuthorityTest : public support::LoopFixture {
     peer.emplace(std::move(*found));
   }
 
-  foundation::Result<linux::Bus> open() {
-    if (noBus) return foundation::errnoError(ENOENT, "reach the system bus");
+  vpnctl::Result<linux::Bus> open() {
+    if (noBus) return vpnctl::errnoError(ENOENT, "reach the system bus");
     std::array<int, 2> pair{};
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, pair.data()), 0);
     static const sd_bus_vtable kMethods[] = {SD_BUS_VTABLE_START(0),

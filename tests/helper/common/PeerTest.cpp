@@ -13,7 +13,7 @@
 namespace helper {
 namespace {
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 // A named socket, as the plugin's peer has it; the connection is a child's.
 class PeerTest : public ::testing::Test {

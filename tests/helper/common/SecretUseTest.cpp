@@ -7,7 +7,7 @@
 namespace helper {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 using Entries = Value::Dictionary;
 
 Value service() {

@@ -87,7 +87,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto &test) { return test.param.name; });
 
 TEST_F(ConfinementTest, LeavesWhatIKENeeds) {
-  const foundation::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const vpnctl::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const int status = endAfter([&] {
     std::array<char, 16> bytes{};
     timespec time{};
@@ -115,10 +115,10 @@ TEST_F(ConfinementTest, LeavesNoRight) {
   std::array<int, 2> held{};
   ASSERT_EQ(::pipe2(told.data(), O_CLOEXEC), 0);
   ASSERT_EQ(::pipe2(held.data(), O_CLOEXEC), 0);
-  const foundation::FileDescriptor toldEnd(told[0]);
-  foundation::FileDescriptor toldStart(told[1]);
-  const foundation::FileDescriptor heldEnd(held[0]);
-  foundation::FileDescriptor heldStart(held[1]);
+  const vpnctl::FileDescriptor toldEnd(told[0]);
+  vpnctl::FileDescriptor toldStart(told[1]);
+  const vpnctl::FileDescriptor heldEnd(held[0]);
+  vpnctl::FileDescriptor heldStart(held[1]);
   const pid_t pid = ::fork();
   if (pid == 0) {
     heldStart.reset();

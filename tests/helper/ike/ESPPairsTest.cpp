@@ -7,7 +7,6 @@
 #include "tests/helper/ike/RecordingStates.h"
 
 using namespace helper;
-using foundation::Secret;
 using helper::testing::KernelRecord;
 using helper::testing::RecordingStates;
 using isakmp::Direction;
@@ -15,6 +14,7 @@ using isakmp::InstallState;
 using isakmp::NeedSPI;
 using isakmp::RemoveStates;
 using std::chrono::seconds;
+using vpnctl::Secret;
 
 namespace {
 

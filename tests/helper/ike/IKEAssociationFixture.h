@@ -14,15 +14,15 @@
 
 namespace helper::testing {
 
-using foundation::Error;
-using foundation::Secret;
-using foundation::Status;
 using isakmp::Direction;
 using isakmp::Reason;
 using isakmp::Refused;
 using isakmp::Stage;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using vpnctl::Error;
+using vpnctl::Secret;
+using vpnctl::Status;
 
 inline constexpr char kSharedSecret[] = "Blue+Heron";
 inline constexpr std::uint32_t kTheirs = 0xaabbccdd;
@@ -45,11 +45,11 @@ class FakeSpeaker : public IKESpeaker {
   }
   ~FakeSpeaker() override { --script_.there; }
   pid_t pid() const override { return ::getpid(); }
-  foundation::Result<Peer> peer() const override {
+  vpnctl::Result<Peer> peer() const override {
     int ends[2];
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-    const foundation::FileDescriptor one(ends[0]);
-    const foundation::FileDescriptor other(ends[1]);
+    const vpnctl::FileDescriptor one(ends[0]);
+    const vpnctl::FileDescriptor other(ends[1]);
     return Peer::ofSocket(one.get());
   }
   Status order(const IKEOrder &order, int socket) override {
@@ -90,7 +90,7 @@ class FakeTable : public XfrmTable {
 
 class FakeSecrets : public SecretSource {
  public:
-  foundation::Result<Secret> secretForService(const std::string &service, const SecretUse &use, const Peer &) override {
+  vpnctl::Result<Secret> secretForService(const std::string &service, const SecretUse &use, const Peer &) override {
     asked.push_back(service);
     uses.push_back(use);
     if (missing) return Error{"Test", 0, "the keychain has no item for " + service};
@@ -112,8 +112,8 @@ class IKEAssociationTest : public support::LoopFixture {
     serverPort_ = ntohs(address.sin_port);
   }
 
-  static foundation::FileDescriptor udp() {
-    foundation::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  static vpnctl::FileDescriptor udp() {
+    vpnctl::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -122,26 +122,26 @@ class IKEAssociationTest : public support::LoopFixture {
   }
 
   IKEAssociation::Parts parts() {
-    return {.speaker = [this](IKESpeaker::Handlers handlers) -> foundation::Result<std::unique_ptr<IKESpeaker>> {
+    return {.speaker = [this](IKESpeaker::Handlers handlers) -> vpnctl::Result<std::unique_ptr<IKESpeaker>> {
               if (child_.cannotStart) return Error{"POSIX", ENOENT, "start vpnctl-ike: No such file or directory"};
               child_.handlers = std::move(handlers);
               return std::unique_ptr<IKESpeaker>(std::make_unique<FakeSpeaker>(child_));
             },
-            .socket = [this](in_addr, std::uint16_t port) -> foundation::Result<IKESocket> {
+            .socket = [this](in_addr, std::uint16_t port) -> vpnctl::Result<IKESocket> {
               ports_.push_back(port);
               if (port != 0 && portIsTaken_) return Error{"POSIX", EADDRINUSE, "bind UDP port 500"};
               return IKESocket{udp(), static_cast<std::uint16_t>(port == 0 ? 40000 : port)};
             },
-            .states = [this](std::uint32_t reqid) -> foundation::Result<std::unique_ptr<ESPStates>> {
+            .states = [this](std::uint32_t reqid) -> vpnctl::Result<std::unique_ptr<ESPStates>> {
               EXPECT_EQ(reqid, guarded_);
               return std::unique_ptr<ESPStates>(std::make_unique<RecordingStates>(states_));
             },
-            .watch = [this](ESPStateWatch::Handler handler) -> foundation::Result<std::unique_ptr<ESPStateWatch>> {
+            .watch = [this](ESPStateWatch::Handler handler) -> vpnctl::Result<std::unique_ptr<ESPStateWatch>> {
               if (cannotWatch_) return Error{"Netlink", 0, "listen to the kernel: no room"};
               statesRemoved_ = std::move(handler);
               return std::make_unique<ESPStateWatch>();
             },
-            .table = [this]() -> foundation::Result<std::unique_ptr<XfrmTable>> {
+            .table = [this]() -> vpnctl::Result<std::unique_ptr<XfrmTable>> {
               if (noKernel_) return Error{"Netlink", 0, "no such protocol"};
               return std::unique_ptr<XfrmTable>(std::make_unique<FakeTable>(kernel_));
             },
@@ -230,8 +230,7 @@ class IKEAssociationTest : public support::LoopFixture {
   EngineSettings::IKE settings_;
   FakeSecrets secrets_;
   const SecretUse use_ = SecretUse::of(
-      foundation::Value::Dictionary{{"PPP", foundation::Value::Dictionary{{"CommRemoteAddress", "vpn.example.org"}}}},
-      1000);
+      vpnctl::Value::Dictionary{{"PPP", vpnctl::Value::Dictionary{{"CommRemoteAddress", "vpn.example.org"}}}}, 1000);
   RecordingJournal journal_;
   FakeKernel kernel_;
   ESPStateWatch::Handler statesRemoved_;
@@ -244,9 +243,9 @@ class IKEAssociationTest : public support::LoopFixture {
   milliseconds silence_{60000};
   milliseconds farewell_{60000};
   std::vector<std::uint16_t> ports_;
-  foundation::FileDescriptor socket_;
-  foundation::FileDescriptor server_;
-  foundation::FileDescriptor other_;
+  vpnctl::FileDescriptor socket_;
+  vpnctl::FileDescriptor server_;
+  vpnctl::FileDescriptor other_;
   std::vector<int> guardedSockets_;
   int protected_ = -1;
   std::uint16_t serverPort_ = 0;

@@ -19,12 +19,12 @@
 #include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
-using foundation::FileDescriptor;
-using foundation::Secret;
-using foundation::Status;
 using isakmp::Bytes;
 using isakmp::Direction;
 using isakmp::ServerPort;
+using vpnctl::FileDescriptor;
+using vpnctl::Secret;
+using vpnctl::Status;
 
 namespace {
 

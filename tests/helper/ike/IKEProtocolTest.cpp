@@ -7,7 +7,7 @@
 
 using namespace helper;
 using namespace helper::isakmp;
-using foundation::Secret;
+using vpnctl::Secret;
 
 namespace {
 

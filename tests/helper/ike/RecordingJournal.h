@@ -10,12 +10,12 @@ namespace helper::testing {
 
 class RecordingJournal : public IPSecJournal {
  public:
-  foundation::Status noteFlow(const ProtectedFlow &entry) override {
-    if (broken) return foundation::Error{"Test", 0, "no room"};
+  vpnctl::Status noteFlow(const ProtectedFlow &entry) override {
+    if (broken) return vpnctl::Error{"Test", 0, "no room"};
     flows.push_back(entry);
     return {};
   }
-  foundation::Status noteProcess(const StartedProcess &entry) override {
+  vpnctl::Status noteProcess(const StartedProcess &entry) override {
     processes.push_back(entry);
     return {};
   }

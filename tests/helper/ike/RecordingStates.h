@@ -25,25 +25,25 @@ class RecordingStates : public ESPStates {
  public:
   explicit RecordingStates(KernelRecord &record) : record_(record) {}
 
-  foundation::Result<std::uint32_t> allocate(in_addr source, in_addr) override {
+  vpnctl::Result<std::uint32_t> allocate(in_addr source, in_addr) override {
     record_.calls.push_back("allocate from " + text(source));
     if (record_.refuses) return refusal();
     return record_.nextSPI++;
   }
-  foundation::Status install(const ESPState &state, bool inbound) override {
+  vpnctl::Status install(const ESPState &state, bool inbound) override {
     record_.calls.emplace_back(inbound ? "install in" : "install out");
     if (record_.refuses) return refusal();
     record_.installed.push_back(state);
     return {};
   }
-  foundation::Status remove(in_addr, in_addr destination, std::uint32_t spi) override {
+  vpnctl::Status remove(in_addr, in_addr destination, std::uint32_t spi) override {
     record_.calls.push_back("remove " + std::to_string(spi) + " to " + text(destination));
     return {};
   }
   bool has(in_addr, in_addr, std::uint32_t spi) override { return std::ranges::count(record_.missing, spi) == 0; }
 
  private:
-  static foundation::Error refusal() { return {"Test", 0, "the kernel has no room"}; }
+  static vpnctl::Error refusal() { return {"Test", 0, "the kernel has no room"}; }
   static std::string text(in_addr address) { return ::inet_ntoa(address); }
 
   KernelRecord &record_;

@@ -7,7 +7,7 @@
 #include "foundation/FileDescriptor.h"
 #include "helper/ike/SocketPolicy.h"
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 namespace {
 

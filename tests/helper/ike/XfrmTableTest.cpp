@@ -17,7 +17,7 @@
 #include "linux/ChildProcess.h"
 #include "linux/SystemdOwners.h"
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 using namespace helper;
 
 namespace {

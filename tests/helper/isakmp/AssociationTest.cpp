@@ -51,8 +51,8 @@ TEST(AgreedLifetime, IsTheShorterButNotTooShort) {
 Association::Terms someTerms(NATTraversal version, bool encapsulated) {
   Association::Terms terms;
   terms.cookies = {{1, 2, 3, 4, 5, 6, 7, 8}, {9, 10, 11, 12, 13, 14, 15, 16}};
-  terms.keys.authentication = foundation::Secret("authentication");
-  terms.keys.encryption = foundation::Secret::ofSize(32);
+  terms.keys.authentication = vpnctl::Secret("authentication");
+  terms.keys.encryption = vpnctl::Secret::ofSize(32);
   terms.lastBlock = sequence(0, 16);
   terms.extensions.natTraversal = version;
   terms.encapsulated = encapsulated;

@@ -7,7 +7,7 @@
 namespace helper::isakmp {
 namespace {
 
-using foundation::Secret;
+using vpnctl::Secret;
 
 View bytesOf(std::string_view text) { return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()}; }
 

@@ -31,7 +31,7 @@ class Conversation {
  public:
   explicit Conversation(Plan wanted = usualPlan(), TestServerOptions options = usualServer(),
                         std::string_view secret = "secret")
-      : plan(std::move(wanted)), server(std::move(options)), initiator(plan, foundation::Secret(secret), random) {}
+      : plan(std::move(wanted)), server(std::move(options)), initiator(plan, vpnctl::Secret(secret), random) {}
 
   // What becomes of a datagram; the default lets everything pass. The number counts from 0, each way.
   std::function<bool(bool toServer, std::size_t number)> passes = [](bool, std::size_t) { return true; };

@@ -33,7 +33,7 @@ inline std::string hex(View bytes) {
   }
   return text;
 }
-inline std::string hex(const foundation::Secret &secret) { return hex(secret.bytes()); }
+inline std::string hex(const vpnctl::Secret &secret) { return hex(secret.bytes()); }
 
 // COUNT bytes from FIRST on.
 inline Bytes sequence(unsigned first, std::size_t count) {

@@ -9,7 +9,7 @@
 namespace helper::isakmp {
 namespace {
 
-using foundation::Secret;
+using vpnctl::Secret;
 
 struct Row {
   const char *name;

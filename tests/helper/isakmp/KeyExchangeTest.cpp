@@ -8,7 +8,7 @@
 namespace helper::isakmp {
 namespace {
 
-using foundation::Secret;
+using vpnctl::Secret;
 
 // Known answers, computed by another implementation from fixed private values, which were chosen so that the shared
 // secret begins with a zero byte. Values as their SHA-256.

@@ -77,7 +77,7 @@ class Replay {
   explicit Replay(const RecordedExchange &recorded)
       : lines_(linesOf(recorded.said)),
         random_(lines_),
-        initiator_(planOf(recorded), foundation::Secret(std::string_view(kRecordedSecret)), random_) {}
+        initiator_(planOf(recorded), vpnctl::Secret(std::string_view(kRecordedSecret)), random_) {}
 
   void run() {
     apply(initiator_.start(now_));

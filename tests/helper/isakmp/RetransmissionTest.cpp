@@ -47,7 +47,7 @@ TEST(LastAnswer, IsForItsMessageAndNotForEver) {
 }
 
 TEST(RateLimit, AllowsABurstAndThenSoManyPerSecond) {
-  foundation::RateLimit limit(5, 10);
+  vpnctl::RateLimit limit(5, 10);
   const auto allowed = [&](Instant now) {
     int count = 0;
     while (limit.allows(now)) ++count;

@@ -75,7 +75,7 @@ struct ServersMainMode {
   }
 
   Plan plan;
-  foundation::Secret secret;
+  vpnctl::Secret secret;
   MainMode mainMode;
   Bytes first;
 };

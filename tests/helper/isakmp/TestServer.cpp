@@ -5,7 +5,7 @@
 
 namespace helper::isakmp {
 
-using foundation::Secret;
+using vpnctl::Secret;
 using enum PayloadType;
 
 namespace {

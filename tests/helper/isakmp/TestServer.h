@@ -24,7 +24,7 @@ enum class Message { choice, half, proof, quickAnswer };
 struct TestServerOptions {
   IKEProposal ike{CipherAlgorithm::aes256, HashAlgorithm::sha1, Group::ecp256};
   ESPProposal esp{CipherAlgorithm::aes256, HashAlgorithm::sha1, {}};
-  foundation::Secret secret{"secret"};
+  vpnctl::Secret secret{"secret"};
   Identification identity = Identification::of({10, 9, 0, 1});
   std::vector<Bytes> vendorIDs;  // made by withExtensions()
   // As the server sees both ends; a NAT makes them differ from the client's plan.

@@ -11,7 +11,7 @@
 #include "tests/support/FewDescriptors.h"
 #include "tests/support/TemporaryFolder.h"
 
-using foundation::Value;
+using vpnctl::Value;
 using namespace helper;
 
 namespace {
@@ -45,7 +45,7 @@ class JournalTest : public testing::Test {
 
   const support::TemporaryFolder folder_;
   const std::string base_ = folder_.path("vpnctl");
-  std::vector<foundation::Error> errors_;
+  std::vector<vpnctl::Error> errors_;
 };
 
 TEST_F(JournalTest, EntriesComeBackAsTheyWere) {

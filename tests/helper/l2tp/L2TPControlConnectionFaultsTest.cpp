@@ -108,10 +108,10 @@ class L2TPControlConnectionFaultsTest : public support::LoopFixture {
     bool established = false;
     int ends = 0;
     int stops = 0;
-    const foundation::FileDescriptor client(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const vpnctl::FileDescriptor client(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(::connect(client.get(), reinterpret_cast<const sockaddr *>(&address_), sizeof address_), 0);
     L2TPControlConnection control(event_, deadlines_,
-                                  {.answered = [](const L2TPCall &) { return foundation::Status(); },
+                                  {.answered = [](const L2TPCall &) { return vpnctl::Status(); },
                                    .established =
                                        [&] {
                                          EXPECT_FALSE(established);
@@ -209,7 +209,7 @@ class L2TPControlConnectionFaultsTest : public support::LoopFixture {
                 static_cast<ssize_t>(datagram.size()));
   }
 
-  foundation::FileDescriptor server_;
+  vpnctl::FileDescriptor server_;
   sockaddr_in address_{};
   sockaddr_in client_{};
   Said mangled_ = Said::zlb;

@@ -28,10 +28,10 @@ class L2TPControlConnectionTest : public support::LoopFixture {
     socket_.reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&server_.address()), sizeof(sockaddr_in)), 0);
     control_.emplace(event_, deadlines_,
-                     L2TPControlConnection::Handlers{.answered = [this](const L2TPCall &call) -> foundation::Status {
+                     L2TPControlConnection::Handlers{.answered = [this](const L2TPCall &call) -> vpnctl::Status {
                                                        call_ = call;
                                                        EXPECT_FALSE(established_);
-                                                       if (noWay_) return foundation::Error{"Test", 0, "no way today"};
+                                                       if (noWay_) return vpnctl::Error{"Test", 0, "no way today"};
                                                        return {};
                                                      },
                                                      .established = [this] { established_ = true; },
@@ -89,7 +89,7 @@ class L2TPControlConnectionTest : public support::LoopFixture {
   std::optional<TunnelLoss> lost_;
   int stopped_ = 0;
   L2TPServer server_;
-  foundation::FileDescriptor socket_;
+  vpnctl::FileDescriptor socket_;
   std::optional<L2TPControlConnection> control_;
 };
 
@@ -217,7 +217,7 @@ TEST_F(L2TPControlConnectionTest, SaysWhyInEveryCase) {
       ASSERT_EQ(::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&server.address()), sizeof(sockaddr_in)),
                 0);
       L2TPControlConnection control(event_, deadlines_,
-                                    {.answered = [](const L2TPCall &) { return foundation::Status(); },
+                                    {.answered = [](const L2TPCall &) { return vpnctl::Status(); },
                                      .established = [] {},
                                      .failed = [this](const TunnelFailure &failure) { failure_ = failure; },
                                      .lost = [](const TunnelLoss &) {},
@@ -540,7 +540,7 @@ TEST_F(L2TPControlConnectionTest, SaysGoodbyeWhenItIsDestroyedAlsoOnAFinishedLoo
     socket_.reset(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     ASSERT_EQ(::connect(socket_.get(), reinterpret_cast<const sockaddr *>(&server.address()), sizeof(sockaddr_in)), 0);
     control_.emplace(event_, deadlines_,
-                     L2TPControlConnection::Handlers{.answered = [](const L2TPCall &) { return foundation::Status(); },
+                     L2TPControlConnection::Handlers{.answered = [](const L2TPCall &) { return vpnctl::Status(); },
                                                      .established = [this] { established_ = true; },
                                                      .failed = [](const TunnelFailure &) {},
                                                      .lost = [](const TunnelLoss &) {},

@@ -176,8 +176,8 @@ class L2TPServer {
     return std::vector<std::uint8_t>(packet->body.begin(), packet->body.end());
   }
 
-  foundation::FileDescriptor socket_;
-  foundation::FileDescriptor finished_;
+  vpnctl::FileDescriptor socket_;
+  vpnctl::FileDescriptor finished_;
   sockaddr_in address_{};
   sockaddr_in client_{};
   l2tp::Header header_;

@@ -28,7 +28,7 @@ std::uint16_t portOf(int socket) {
 }
 
 TEST(L2TPSocket, NamesWhoHoldsThePort) {
-  const foundation::FileDescriptor stranger(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const vpnctl::FileDescriptor stranger(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   const int on = 1;
   ASSERT_EQ(setsockopt(stranger.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), 0);
   sockaddr_in any{};
@@ -66,7 +66,7 @@ TEST(L2TPSocket, TakesThePortWhenItIsFree) {
     EXPECT_EQ(portOf(socket->descriptor()), port);
     EXPECT_EQ(socket->notice(), "");
     // Nobody else gets it beside us, whatever he sets.
-    const foundation::FileDescriptor stranger(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const vpnctl::FileDescriptor stranger(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const int on = 1;
     ASSERT_EQ(setsockopt(stranger.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on), 0);
     sockaddr_in address{};

@@ -60,15 +60,15 @@ class FakeDataPath : public L2TPDataPath {
     int socket = -1;
   };
   explicit FakeDataPath(Book &book) : book_(book) {}
-  foundation::Status probe() override {
-    if (book_.missing) return foundation::Error{"Test", 0, "this kernel has none"};
+  vpnctl::Status probe() override {
+    if (book_.missing) return vpnctl::Error{"Test", 0, "this kernel has none"};
     return {};
   }
-  foundation::Result<foundation::FileDescriptor> connect(int socket, const L2TPCall &call) override {
+  vpnctl::Result<vpnctl::FileDescriptor> connect(int socket, const L2TPCall &call) override {
     book_.socket = socket;
     book_.call = call;
-    if (book_.broken) return foundation::Error{"Test", 0, "no tunnel in this kernel"};
-    return foundation::FileDescriptor(::dup(STDIN_FILENO));
+    if (book_.broken) return vpnctl::Error{"Test", 0, "no tunnel in this kernel"};
+    return vpnctl::FileDescriptor(::dup(STDIN_FILENO));
   }
 
  private:
@@ -100,7 +100,7 @@ class L2TPTunnelTest : public support::LoopFixture {
                 }});
     return *tunnel_;
   }
-  bool isTunnelSocket(const foundation::FileDescriptor &other) const {
+  bool isTunnelSocket(const vpnctl::FileDescriptor &other) const {
     struct stat ours {
     }, theirs{};
     return ::fstat(path_.socket, &ours) == 0 && ::fstat(other.get(), &theirs) == 0 && ours.st_ino == theirs.st_ino &&
@@ -270,7 +270,7 @@ class L2TPTunnelFromAPort : public L2TPTunnelTest {
     settings_.sourcePort = EngineSettings::SourcePort::automatic;
     patience_ = std::chrono::milliseconds(20);
     // One that nobody has.
-    const foundation::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const vpnctl::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_in local{};
     local.sin_family = AF_INET;
     socklen_t size = sizeof local;

@@ -4,7 +4,7 @@
 #include "helper/common/TunnelFailure.h"
 #include "helper/link/ExtendedStatus.h"
 
-using foundation::Value;
+using vpnctl::Value;
 using namespace helper;
 
 namespace {

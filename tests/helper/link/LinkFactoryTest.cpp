@@ -5,7 +5,7 @@
 #include "helper/link/LinkFactory.h"
 #include "tests/support/TemporaryFolder.h"
 
-using foundation::Value;
+using vpnctl::Value;
 using namespace helper;
 
 namespace {
@@ -15,8 +15,8 @@ using SourcePort = EngineSettings::SourcePort;
 class LinkFactoryTest : public ::testing::Test {
  protected:
   // Makes a link of KIND with SETTINGS as the machine's file; its plan is plan().
-  foundation::Result<std::unique_ptr<Link>> make(const std::string &kind, const std::string &settings = {},
-                                                 const Value &startOptions = {}) {
+  vpnctl::Result<std::unique_ptr<Link>> make(const std::string &kind, const std::string &settings = {},
+                                             const Value &startOptions = {}) {
     support::writeFile(folder.path("engine.conf"), settings);
     const Value service = Value::Dictionary{{"Interface", Value::Dictionary{{"Type", "PPP"}, {"SubType", kind}}},
                                             {"PPP", Value::Dictionary{{"CommRemoteAddress", server}}}};
@@ -30,7 +30,7 @@ class LinkFactoryTest : public ::testing::Test {
   std::string logged() const { return support::contentsOf(folder.path("ppp.log")).value_or(""); }
 
   support::TemporaryFolder folder;
-  foundation::Result<PPPLog> log = PPPLog::open(folder.path("ppp.log"));
+  vpnctl::Result<PPPLog> log = PPPLog::open(folder.path("ppp.log"));
   std::set<std::string> serversNotTold;
   std::optional<LinkPlan> plan;
   std::string server = "192.0.2.7";

@@ -4,7 +4,6 @@
 
 #include "helper/link/LinkPlan.h"
 
-using foundation::Value;
 using helper::AuthProtocol;
 using helper::EngineSettings;
 using helper::IPv4Network;
@@ -15,6 +14,7 @@ using helper::RoutePlan;
 using helper::TunnelKind;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using vpnctl::Value;
 
 namespace {
 

@@ -21,9 +21,8 @@ namespace fs = std::filesystem;
 
 class NoSecrets : public SecretSource {
  public:
-  foundation::Result<foundation::Secret> secretForService(const std::string &, const SecretUse &,
-                                                          const Peer &) override {
-    return foundation::Error{"Test", 1, "there is none"};
+  vpnctl::Result<vpnctl::Secret> secretForService(const std::string &, const SecretUse &, const Peer &) override {
+    return vpnctl::Error{"Test", 1, "there is none"};
   }
 };
 
@@ -57,7 +56,7 @@ class MachinePartsTest : public support::LoopFixture {
   support::TemporaryFolder folder;
   const std::string journals = folder.path("journals");
   const std::string pppd = folder.path("pppd");
-  foundation::Result<PPPLog> log = PPPLog::open(folder.path("ppp.log"));
+  vpnctl::Result<PPPLog> log = PPPLog::open(folder.path("ppp.log"));
   NoSecrets secrets;
   LinkPlan plan;
 };
@@ -142,7 +141,7 @@ TEST_F(MachinePartsTest, APPPDThatCannotBeNotedIsEnded) {
 TEST_F(MachinePartsTest, LooksForThePlansServer) {
   const auto parts = make();
   std::optional<in_addr> found;
-  const auto question = parts->findServer([&found](const foundation::Result<std::vector<in_addr>> &server) {
+  const auto question = parts->findServer([&found](const vpnctl::Result<std::vector<in_addr>> &server) {
     if (server && server->size() == 1) found = server->front();
   });
   EXPECT_FALSE(found) << "later, from the loop";

@@ -41,9 +41,9 @@ struct LinkMachine {
   void record(const std::string &name, const std::string &with = {}) {
     deeds.push_back(with.empty() ? name : name + " " + with);
   }
-  foundation::Status attempt(const std::string &name, const std::string &with = {}) {
+  vpnctl::Status attempt(const std::string &name, const std::string &with = {}) {
     record(name, with);
-    if (name == failing) return foundation::Error{"Test", 1, "it is broken"};
+    if (name == failing) return vpnctl::Error{"Test", 1, "it is broken"};
     return {};
   }
   void say(std::string_view sentence) {
@@ -102,9 +102,9 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
  public:
   explicit RecordingParts(LinkMachine &machine) : machine_(machine) {}
 
-  foundation::Status open() override { return machine_.attempt("open"); }
-  foundation::Result<std::unique_ptr<helper::PPPSession>> startPPP(helper::PPPSession::Handlers handlers) override {
-    if (const foundation::Status status = machine_.attempt("ppp start"); !status) return status.error();
+  vpnctl::Status open() override { return machine_.attempt("open"); }
+  vpnctl::Result<std::unique_ptr<helper::PPPSession>> startPPP(helper::PPPSession::Handlers handlers) override {
+    if (const vpnctl::Status status = machine_.attempt("ppp start"); !status) return status.error();
     machine_.ppp = std::move(handlers);
     return std::unique_ptr<helper::PPPSession>(std::make_unique<RecordingPPP>(machine_));
   }
@@ -119,10 +119,8 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
     return std::make_unique<RecordingTunnel>(machine_);
   }
   Routes &routes() override { return *this; }
-  foundation::Result<std::shared_ptr<void>> watchNetwork(in_addr server,
-                                                         helper::NetworkWatch::Handlers handlers) override {
-    if (const foundation::Status status = machine_.attempt("watch", helper::textOf(server)); !status)
-      return status.error();
+  vpnctl::Result<std::shared_ptr<void>> watchNetwork(in_addr server, helper::NetworkWatch::Handlers handlers) override {
+    if (const vpnctl::Status status = machine_.attempt("watch", helper::textOf(server)); !status) return status.error();
     machine_.network = std::move(handlers);
     return std::shared_ptr<void>(&machine_, [](LinkMachine *machine) { machine->network = {}; });
   }
@@ -131,9 +129,9 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
     return {&machine_, [](LinkMachine *machine) { machine->logout = nullptr; }};
   }
   NameServers &nameServers() override { return *this; }
-  foundation::Result<foundation::Secret> password(const helper::Peer &) override {
-    if (const foundation::Status status = machine_.attempt("password"); !status) return status.error();
-    return foundation::Secret(std::string_view("a password"));
+  vpnctl::Result<vpnctl::Secret> password(const helper::Peer &) override {
+    if (const vpnctl::Status status = machine_.attempt("password"); !status) return status.error();
+    return vpnctl::Secret(std::string_view("a password"));
   }
   bool kernelHasMPPE() const override { return machine_.hasMPPE; }
   void takeBack() override { machine_.record("take back"); }
@@ -142,15 +140,15 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
   std::chrono::steady_clock::time_point lastLogged() const override { return machine_.lastLogged; }
 
  private:
-  foundation::Status keepWay(in_addr server) override { return machine_.attempt("keep way", helper::textOf(server)); }
-  foundation::Status keepServerOff(const std::string &interface, in_addr server) override {
+  vpnctl::Status keepWay(in_addr server) override { return machine_.attempt("keep way", helper::textOf(server)); }
+  vpnctl::Status keepServerOff(const std::string &interface, in_addr server) override {
     machine_.keptOff = server;
     return machine_.attempt("keep off", interface);
   }
   std::optional<helper::IPv4Network> networkAround(in_addr, const std::string &) override { return machine_.around; }
-  foundation::Status carry(const std::string &interface) override { return machine_.attempt("carry", interface); }
-  foundation::Result<bool> putBack() override {
-    if (const foundation::Status status = machine_.attempt("put back"); !status) return status.error();
+  vpnctl::Status carry(const std::string &interface) override { return machine_.attempt("carry", interface); }
+  vpnctl::Result<bool> putBack() override {
+    if (const vpnctl::Status status = machine_.attempt("put back"); !status) return status.error();
     return machine_.rulesAreGone;
   }
   void apply(const std::string &interface, const std::vector<in_addr> &, bool primary, Done done) override {

@@ -134,7 +134,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(VPNLinkTest, AServerThatIsNotFoundEndsIt) {
   reach(Stage::findingServer);
-  machine.address(foundation::Error{"Test", 1, "There is no such server."});
+  machine.address(vpnctl::Error{"Test", 1, "There is no such server."});
   finish(0);
   EXPECT_EQ(machine.sentences, std::vector<std::string>{"There is no such server."});
   EXPECT_EQ(phases(), (Phases{1, 2, 10, 0}));
@@ -261,8 +261,8 @@ TEST_F(VPNLinkTest, WithoutAPasswordPPPIsToldSo) {
   reach(Stage::authenticating);
   std::array<int, 2> ends{};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-  const foundation::FileDescriptor ours(ends[0]);
-  const foundation::FileDescriptor other(ends[1]);
+  const vpnctl::FileDescriptor ours(ends[0]);
+  const vpnctl::FileDescriptor other(ends[1]);
   const auto peer = Peer::ofSocket(ours.get());
   ASSERT_TRUE(peer);
   EXPECT_FALSE(machine.ppp.password(*peer));
@@ -273,8 +273,8 @@ TEST_F(VPNLinkTest, ThePasswordIsHandedOn) {
   reach(Stage::authenticating);
   std::array<int, 2> ends{};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-  const foundation::FileDescriptor ours(ends[0]);
-  const foundation::FileDescriptor other(ends[1]);
+  const vpnctl::FileDescriptor ours(ends[0]);
+  const vpnctl::FileDescriptor other(ends[1]);
   const auto peer = Peer::ofSocket(ours.get());
   ASSERT_TRUE(peer);
   const auto secret = machine.ppp.password(*peer);

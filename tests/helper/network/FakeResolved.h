@@ -38,7 +38,7 @@ class FakeResolved {
 
   sd_event *event_;
   Mood mood_;
-  foundation::FileDescriptor listener_;
+  vpnctl::FileDescriptor listener_;
   linux::EventSource listening_;
   linux::Bus bus_;
 };

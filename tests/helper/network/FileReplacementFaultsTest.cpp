@@ -59,7 +59,7 @@ class FileReplacementFaultsTest : public support::FaultsFixture, public ::testin
   }
   // What the next helper does.
   bool repair() const {
-    std::vector<foundation::Error> errors;
+    std::vector<vpnctl::Error> errors;
     bool done = true;
     for (Journal &journal : Journal::abandoned(base_, errors, kPatience)) {
       const auto back = journal.entries().empty() ? true : takeFileBack(journal, 0);

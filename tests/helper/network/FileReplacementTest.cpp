@@ -44,7 +44,7 @@ class FileReplacementTest : public testing::Test {
   // Its helper dies.
   static void kill(std::optional<Journal> &journal) { journal.reset(); }
   std::vector<Journal> abandoned() {
-    std::vector<foundation::Error> errors;
+    std::vector<vpnctl::Error> errors;
     auto found = Journal::abandoned(folder_.path("vpnctl"), errors);
     EXPECT_TRUE(errors.empty());
     return found;

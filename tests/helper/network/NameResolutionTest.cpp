@@ -20,7 +20,7 @@ using Addresses = NameResolution::Addresses;
 class NameResolutionTest : public support::LoopFixture {
  protected:
   NameResolution::Handler handler() {
-    return [this](const foundation::Result<Addresses> &result) { answer_ = result; };
+    return [this](const vpnctl::Result<Addresses> &result) { answer_ = result; };
   }
   static NameResolution::Resolver never() {
     return [](const std::string &, Addresses &) {
@@ -43,7 +43,7 @@ class NameResolutionTest : public support::LoopFixture {
       for (const in_addr address : **answer_) texts.push_back(textOf(address));
     return texts;
   }
-  std::optional<foundation::Result<Addresses>> answer_;
+  std::optional<vpnctl::Result<Addresses>> answer_;
 };
 
 TEST_F(NameResolutionTest, TakesAnAddressAsItIs) {

@@ -14,49 +14,48 @@ namespace support {
 
 class RecordingRouting : public helper::Routing {
  public:
-  foundation::Status add(const helper::PolicyRule &rule) override {
-    if (const foundation::Status status = attempt("add"); !status) return status;
+  vpnctl::Status add(const helper::PolicyRule &rule) override {
+    if (const vpnctl::Status status = attempt("add"); !status) return status;
     if (hasIPv6 || !rule.ipv6) present.push_back(rule);
     return {};
   }
-  foundation::Status remove(const helper::PolicyRule &rule) override {
+  vpnctl::Status remove(const helper::PolicyRule &rule) override {
     removed.push_back(rule);
-    if (const foundation::Status status = attempt("remove"); !status) return status;
+    if (const vpnctl::Status status = attempt("remove"); !status) return status;
     if (const auto found = std::ranges::find(present, rule); found != present.end()) present.erase(found);
     return {};
   }
-  foundation::Result<std::vector<helper::PolicyRule>> rules() override {
-    if (const foundation::Status status = attempt("rules"); !status) return status.error();
+  vpnctl::Result<std::vector<helper::PolicyRule>> rules() override {
+    if (const vpnctl::Status status = attempt("rules"); !status) return status.error();
     return present;
   }
-  foundation::Status lead(std::uint32_t table, const helper::IPv4Network &network,
-                          const std::string &interface) override {
-    if (interfaceError != 0) return foundation::errnoError(interfaceError, "lead");
-    if (const foundation::Status status = attempt("lead"); !status) return status;
+  vpnctl::Status lead(std::uint32_t table, const helper::IPv4Network &network, const std::string &interface) override {
+    if (interfaceError != 0) return vpnctl::errnoError(interfaceError, "lead");
+    if (const vpnctl::Status status = attempt("lead"); !status) return status;
     led[{table, helper::textOf(network)}] = interface;
     return {};
   }
-  foundation::Status refuse(std::uint32_t table, const helper::IPv4Network &network) override {
-    if (const foundation::Status status = attempt("refuse"); !status) return status;
+  vpnctl::Status refuse(std::uint32_t table, const helper::IPv4Network &network) override {
+    if (const vpnctl::Status status = attempt("refuse"); !status) return status;
     refused[{table, helper::textOf(network)}] = "refused";
     return {};
   }
-  foundation::Status refuseIPv6(std::uint32_t table) override {
-    if (const foundation::Status status = attempt("refuse IPv6"); !status) return status;
+  vpnctl::Status refuseIPv6(std::uint32_t table) override {
+    if (const vpnctl::Status status = attempt("refuse IPv6"); !status) return status;
     refused[{table, "IPv6"}] = "refused";
     return {};
   }
-  foundation::Status clear(const helper::FilledTable &table) override {
-    if (const foundation::Status status = attempt("clear"); !status) return status;
+  vpnctl::Status clear(const helper::FilledTable &table) override {
+    if (const vpnctl::Status status = attempt("clear"); !status) return status;
     for (auto *routes : {&led, &refused})
       std::erase_if(*routes, [&](const auto &route) { return route.first.first == table.table; });
     return {};
   }
-  foundation::Result<std::vector<helper::IPv4Network>> networks(const std::string &besides) override {
-    if (const foundation::Status status = attempt("networks"); !status) return status.error();
+  vpnctl::Result<std::vector<helper::IPv4Network>> networks(const std::string &besides) override {
+    if (const vpnctl::Status status = attempt("networks"); !status) return status.error();
     return besides == "ppp0" ? around : std::vector<helper::IPv4Network>();
   }
-  foundation::Status detach(in_addr destination, const std::string &interface) override {
+  vpnctl::Status detach(in_addr destination, const std::string &interface) override {
     detached.push_back(helper::textOf(destination) + " " + interface);
     return {};
   }
@@ -73,8 +72,8 @@ class RecordingRouting : public helper::Routing {
   std::vector<helper::IPv4Network> around;  // of interfaces other than ppp0
 
  private:
-  foundation::Status attempt(const std::string &call) const {
-    if (call == failing) return foundation::Error{"Netlink", 0, "it sticks"};
+  vpnctl::Status attempt(const std::string &call) const {
+    if (call == failing) return vpnctl::Error{"Netlink", 0, "it sticks"};
     return {};
   }
 };

@@ -17,12 +17,12 @@ namespace {
 
 class ResolvedClientTest : public support::LoopFixture {
  protected:
-  foundation::Status tell(bool primary, std::chrono::milliseconds deadline = std::chrono::seconds(10),
-                          const std::vector<std::string> &domains = {}) {
+  vpnctl::Status tell(bool primary, std::chrono::milliseconds deadline = std::chrono::seconds(10),
+                      const std::vector<std::string> &domains = {}) {
     ResolvedClient client(event_, "unix:path=" + folder_.path("bus"), deadline);
-    std::optional<foundation::Status> answer;
+    std::optional<vpnctl::Status> answer;
     client.tell(7, {in_addr{inet_addr("10.9.0.1")}, in_addr{inet_addr("10.9.0.2")}}, domains, primary,
-                [&](const foundation::Status &status) {
+                [&](const vpnctl::Status &status) {
                   EXPECT_FALSE(answer) << "told twice";
                   answer = status;
                 });
@@ -30,7 +30,7 @@ class ResolvedClientTest : public support::LoopFixture {
     EXPECT_TRUE(runUntil([&] { return answer.has_value(); }));
     // Whatever still comes must not be told.
     while (sd_event_run(event_, 0) > 0) continue;
-    return answer.value_or(foundation::Error{});
+    return answer.value_or(vpnctl::Error{});
   }
 
   const support::TemporaryFolder folder_;
@@ -95,7 +95,7 @@ TEST_F(ResolvedClientTest, AnExceptionOfItsHandlerEndsTheLoop) {
     FakeResolved resolved(loop.get(), folder_.path("bus"), mood);
     ResolvedClient client(loop.get(), "unix:path=" + folder_.path("bus"), std::chrono::seconds(10));
     client.tell(7, {}, {}, true,
-                [](const foundation::Status &) { throw std::system_error(EMFILE, std::generic_category(), "test"); });
+                [](const vpnctl::Status &) { throw std::system_error(EMFILE, std::generic_category(), "test"); });
     EXPECT_EQ(sd_event_loop(loop.get()), EMFILE);
   }
 }
@@ -104,10 +104,10 @@ TEST_F(ResolvedClientTest, MayBeDestroyedByItsHandlerOrBeforeTheAnswer) {
   FakeResolved resolved(event_, folder_.path("bus"), Mood::refusing);
   auto client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_.path("bus"));
   client->tell(
-      7, {}, {}, true, [&](const foundation::Status &) { client.reset(); });
+      7, {}, {}, true, [&](const vpnctl::Status &) { client.reset(); });
   EXPECT_TRUE(runUntil([&] { return client == nullptr; }));
   client = std::make_unique<ResolvedClient>(event_, "unix:path=" + folder_.path("nobody"));
-  client->tell(7, {}, {}, true, [](const foundation::Status &) { FAIL(); });
+  client->tell(7, {}, {}, true, [](const vpnctl::Status &) { FAIL(); });
   client.reset();
   while (sd_event_run(event_, 0) > 0) continue;
 }

@@ -384,7 +384,7 @@ TEST_F(ResolverConfigurationTest, SaysNothingOfAFileThatItLeftAlone) {
 TEST_F(ResolverConfigurationTest, WaitsForResolvconfAndDoesOnlyTheLatest) {
   const std::string gate = folder_.path("gate");
   ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
-  const foundation::FileDescriptor go(::open(gate.c_str(), O_RDWR | O_CLOEXEC));
+  const vpnctl::FileDescriptor go(::open(gate.c_str(), O_RDWR | O_CLOEXEC));
   makeResolvconf("read word <" + gate + "\necho \"$1\" >>" + folder_.path() + "/calls\ncat >>" + folder_.path() +
                  "/calls\n");
   std::vector<std::string> done;

@@ -50,7 +50,7 @@ class RoutingTest : public support::NetworkNamespace {
 
   // From which address the kernel would send to FAR; what it says when it would not.
   static std::string sourceTo(const char *far, unsigned mark = 0) {
-    const foundation::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const vpnctl::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(::setsockopt(socket.get(), SOL_SOCKET, SO_MARK, &mark, sizeof mark), 0);
     sockaddr_in end{};
     end.sin_family = AF_INET;
@@ -62,7 +62,7 @@ class RoutingTest : public support::NetworkNamespace {
     return textOf(end.sin_addr);
   }
   static int errorOfIPv6To(const char *far) {
-    const foundation::FileDescriptor socket(::socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const vpnctl::FileDescriptor socket(::socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     sockaddr_in6 end{};
     end.sin6_family = AF_INET6;
     end.sin6_port = htons(9);

@@ -18,14 +18,14 @@ class LineReaderTest : public support::LoopFixture {
     std::array<int, 2> ends{};
     EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
     writer_.reset(ends[1]);
-    reader_.emplace(event_, foundation::FileDescriptor(ends[0]),
+    reader_.emplace(event_, vpnctl::FileDescriptor(ends[0]),
                     [this](std::string_view line) { lines_.emplace_back(line); });
   }
   void write(const std::string &text) {
     ASSERT_EQ(::write(writer_.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
   }
 
-  foundation::FileDescriptor writer_;
+  vpnctl::FileDescriptor writer_;
   std::optional<LineReader> reader_;
   std::vector<std::string> lines_;
 };

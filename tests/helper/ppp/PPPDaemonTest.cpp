@@ -52,14 +52,14 @@ class PPPDaemonTest : public support::LoopFixture {
   }
 
   const support::TemporaryFolder folder_;
-  std::optional<foundation::Secret> password_ = foundation::Secret("pass word");
+  std::optional<vpnctl::Secret> password_ = vpnctl::Secret("pass word");
   std::vector<int> phases_;
   std::vector<std::string> lines_;
   std::size_t linesBeforeEnd_ = 0;
   std::string interface_;
   std::optional<PPPEnd> end_;
-  foundation::FileDescriptor tunnel_;
-  foundation::FileDescriptor channel_;
+  vpnctl::FileDescriptor tunnel_;
+  vpnctl::FileDescriptor channel_;
   PPPDaemon daemon_;
 };
 

@@ -14,7 +14,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 namespace {
 
@@ -23,7 +23,7 @@ class PluginChannelTest : public support::LoopFixture {
   PluginChannelTest()
       : channel_(event_, PluginChannel::Handlers{
                              .message = [this](const PluginMessage &message) { messages_.push_back(message); },
-                             .closed = [this](const foundation::Status &reason) { closed_ = reason; }}) {}
+                             .closed = [this](const vpnctl::Status &reason) { closed_ = reason; }}) {}
 
   void connectPair() {
     int ends[2];
@@ -46,7 +46,7 @@ class PluginChannelTest : public support::LoopFixture {
 
   const support::TemporaryFolder folder_;
   std::vector<PluginMessage> messages_;
-  std::optional<foundation::Status> closed_;
+  std::optional<vpnctl::Status> closed_;
   FileDescriptor plugin_;
   PluginChannel channel_;
 };
@@ -107,7 +107,7 @@ TEST_F(PluginChannelTest, HandsTheDescriptorsOver) {
 TEST_F(PluginChannelTest, GivesThePasswordAsItIs) {
   connectPair();
   const std::string awkward("a \\ \"\xff\n#", 8);
-  ASSERT_TRUE(channel_.givePassword(foundation::Secret(awkward)));
+  ASSERT_TRUE(channel_.givePassword(vpnctl::Secret(awkward)));
   vpnctl_plugin_password answer{};
   ASSERT_EQ(::recv(plugin_.get(), &answer, sizeof answer, 0), static_cast<ssize_t>(sizeof answer));
   EXPECT_EQ(answer.header.type, VPNCTL_PLUGIN_PASSWORD);
@@ -121,13 +121,13 @@ TEST_F(PluginChannelTest, SaysWhenThereIsNoUsablePassword) {
   ASSERT_TRUE(channel_.givePassword(std::nullopt));
   ASSERT_EQ(::recv(plugin_.get(), &answer, sizeof answer, 0), static_cast<ssize_t>(sizeof answer));
   EXPECT_EQ(answer.length, -1);
-  ASSERT_TRUE(channel_.givePassword(foundation::Secret(std::string(256, 'x'))));
+  ASSERT_TRUE(channel_.givePassword(vpnctl::Secret(std::string(256, 'x'))));
   ASSERT_EQ(::recv(plugin_.get(), &answer, sizeof answer, 0), static_cast<ssize_t>(sizeof answer));
   EXPECT_EQ(answer.length, -1);
-  ASSERT_TRUE(channel_.givePassword(foundation::Secret(std::string("a\0b", 3))));
+  ASSERT_TRUE(channel_.givePassword(vpnctl::Secret(std::string("a\0b", 3))));
   ASSERT_EQ(::recv(plugin_.get(), &answer, sizeof answer, 0), static_cast<ssize_t>(sizeof answer));
   EXPECT_EQ(answer.length, -1);
-  ASSERT_TRUE(channel_.givePassword(foundation::Secret(std::string(255, 'x'))));
+  ASSERT_TRUE(channel_.givePassword(vpnctl::Secret(std::string(255, 'x'))));
   ASSERT_EQ(::recv(plugin_.get(), &answer, sizeof answer, 0), static_cast<ssize_t>(sizeof answer));
   EXPECT_EQ(answer.length, 255);
 }

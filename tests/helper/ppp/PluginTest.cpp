@@ -21,7 +21,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 using namespace helper;
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 namespace {
 
@@ -42,7 +42,7 @@ class PluginTest : public support::LoopFixture {
  protected:
   PluginTest()
       : channel_(event_, PluginChannel::Handlers{.message = [this](const PluginMessage &message) { answer(message); },
-                                                 .closed = [this](const foundation::Status &) { closed_ = true; }}) {
+                                                 .closed = [this](const vpnctl::Status &) { closed_ = true; }}) {
     plugin_ = ::dlopen(PLUGIN, RTLD_NOW);
     EXPECT_NE(plugin_, nullptr) << ::dlerror();
     reinterpret_cast<void (*)()>(::dlsym(plugin_, "plugin_init"))();
@@ -109,7 +109,7 @@ class PluginTest : public support::LoopFixture {
   std::vector<std::uint8_t> earlyFrame_;
   FileDescriptor carrier_;
   bool closed_ = false;
-  std::optional<foundation::Secret> password_ = foundation::Secret("a \\ \"b");
+  std::optional<vpnctl::Secret> password_ = vpnctl::Secret("a \\ \"b");
   std::vector<PluginMessage> messages_;
   PluginChannel channel_;
 };

@@ -85,7 +85,7 @@ class EarlyFramesOverLoopback : public ::testing::Test {
         ::sendto(sender_.get(), packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr *>(&to), sizeof to),
         static_cast<ssize_t>(packet.size()));
   }
-  foundation::FileDescriptor sender_;
+  vpnctl::FileDescriptor sender_;
 };
 
 TEST_F(EarlyFramesOverLoopback, AreHeardUntilTheyAreTaken) {

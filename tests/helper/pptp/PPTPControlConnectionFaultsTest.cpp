@@ -96,7 +96,7 @@ class PPTPControlConnectionFaultsTest : public support::LoopFixture {
     int ends = 0;
     int stops = 0;
     PPTPControlConnection control(event_, address_, deadlines_,
-                                  {.connected = [](in_addr) { return foundation::Result<std::uint16_t>(kOurCall); },
+                                  {.connected = [](in_addr) { return vpnctl::Result<std::uint16_t>(kOurCall); },
                                    .established =
                                        [&](std::uint16_t) {
                                          EXPECT_FALSE(established_);
@@ -116,7 +116,7 @@ class PPTPControlConnectionFaultsTest : public support::LoopFixture {
                                        },
                                    .stopped = [&] { ++stops; }});
     control.start();
-    foundation::FileDescriptor server(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    vpnctl::FileDescriptor server(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
     const Bytes said = joined({stream, asks ? questions() : Bytes{}});
     EXPECT_EQ(::send(server.get(), said.data(), said.size(), MSG_NOSIGNAL), static_cast<ssize_t>(said.size()));
     pptp::MessageReader reader;
@@ -165,7 +165,7 @@ class PPTPControlConnectionFaultsTest : public support::LoopFixture {
   }
 
   PPTPControlConnection::Deadlines deadlines_;
-  foundation::FileDescriptor listener_;
+  vpnctl::FileDescriptor listener_;
   sockaddr_in address_{};
   bool established_ = false;
   bool answered_ = false;

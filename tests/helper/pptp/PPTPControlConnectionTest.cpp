@@ -24,9 +24,9 @@ class PPTPControlConnectionTest : public support::LoopFixture {
   PPTPControlConnection &connect() {
     control_.emplace(
         event_, server_.address(), deadlines_,
-        PPTPControlConnection::Handlers{.connected = [this](in_addr local) -> foundation::Result<std::uint16_t> {
+        PPTPControlConnection::Handlers{.connected = [this](in_addr local) -> vpnctl::Result<std::uint16_t> {
                                           EXPECT_EQ(local.s_addr, htonl(INADDR_LOOPBACK));
-                                          if (noSocket_) return foundation::Error{"Test", 0, "no socket today"};
+                                          if (noSocket_) return vpnctl::Error{"Test", 0, "no socket today"};
                                           return kOurCall;
                                         },
                                         .established = [this](std::uint16_t call) { established_ = call; },

@@ -100,8 +100,8 @@ class PPTPServer {
   }
 
  private:
-  foundation::FileDescriptor listener_;
-  foundation::FileDescriptor connection_;
+  vpnctl::FileDescriptor listener_;
+  vpnctl::FileDescriptor connection_;
   sockaddr_in address_{};
   pptp::MessageReader reader_;
   std::thread thread_;

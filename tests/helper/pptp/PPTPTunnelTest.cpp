@@ -20,25 +20,25 @@ class RecordingDataPath : public PPTPDataPath {
     in_addr local{};
     in_addr peer{};
     std::uint16_t peerCallID = 0;
-    foundation::Status note(const std::string &call) {
+    vpnctl::Status note(const std::string &call) {
       calls.push_back(call);
-      if (call == failing) return foundation::Error{"Test", 0, "not in this kernel"};
+      if (call == failing) return vpnctl::Error{"Test", 0, "not in this kernel"};
       return {};
     }
   };
 
   explicit RecordingDataPath(Book &book) : book_(book) {}
-  foundation::Status probe() override { return book_.note("probe"); }
-  foundation::Result<std::uint16_t> bind(in_addr local) override {
+  vpnctl::Status probe() override { return book_.note("probe"); }
+  vpnctl::Result<std::uint16_t> bind(in_addr local) override {
     book_.local = local;
-    if (const foundation::Status status = book_.note("bind"); !status) return status.error();
+    if (const vpnctl::Status status = book_.note("bind"); !status) return status.error();
     return kOurCall;
   }
-  foundation::Result<TunnelChannel> connect(in_addr peer, std::uint16_t peerCallID) override {
+  vpnctl::Result<TunnelChannel> connect(in_addr peer, std::uint16_t peerCallID) override {
     book_.peer = peer;
     book_.peerCallID = peerCallID;
-    if (const foundation::Status status = book_.note("connect"); !status) return status.error();
-    return TunnelChannel(foundation::FileDescriptor(::dup(STDIN_FILENO)));
+    if (const vpnctl::Status status = book_.note("connect"); !status) return status.error();
+    return TunnelChannel(vpnctl::FileDescriptor(::dup(STDIN_FILENO)));
   }
 
  private:
@@ -100,7 +100,7 @@ TEST_F(PPTPTunnelTest, AsksNobodyWithoutTheKernelsHelp) {
   EXPECT_EQ(path_.calls, (Calls{"probe"}));
   server_.play([](PPTPServer &) {});
   // So that the server's script ends.
-  const foundation::FileDescriptor visitor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const vpnctl::FileDescriptor visitor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   EXPECT_EQ(::connect(visitor.get(), reinterpret_cast<const sockaddr *>(&server_.address()), sizeof(sockaddr_in)), 0);
 }
 

@@ -24,9 +24,9 @@ AddedRules rule(std::uint32_t table) { return {{PolicyRule{.kind = PolicyRule::K
 // One rule cannot be removed.
 class StickingRouting : public support::RecordingRouting {
  public:
-  foundation::Status remove(const PolicyRule &rule) override {
+  vpnctl::Status remove(const PolicyRule &rule) override {
     tables.push_back(rule.table);
-    if (rule.table == kStuck) return foundation::Error{"Netlink", 0, "it sticks"};
+    if (rule.table == kStuck) return vpnctl::Error{"Netlink", 0, "it sticks"};
     return {};
   }
   static constexpr std::uint32_t kStuck = 666;
@@ -78,7 +78,7 @@ TEST_F(UndoTest, KeepsWhatAFileHeldUntilItIsPutBack) {
   EXPECT_EQ(complaints_.size(), 1U);
   // Whoever changed it has put back what was there: ours.
   std::ofstream(file.path) << file.replacement;
-  std::vector<foundation::Error> errors;
+  std::vector<vpnctl::Error> errors;
   auto left = Journal::abandoned(folder_.path("vpnctl"), errors);
   ASSERT_EQ(left.size(), 1U);
   Undo(routing_, [this](const std::string &sentence) { complaints_.push_back(sentence); }).takeBack(left[0]);
@@ -111,7 +111,7 @@ TEST_F(UndoTest, BeginsNothingAfterItsDeadline) {
   EXPECT_EQ(complaints_.size(), 1U) << "said once";
   journals.clear();
   // The next one goes on with it.
-  std::vector<foundation::Error> errors;
+  std::vector<vpnctl::Error> errors;
   for (const char *base : {"/one", "/two"}) {
     auto left = Journal::abandoned(folder_.path() + base, errors);
     ASSERT_EQ(left.size(), 1U);

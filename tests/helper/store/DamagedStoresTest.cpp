@@ -22,11 +22,11 @@
 namespace helper {
 namespace {
 
-using foundation::FileDescriptor;
-using foundation::Secret;
-using foundation::Value;
 using support::contentsOf;
 using support::writeFile;
+using vpnctl::FileDescriptor;
+using vpnctl::Secret;
+using vpnctl::Value;
 
 constexpr std::chrono::milliseconds kPatience{20};
 constexpr std::size_t kDeep = 100'000;  // levels
@@ -144,7 +144,7 @@ class DamagedStoresTest : public ::testing::TestWithParam<const char *> {
   }
 
   support::TemporaryFolder folder;
-  foundation::PosixFileSystem fileSystem;
+  vpnctl::PosixFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
   std::size_t logged = 0;
   PreferencesStore preferences{folder.path("store/preferences.plist"), fileSystem, log, kPatience};
@@ -173,13 +173,13 @@ TEST_P(DamagedStoresTest, OfAnotherShape) {
 
 TEST_P(DamagedStoresTest, CutOffAtEveryByte) {
   const std::string bytes = whole();
-  const auto value = foundation::propertyListFromData(bytes, "whole");
+  const auto value = vpnctl::propertyListFromData(bytes, "whole");
   ASSERT_TRUE(value);
   for (std::size_t size = 0; size < bytes.size(); ++size) {
     const std::string cut = bytes.substr(0, size);
     writeFile(subject.path, cut);
     // Only white space may be missing.
-    if (const auto same = foundation::propertyListFromData(cut, "cut"); same && *same == *value) {
+    if (const auto same = vpnctl::propertyListFromData(cut, "cut"); same && *same == *value) {
       EXPECT_TRUE(subject.read());
       EXPECT_EQ(size, bytes.size() - 1);
       continue;
@@ -327,7 +327,7 @@ class DamagedKeyTest : public ::testing::Test {
   }
 
   support::TemporaryFolder folder;
-  foundation::PosixFileSystem fileSystem;
+  vpnctl::PosixFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
   Keychain keychain{folder.path("keychain"), fileSystem, log};
   const std::string key = folder.path("keychain/SystemKey");

@@ -8,7 +8,7 @@
 namespace helper {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 
 KeychainItem item() {
   return {"0123ABCD-4567-4EF0-89AB-0123456789AB",
@@ -19,9 +19,9 @@ KeychainItem item() {
 }
 
 TEST(KeychainItem, SurvivesThePropertyList) {
-  const auto bytes = foundation::xmlPropertyList(item().value());
+  const auto bytes = vpnctl::xmlPropertyList(item().value());
   ASSERT_TRUE(bytes) << bytes.error().message;
-  const auto value = foundation::propertyListFromData(*bytes, "item");
+  const auto value = vpnctl::propertyListFromData(*bytes, "item");
   ASSERT_TRUE(value);
   const auto read = KeychainItem::fromValue(item().identifier, *value);
   ASSERT_TRUE(read) << read.error().message;

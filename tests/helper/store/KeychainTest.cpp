@@ -17,12 +17,12 @@
 namespace helper {
 namespace {
 
-using foundation::FileDescriptor;
-using foundation::Secret;
-using foundation::Value;
 using support::contentsOf;
 using support::FaultyFileSystem;
 using support::writeFile;
+using vpnctl::FileDescriptor;
+using vpnctl::Secret;
+using vpnctl::Value;
 using Call = FaultyFileSystem::Call;
 
 KeychainItem::Attributes attributes(const std::string &label, const std::string &account, const std::string &service) {
@@ -54,13 +54,13 @@ class KeychainTest : public ::testing::Test {
 
   // Changes the stored property list behind the keychain's back.
   void tamper(const std::function<void(Value &items)> &change) {
-    const auto root = foundation::propertyListFromFile(file);
+    const auto root = vpnctl::propertyListFromFile(file);
     ASSERT_TRUE(root);
     Value items = (*root)["Items"];
     change(items);
     Value changed = *root;
     changed.set("Items", items);
-    writeFile(file, *foundation::xmlPropertyList(changed));
+    writeFile(file, *vpnctl::xmlPropertyList(changed));
   }
 
   // Of a service towards that SERVER.

@@ -5,7 +5,7 @@
 namespace helper {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 
 // One service in one set, with one part replaced.
 class NetworkPreferencesSchemaTest : public ::testing::Test {

@@ -15,10 +15,10 @@
 namespace helper {
 namespace {
 
-using foundation::Value;
 using support::contentsOf;
 using support::FaultyFileSystem;
 using support::writeFile;
+using vpnctl::Value;
 using Call = FaultyFileSystem::Call;
 
 const std::string kEmpty = "<plist version=\"1.0\"><dict/></plist>";
@@ -87,7 +87,7 @@ TEST_F(PreferencesStoreTest, KnowsWhoseSecretAnItemIs) {
               Value::Dictionary{{"PPP", Value::Dictionary{{"AuthPassword", "A"}, {"CommRemoteAddress", server}}},
                                 {"IPSec", Value::Dictionary{{"SharedSecret", "A.SS"}}}});
     root.set("NetworkServices", all);
-    return *foundation::xmlPropertyList(root);
+    return *vpnctl::xmlPropertyList(root);
   };
   EXPECT_TRUE(store.serviceNaming("A").isNull()) << "no file";
   ASSERT_EQ(commit(kEmpty, ""), wire::kSCStatusOK);
@@ -132,7 +132,7 @@ TEST_F(PreferencesStoreTest, AChangeInPlaceOfTheSameSizeWithTheOldTimeIsSeen) {
 
 TEST_F(PreferencesStoreTest, AHeldLockIsBusy) {
   ASSERT_EQ(commit(kEmpty, ""), wire::kSCStatusOK);
-  const foundation::FileDescriptor lock(::open((path + "-lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
+  const vpnctl::FileDescriptor lock(::open((path + "-lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
   ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
   const auto before = contentsOf(path);
   EXPECT_EQ(commit(kNamed, ""), wire::kSCStatusPrefsBusy);
@@ -229,7 +229,7 @@ TEST_F(PreferencesStoreTest, ABinaryFileIsReadAndReplacedByXML) {
   writeFile(path, binary);
   const auto value = store.readValue();
   ASSERT_TRUE(value) << value.error().message;
-  EXPECT_EQ((*value)["A"], foundation::Value(1));
+  EXPECT_EQ((*value)["A"], vpnctl::Value(1));
   EXPECT_EQ(store.read()->propertyList, binary);
   EXPECT_EQ(commit(kNamed, signature()), wire::kSCStatusOK);
   EXPECT_TRUE(contentsOf(path)->starts_with("<?xml"));

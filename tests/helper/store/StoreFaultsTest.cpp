@@ -20,10 +20,10 @@
 namespace helper {
 namespace {
 
-using foundation::FileDescriptor;
-using foundation::Secret;
 using support::contentsOf;
 using support::TracedProcess;
+using vpnctl::FileDescriptor;
+using vpnctl::Secret;
 
 std::set<std::string> namesIn(const std::string &folder) {
   std::set<std::string> names;
@@ -47,7 +47,7 @@ class StoreFaultsTest : public support::FaultsFixture {
   }
 
   support::TemporaryFolder folder{support::TemporaryFolder::Place::memory};  // a disk would take its time for thousands
-  foundation::PosixFileSystem fileSystem;
+  vpnctl::PosixFileSystem fileSystem;
   PPPLog log = std::move(PPPLog::open(folder.path("ppp.log")).value());
 };
 

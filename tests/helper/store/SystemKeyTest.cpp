@@ -11,9 +11,9 @@
 namespace helper {
 namespace {
 
-using foundation::Secret;
 using support::contentsOf;
 using support::FaultyFileSystem;
+using vpnctl::Secret;
 using Call = FaultyFileSystem::Call;
 
 class SystemKeyTest : public ::testing::Test {

@@ -18,7 +18,7 @@
 #include "foundation/Secret.h"
 #include "lab/tools/MemorySearch.h"
 
-namespace foundation {
+namespace vpnctl {
 namespace {
 
 constexpr char kMask = 0x55;
@@ -192,4 +192,4 @@ TEST_F(WipedHeapTest, ReallocKeepsItsPromises) {
 }
 
 }  // namespace
-}  // namespace foundation
+}  // namespace vpnctl

@@ -80,11 +80,11 @@ TEST_F(FakePlatformTest, ThePPPLogLiesWhereTheSceneSays) {
 TEST(FakeText, WritesArgumentsOnOneLine) {
   EXPECT_EQ(quoted(std::string_view("a\n\xff")), "\"a\\x0a\\xff\"");
   EXPECT_EQ(quoted(std::optional<std::string>()), "null");
-  foundation::Value value;
-  value.set("B", foundation::Value::Array{1, "x", true, false});
-  value.set("A", foundation::Value::Dictionary{});
+  vpnctl::Value value;
+  value.set("B", vpnctl::Value::Array{1, "x", true, false});
+  value.set("A", vpnctl::Value::Dictionary{});
   EXPECT_EQ(oneLine(value), "{A={}, B=[1, \"x\", true, false]}");
-  EXPECT_EQ(oneLine(foundation::Value()), "null");
+  EXPECT_EQ(oneLine(vpnctl::Value()), "null");
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ class HelperFixture : public ::testing::Test {
     SCNetworkConnectionStatus argument;
     SCNetworkConnectionStatus status;
     std::int32_t error;
-    foundation::Value extendedStatus;
+    vpnctl::Value extendedStatus;
   };
   struct Recorder {
     std::vector<Moment> moments;

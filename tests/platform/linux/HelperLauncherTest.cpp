@@ -14,7 +14,7 @@
 namespace platform {
 namespace {
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 // While it lives the process can open COUNT further descriptors.
 class FewDescriptors {

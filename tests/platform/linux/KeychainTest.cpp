@@ -146,16 +146,16 @@ TEST_F(KeychainTest, ASecretOfAwkwardBytesIsKeptAsItIs) {
   ASSERT_EQ(add("mine", "user", "S", secret), errSecSuccess);
   int pair[2] = {-1, -1};
   ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
-  const foundation::FileDescriptor first(pair[0]);
-  const foundation::FileDescriptor second(pair[1]);
+  const vpnctl::FileDescriptor first(pair[0]);
+  const vpnctl::FileDescriptor second(pair[1]);
   auto log = helper::PPPLog::open(folder().path("reader.log"));
-  foundation::PosixFileSystem fileSystem;
+  vpnctl::PosixFileSystem fileSystem;
   helper::Keychain reader(folder().path("keychain"), fileSystem, *log);
   const helper::PreferencesStore preferences(folder().path("etc/preferences.plist"), fileSystem, *log);
   const auto use = helper::SecretUse::of(preferences.serviceNaming("S"), ::geteuid());
   const auto kept = reader.secretForService("S", use, helper::Peer::ofSocket(first.get()).value());
   ASSERT_TRUE(kept) << kept.error().message;
-  EXPECT_TRUE(*kept == foundation::Secret(secret));
+  EXPECT_TRUE(*kept == vpnctl::Secret(secret));
 }
 
 // Short ones and long ones, since the heap keeps blocks by their size.

@@ -28,7 +28,7 @@ TEST_F(NetworkConnectionTest, TellsEachChangeOnceInOrderAndEndsAfterAStop) {
   ASSERT_TRUE(SCNetworkConnectionStart(connection, {}, false));
   CFRunLoopRun();
   EXPECT_EQ(recorder.phases(), (Phases{1, 2, 4, 5, 7, 8, 9, 10, 0}));
-  EXPECT_EQ(recorder.moments.back().extendedStatus["PPP"]["LastCause"], foundation::Value(5));
+  EXPECT_EQ(recorder.moments.back().extendedStatus["PPP"]["LastCause"], vpnctl::Value(5));
   for (const auto &moment : recorder.moments) {
     EXPECT_EQ(moment.argument, moment.status);
     EXPECT_EQ(moment.error, 0);
@@ -52,7 +52,7 @@ TEST_F(NetworkConnectionTest, TellsTheCauseOfARefusal) {
   ASSERT_TRUE(SCNetworkConnectionStart(connection, {}, false));
   CFRunLoopRun();
   EXPECT_EQ(recorder.phases(), (Phases{1, 2, 4, 5, 9, 10, 0}));
-  EXPECT_EQ(recorder.moments.back().extendedStatus["PPP"]["LastCause"], foundation::Value(19));
+  EXPECT_EQ(recorder.moments.back().extendedStatus["PPP"]["LastCause"], vpnctl::Value(19));
 }
 
 TEST_F(NetworkConnectionTest, AStopBeforeTheStartIsRemembered) {
@@ -62,7 +62,7 @@ TEST_F(NetworkConnectionTest, AStopBeforeTheStartIsRemembered) {
   CFRunLoopRun();
   ASSERT_FALSE(recorder.moments.empty());
   EXPECT_EQ(recorder.phases().back(), 0);
-  EXPECT_EQ(recorder.moments.back().extendedStatus["PPP"]["LastCause"], foundation::Value(5));
+  EXPECT_EQ(recorder.moments.back().extendedStatus["PPP"]["LastCause"], vpnctl::Value(5));
 }
 
 TEST_F(NetworkConnectionTest, StopsFromAnotherThread) {
@@ -71,7 +71,7 @@ TEST_F(NetworkConnectionTest, StopsFromAnotherThread) {
   std::thread stopper([&] { SCNetworkConnectionStop(connection, true); });
   CFRunLoopRun();
   stopper.join();
-  EXPECT_EQ(recorder.moments.back().extendedStatus["PPP"]["LastCause"], foundation::Value(5));
+  EXPECT_EQ(recorder.moments.back().extendedStatus["PPP"]["LastCause"], vpnctl::Value(5));
 }
 
 TEST_F(NetworkConnectionTest, IsStartedAgainAfterItsEnd) {
@@ -149,12 +149,12 @@ TEST_F(NetworkConnectionTest, AHelperThatIsAskedToEndTakesTheLinkDownFirst) {
 TEST_F(NetworkConnectionTest, UserOptionsAreLaidOverTheServiceForOneStart) {
   recorder.stopAt = kSCNetworkConnectionConnected;
   const auto connection = connect(service("refused"), recorder);
-  const foundation::Value options =
-      foundation::Value::Dictionary{{"PPP", foundation::Value::Dictionary{{kSCPropNetPPPCommRemoteAddress, "up"}}}};
+  const vpnctl::Value options =
+      vpnctl::Value::Dictionary{{"PPP", vpnctl::Value::Dictionary{{kSCPropNetPPPCommRemoteAddress, "up"}}}};
   ASSERT_TRUE(SCNetworkConnectionStart(connection, options, false));
   CFRunLoopRun();
   EXPECT_EQ(recorder.phases(), (Phases{1, 2, 4, 5, 7, 8, 9, 10, 0}));
-  EXPECT_FALSE(SCNetworkConnectionStart(connection, foundation::Value(1), false));
+  EXPECT_FALSE(SCNetworkConnectionStart(connection, vpnctl::Value(1), false));
   EXPECT_EQ(SCError(), kSCStatusInvalidArgument);
 }
 

@@ -8,7 +8,7 @@
 namespace platform {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 
 class NetworkServiceTest : public testing::HelperFixture {
  protected:
@@ -38,7 +38,7 @@ TEST_F(NetworkServiceTest, InterfacesFitOrFail) {
 
 TEST_F(NetworkServiceTest, ANewServiceHasItsDefaults) {
   const auto service = addService(preferences, "A", "server.example");
-  EXPECT_TRUE(foundation::isUUID(SCNetworkServiceGetServiceID(service).value_or("")));
+  EXPECT_TRUE(vpnctl::isUUID(SCNetworkServiceGetServiceID(service).value_or("")));
   EXPECT_EQ(SCNetworkServiceGetName(service), "A");
   Value expected = defaultPPP("PPTP");
   expected.set(kSCPropNetPPPCommRemoteAddress, "server.example");
@@ -83,7 +83,7 @@ TEST_F(NetworkServiceTest, IPSecStandsBesidePPPOverL2TPOnly) {
   EXPECT_TRUE(SCNetworkInterfaceSetExtendedConfiguration(l2tp, kSCEntNetIPSec, secrets));
   EXPECT_FALSE(SCNetworkInterfaceSetExtendedConfiguration(l2tp, "EAPOL", secrets));
   ASSERT_TRUE(SCPreferencesCommitChanges(preferences));
-  const auto file = foundation::propertyListFromFile(preferencesPath());
+  const auto file = vpnctl::propertyListFromFile(preferencesPath());
   ASSERT_TRUE(file);
   EXPECT_EQ((*file)["NetworkServices"][*SCNetworkServiceGetServiceID(service)]["IPSec"], secrets);
 }
@@ -121,7 +121,7 @@ TEST_F(NetworkServiceTest, RemovingTakesItOutOfEverySetAndOrder) {
   EXPECT_FALSE(SCNetworkServiceRemove(gone));
   EXPECT_EQ(SCError(), kSCStatusNoKey);
   ASSERT_TRUE(SCPreferencesCommitChanges(preferences));
-  const auto file = foundation::propertyListFromFile(preferencesPath());
+  const auto file = vpnctl::propertyListFromFile(preferencesPath());
   ASSERT_TRUE(file);
   const std::string identifier = *SCNetworkServiceGetServiceID(kept);
   ASSERT_EQ((*file)["Sets"].dictionary().size(), 1U);

@@ -23,8 +23,8 @@ class PipedProcess {
     int input[2] = {-1, -1};
     int output[2] = {-1, -1};
     if (::pipe2(input, O_CLOEXEC) != 0 || ::pipe2(output, O_CLOEXEC) != 0) return;
-    const foundation::FileDescriptor itsInput(input[0]);
-    const foundation::FileDescriptor itsOutput(output[1]);
+    const vpnctl::FileDescriptor itsInput(input[0]);
+    const vpnctl::FileDescriptor itsOutput(output[1]);
     input_.reset(input[1]);
     output_.reset(output[0]);
     std::vector<char *> arguments;
@@ -65,8 +65,8 @@ class PipedProcess {
 
  private:
   pid_t pid_ = -1;
-  foundation::FileDescriptor input_;
-  foundation::FileDescriptor output_;
+  vpnctl::FileDescriptor input_;
+  vpnctl::FileDescriptor output_;
 };
 
 }  // namespace platform::testing

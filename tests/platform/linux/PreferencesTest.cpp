@@ -13,9 +13,9 @@
 namespace platform {
 namespace {
 
-using foundation::Value;
 using support::contentsOf;
 using support::writeFile;
+using vpnctl::Value;
 
 class PreferencesTest : public testing::HelperFixture {
  protected:
@@ -83,7 +83,7 @@ TEST_F(PreferencesTest, WhatIsThereIsKept) {
 </dict></dict></dict>
 </dict></plist>)");
   const auto identifier = commitService(authorization, "up");
-  const auto file = foundation::propertyListFromFile(preferencesPath());
+  const auto file = vpnctl::propertyListFromFile(preferencesPath());
   ASSERT_TRUE(file) << file.error().message;
   EXPECT_EQ((*file)["Model"], Value("Box1,1"));
   EXPECT_EQ((*file)["NetworkServices"]["ETH"]["UserDefinedName"], Value("Wire"));
@@ -122,7 +122,7 @@ TEST_F(PreferencesTest, ALockedFileIsBusy) {
   std::filesystem::create_directories(folder().path("etc"));
   const std::string lock = preferencesPath() + "-lock";
   writeFile(lock, "");
-  const foundation::FileDescriptor file(::open(lock.c_str(), O_RDONLY | O_CLOEXEC));
+  const vpnctl::FileDescriptor file(::open(lock.c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(file.get(), LOCK_EX), 0);
   const auto preferences = openPreferences(authorization);
   addService(preferences, "A", "x");

@@ -12,7 +12,7 @@
 
 namespace platform::testing {
 
-using foundation::FileDescriptor;
+using vpnctl::FileDescriptor;
 
 SocketActivation::SocketActivation(const std::string &path, std::string program)
     : program_(std::move(program)),

@@ -27,8 +27,8 @@ class SocketActivation {
   void serve();
 
   std::string program_;
-  foundation::FileDescriptor listener_;
-  foundation::FileDescriptor stop_;
+  vpnctl::FileDescriptor listener_;
+  vpnctl::FileDescriptor stop_;
   std::atomic<int> connections_{0};
   std::vector<linux::ChildProcess> programs_;  // the thread's
   std::thread thread_;

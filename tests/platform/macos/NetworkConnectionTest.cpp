@@ -14,7 +14,7 @@ namespace {
 using fake::extendedStatus;
 using fake::FakePlatform;
 using fake::StatusChange;
-using foundation::Value;
+using vpnctl::Value;
 
 // What the callbacks were told.
 struct Told {

@@ -15,7 +15,7 @@ namespace platform {
 namespace {
 
 using fake::FakePlatform;
-using foundation::Value;
+using vpnctl::Value;
 
 class MacNetworkServiceTest : public testing::Test {
  protected:

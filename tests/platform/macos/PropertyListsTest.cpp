@@ -11,7 +11,7 @@
 namespace platform::macos {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 using Limits = std::numeric_limits<std::int64_t>;
 
 const Value kNested = Value::Dictionary{

@@ -14,7 +14,7 @@
 namespace frameworks {
 namespace {
 
-using foundation::Value;
+using vpnctl::Value;
 
 enum Type : CFTypeID { kString = 1, kNumber, kBoolean, kData, kDate, kArray, kDictionary };
 
@@ -36,7 +36,7 @@ struct String : Object {
         return text;
       else if (character >= 0xd800 && character < 0xe000)
         character = static_cast<unsigned char>(half);
-      foundation::appendCharacter(&text, character);
+      vpnctl::appendCharacter(&text, character);
     }
     return text;
   }
@@ -225,10 +225,10 @@ CFStringRef CFStringCreateWithBytes(CFAllocatorRef, const UInt8 *bytes, CFIndex 
                                     Boolean) {
   if (encoding != kCFStringEncodingUTF8) misuse("another encoding than UTF-8");
   const std::string_view text(reinterpret_cast<const char *>(bytes), static_cast<std::size_t>(size));
-  if (!foundation::isValidUTF8(text)) return nullptr;
+  if (!vpnctl::isValidUTF8(text)) return nullptr;
   std::u16string units;
   for (std::size_t i = 0; i < text.size();) {
-    const char32_t character = *foundation::nextCharacter(text, &i);
+    const char32_t character = *vpnctl::nextCharacter(text, &i);
     if (character >= 0x10000) {
       units += static_cast<char16_t>(0xd800 + ((character - 0x10000) >> 10));
       units += static_cast<char16_t>(0xdc00 + ((character - 0x10000) & 0x3ff));

@@ -13,8 +13,8 @@ namespace frameworks {
 std::string textIn(CFStringRef string);
 CFStringRef newString(const std::string &text);
 // Null for a null reference.
-foundation::Value valueIn(CFTypeRef object);
+vpnctl::Value valueIn(CFTypeRef object);
 // A null reference for null.
-CFTypeRef newPropertyList(const foundation::Value &value);
+CFTypeRef newPropertyList(const vpnctl::Value &value);
 
 }  // namespace frameworks
