@@ -318,8 +318,8 @@ EngineSettings::Reading parseOver(const EngineSettings &base, const std::string 
   return reader.take();
 }
 
-EngineSettings::Reading readOver(const EngineSettings &base, const std::string &path, Fallback fallback) {
-  const auto text = readSettingsText(path);
+EngineSettings::Reading readOver(const EngineSettings &base, const std::string &path, uid_t owner, Fallback fallback) {
+  const auto text = readSettingsText(path, owner);
   if (!text) return {base, {path + ": " + text.error().message + "; " + fallback.all + "."}};
   if (!*text) return {base, {}};
   return parseOver(base, **text, path, fallback);
@@ -334,12 +334,14 @@ bool canBeFileName(std::string_view server) {
 
 }  // namespace
 
-EngineSettings::Reading EngineSettings::read(const std::string &path) { return readOver({}, path, kDefaults); }
+EngineSettings::Reading EngineSettings::read(const std::string &path, uid_t owner) {
+  return readOver({}, path, owner, kDefaults);
+}
 
-EngineSettings::Reading EngineSettings::readFor(const std::string &server, const std::string &folder) {
-  Reading general = read(folder + "/engine.conf");
+EngineSettings::Reading EngineSettings::readFor(const std::string &server, const std::string &folder, uid_t owner) {
+  Reading general = read(folder + "/engine.conf", owner);
   if (!canBeFileName(server)) return general;
-  Reading special = readOver(general.settings, folder + "/engine.d/" + server + ".conf", kGeneral);
+  Reading special = readOver(general.settings, folder + "/engine.d/" + server + ".conf", owner, kGeneral);
   special.complaints.insert(special.complaints.begin(), general.complaints.begin(), general.complaints.end());
   return special;
 }

@@ -6,6 +6,8 @@
 
 #pragma once
 
+#include <unistd.h>
+
 #include <chrono>
 #include <optional>
 #include <string>
@@ -73,12 +75,12 @@ struct EngineSettings {
 
   struct Reading;
   // The settings of the file at PATH. Whatever in it cannot be used is a complaint, and its default holds: an unknown
-  // key, a wrong type, a value out of range one by one; a syntax error, and a file that others than its owner, this
-  // user, may write, as a whole. A missing file is all defaults without a complaint.
-  static Reading read(const std::string &path);
+  // key, a wrong type, a value out of range one by one; a syntax error, and a file that others than its owner, OWNER,
+  // may write, as a whole. A missing file is all defaults without a complaint.
+  static Reading read(const std::string &path, uid_t owner = ::geteuid());
   // Likewise of FOLDER/engine.conf, with the settings of FOLDER/engine.d/SERVER.conf over them. SERVER is an address or
   // a name; for one that cannot be the name of a file there is none.
-  static Reading readFor(const std::string &server, const std::string &folder = kFolder);
+  static Reading readFor(const std::string &server, const std::string &folder = kFolder, uid_t owner = ::geteuid());
   // Likewise of TEXT; PATH is what complaints call it.
   static Reading parse(const std::string &text, const std::string &path);
   // The names of all settings ("ike.proposals"), for those who document them.

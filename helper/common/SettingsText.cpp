@@ -26,11 +26,11 @@ constexpr std::string_view kWordCharacters = "abcdefghijklmnopqrstuvwxyzABCDEFGH
 
 Error refusal(std::string reason) { return {"SettingsText", 0, std::move(reason)}; }
 
-Status check(const struct stat &attributes) {
+Status check(const struct stat &attributes, uid_t owner) {
   if (!S_ISREG(attributes.st_mode)) return refusal("it is not a regular file");
-  if (attributes.st_uid != ::geteuid()) {
+  if (attributes.st_uid != owner) {
     return refusal("it belongs to user " + std::to_string(attributes.st_uid) + "; chown it to user " +
-                   std::to_string(::geteuid()));
+                   std::to_string(owner));
   }
   if ((attributes.st_mode & (S_IWGRP | S_IWOTH)) != 0) return refusal("others may write it; chmod go-w it");
   return {};
@@ -60,7 +60,7 @@ bool isLongInteger(std::string_view word) {
 
 }  // namespace
 
-Result<std::optional<std::string>> readSettingsText(const std::string &path) {
+Result<std::optional<std::string>> readSettingsText(const std::string &path, uid_t owner) {
   // Non-blocking for the case that the path is a FIFO.
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file && errno == ENOENT) return std::optional<std::string>();
@@ -68,7 +68,7 @@ Result<std::optional<std::string>> readSettingsText(const std::string &path) {
   if (!file) return errnoError(errno, "it cannot be opened");
   struct stat attributes = {};
   if (::fstat(file.get(), &attributes) < 0) return errnoError(errno, "it cannot be looked at");
-  if (const Status usable = check(attributes); !usable) return usable.error();
+  if (const Status usable = check(attributes, owner); !usable) return usable.error();
   std::string text(kMaximumSize + 1, '\0');
   std::size_t filled = 0;
   while (filled < text.size()) {

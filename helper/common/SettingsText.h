@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,8 +14,8 @@
 namespace helper {
 
 // The bytes of the file at PATH; none when there is no such file. An error (a sentence part about "it") for anything
-// but a regular file of this user's that nobody else may write, of 64 KiB at most.
-vpnctl::Result<std::optional<std::string>> readSettingsText(const std::string &path);
+// but a regular file of OWNER's that nobody else may write, of 64 KiB at most.
+vpnctl::Result<std::optional<std::string>> readSettingsText(const std::string &path, uid_t owner);
 
 // The line, from 1, of the first @include, which would bring in files that nobody has looked at; 0 when there is none.
 unsigned lineOfInclude(std::string_view text);

@@ -287,6 +287,19 @@ TEST_F(EngineSettingsFile, IsRefusedWhenItIsSomebodyElses) {
   EXPECT_EQ(complaint(), refusal("it belongs to user 12345; chown it to user 0"));
 }
 
+// An ordinary user can say what the helper, which is root's, would make of it.
+TEST_F(EngineSettingsFile, IsReadForSomebodyElse) {
+  support::writeFile(path, "ppp = { mtu = 1400; };");
+  const uid_t other = ::geteuid() + 1;
+  EXPECT_EQ(EngineSettings::read(path, other).complaints,
+            Complaints{refusal("it belongs to user " + std::to_string(::geteuid()) + "; chown it to user " +
+                               std::to_string(other))});
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a file away";
+  ASSERT_EQ(::chown(path.c_str(), other, 0), 0);
+  EXPECT_EQ(EngineSettings::read(path, other).settings.ppp.mtu, 1400);
+  EXPECT_EQ(EngineSettings::readFor("", folder.path(), other).settings.ppp.mtu, 1400);
+}
+
 TEST_F(EngineSettingsFile, IsRefusedWhenItIsNoRegularFile) {
   std::filesystem::create_directory(path);
   EXPECT_EQ(complaint(), refusal("it is not a regular file"));
