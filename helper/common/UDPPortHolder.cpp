@@ -42,6 +42,12 @@ void collectSockets(const std::string &table, std::uint16_t port, std::set<std::
   }
 }
 
+std::set<std::string> socketsOn(std::uint16_t port, const std::string &proc) {
+  std::set<std::string> links;
+  for (const char *table : {"/net/udp", "/net/udp6"}) collectSockets(proc + table, port, links);
+  return links;
+}
+
 bool holdsOneOf(const fs::path &process, const std::set<std::string> &links) {
   std::error_code ignored;  // processes come and go while we look
   for (fs::directory_iterator fd(process / "fd", ignored), end; fd != end; fd.increment(ignored)) {
@@ -54,8 +60,7 @@ bool holdsOneOf(const fs::path &process, const std::set<std::string> &links) {
 }  // namespace
 
 std::optional<std::string> udpPortHolder(std::uint16_t port, const std::string &proc) {
-  std::set<std::string> links;
-  for (const char *table : {"/net/udp", "/net/udp6"}) collectSockets(proc + table, port, links);
+  const auto links = socketsOn(port, proc);
   if (links.empty()) return std::nullopt;
   std::error_code ignored;
   for (fs::directory_iterator process(proc, ignored), end; process != end; process.increment(ignored)) {
@@ -68,6 +73,8 @@ std::optional<std::string> udpPortHolder(std::uint16_t port, const std::string &
   }
   return std::nullopt;
 }
+
+bool isUDPPortShown(std::uint16_t port, const std::string &proc) { return !socketsOn(port, proc).empty(); }
 
 bool isUDPPortFree(std::uint16_t port) {
   const vpnctl::FileDescriptor socket(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));

@@ -13,6 +13,9 @@ namespace helper {
 // as long as a walk over PROC takes.
 std::optional<std::string> udpPortHolder(std::uint16_t port, const std::string &proc = "/proc");
 
+// Whether PROC shows a UDP socket bound to PORT, whoever has it. Anybody may see that.
+bool isUDPPortShown(std::uint16_t port, const std::string &proc = "/proc");
+
 // Whether a socket could be bound to PORT on all addresses; true also when that cannot be tried.
 bool isUDPPortFree(std::uint16_t port);
 

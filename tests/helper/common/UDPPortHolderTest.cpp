@@ -49,6 +49,11 @@ TEST(UDPPortHolder, ReadsBothTables) {
   EXPECT_EQ(udpPortHolder(500, proc), "a process (process 78)");
   EXPECT_EQ(udpPortHolder(4500, proc), std::nullopt);
   EXPECT_EQ(udpPortHolder(1701, proc + "/none"), std::nullopt);
+  std::filesystem::remove_all(proc + "/78");
+  EXPECT_EQ(udpPortHolder(500, proc), std::nullopt) << "whose it is cannot be seen";
+  EXPECT_TRUE(isUDPPortShown(500, proc));
+  EXPECT_TRUE(isUDPPortShown(1701, proc));
+  EXPECT_FALSE(isUDPPortShown(4500, proc));
 }
 
 }  // namespace
