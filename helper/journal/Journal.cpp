@@ -171,6 +171,24 @@ std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<vpn
   return found;
 }
 
+vpnctl::Result<std::vector<Journal::Sight>> Journal::look(const std::string &base,
+                                                          std::chrono::milliseconds lockPatience) {
+  // Whoever repairs has this lock: nobody takes a journal for a living one because we are just looking at it.
+  const auto baseLock = linux::FolderLock::take(base, lockPatience);
+  if (!baseLock) return baseLock.error();
+  std::vector<Sight> found;
+  std::error_code error;
+  for (const std::string &folder : linux::pathsIn(base, error)) {
+    if (!isLinks(folder)) continue;
+    auto lock = openLocked(folder);
+    const bool alive = !lock;
+    Journal journal(folder, lock ? std::move(*lock) : FileDescriptor(), lockPatience);
+    found.push_back({folder, alive, journal.read()});
+  }
+  if (error) return errnoError(error.value(), "look into " + base);
+  return found;
+}
+
 std::uint32_t Journal::number() const { return numberOf(folder_); }
 
 vpnctl::Result<linux::FolderLock> Journal::lockOthersOut() const { return lockBase(baseOf(folder_), lockPatience_); }

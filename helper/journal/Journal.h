@@ -90,6 +90,15 @@ class Journal : public IPSecJournal {
   // the next helper. ERRORS tells of both.
   static std::vector<Journal> abandoned(const std::string &base, std::vector<vpnctl::Error> &errors,
                                         std::chrono::milliseconds lockPatience = kLockPatience);
+  // What is to be seen below BASE, and stays as it is.
+  struct Sight {
+    std::string folder;
+    bool alive = false;         // so is its helper
+    vpnctl::Status readable{};  // an error where it makes no sense
+  };
+  // Each journal there, those of the living too. ENOENT when there is no BASE, EACCES for whoever may not look.
+  static vpnctl::Result<std::vector<Sight>> look(const std::string &base,
+                                                 std::chrono::milliseconds lockPatience = kLockPatience);
   // How many there are below BASE, the abandoned ones too.
   static std::size_t count(const std::string &base = kBase);
 

@@ -183,6 +183,35 @@ TEST_F(JournalTest, ShowsTheOthersTheirWork) {
   EXPECT_EQ(abandoned().size(), 1U) << "looking holds nothing";
 }
 
+TEST_F(JournalTest, IsLookedAtWithoutATrace) {
+  EXPECT_EQ(Journal::look(base_).error().code, ENOENT);
+  EXPECT_FALSE(std::filesystem::exists(base_)) << "looking makes nothing";
+  auto living = Journal::create(base_);
+  ASSERT_TRUE(living && living->note(StartedProcess{4711, 1}));
+  std::string deadFolder;
+  {
+    auto dead = Journal::create(base_);
+    ASSERT_TRUE(dead && dead->note(StartedProcess{4712, 1}));
+    deadFolder = dead->folder();
+  }
+  std::filesystem::resize_file(deadFolder + "/journal.plist", 100);
+  std::filesystem::create_directory(base_ + "/broken.7");
+  for (int time = 0; time < 2; ++time) {
+    auto seen = Journal::look(base_);
+    ASSERT_TRUE(seen) << seen.error().message;
+    std::ranges::sort(*seen, {}, &Journal::Sight::folder);
+    ASSERT_EQ(seen->size(), 2U);
+    EXPECT_EQ(seen->at(0).folder, living->folder());
+    EXPECT_TRUE(seen->at(0).alive);
+    EXPECT_TRUE(seen->at(0).readable);
+    EXPECT_EQ(seen->at(1).folder, deadFolder);
+    EXPECT_FALSE(seen->at(1).alive);
+    EXPECT_FALSE(seen->at(1).readable);
+  }
+  EXPECT_TRUE(abandoned().empty());
+  EXPECT_EQ(errors_.size(), 1U) << "it was still there to be found";
+}
+
 TEST_F(JournalTest, ThatCannotBeReadIsReported) {
   std::string folder;
   {
