@@ -37,9 +37,6 @@ class NameResolution {
   NameResolution &operator=(const NameResolution &) = delete;
   ~NameResolution();
 
-  // The address if TEXT is one. An error if TEXT is neither an IPv4 address that a server can have nor a host name;
-  // INADDR_ANY for a name that has to be asked for.
-  static vpnctl::Result<in_addr> parse(const std::string &text);
   static Resolver systemResolver();
 
  private:

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "companions/run/Outcome.h"
+#include "helper/common/ServerAddress.h"
 #include "helper/ike/IKESentences.h"
 #include "helper/l2tp/L2TPControlConnection.h"
 #include "helper/network/NameResolution.h"
@@ -89,7 +90,7 @@ TEST(OutcomeSentences, IPSecThatIsLostBeforeTheCallStands) {
 
 TEST(OutcomeSentences, ServersThatNobodyCanCall) {
   for (const char *text : {"", "0.0.0.1", "224.0.0.1", "2001:db8::1", "no host", "1.2"}) {
-    const auto parsed = helper::NameResolution::parse(text);
+    const auto parsed = helper::serverAddressFrom(text);
     ASSERT_FALSE(parsed) << text;
     EXPECT_EQ(kindOf(parsed.error().message), Kind::configuration) << parsed.error().message;
   }

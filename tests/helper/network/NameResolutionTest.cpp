@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "helper/common/IPv4Address.h"
+#include "helper/common/ServerAddress.h"
 #include "helper/network/NameResolution.h"
 #include "tests/support/LoopFixture.h"
 
@@ -116,12 +117,12 @@ TEST_F(NameResolutionTest, CanBeForgottenWhileItAsks) {
 
 TEST(NameResolutionParse, TellsAddressesNamesAndTheRest) {
   for (const char *address : {"192.0.2.7", "127.0.0.1", "223.255.255.255"}) {
-    const auto parsed = NameResolution::parse(address);
+    const auto parsed = serverAddressFrom(address);
     ASSERT_TRUE(parsed) << address;
     EXPECT_EQ(parsed->s_addr, inet_addr(address));
   }
   for (const char *name : {"localhost", "vpn.example.", "a-b.c_d", "1and1.example", "xn--bcher-kva.example"}) {
-    const auto parsed = NameResolution::parse(name);
+    const auto parsed = serverAddressFrom(name);
     ASSERT_TRUE(parsed) << name;
     EXPECT_EQ(parsed->s_addr, INADDR_ANY);
   }
@@ -147,11 +148,11 @@ TEST(NameResolutionParse, TellsAddressesNamesAndTheRest) {
                                  longName,
                                  std::string("1.2.3.4\0x", 9),
                                  std::string("vpn\n.example")})
-    EXPECT_FALSE(NameResolution::parse(bad)) << bad;
+    EXPECT_FALSE(serverAddressFrom(bad)) << bad;
 }
 
 TEST(NameResolutionParse, NamesTheRemedyForIPv6) {
-  EXPECT_NE(NameResolution::parse("2001:db8::1").error().message.find("IPv4"), std::string::npos);
+  EXPECT_NE(serverAddressFrom("2001:db8::1").error().message.find("IPv4"), std::string::npos);
 }
 
 }  // namespace
