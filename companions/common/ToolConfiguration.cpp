@@ -12,6 +12,8 @@
 #include <string_view>
 #include <utility>
 
+#include "foundation/Text.h"
+
 namespace companions {
 
 using vpnctl::errnoError;
@@ -65,6 +67,24 @@ class Settings {
     const char *value = nullptr;
     if (config_lookup_string(&settings_, key, &value) != CONFIG_TRUE) return std::nullopt;
     return value;
+  }
+  std::vector<ToolConfiguration::Setting> all() const {
+    using Kind = ToolConfiguration::Setting::Kind;
+    std::vector<ToolConfiguration::Setting> found;
+    const config_setting_t *root = config_root_setting(&settings_);
+    for (int index = 0; index < config_setting_length(root); ++index) {
+      const config_setting_t *setting = config_setting_get_elem(root, static_cast<unsigned>(index));
+      const char *value = config_setting_get_string(setting);
+      Kind kind = Kind::text;
+      if (value == nullptr)
+        kind = Kind::other;
+      else if (*value == 0)
+        kind = Kind::empty;
+      else if (!vpnctl::isValidUTF8(value))
+        kind = Kind::notUTF8;
+      found.push_back({config_setting_name(setting), config_setting_source_line(setting), kind});
+    }
+    return found;
   }
 
  private:
@@ -126,6 +146,7 @@ Result<ToolConfiguration> ToolConfiguration::read(const std::string &path) {
   if (!settings.read(*bytes)) return Error{"ToolConfiguration", 0, settings.fault(path)};
   ToolConfiguration configuration(path);
   configuration.isChanged_ = !S_ISREG(status.st_mode) || path.size() > kLongestPath;
+  configuration.settings_ = settings.all();
   const auto text = [&settings](const char *key) -> std::optional<std::string> {
     const auto value = settings.find(key);
     return value ? std::optional(std::string(*value)) : std::nullopt;

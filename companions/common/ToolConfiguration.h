@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "foundation/FileDescriptor.h"
 #include "foundation/Result.h"
@@ -22,6 +23,14 @@ class ToolConfiguration {
   struct Delivery {
     std::string path;
     vpnctl::FileDescriptor input;
+  };
+
+  // What stands in the file under a name, without what it says.
+  struct Setting {
+    enum class Kind { text, empty, notUTF8, other };
+    std::string name;
+    unsigned line = 0;
+    Kind kind = Kind::other;
   };
 
   // An error when PATH cannot be read or is not libconfig's syntax, also when libconfig does not find out before vpnctl
@@ -40,6 +49,8 @@ class ToolConfiguration {
   bool needsSharedSecret() const { return protocol_ != "pptp"; }
   // Which of the five texts is not there; empty: none.
   std::string_view missing() const;
+  // All that the file holds on its outermost level, in order.
+  const std::vector<Setting> &settings() const { return settings_; }
 
   void setPassword(vpnctl::Secret password);
   void setSharedSecret(vpnctl::Secret secret);
@@ -56,6 +67,7 @@ class ToolConfiguration {
 
   std::string path_;
   bool isChanged_ = false;
+  std::vector<Setting> settings_;
   std::optional<std::string> protocol_;
   std::optional<std::string> server_;
   std::optional<std::string> username_;

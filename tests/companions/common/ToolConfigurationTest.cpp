@@ -7,6 +7,8 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "companions/common/ToolConfiguration.h"
 #include "tests/support/TemporaryFolder.h"
@@ -148,6 +150,20 @@ TEST_F(ToolConfigurationTest, WhatIsTooLongForAPipeIsAnError) {
 
 TEST_F(ToolConfigurationTest, LongFilesAreReadToTheirEnd) {
   EXPECT_EQ(read("// " + std::string(300000, 'x') + "\n" + kWhole).server(), "192.0.2.1");
+}
+
+TEST_F(ToolConfigurationTest, WhatStandsThereIsNamedWithItsLine) {
+  using Kind = ToolConfiguration::Setting::Kind;
+  const auto configuration = ToolConfiguration::read(folder_.write(
+      "office.conf", "ip = \"\";\n\npassword = \"pw\";\nport = 1;\nmore = { ip = \"x\"; };\nname = \"\xe4\";\n"));
+  ASSERT_TRUE(configuration);
+  std::vector<std::tuple<std::string, unsigned, Kind>> settings;
+  for (const auto &setting : configuration->settings()) settings.emplace_back(setting.name, setting.line, setting.kind);
+  EXPECT_EQ(settings, (std::vector<std::tuple<std::string, unsigned, Kind>>{{"ip", 1, Kind::empty},
+                                                                            {"password", 3, Kind::text},
+                                                                            {"port", 4, Kind::other},
+                                                                            {"more", 5, Kind::other},
+                                                                            {"name", 6, Kind::notUTF8}}));
 }
 
 TEST_F(ToolConfigurationTest, WhatCannotBeReadIsAnError) {
