@@ -1,8 +1,9 @@
 #!/bin/bash
-# What is installed for the completion of vpnctl-run: each shell that is here offers its options, and it knows all that are
-# offered: CompletionTest.sh PRINT_RUN_COMPLETION VPNCTL_RUN
+# What is installed for the completion of a program: each shell that is here offers its options, and it knows all that are
+# offered: CompletionTest.sh PRINT_COMPLETION PROGRAM
 set -euo pipefail
 print=$(readlink -f "$1") program=$(readlink -f "$2")
+name=$(basename "$program")
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder"
@@ -26,28 +27,31 @@ complete_bash() {
     read -ra COMP_WORDS <<<"$1"
     [[ $1 == *" " ]] && COMP_WORDS+=("")
     COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-    _vpnctl_run
-    printf "%s\n" "${COMPREPLY[@]}"' bash "$1"
+    "_${2//-/_}"
+    printf "%s\n" "${COMPREPLY[@]}"' bash "$1" "$name"
 }
-expect bash "vpnctl-run --reconnect-" "--reconnect-limit --reconnect-pause "
-expect bash "vpnctl-run --no" "--no-progress "
-expect bash "vpnctl-run -c o" "office.conf "
-expect bash "vpnctl-run --up o" "office.conf "
+# What every shell offers for the beginning of some long options.
+case $name in
+  vpnctl-run) begun=--reconnect- offered="--reconnect-limit --reconnect-pause " negated="--no-progress " files="-c --up" ;;
+esac
+expect bash "$name $begun" "$offered"
+expect bash "$name --no" "$negated"
+for option in $files; do expect bash "$name $option o" "office.conf "; done
 shells=$((shells + 1))
 while read -r option; do
   said=$("$program" "$option" 2>&1) || true
   [[ $said != *"there is no option"* ]] || { echo "the program does not know $option: $said" && failed=1; }
-done < <(cd work && complete_bash "vpnctl-run -")
+done < <(cd work && complete_bash "$name -")
 [[ $("$program" --bogus 2>&1) == *"there is no option"* ]] || { echo "the program knows --bogus" && failed=1; }
 
 if command -v fish >/dev/null; then
   complete_fish() { HOME=$folder XDG_CONFIG_HOME=$folder fish --no-config -c 'source ../fish; complete -C $argv[1]' -- "$1" | cut -f 1; }
-  expect fish "vpnctl-run --reconnect-" "--reconnect-limit --reconnect-pause "
+  expect fish "$name $begun" "$offered"
   shells=$((shells + 1))
 fi
 if command -v zsh >/dev/null; then
   zsh -n zsh || { echo "zsh cannot read its file" && failed=1; }
-  [ "$(head -n 1 zsh)" = "#compdef vpnctl-run" ] || { echo "zsh does not know whom the file is for" && failed=1; }
+  [ "$(head -n 1 zsh)" = "#compdef $name" ] || { echo "zsh does not know whom the file is for" && failed=1; }
   shells=$((shells + 1))
 fi
 echo "$shells shells"
