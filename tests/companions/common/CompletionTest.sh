@@ -33,6 +33,7 @@ complete_bash() {
 # What every shell offers for the beginning of some long options.
 case $name in
   vpnctl-run) begun=--reconnect- offered="--reconnect-limit --reconnect-pause " negated="--no-progress " files="-c --up" ;;
+  vpnctl-doctor) begun=--co offered="--color --config " negated="--no-color " files=-c ;;
 esac
 expect bash "$name $begun" "$offered"
 expect bash "$name --no" "$negated"
