@@ -65,10 +65,9 @@ void lookAtRules(const NetworkState &state, FindingList &found) {
     if (rule.maker == kOurs || rule.table == RT_TABLE_LOCAL) continue;
     const std::string table = std::to_string(rule.table);
     if (rule.preference == 0)
-      found.hinders(
-          "others.rules", "A routing rule of somebody else stands first: it leads into table " + table + ".",
-          "vpnctl's stand behind it: what it matches goes past the connection.",
-          "ip rule show; ip rule add the same with a preference of its own, then ip rule del pref 0 lookup " + table);
+      found.hinders("others.rules", "A routing rule of somebody else stands first: it leads into table " + table + ".",
+                    "vpnctl's stand behind it: what it matches goes past the connection.",
+                    "ip rule add the same with another pref, then ip rule del pref 0 lookup " + table);
     else if (rule.hasMark && rule.isInverted && rule.preference <= kLastOfVPNs)
       found.hinders(
           "others.tunnel",

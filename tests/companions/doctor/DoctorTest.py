@@ -186,5 +186,47 @@ class Users(DoctorTest):
         self.assertNotIn("rights.socket", self.findings("--all"))
 
 
+class Networks(DoctorTest):
+    """In a network of its own, with what other VPNs put there."""
+
+    def in_network(self, *orders):
+        """The findings about others there, by name."""
+        script = "ip link set lo up\n" + "".join("ip %s || exit 77\n" % order for order in orders)
+        process = subprocess.run(["unshare", "--net", "sh", "-c", script + 'exec "$0" --json', PROGRAM],
+                                 env={"PATH": "/usr/sbin:/usr/bin:/sbin:/bin"}, capture_output=True, text=True,
+                                 timeout=PATIENCE, check=False)
+        if process.returncode not in (0, 1):
+            self.skipTest("there is no such network here: " + process.stderr)
+        found = [json.loads(line) for line in process.stdout.splitlines()]
+        return {f["name"]: f for f in found if f["name"] in ("others.policies", "others.rules", "others.tunnel")}
+
+    def test_of_nobody_else(self):
+        self.assertEqual(self.in_network(), {})
+
+    def test_rules(self):
+        found = self.in_network("rule add pref 0 fwmark 7 table 42", "rule add pref 100 fwmark 7 table 43")
+        self.assertEqual(list(found), ["others.rules"])
+        self.assertIn("table 42.", found["others.rules"]["what"])
+
+    def test_wireguard(self):
+        found = self.in_network("rule add pref 32764 not fwmark 51820 table 51820")
+        self.assertEqual(list(found), ["others.tunnel"])
+        self.assertIn("the rule 32764 leads into table 51820.", found["others.tunnel"]["what"])
+
+    def test_half_the_world(self):
+        found = self.in_network("route add 128.0.0.0/1 dev lo", "route add 10.0.0.0/8 dev lo",
+                                "route add 0.0.0.0/1 dev lo table 42")
+        self.assertEqual(list(found), ["others.tunnel"])
+        self.assertIn("128.0.0.0/1 goes to lo.", found["others.tunnel"]["what"])
+
+    def test_policies(self):
+        policy = ("xfrm policy add src 10.0.0.0/8 dst 10.0.0.0/8 dir %s "
+                  "tmpl src 192.0.2.1 dst 192.0.2.2 proto esp mode tunnel")
+        self.assertEqual(self.in_network(policy % "in"), {})
+        found = self.in_network(policy % "in", policy % "out")
+        self.assertEqual(list(found), ["others.policies"])
+        self.assertIn("1 outgoing one.", found["others.policies"]["what"])
+
+
 if __name__ == "__main__":
     unittest.main(argv=[sys.argv[0], *sys.argv[4:]])
