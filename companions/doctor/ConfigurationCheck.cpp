@@ -6,7 +6,9 @@
 #include <array>
 #include <cerrno>
 #include <numeric>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "companions/doctor/FindingList.h"

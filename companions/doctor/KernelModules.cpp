@@ -1,6 +1,7 @@
 #include "companions/doctor/KernelModules.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <iterator>

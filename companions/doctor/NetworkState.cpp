@@ -13,6 +13,9 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "foundation/FileDescriptor.h"
 

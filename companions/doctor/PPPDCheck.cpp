@@ -11,6 +11,8 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <system_error>
 
 #include "companions/doctor/FindingList.h"

@@ -2,8 +2,8 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <string>
+#include <string_view>
 
 #include "companions/doctor/FindingList.h"
 

@@ -1,7 +1,6 @@
 #include "companions/doctor/Report.h"
 
 #include <algorithm>
-#include <cctype>
 #include <utility>
 
 #include "companions/common/JSONLine.h"

@@ -52,43 +52,64 @@ void lookAtProposals(const std::vector<std::string> &texts, const std::string &n
                    "The proposals cannot be made together.", "vpnctl-engine.conf(5) says what goes together");
 }
 
-}  // namespace
+class Looking {
+ public:
+  Looking(const Situation &situation, FindingList &found) : situation_(situation), found_(found) {}
 
-Findings SettingsCheck::look(const Situation &situation) {
-  FindingList found;
-  const Machine &machine = situation.machine;
-  std::vector<std::string> told;
-  const auto isNew = [&](const std::string &text) {
-    const bool is = std::ranges::find(told, text) == told.end();
-    told.push_back(text);
-    return is;
-  };
-  std::vector<std::string> hidden;
-  const auto isAboutHidden = [&](const std::string &complaint) {
-    return std::ranges::any_of(hidden, [&](const std::string &path) { return complaint.starts_with(path + ":"); });
-  };
-  for (const std::string &server : servers(situation)) {
-    for (const std::string &path :
-         {machine.settings + "/engine.conf", machine.settings + "/engine.d/" + server + ".conf"})
-      if (isHidden(path) && isNew(path)) {
-        hidden.push_back(path);
-        found.unseen("settings.file", "This user may not read " + path + ".", "What is in it cannot be looked at.",
-                     "run vpnctl-doctor as root");
-      }
+  void look() {
+    for (const std::string &server : servers(situation_)) lookAt(server);
+    found_.fine("settings.file", "The engine's settings can be used.");
+    found_.fine("settings.proposals", "The proposals for IPSec can be made.");
+  }
+
+ private:
+  void lookAt(const std::string &server) {
+    const Machine &machine = situation_.machine;
+    lookForHidden(machine.settings + "/engine.conf");
+    lookForHidden(machine.settings + "/engine.d" + (server.empty() ? "" : "/" + server + ".conf"));
     const auto [settings, complaints] = EngineSettings::readFor(server, machine.settings, machine.administrator);
     for (const std::string &complaint : complaints)
       if (!isAboutHidden(complaint) && isNew(complaint))
-        found.hinders("settings.file", complaint, "The setting does not have the effect that was wanted.",
-                      "vpnctl-engine.conf(5) says what can stand there");
-    if (!situation.concerns("l2tp")) continue;
+        found_.hinders("settings.file", complaint, "The setting does not have the effect that was wanted.",
+                       "vpnctl-engine.conf(5) says what can stand there");
+    if (!situation_.concerns("l2tp")) return;
     FindingList proposals;
     lookAtProposals(settings.ike.proposals, "ike.proposals", helper::isakmp::parseIKEProposals, proposals);
     lookAtProposals(settings.ike.espProposals, "ike.esp_proposals", helper::isakmp::parseESPProposals, proposals);
     for (const Finding &finding : proposals.take())
-      if (isNew(finding.what)) found.add(finding.grade, finding.name, finding.what, finding.why, finding.remedy);
+      if (isNew(finding.what)) found_.add(finding.grade, finding.name, finding.what, finding.why, finding.remedy);
   }
-  found.fine("settings.file", "The engine's settings can be used.");
-  found.fine("settings.proposals", "The proposals for IPSec can be made.");
+
+  void lookForHidden(const std::string &path) {
+    if (!isHidden(path) || !isNew(path)) return;
+    hidden_.push_back(path);
+    found_.unseen("settings.file", "This user may not read " + path + ".", "What is in it cannot be looked at.",
+                  "run vpnctl-doctor as root");
+  }
+
+  bool isAboutHidden(const std::string &complaint) const {
+    return std::ranges::any_of(
+        hidden_, [&](const std::string &path) { return complaint.starts_with(path + ":"); });
+  }
+
+  // The general settings are read for each server.
+  bool isNew(const std::string &text) {
+    const bool is = std::ranges::find(told_, text) == told_.end();
+    told_.push_back(text);
+    return is;
+  }
+
+  const Situation &situation_;
+  FindingList &found_;
+  std::vector<std::string> told_;
+  std::vector<std::string> hidden_;
+};
+
+}  // namespace
+
+Findings SettingsCheck::look(const Situation &situation) {
+  FindingList found;
+  Looking(situation, found).look();
   return found.take();
 }
 
