@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "helper/common/DefaultMTU.h"
 #include "helper/ike/IKEAssociation.h"
 #include "helper/ike/IKEPath.h"
 #include "helper/l2tp/L2TPTunnel.h"
@@ -48,7 +49,7 @@ constexpr std::array kRows{
     TunnelKindRow{
         .kind = TunnelKind::pptp,
         .name = "PPTP",
-        .mtu = 1448,
+        .mtu = kDefaultPPTPMTU,
         .needsIPSec = false,
         .nothingArrived =
             "The server took the call, but not one of its packets arrived: something on the way (a firewall, a router "
@@ -59,8 +60,7 @@ constexpr std::array kRows{
     TunnelKindRow{
         .kind = TunnelKind::l2tp,
         .name = "L2TP",
-        // With all headers, a NAT between and the longest proof of what we offer, the 1492 bytes that PPPoE carries.
-        .mtu = 1400,
+        .mtu = kDefaultL2TPMTU,
         .needsIPSec = true,
         .nothingArrived =
             "The server took the call, but not one packet of PPP arrived: PPP does not start there, which its own log "
