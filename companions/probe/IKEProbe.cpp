@@ -30,22 +30,33 @@ void awaitAnswer(IKESocket &socket, const IKEQuestion &question, const Deadline 
       return;
     }
     IKEAnswer answer = question.read(std::get<Bytes>(received));
-    if (answer.kind == IKEAnswer::Kind::notOurs) continue;
-    return take(std::move(answer), finding);
+    if (answer.kind != IKEAnswer::Kind::notOurs) return take(std::move(answer), finding);
+    if (deadline.passed()) return;
   }
+}
+
+std::size_t takenIn(const ProposalFindings &findings) {
+  return static_cast<std::size_t>(
+      std::ranges::count(findings.proposals, ProposalFinding::Kind::taken, &ProposalFinding::kind));
 }
 
 // Several questions on their way at once.
 class Round {
  public:
-  Round(IKESocket socket, Pace &pace, const IKEProbe::Limits &limits, ProposalFindings &findings)
-      : socket_(std::move(socket)), pace_(pace), limits_(limits), findings_(findings), deadline_(limits.deadline) {
+  // KEPT: what the server has of earlier questions.
+  Round(IKESocket socket, Pace &pace, const IKEProbe::Limits &limits, std::size_t kept, ProposalFindings &findings)
+      : socket_(std::move(socket)),
+        pace_(pace),
+        limits_(limits),
+        kept_(kept),
+        findings_(findings),
+        deadline_(limits.deadline) {
     const std::size_t count = std::min(findings.proposals.size(), limits.mostProposals);
     for (std::size_t i = 0; i < count; ++i) questions_.emplace_back(findings.proposals[i]);
   }
 
   void run() {
-    while (!deadline_.passed() && giveUpLate() && sendOne()) receiveUntil(deadline_.orAt(nextTime()));
+    while (!deadline_.passed() && !isDeadEnd() && giveUpLate() && sendOne()) receiveUntil(deadline_.orAt(nextTime()));
   }
 
  private:
@@ -63,13 +74,14 @@ class Round {
   std::size_t countOpen() const {
     return static_cast<std::size_t>(std::ranges::count_if(questions_, &Question::isOpen));
   }
-  std::size_t countTaken() const {
-    return static_cast<std::size_t>(
-        std::ranges::count(findings_.proposals, ProposalFinding::Kind::taken, &ProposalFinding::kind));
-  }
+  std::size_t countTaken() const { return takenIn(findings_); }
   // Each that is on its way could be taken, too.
-  bool mayBeginOne() const { return countOpen() < limits_.inFlight && countTaken() + countOpen() < limits_.mostTaken; }
+  bool mayBeginOne() const {
+    return countOpen() < limits_.inFlight && kept_ + countTaken() + countOpen() < limits_.mostKept;
+  }
 
+  // Somebody says again and again that nothing arrives.
+  bool isDeadEnd() const { return reports_ >= limits_.tries && !findings_.serverAnswers(); }
   // False when there is nothing more to do.
   bool giveUpLate() {
     for (Question &question : questions_)
@@ -104,14 +116,17 @@ class Round {
   Deadline::Time nextTime() {
     Deadline::Time time = Deadline::Time::max();
     for (const Question &question : questions_)
-      if (question.isOpen()) time = std::min(time, question.due);
+      if (question.isOpen() && question.sent >= limits_.tries) time = std::min(time, question.due);
     if (const Question *question = nextToSend()) time = std::min(time, std::max(question->due, pace_.next()));
     return time;
   }
 
   void receiveUntil(const Deadline &deadline) {
     const IKESocket::Received received = socket_.receive(deadline);
-    if (const auto *report = std::get_if<ICMPReport>(&received)) findings_.icmp = *report;
+    if (const auto *report = std::get_if<ICMPReport>(&received)) {
+      findings_.icmp = *report;
+      ++reports_;
+    }
     if (const auto *datagram = std::get_if<Bytes>(&received))
       for (Question &question : questions_)
         if (question.sent > 0) take(question.ike.read(*datagram), question.finding);
@@ -129,8 +144,10 @@ class Round {
   IKESocket socket_;
   Pace &pace_;
   const IKEProbe::Limits &limits_;
+  std::size_t kept_;
   ProposalFindings &findings_;
   Deadline deadline_;
+  int reports_ = 0;
   std::vector<Question> questions_;
 };
 
@@ -160,6 +177,7 @@ IKEFinding IKEProbe::ask(const IKEEnd &end, const std::vector<IKEProposal> &prop
     if (const auto sent = socket->send(question.message()); !sent) return fail(sent.error());
     awaitAnswer(*socket, question, deadline.orAfter(limits_.patience), finding);
   }
+  if (finding.kind == Kind::accepted) ++kept_;
   return finding;
 }
 
@@ -170,7 +188,8 @@ ProposalFindings IKEProbe::taken(const IKEEnd &end, const std::vector<IKEProposa
   if (!socket)
     findings.reason = socket.error().message;
   else
-    Round(std::move(*socket), pace_, limits_, findings).run();
+    Round(std::move(*socket), pace_, limits_, kept_, findings).run();
+  kept_ += takenIn(findings);
   return findings;
 }
 

@@ -2,7 +2,8 @@
 // be proposed. Nothing secret is needed or said.
 //
 // A server keeps for a while what it has answered with a choice, and some count that by the client's address and then
-// hear nothing more of him: so there are few questions, they go slowly, and they end after a few choices.
+// hear nothing more of him (strongSwan at the fifth, for half a minute): so there are few questions, they go slowly,
+// and they end after a few choices.
 //
 // Usual sequence: ask() for each port, then taken() on one that answered. Thread rule: one thread; both block, at the
 // longest until their deadline. Lack of randomness is std::system_error.
@@ -62,7 +63,7 @@ class IKEProbe {
     int tries = 2;
     std::size_t inFlight = 3;
     std::size_t mostProposals = 12;
-    std::size_t mostTaken = 3;
+    std::size_t mostKept = 4;  // what the server keeps of all questions together
   };
 
   // PACE is for all that asks this server, and outlives the probe.
@@ -70,12 +71,14 @@ class IKEProbe {
 
   // All of PROPOSALS in one message.
   IKEFinding ask(const IKEEnd &end, const std::vector<helper::isakmp::IKEProposal> &proposals);
-  // Each of PROPOSALS in a message of its own, the first first. What goes beyond the limits is not asked.
+  // Each of PROPOSALS in a message of its own, the first first. What goes beyond the limits is not asked, and what the
+  // server keeps of ask() counts.
   ProposalFindings taken(const IKEEnd &end, const std::vector<helper::isakmp::IKEProposal> &proposals);
 
  private:
   Pace &pace_;
   Limits limits_;
+  std::size_t kept_ = 0;
 };
 
 }  // namespace companions

@@ -153,9 +153,18 @@ TEST_F(IKEProbeTest, LeavesAServerInPeaceThatTakesThem) {
     });
     kinds = kindsOf(taken(server, all, patient()));
   }
-  EXPECT_EQ(std::ranges::count(kinds, Found::taken), 3);
-  EXPECT_EQ(std::ranges::count(kinds, Found::notAsked), static_cast<std::ptrdiff_t>(all.size() - 3));
-  EXPECT_EQ(cookies.size(), 3U);
+  EXPECT_EQ(std::ranges::count(kinds, Found::taken), 4);
+  EXPECT_EQ(std::ranges::count(kinds, Found::notAsked), static_cast<std::ptrdiff_t>(all.size() - 4));
+  EXPECT_EQ(cookies.size(), 4U);
+}
+
+TEST_F(IKEProbeTest, CountsWhatTheServerKeepsOfAllQuestions) {
+  const IKEServer server([](View message) { return IKEServer::choose(message, defaultIKEProposals()); });
+  IKEProbe probe(pace_, patient());
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(probe.ask(server.end(), {kStrong}).kind, Kind::accepted);
+  for (const int taken : {2, 0})
+    EXPECT_EQ(std::ranges::count(kindsOf(probe.taken(server.end(), defaultIKEProposals())), Found::taken), taken);
+  EXPECT_EQ(server.received(), 4);
 }
 
 TEST_F(IKEProbeTest, NeverAsksMoreThanItMay) {
@@ -185,8 +194,11 @@ TEST_F(IKEProbeTest, ToldThatThePortIsClosedItSaysSo) {
     const IKEServer server([](View) { return std::vector<Bytes>{}; });
     end = server.end();
   }
-  const ProposalFindings findings = IKEProbe(pace_, hasty()).taken(end, {kStrong});
-  EXPECT_EQ(kindsOf(findings), std::vector{Found::noAnswer});
+  const ProposalFindings findings = IKEProbe(pace_, patient()).taken(end, std::vector<IKEProposal>(9, kStrong));
+  const auto kinds = kindsOf(findings);
+  EXPECT_EQ(kinds.front(), Found::noAnswer);
+  EXPECT_EQ(kinds.back(), Found::notAsked) << "it does not go on and on";
+  EXPECT_FALSE(findings.serverAnswers());
   ASSERT_TRUE(findings.icmp);
   EXPECT_TRUE(findings.icmp->isPortUnreachable());
 }
