@@ -24,7 +24,7 @@ constexpr std::size_t kICMPHeader = 8;
 // RFC 1071.
 std::uint16_t checksum(std::span<const std::uint8_t> bytes) {
   std::uint32_t sum = 0;
-  for (std::size_t i = 0; i < bytes.size(); ++i) sum += i % 2 == 0 ? bytes[i] << 8 : bytes[i];
+  for (std::size_t i = 0; i < bytes.size(); ++i) sum += i % 2 == 0 ? bytes[i] * 0x100U : bytes[i];
   while (sum >> 16 != 0) sum = (sum & 0xffff) + (sum >> 16);
   return static_cast<std::uint16_t>(~sum);
 }
@@ -79,9 +79,11 @@ vpnctl::Status EchoSocket::send(int size, std::uint16_t sequence) {
 
 EchoSocket::Received EchoSocket::receive(const Deadline &deadline) {
   std::vector<std::uint8_t> buffer(65536);
-  for (;;) {
+  // What is there already counts also after the deadline, for this process may have stood still.
+  for (bool last = false; !last;) {
     if (const auto report = takeICMPReport(socket_.get())) return *report;
-    if (deadline.passed() || !waitFor(socket_.get(), POLLIN, deadline)) return Nothing{};
+    last = deadline.passed();
+    if (!waitFor(socket_.get(), POLLIN, deadline)) break;
     const ssize_t count = ::recv(socket_.get(), buffer.data(), buffer.size(), 0);
     if (count <= 0) continue;
     std::span<const std::uint8_t> icmp = std::span(buffer).first(static_cast<std::size_t>(count));
@@ -94,6 +96,7 @@ EchoSocket::Received EchoSocket::receive(const Deadline &deadline) {
     if (raw_ && get16(icmp.subspan(4)) != identifier_) continue;
     return Reply{get16(icmp.subspan(6)), static_cast<int>(kIPHeader + icmp.size())};
   }
+  return Nothing{};
 }
 
 }  // namespace companions

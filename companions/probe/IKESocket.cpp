@@ -57,9 +57,11 @@ vpnctl::Status IKESocket::send(View message) {
 
 IKESocket::Received IKESocket::receive(const Deadline &deadline) {
   Bytes datagram(kMarkerSize + helper::isakmp::kLongestMessage);
-  for (;;) {
+  // What is there already counts also after the deadline, for this process may have stood still.
+  for (bool last = false; !last;) {
     if (const auto report = takeICMPReport(socket_.get())) return *report;
-    if (deadline.passed() || !waitFor(socket_.get(), POLLIN, deadline)) return Nothing{};
+    last = deadline.passed();
+    if (!waitFor(socket_.get(), POLLIN, deadline)) break;
     const ssize_t count = ::recv(socket_.get(), datagram.data(), datagram.size(), 0);
     if (count <= 0) continue;
     const View came = View(datagram).first(static_cast<std::size_t>(count));
@@ -68,6 +70,7 @@ IKESocket::Received IKESocket::receive(const Deadline &deadline) {
         came.size() >= kMarkerSize && std::ranges::all_of(came.first(kMarkerSize), [](auto byte) { return byte == 0; });
     if (hasMarker) return helper::isakmp::copyOf(came.subspan(kMarkerSize));
   }
+  return Nothing{};
 }
 
 }  // namespace companions

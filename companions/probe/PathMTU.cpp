@@ -128,10 +128,11 @@ Fate sendEcho(EchoSocket &socket, std::uint16_t &sequence, int size, const Deadl
     if (std::holds_alternative<EchoSocket::Nothing>(received)) return Lost{};
     if (const auto *report = std::get_if<ICMPReport>(&received)) {
       if (isAbout(*report, size)) return *report;
-      continue;
+    } else {
+      const auto &reply = std::get<EchoSocket::Reply>(received);
+      if (reply.sequence == sequence && reply.size == size) return Arrived{};
     }
-    const auto &reply = std::get<EchoSocket::Reply>(received);
-    if (reply.sequence == sequence && reply.size == size) return Arrived{};
+    if (deadline.passed()) return Lost{};
   }
 }
 
@@ -145,9 +146,10 @@ Fate sendQuestion(IKESocket &socket, const std::vector<IKEProposal> &proposals, 
     if (std::holds_alternative<IKESocket::Nothing>(received)) return Lost{};
     if (const auto *report = std::get_if<ICMPReport>(&received)) {
       if (isAbout(*report, size)) return *report;
-      continue;
+    } else if (question.read(std::get<Bytes>(received)).kind != IKEAnswer::Kind::notOurs) {
+      return Arrived{};
     }
-    if (question.read(std::get<Bytes>(received)).kind != IKEAnswer::Kind::notOurs) return Arrived{};
+    if (deadline.passed()) return Lost{};
   }
 }
 
