@@ -26,11 +26,11 @@ ServerAddress ServerAddress::find(const std::string &text, helper::NameResolutio
   if (const int error = sd_event_new(&made); error < 0) return {{}, cannotAsk(error)};
   const std::unique_ptr<sd_event, Unref> event(made);
   ServerAddress found;
-  const auto take = [&](const vpnctl::Result<helper::NameResolution::Addresses> &addresses) {
-    if (addresses)
-      found.addresses = *addresses;
+  const auto take = [&](const vpnctl::Result<helper::NameResolution::Addresses> &answer) {
+    if (answer)
+      found.addresses = *answer;
     else
-      found.reason = addresses.error().message;
+      found.reason = answer.error().message;
     sd_event_exit(event.get(), 0);
   };
   const helper::NameResolution resolution(event.get(), text, take, std::move(resolver), deadline);

@@ -152,7 +152,13 @@ TEST(PPTPProbeTest, IsNotKeptByAServerThatTalks) {
   PPTPServer server;
   server.play([](PPTPServer &s) {
     s.receive();
-    for (int i = 0; i < 100; ++i) s.send(pptp::SetLinkInfo{});
+    // At once: the client goes before it has read them all.
+    std::vector<std::uint8_t> words;
+    for (int i = 0; i < 100; ++i) {
+      const auto word = pptp::encode(pptp::SetLinkInfo{});
+      words.insert(words.end(), word.begin(), word.end());
+    }
+    s.sendBytes(words);
     s.receive();
   });
   const PPTPFinding finding = PPTPProbe::ask(server.address(), kPatient);
