@@ -291,7 +291,6 @@ bool SCNetworkConnection::schedule(const CFRunLoopRef &runLoop, const std::strin
 // The system forgets a stop that comes before the start.
 bool SCNetworkConnection::start(CFDictionaryRef userOptions, bool linger) {
   if (!succeeds(::SCNetworkConnectionStart(reference(), userOptions, linger))) return false;
-  knownError = ::SCError();
   bool stopNow = false;
   {
     const std::lock_guard lock(mutex_);
@@ -299,6 +298,7 @@ bool SCNetworkConnection::start(CFDictionaryRef userOptions, bool linger) {
     stopNow = std::exchange(stopRequested_, false);
   }
   if (stopNow) ::SCNetworkConnectionStop(reference(), true);
+  knownError = ::SCError();  // of a stop that failed, too: it is no change's
   return true;
 }
 
@@ -309,6 +309,7 @@ bool SCNetworkConnection::stop(bool force) {
   }
   // All the same: the service may be up, started by somebody else.
   ::SCNetworkConnectionStop(reference(), force);
+  knownError = ::SCError();
   return true;
 }
 

@@ -95,6 +95,24 @@ TEST_F(MacNetworkConnectionTest, WhatTheCallbackItselfLeftBehindIsNoNews) {
   EXPECT_EQ(errors(), (std::vector<std::int32_t>{0, 0}));
 }
 
+// Whether made up for or at once: it fails without a word, and the next change is not to be blamed.
+TEST_F(MacNetworkConnectionTest, WhatAFailedStopLeftBehindIsNoNews) {
+  EXPECT_TRUE(SCNetworkConnectionStop(connection_, true));
+  frameworks::failStops(1001);
+  platform_.up = {StatusChange{1, {}, 1001, {}}, StatusChange{0, {}, 2002, {}}};
+  run();
+  EXPECT_EQ(errors(), (std::vector<std::int32_t>{0, 2002}));
+
+  told_.changes.clear();
+  frameworks::setSystemsError(0);
+  platform_.up = {StatusChange{0, {}, 1001, {}}};
+  ASSERT_TRUE(SCNetworkConnectionStart(connection_, {}, false));
+  EXPECT_TRUE(SCNetworkConnectionStop(connection_, true)) << "false is for an empty reference";
+  CFRunLoopRun();
+  EXPECT_EQ(errors(), std::vector<std::int32_t>{0});
+  frameworks::failStops(0);
+}
+
 TEST_F(MacNetworkConnectionTest, AStopBeforeTheStartIsMadeUpFor) {
   platform_.up = {StatusChange{2, extendedStatus(8), 0, {}}};
   EXPECT_TRUE(SCNetworkConnectionStop(connection_, true));

@@ -94,6 +94,8 @@ auto keepingTheError(const Call &call) {
   return result;
 }
 
+std::atomic<std::int32_t> stopError = 0;
+
 const void *newText(const std::optional<std::string> &text) { return text ? newString(*text) : nullptr; }
 
 void tell(behind::SCNetworkConnectionRef, behind::SCNetworkConnectionStatus status, void *info) {
@@ -105,6 +107,8 @@ void tell(behind::SCNetworkConnectionRef, behind::SCNetworkConnectionStatus stat
 }  // namespace
 
 void setSystemsError(std::int32_t error) { behind::setSCError(error); }
+
+void failStops(std::int32_t error) { stopError = error; }
 
 }  // namespace frameworks
 
@@ -268,6 +272,10 @@ Boolean SCNetworkConnectionStart(SCNetworkConnectionRef connection, CFDictionary
 }
 // A stop that comes before the start has been made is forgotten.
 Boolean SCNetworkConnectionStop(SCNetworkConnectionRef connection, Boolean forceDisconnect) {
+  if (stopError != 0) {
+    behind::setSCError(stopError);
+    return false;
+  }
   if (as<Connection>(connection).started)
     return behind::SCNetworkConnectionStop(behindOf<Connection>(connection), forceDisconnect != 0);
   FakePlatform::instance().enter("SCNetworkConnectionStop",
