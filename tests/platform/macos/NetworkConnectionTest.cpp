@@ -88,6 +88,17 @@ TEST_F(MacNetworkConnectionTest, AnOldErrorIsNoNews) {
   EXPECT_EQ(errors(), (std::vector<std::int32_t>{0, 2002, 0, 0}));
 }
 
+TEST_F(MacNetworkConnectionTest, WhatACallMeanwhileHasToldIsNoNews) {
+  platform_.up = {StatusChange{1, {}, 1003, {}}, StatusChange{0, {}, 2002, {}}};
+  schedule();
+  ASSERT_TRUE(SCNetworkConnectionStart(connection_, {}, false));
+  platform_.fail("SCNetworkInterfaceCreateWithInterface", 1003);
+  EXPECT_EQ(SCNetworkInterfaceCreateWithInterface(kSCNetworkInterfaceIPv4, kSCNetworkInterfaceTypeL2TP), nullptr);
+  EXPECT_EQ(SCError(), 1003);
+  CFRunLoopRun();
+  EXPECT_EQ(errors(), (std::vector<std::int32_t>{0, 2002}));
+}
+
 TEST_F(MacNetworkConnectionTest, WhatTheCallbackItselfLeftBehindIsNoNews) {
   told_.inside = [] { frameworks::setSystemsError(1004); };
   platform_.up = {StatusChange{1, {}, 0, {}}, StatusChange{0, {}, 1004, {}}};
