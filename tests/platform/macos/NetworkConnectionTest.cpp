@@ -279,7 +279,9 @@ TEST_F(MacNetworkConnectionTest, NothingIsAnInvalidArgument) {
 }
 
 TEST_F(MacNetworkConnectionTest, AnExtendedStatusThatThereIsNotIsNull) {
+  frameworks::setSystemsError(2002);
   EXPECT_TRUE(SCNetworkConnectionCopyExtendedStatus(connection_).isNull());
+  EXPECT_EQ(SCError(), 2002) << "the system's reason is ours";
   platform_.extendedStatusBeforeStart = extendedStatus(0, 5);
   EXPECT_EQ(SCNetworkConnectionCopyExtendedStatus(create()), extendedStatus(0, 5));
 }

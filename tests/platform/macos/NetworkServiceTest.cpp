@@ -266,6 +266,7 @@ TEST_F(MacNetworkServiceTest, PPTPIsRefusedInOneLineBeforeTheSystemIsAsked) {
 TEST(MacSCErrorString, IsTheSystems) {
   EXPECT_EQ(SCErrorString(1004), "No such entry");
   EXPECT_EQ(SCErrorString(5), "Input/output error");
+  EXPECT_EQ(SCErrorString(frameworks::kStatusWithoutText), "Unknown error: 4711");
 }
 
 }  // namespace

@@ -26,6 +26,8 @@ int authorizationsLeft();
 
 // The system's error of this thread, as some call may leave it behind that did not fail.
 void setSystemsError(std::int32_t error);
+// The status that SCErrorString knows nothing of.
+inline constexpr int kStatusWithoutText = 4711;
 // Stops fail with ERROR from now on; 0: they do not.
 void failStops(std::int32_t error);
 

@@ -121,6 +121,7 @@ extern "C" {
 int SCError() { return behind::SCError(); }
 
 const char *SCErrorString(int status) {
+  if (status == kStatusWithoutText) return nullptr;
   static auto *const texts = new std::map<int, std::string>();
   return texts->try_emplace(status, behind::SCErrorString(status)).first->second.c_str();
 }
