@@ -16,7 +16,7 @@ struct Message {
 };
 std::vector<Message> messages;
 
-void record(int priority, const char *format, std::va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void record(int priority, const char *format, std::va_list arguments) {
   char text[1024];
   std::vsnprintf(text, sizeof text, format, arguments);
   messages.push_back({priority, text});
