@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "helper/isakmp/RekeyTime.h"
+
 namespace helper::isakmp {
 
 using std::chrono::milliseconds;
@@ -19,9 +21,7 @@ constexpr std::size_t kMessageIDs = 10000;
 milliseconds timeToRekey(seconds lifetime, Randomness &random) {
   std::array<std::uint8_t, 2> bytes{};
   random.fill(bytes);
-  const milliseconds whole = lifetime;
-  const milliseconds jitter = whole / 20 * read16(bytes) / 0xffff;
-  return std::min<milliseconds>(whole * 9 / 10 - jitter, std::max<milliseconds>(whole - seconds(60), whole * 3 / 4));
+  return replacementTime(lifetime, rekeyJitter(lifetime) * read16(bytes) / 0xffff);
 }
 
 seconds agreedLifetime(seconds ours, std::optional<seconds> theirs) {
