@@ -9,15 +9,8 @@ namespace helper {
 using vpnctl::Status;
 using Kind = PolicyRule::Kind;
 
-namespace {
-
-// The links' tables stand in a row from here on.
-constexpr std::uint32_t kFirstTable = 7000;
-
-}  // namespace
-
 JournalledRoutes::JournalledRoutes(Routing &routing, Journal &journal, RoutePlan plan)
-    : routing_(routing), journal_(journal), plan_(std::move(plan)), table_(kFirstTable + journal.number()) {}
+    : routing_(routing), journal_(journal), plan_(std::move(plan)), table_(Routing::kFirstTable + journal.number()) {}
 
 Status JournalledRoutes::keepWay(in_addr server) {
   const PolicyRule way{.kind = Kind::wayToServer, .server = server, .table = table_};

@@ -24,6 +24,8 @@ class Routing {
  public:
   // Who made a rule or a route, as `ip rule` shows it (proto 118): ours are told from everybody else's.
   static constexpr std::uint8_t kMaker = 118;
+  // The links' tables stand in a row behind this one, each by its journal's number.
+  static constexpr std::uint32_t kFirstTable = 7000;
 
   virtual ~Routing() = default;
   // Behind all others of ours, before those that stand later in the kernel's list; whoever adds one without saying
