@@ -30,7 +30,6 @@ struct Base {
 // False: what is there could not be seen.
 bool lookAtJournals(const Base &base, const Situation &situation, FindingList &found) {
   const auto journals = helper::Journal::look(*base.folder);
-  if (!journals && journals.error().code == ENOENT) return true;
   if (!journals) {
     found.unseen(base.name, "Whether " + base.what + " cannot be seen: " + journals.error().message + ".", base.why,
                  situation.isRoot() ? "" : kAsRoot);

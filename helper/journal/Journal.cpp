@@ -23,6 +23,7 @@ using vpnctl::Status;
 namespace {
 
 constexpr char kFileName[] = "/journal.plist";
+constexpr char kNoteName[] = "/link.plist";
 constexpr char kFolderPrefix[] = "link.";
 constexpr char kBrokenPrefix[] = "broken.";
 
@@ -173,19 +174,26 @@ std::vector<Journal> Journal::abandoned(const std::string &base, std::vector<vpn
 
 vpnctl::Result<std::vector<Journal::Sight>> Journal::look(const std::string &base,
                                                           std::chrono::milliseconds lockPatience) {
+  std::vector<Sight> found;
   // Whoever repairs has this lock: nobody takes a journal for a living one because we are just looking at it.
   const auto baseLock = linux::FolderLock::take(base, lockPatience);
+  if (!baseLock && baseLock.error().code == ENOENT) return found;
   if (!baseLock) return baseLock.error();
-  std::vector<Sight> found;
   std::error_code error;
   for (const std::string &folder : linux::pathsIn(base, error)) {
     if (!isLinks(folder)) continue;
     auto lock = openLocked(folder);
-    const bool alive = !lock;
+    Sight sight{.folder = folder, .number = numberOf(folder), .alive = !lock};
     Journal journal(folder, lock ? std::move(*lock) : FileDescriptor(), lockPatience);
-    found.push_back({folder, alive, journal.read()});
+    sight.readable = journal.read();
+    sight.entries = std::move(journal.entries_);
+    if (const auto note = vpnctl::propertyListFromFile(folder + kNoteName)) sight.note = noteFrom(*note);
+    std::error_code ignored;
+    // Of one that has ended meanwhile, who knows what was read before and what after.
+    if (std::filesystem::exists(folder, ignored)) found.push_back(std::move(sight));
   }
   if (error) return errnoError(error.value(), "look into " + base);
+  std::ranges::sort(found, {}, &Sight::number);
   return found;
 }
 
@@ -204,6 +212,16 @@ std::vector<Journal::Other> Journal::others() const {
     if (journal.read()) found.push_back({journal.number(), alive, std::move(journal.entries_)});
   }
   return found;
+}
+
+Status Journal::describe(const LinkNote &note) {
+  const auto text = vpnctl::xmlPropertyList(noteValue(note));
+  if (!text) return text.error();
+  const std::string path = folder_ + kNoteName;
+  vpnctl::FreshFile fresh{path + "-new"};
+  fresh.durable = false;
+  vpnctl::PosixFileSystem fileSystem;
+  return vpnctl::replaceFile(path, *text, fresh, fileSystem);
 }
 
 Status Journal::note(JournalEntry entry) {

@@ -23,6 +23,7 @@
 #include "foundation/Value.h"
 #include "helper/common/IPv4Address.h"
 #include "helper/journal/IPSecJournal.h"
+#include "helper/journal/LinkNote.h"
 #include "helper/journal/PolicyRule.h"
 #include "linux/FolderLock.h"
 #include "linux/Process.h"
@@ -77,6 +78,16 @@ class Journal : public IPSecJournal {
     std::vector<JournalEntry> entries;
   };
 
+  // A link's folder as whoever asks which links there are finds it.
+  struct Sight {
+    std::string folder;
+    std::uint32_t number = 0;
+    bool alive = false;         // so is its helper
+    vpnctl::Status readable{};  // an error where the journal makes no sense
+    std::vector<JournalEntry> entries{};
+    std::optional<LinkNote> note{};  // none of an older helper's link, or of one that begins just now
+  };
+
   // Others hold the lock of all journals for one change of a file; who still has it by then has been stopped, or his
   // disk has.
   static constexpr std::chrono::milliseconds kLockPatience{2000};
@@ -90,14 +101,9 @@ class Journal : public IPSecJournal {
   // the next helper. ERRORS tells of both.
   static std::vector<Journal> abandoned(const std::string &base, std::vector<vpnctl::Error> &errors,
                                         std::chrono::milliseconds lockPatience = kLockPatience);
-  // What is to be seen below BASE, and stays as it is.
-  struct Sight {
-    std::string folder;
-    bool alive = false;         // so is its helper
-    vpnctl::Status readable{};  // an error where it makes no sense
-  };
-  // Each journal there, those of the living too. ENOENT when there is no BASE, EACCES for whoever may not look.
-  static vpnctl::Result<std::vector<Sight>> look(const std::string &base,
+  // All that are below BASE, by their numbers, as they are; none where there is no BASE. EACCES for whoever is not
+  // root.
+  static vpnctl::Result<std::vector<Sight>> look(const std::string &base = kBase,
                                                  std::chrono::milliseconds lockPatience = kLockPatience);
   // How many there are below BASE, the abandoned ones too.
   static std::size_t count(const std::string &base = kBase);
@@ -120,6 +126,8 @@ class Journal : public IPSecJournal {
   // Those that cannot be read are left out.
   std::vector<Other> others() const;
   const std::vector<JournalEntry> &entries() const { return entries_; }
+  // Writes down what the link is, in place of what was written before. Nothing depends on it.
+  vpnctl::Status describe(const LinkNote &note);
   // Writes the entry down; when that fails, the change must not be made.
   vpnctl::Status note(JournalEntry entry);
   // The newest entry's change has been undone (or was never made).

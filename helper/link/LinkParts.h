@@ -49,6 +49,8 @@ class LinkParts {
   // Calls HANDLER, later, when the user whose link this is logs out, until what comes back is destroyed.
   [[nodiscard]] virtual std::shared_ptr<void> afterLogout(std::function<void()> handler) = 0;
   virtual NameServers &nameServers() = 0;
+  // Notes for whoever asks that the link to SERVER is up, as UP says. Nothing depends on it.
+  virtual void describe(in_addr server, const PluginIPUp &up) = 0;
   // The password, for PEER, which is pppd.
   virtual vpnctl::Result<vpnctl::Secret> password(const Peer &peer) = 0;
   virtual bool kernelHasMPPE() const = 0;

@@ -1,5 +1,7 @@
 #include "helper/link/MachineParts.h"
 
+#include <unistd.h>
+
 #include <utility>
 
 #include "helper/network/NameResolution.h"
@@ -38,6 +40,12 @@ Status MachineParts::open() {
   auto journal = Journal::create(paths_.journals);
   if (!journal) return journal.error();
   journal_ = std::move(*journal);
+  note_ = {.helper = {::getpid(), linux::startTimeOf(::getpid()).value_or(0)},
+           .server = plan_.server,
+           .protocol = tunnelKind(plan_.kind).name,
+           .begun = timeSinceBoot()};
+  // Without it the link is as good; who looks at it later sees less.
+  static_cast<void>(journal_->describe(note_));
   routes_.emplace(*routing_, *journal_, plan_.routes);
   nameServers_.emplace(event_, *journal_, paths_.resolver, plan_.domains,
                        [this](const std::string &sentence) { log_.write(sentence); });
@@ -76,6 +84,15 @@ vpnctl::Result<std::shared_ptr<void>> MachineParts::watchNetwork(in_addr server,
   auto watch = NetworkWatch::start(event_, server, std::move(handlers));
   if (!watch) return watch.error();
   return std::shared_ptr<void>(std::move(*watch));
+}
+
+void MachineParts::describe(in_addr server, const PluginIPUp &up) {
+  note_.up = LinkNote::Up{.interface = up.interface,
+                          .server = server,
+                          .since = timeSinceBoot(),
+                          .nameServers = up.dns,
+                          .encryptedByPPP = up.encrypted};
+  static_cast<void>(journal_->describe(note_));
 }
 
 std::shared_ptr<void> MachineParts::afterLogout(std::function<void()> handler) {

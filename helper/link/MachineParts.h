@@ -47,6 +47,7 @@ class MachineParts : public LinkParts {
   vpnctl::Result<std::shared_ptr<void>> watchNetwork(in_addr server, NetworkWatch::Handlers handlers) override;
   std::shared_ptr<void> afterLogout(std::function<void()> handler) override;
   NameServers &nameServers() override { return *nameServers_; }
+  void describe(in_addr server, const PluginIPUp &up) override;
   vpnctl::Result<vpnctl::Secret> password(const Peer &peer) override;
   bool kernelHasMPPE() const override;
   void takeBack() override;
@@ -64,6 +65,7 @@ class MachineParts : public LinkParts {
   // In the order of their making: what comes later uses what stands before.
   std::unique_ptr<Routing> routing_;
   std::optional<Journal> journal_;
+  LinkNote note_;
   std::optional<JournalledRoutes> routes_;
   std::optional<ResolverConfiguration> nameServers_;
   TunnelFactory makeTunnel_;

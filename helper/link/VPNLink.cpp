@@ -185,6 +185,7 @@ void VPNLink::becomeUp(const PluginIPUp &up) {
   state_ = State::up;
   deadline_.reset();
   sleep_ = parts_->clock().afterSleep([this](std::chrono::milliseconds time) { slept(time); });
+  parts_->describe(servers_.front(), up);
   const auto sinceStart = parts_->clock().now().time_since_epoch();
   facts_.up = LinkFacts::Up{.interface = up.interface,
                             .localAddress = up.localAddress,

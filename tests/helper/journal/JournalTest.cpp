@@ -184,7 +184,7 @@ TEST_F(JournalTest, ShowsTheOthersTheirWork) {
 }
 
 TEST_F(JournalTest, IsLookedAtWithoutATrace) {
-  EXPECT_EQ(Journal::look(base_).error().code, ENOENT);
+  EXPECT_TRUE(Journal::look(base_)->empty());
   EXPECT_FALSE(std::filesystem::exists(base_)) << "looking makes nothing";
   auto living = Journal::create(base_);
   ASSERT_TRUE(living && living->note(StartedProcess{4711, 1}));

@@ -3,13 +3,16 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 
+#include "helper/common/IPv4Address.h"
 #include "helper/link/MachineParts.h"
 #include "helper/ppp/PPPOptions.h"
 #include "helper/ppp/PluginPath.h"
+#include "linux/Process.h"
 #include "tests/support/LoopFixture.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -134,6 +137,32 @@ TEST_F(MachinePartsTest, APPPDThatCannotBeNotedIsEnded) {
   ASSERT_FALSE(ppp);
   EXPECT_NE(ppp.error().message.find("journal.plist"), std::string::npos) << ppp.error().message;
   EXPECT_FALSE(hasChildren());
+  parts->takeBack();
+  EXPECT_FALSE(fs::exists(journals));
+}
+
+TEST_F(MachinePartsTest, DescribesTheLinkForWhoeverAsks) {
+  const auto parts = make();
+  ASSERT_TRUE(parts->open());
+  auto seen = Journal::look(journals);
+  ASSERT_TRUE(seen && seen->size() == 1 && seen->front().note);
+  LinkNote note = *seen->front().note;
+  EXPECT_EQ(note.helper, (StartedProcess{::getpid(), linux::startTimeOf(::getpid()).value()}));
+  EXPECT_EQ(note.server, "192.0.2.1");
+  EXPECT_EQ(note.protocol, "PPTP");
+  EXPECT_LE(note.begun, timeSinceBoot());
+  EXPECT_FALSE(note.up);
+
+  PluginIPUp up;
+  up.interface = "ppp7";
+  up.dns = {addressFrom("10.0.0.53").value()};
+  up.encrypted = true;
+  parts->describe(addressFrom("192.0.2.2").value(), up);
+  seen = Journal::look(journals);
+  ASSERT_TRUE(seen && seen->size() == 1 && seen->front().note);
+  note.up = LinkNote::Up{"ppp7", addressFrom("192.0.2.2").value(), seen->front().note->up->since, up.dns, true};
+  EXPECT_EQ(seen->front().note, note);
+  EXPECT_GE(note.up->since, note.begun);
   parts->takeBack();
   EXPECT_FALSE(fs::exists(journals));
 }

@@ -129,6 +129,9 @@ class RecordingParts : public helper::LinkParts, helper::Routes, helper::NameSer
     return {&machine_, [](LinkMachine *machine) { machine->logout = nullptr; }};
   }
   NameServers &nameServers() override { return *this; }
+  void describe(in_addr server, const helper::PluginIPUp &up) override {
+    machine_.record("describe", up.interface + " to " + helper::textOf(server));
+  }
   vpnctl::Result<vpnctl::Secret> password(const helper::Peer &) override {
     if (const vpnctl::Status status = machine_.attempt("password"); !status) return status.error();
     return vpnctl::Secret(std::string_view("a password"));

@@ -17,7 +17,7 @@ TEST_F(VPNLinkTest, ComesUpInItsOrder) {
   EXPECT_EQ(machine.deeds,
             (std::vector<std::string>{"open", "ppp start", "find server", "keep way 192.0.2.1", "watch 192.0.2.1",
                                       "tunnel make 192.0.2.1", "tunnel start", "ppp channel", "keep off ppp0",
-                                      "carry ppp0", "name servers ppp0 for everything"}));
+                                      "carry ppp0", "name servers ppp0 for everything", "describe ppp0 to 192.0.2.1"}));
   EXPECT_EQ(phases(), (Phases{1, 2, 4, 5, 7, 8}));
   EXPECT_TRUE(machine.sentences.empty());
 }
