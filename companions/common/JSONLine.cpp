@@ -51,19 +51,39 @@ JSONLine &JSONLine::add(std::string_view name, std::int64_t number) {
   return *this;
 }
 
+JSONLine &JSONLine::add(std::string_view name, const std::vector<std::string> &texts) {
+  addName(name);
+  members_ += '[';
+  for (const std::string &text : texts) {
+    if (&text != &texts.front()) members_ += ',';
+    appendQuoted(members_, text);
+  }
+  members_ += ']';
+  return *this;
+}
+
+JSONLine &JSONLine::addTruth(std::string_view name, bool truth) {
+  addName(name);
+  members_ += truth ? "true" : "false";
+  return *this;
+}
+
 JSONLine &JSONLine::addIfAny(std::string_view name, std::string_view text) {
   return text.empty() ? *this : add(name, text);
 }
 
-std::string timeStamp() {
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
+std::string timeStamp() { return timeStamp(std::chrono::system_clock::now()); }
+
+std::string timeStamp(std::chrono::system_clock::time_point moment) {
+  const auto whole = std::chrono::floor<std::chrono::seconds>(moment);
+  const auto rest = std::chrono::floor<std::chrono::milliseconds>(moment - whole);
+  const std::time_t time = std::chrono::system_clock::to_time_t(whole);
   std::tm parts{};
-  ::gmtime_r(&now.tv_sec, &parts);
+  ::gmtime_r(&time, &parts);
   std::array<char, 32> text{};
   const std::size_t size = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
   std::array<char, 8> fraction{};
-  std::snprintf(fraction.data(), fraction.size(), ".%03dZ", static_cast<int>(now.tv_nsec / 1000000));
+  std::snprintf(fraction.data(), fraction.size(), ".%03dZ", static_cast<int>(rest.count()));
   return std::string(text.data(), size) + fraction.data();
 }
 
