@@ -18,6 +18,8 @@ extern const GB::Command kDoctorCommand;
 
 struct DoctorOptions {
   std::optional<std::string> configuration;
+  bool links = false;    // nothing but the links that are up
+  bool offline = false;  // nothing is sent to the server
   bool all = false;
   bool json = false;
   std::optional<bool> colours;  // none: where standard output is a terminal

@@ -21,8 +21,11 @@
 #include "companions/doctor/PortsCheck.h"
 #include "companions/doctor/Report.h"
 #include "companions/doctor/RightsCheck.h"
+#include "companions/doctor/ServerCheck.h"
 #include "companions/doctor/SettingsCheck.h"
 #include "companions/doctor/Situation.h"
+#include "companions/links/LinkRendering.h"
+#include "companions/links/LinksUp.h"
 #include "foundation/ProcessMemory.h"
 #include "foundation/StandardStreams.h"
 
@@ -30,7 +33,7 @@ namespace {
 
 using namespace companions;
 
-// All that is looked at, in the order in which it is told.
+// All that is looked at on this machine, in the order in which it is told.
 struct Check {
   std::string_view title;
   Findings (*look)(const Situation &situation);
@@ -63,17 +66,43 @@ Machine machine() {
   return machine;
 }
 
+// The status to end with where nothing is wrong: STATUS.
+int printed(const std::string &text, int status) {
+  std::fputs(text.c_str(), stdout);
+  if (std::fflush(stdout) == 0) return status;
+  std::fputs("vpnctl-doctor: what was found cannot be printed\n", stderr);
+  return 1;
+}
+
+int showLinks(bool json) {
+  const Sources sources = Sources::ofThisMachine();
+  const auto links = linksUp(sources);
+  if (!links) {
+    std::fprintf(stderr, "vpnctl-doctor: %s\n", links.error().message.c_str());
+    return 1;
+  }
+  std::string text;
+  for (const LinkState &link : *links) text += json ? jsonOf(link).line() : textOf(link, sources.now);
+  if (links->empty() && !json) text = std::string(kNoLink) + "\n";
+  return printed(text, 0);
+}
+
+// Asking a server takes a while.
+void sayThatItIsAsked(const std::string &server) {
+  if (::isatty(STDERR_FILENO) == 0) return;
+  std::fprintf(stderr, "Asking %s, for a minute at the longest; --offline leaves that out.\n", server.c_str());
+}
+
 int diagnose(const DoctorOptions &options) {
   const Situation situation = Situation::of(machine(), ::geteuid(), options.configuration);
   Report report;
   for (const Check &check : kChecks) report.add(check.title, check.look(situation));
-  const Report::Form form{.all = options.all, .colours = options.colours.value_or(mayColour())};
-  std::fputs((options.json ? report.json(form) : report.text(form)).c_str(), stdout);
-  if (std::fflush(stdout) != 0) {
-    std::fputs("vpnctl-doctor: what was found cannot be printed\n", stderr);
-    return 1;
+  if (!options.offline && !situation.server().empty()) {
+    sayThatItIsAsked(situation.server());
+    report.add("Server", ServerCheck::look(situation));
   }
-  return report.status();
+  const Report::Form form{.all = options.all, .colours = options.colours.value_or(mayColour())};
+  return printed(options.json ? report.json(form) : report.text(form), report.status());
 }
 
 }  // namespace
@@ -89,7 +118,7 @@ int main(int argc, char *argv[]) {
   const auto options = DoctorOptions::from(*line);
   if (!options) return GB::printUsageError(kDoctorCommand, options.error());
   try {
-    return diagnose(*options);
+    return options->links ? showLinks(options->json) : diagnose(*options);
   } catch (const std::exception &exception) {
     std::fprintf(stderr, "vpnctl-doctor: %s\n", exception.what());
     return 1;

@@ -18,10 +18,10 @@ CONFIGURATION = ('protocol = "l2tp";\nip = "192.0.2.1";\nusername = "ann";\npass
                  'shared_secret = "hidden-two";\n')
 
 
-def run(*arguments, **options):
+def run(*arguments, asks_server=False, **options):
     options.setdefault("env", {"PATH": "/usr/bin:/bin", "TERM": "xterm"})
     options.setdefault("stdout", subprocess.PIPE)
-    return subprocess.run([PROGRAM, *arguments], stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, text=True,
+    return subprocess.run([PROGRAM, *arguments, *([] if asks_server else ["--offline"])], stderr=subprocess.PIPE, stdin=subprocess.DEVNULL, text=True,
                           timeout=PATIENCE, check=False, **options)
 
 
@@ -108,9 +108,21 @@ class Reports(DoctorTest):
                 self.assertNotIn("hidden", process.stdout + process.stderr)
 
     def test_a_pipe(self):
-        process = subprocess.run([PROGRAM, "-c", "/dev/stdin", "--json", "--all"], input=CONFIGURATION, text=True,
+        process = subprocess.run([PROGRAM, "-c", "/dev/stdin", "--offline", "--json", "--all"], input=CONFIGURATION, text=True,
                                  stdout=subprocess.PIPE, timeout=PATIENCE, check=False)
         self.assertIn('{"grade":"fine","name":"configuration.file"', process.stdout)
+
+    def test_the_server_is_asked(self):
+        self.write(CONFIGURATION.replace("192.0.2.1", "127.0.0.1"))
+        found = self.findings("-c", self.configuration, asks_server=True)
+        self.assertEqual(found["server.route"]["what"], "127.0.0.1 is an address of this machine.")
+        self.assertNotIn("server.route", self.findings("-c", self.configuration))
+
+    def test_links(self):
+        process = run("--links")
+        self.assertEqual((process.returncode, process.stderr), (0, ""))
+        self.assertEqual(process.stdout, "No VPN link of vpnctl is up on this machine.\n")
+        self.assertEqual(run("--links", "--json").stdout, "")
 
     def test_nothing_is_made(self):
         folders = ("/run/vpnctl", "/var/lib/vpnctl", "/etc/vpnctl")
@@ -119,7 +131,7 @@ class Reports(DoctorTest):
         self.assertEqual([os.path.exists(folder) for folder in folders], before)
 
     def test_the_page_has_each_name(self):
-        topics = "configuration|settings|kernel|pppd|parts|rights|ports|others|leftovers"
+        topics = "configuration|settings|kernel|pppd|parts|rights|ports|others|leftovers|server"
         names = set()
         for path in glob.glob(os.path.join(SOURCES, "*.cpp")):
             with open(path, encoding="utf-8") as file:
