@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "cli/Command.h"
 #include "cli/CommandLine.h"
@@ -24,20 +23,5 @@ vpnctl::Result<std::int64_t> wholeNumber(const Option &option, std::string_view 
 
 // Where VALUE is among the option's choices.
 vpnctl::Result<std::size_t> chosen(const Option &option, std::string_view value);
-
-// The one of the offered names that TYPED was probably meant to be.
-class Suggestion {
- public:
-  explicit Suggestion(std::string_view typed);
-
-  void offer(std::string_view name);
-  // "; did you mean PREFIXname?", or nothing.
-  std::string sentence(std::string_view prefix) const;
-
- private:
-  std::string_view typed_;
-  std::string_view best_;
-  std::size_t distance_;
-};
 
 }  // namespace GB

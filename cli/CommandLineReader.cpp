@@ -7,6 +7,7 @@
 
 #include "cli/CommandLine.h"
 #include "cli/CommandLineErrors.h"
+#include "cli/Suggestion.h"
 
 namespace GB {
 

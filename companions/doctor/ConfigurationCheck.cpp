@@ -5,12 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <numeric>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
+#include "cli/Suggestion.h"
 #include "companions/doctor/FindingList.h"
 #include "helper/common/ServerAddress.h"
 
@@ -24,24 +22,11 @@ using Kind = Setting::Kind;
 constexpr std::array<std::string_view, 5> kTexts{"protocol", "ip", "username", "password", "shared_secret"};
 constexpr std::string_view kNeedsAll = "vpnctl wants all five of protocol, ip, username, password and shared_secret.";
 
-// How many letters have to be put in, taken out or changed.
-std::size_t distance(std::string_view one, std::string_view other) {
-  std::vector<std::size_t> row(other.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t i = 1; i <= one.size(); ++i) {
-    std::size_t diagonal = std::exchange(row[0], i);
-    for (std::size_t j = 1; j <= other.size(); ++j) {
-      const std::size_t changed = diagonal + (one[i - 1] == other[j - 1] ? 0 : 1);
-      diagonal = std::exchange(row[j], std::min({changed, row[j] + 1, row[j - 1] + 1}));
-    }
-  }
-  return row.back();
-}
-
-// Whether TYPED was probably meant to be NAME.
-bool isLike(std::string_view typed, std::string_view name) {
-  constexpr std::size_t kLongest = 32;
-  return typed.size() <= kLongest && distance(typed, name) <= std::max<std::size_t>(1, name.size() / 3);
+// The setting that was probably meant by TYPED; empty: none.
+std::string_view meantBy(std::string_view typed) {
+  GB::Suggestion suggestion(typed);
+  for (const std::string_view name : kTexts) suggestion.offer(name);
+  return suggestion.name();
 }
 
 bool isKnown(std::string_view name) { return std::ranges::find(kTexts, name) != kTexts.end(); }
@@ -73,7 +58,7 @@ class Reading {
   // One that vpnctl does not know, and that was probably meant to be NAME.
   const Setting *findMistyped(std::string_view name) const {
     for (const Setting &setting : configuration_.settings())
-      if (!isKnown(setting.name) && isLike(setting.name, name)) return &setting;
+      if (!isKnown(setting.name) && meantBy(setting.name) == name) return &setting;
     return nullptr;
   }
 
@@ -139,13 +124,12 @@ class Reading {
   void lookForStrangers() {
     for (const Setting &setting : configuration_.settings()) {
       if (isKnown(setting.name)) continue;
-      const auto meant =
-          std::ranges::find_if(kTexts, [&](std::string_view name) { return isLike(setting.name, name); });
+      const std::string_view meant = meantBy(setting.name);
       // What is missing says so itself.
-      if (meant != kTexts.end() && find(*meant) == nullptr) continue;
+      if (!meant.empty() && find(meant) == nullptr) continue;
       found_.hinders("configuration.unknown", at(setting) + ": vpnctl knows no setting " + setting.name + ".",
                      "It is not read, so that what it says does not hold.",
-                     meant != kTexts.end() ? "did you mean " + std::string(*meant) + "?" : "take the line out");
+                     meant.empty() ? "take the line out" : "did you mean " + std::string(meant) + "?");
     }
     found_.fine("configuration.unknown", "vpnctl knows all the settings there are.");
   }
