@@ -56,13 +56,7 @@ const Obstacle kObstacles[] = {
     // The configuration.
     {"NoFile", [](M &m) { m.remove("office.conf"); }, Grade::prevents, "configuration.file", "There is no file"},
     {"Folder", [](M &m) { m.path = m.at("etc"); }, Grade::prevents, "configuration.file", "Is a directory"},
-    {"Syntax",
-     [](M &m) {
-       m.configure("ip =",
-                   "ip ="
-                   " \"a\" b");
-     },
-     Grade::prevents, "configuration.file", "office.conf:2: "},
+    {"Syntax", [](M &m) { m.configure("ip =", "ip = ="); }, Grade::prevents, "configuration.file", "office.conf:2: "},
     {"NoPassword", [](M &m) { m.configure("password = \"hidden-one\";", ""); }, Grade::prevents,
      "configuration.missing", "has no password"},
     {"MistypedPassword", [](M &m) { m.configure("password", "pasword"); }, Grade::prevents, "configuration.missing",
