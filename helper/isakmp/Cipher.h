@@ -1,6 +1,6 @@
 // Block ciphers in CBC mode, by OpenSSL.
 //
-// Thread rule: none of these keeps state. Failures: as in Hash.h.
+// Thread rule and failures: as in Hash.h.
 
 #pragma once
 
@@ -9,6 +9,9 @@
 #include "helper/isakmp/Bytes.h"
 
 namespace helper::isakmp {
+
+// As lookUpHashes().
+void lookUpCiphers();
 
 // TEXT is whole blocks, KEY and IV are of the cipher's sizes.
 Bytes encrypt(CipherAlgorithm cipher, const vpnctl::Secret &key, View iv, View text);

@@ -1,7 +1,7 @@
 // Hashes, and the pseudo-random function that IKE version 1 makes of them (HMAC), by OpenSSL.
 //
-// Thread rule: none of these keeps state. A failure inside of OpenSSL is std::runtime_error: with these algorithms only
-// a lack of memory is one.
+// Thread rule: none of these keeps state but what OpenSSL has looked up, once. A failure inside of OpenSSL is
+// std::runtime_error: with these algorithms only a lack of memory is one.
 
 #pragma once
 
@@ -11,12 +11,11 @@
 #include "helper/isakmp/Algorithms.h"
 #include "helper/isakmp/Bytes.h"
 
-struct evp_md_st;
-
 namespace helper::isakmp {
 
-// How OpenSSL calls it.
-const evp_md_st *digestOf(HashAlgorithm algorithm);
+// Does now what would else be done at the first use of each: OpenSSL's looking them up takes longer than a whole
+// exchange with the server.
+void lookUpHashes();
 
 // Of the PARTS, one after the other.
 Bytes hashOf(HashAlgorithm algorithm, std::initializer_list<View> parts);

@@ -4,39 +4,29 @@
 #include <openssl/ec.h>
 #include <openssl/obj_mac.h>
 
-#include <memory>
 #include <stdexcept>
+#include <utility>
 
 #include "helper/isakmp/Header.h"
+#include "helper/isakmp/OpenSSL.h"
 
 namespace helper::isakmp {
 
 namespace {
 
-template <auto release>
-struct Releaser {
-  template <class T>
-  void operator()(T *object) const {
-    release(object);
-  }
-};
-using Number = std::unique_ptr<BIGNUM, Releaser<BN_clear_free>>;
-using Scratch = std::unique_ptr<BN_CTX, Releaser<BN_CTX_free>>;
-using Curve = std::unique_ptr<EC_GROUP, Releaser<EC_GROUP_free>>;
-using Point = std::unique_ptr<EC_POINT, Releaser<EC_POINT_clear_free>>;
+using Number = Owned<BIGNUM, BN_clear_free>;
+using Scratch = Owned<BN_CTX, BN_CTX_free>;
+using Curve = Owned<EC_GROUP, EC_GROUP_free>;
+using Point = Owned<EC_POINT, EC_POINT_clear_free>;
 
 // Twice what the strongest of the groups is worth as an attack's work, and some more: RFC 3526, section 8.
 constexpr std::size_t kExponentSize = 64;
 constexpr std::uint8_t kUncompressed = 4;
 
-// What OpenSSL can only fail in for lack of memory.
-void must(bool done) {
-  if (!done) throw std::runtime_error("key exchange");
-}
+void must(bool done) { isakmp::must(done, "key exchange"); }
 template <class Owner>
 Owner made(Owner owner) {
-  must(owner != nullptr);
-  return owner;
+  return isakmp::made(std::move(owner), "key exchange");
 }
 
 bool isCurve(Group group) { return group == Group::ecp256 || group == Group::ecp384; }
@@ -88,8 +78,16 @@ Number primeOf(Group group) {
   throw std::logic_error("a curve has no prime to count with");
 }
 
-Curve curveOf(Group group) {
-  return made(Curve(EC_GROUP_new_by_curve_name(group == Group::ecp256 ? NID_X9_62_prime256v1 : NID_secp384r1)));
+Curve madeCurve(int id) { return made(Curve(EC_GROUP_new_by_curve_name(id))); }
+
+// Made once: that takes about as long as counting with it.
+const EC_GROUP *curveOf(Group group) {
+  if (group == Group::ecp256) {
+    static const Curve curve = madeCurve(NID_X9_62_prime256v1);
+    return curve.get();
+  }
+  static const Curve curve = madeCurve(NID_secp384r1);
+  return curve.get();
 }
 
 // BASE to the power of EXPONENT, filled up with zeros.
@@ -127,9 +125,9 @@ vpnctl::Secret chooseExponent(Randomness &random) {
 vpnctl::Secret chooseScalar(Group group, Randomness &random) {
   auto seed = vpnctl::Secret::ofSize(fieldSize(group) + 8);
   random.fill(seed.mutableBytes());
-  const Curve curve = curveOf(group);
+  const EC_GROUP *curve = curveOf(group);
   const Scratch scratch = made(Scratch(BN_CTX_new()));
-  const Number range = made(Number(BN_dup(EC_GROUP_get0_order(curve.get()))));
+  const Number range = made(Number(BN_dup(EC_GROUP_get0_order(curve))));
   const Number scalar = secretNumber(seed);
   must(BN_sub_word(range.get(), 1) == 1 && BN_nnmod(scalar.get(), scalar.get(), range.get(), scratch.get()) == 1 &&
        BN_add_word(scalar.get(), 1) == 1);
@@ -144,11 +142,11 @@ Bytes publicOf(Group group, const vpnctl::Secret &privateValue) {
     must(BN_set_word(generator.get(), 2) == 1);
     return copyOf(power(group, generator.get(), privateValue).bytes());
   }
-  const Curve curve = curveOf(group);
-  const Point point = made(Point(EC_POINT_new(curve.get())));
+  const EC_GROUP *curve = curveOf(group);
+  const Point point = made(Point(EC_POINT_new(curve)));
   const Number scalar = secretNumber(privateValue);
-  must(EC_POINT_mul(curve.get(), point.get(), scalar.get(), nullptr, nullptr, nullptr) == 1);
-  return copyOf(coordinates(group, curve.get(), point.get()).bytes());
+  must(EC_POINT_mul(curve, point.get(), scalar.get(), nullptr, nullptr, nullptr) == 1);
+  return copyOf(coordinates(group, curve, point.get()).bytes());
 }
 
 vpnctl::Result<vpnctl::Secret> sharedNumber(Group group, const vpnctl::Secret &privateValue, View peer) {
@@ -161,17 +159,17 @@ vpnctl::Result<vpnctl::Secret> sharedNumber(Group group, const vpnctl::Secret &p
 }
 
 vpnctl::Result<vpnctl::Secret> sharedPoint(Group group, const vpnctl::Secret &privateValue, View peer) {
-  const Curve curve = curveOf(group);
-  const Point point = made(Point(EC_POINT_new(curve.get())));
-  const Point result = made(Point(EC_POINT_new(curve.get())));
+  const EC_GROUP *curve = curveOf(group);
+  const Point point = made(Point(EC_POINT_new(curve)));
+  const Point result = made(Point(EC_POINT_new(curve)));
   Bytes encoded{kUncompressed};
   append(encoded, peer);
   // Looks whether it is on the curve.
-  if (EC_POINT_oct2point(curve.get(), point.get(), encoded.data(), encoded.size(), nullptr) != 1)
+  if (EC_POINT_oct2point(curve, point.get(), encoded.data(), encoded.size(), nullptr) != 1)
     return malformed("a public value that is no point of the curve");
   const Number scalar = secretNumber(privateValue);
-  must(EC_POINT_mul(curve.get(), result.get(), nullptr, point.get(), scalar.get(), nullptr) == 1);
-  return vpnctl::Secret(coordinates(group, curve.get(), result.get()).bytes().first(fieldSize(group)));
+  must(EC_POINT_mul(curve, result.get(), nullptr, point.get(), scalar.get(), nullptr) == 1);
+  return vpnctl::Secret(coordinates(group, curve, result.get()).bytes().first(fieldSize(group)));
 }
 
 }  // namespace
