@@ -1,6 +1,6 @@
 // Of the machine's network what other VPNs put there: routing rules, routes for half the world, IPSec policies.
 //
-// Thread rule: as a plain value. read() blocks for the kernel's answers, and a second at most for each.
+// Thread rule: as a plain value. read() blocks as NetlinkDump does, for each of the three.
 
 #pragma once
 
@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "companions/links/NetlinkDump.h"
 #include "foundation/Result.h"
 
 namespace companions {
@@ -34,5 +35,11 @@ struct NetworkState {
 
   static vpnctl::Result<NetworkState> read();
 };
+
+// What one message of the kernel's says; none when it is about something else.
+std::optional<NetworkState::Rule> ruleIn(const NetlinkMessage &message);
+std::optional<NetworkState::Half> halfIn(const NetlinkMessage &message);
+// The direction of a policy that is counted.
+std::optional<std::uint8_t> policyIn(const NetlinkMessage &message);
 
 }  // namespace companions

@@ -1,5 +1,5 @@
-// One question to the kernel whose answer is a list, over netlink. Whatever it says is wiped: the answer about IPSec
-// has keys in it.
+// One question to the kernel whose answer is a list, over netlink, by libnl. The answer about IPSec has keys in it:
+// only a program that wipes what it frees (WipedHeap.cpp) may ask for that one.
 //
 // Thread rule: any. Blocks until the kernel has answered, which it does at once, for two seconds at most.
 
@@ -42,10 +42,6 @@ struct NetlinkMessage {
     return value;
   }
 };
-
-// The messages in DATAGRAM are handed to TAKE until it returns false. An error of a datagram that is cut off.
-vpnctl::Status eachMessage(std::span<const std::uint8_t> datagram,
-                           const std::function<bool(const NetlinkMessage &)> &take);
 
 class NetlinkDump {
  public:

@@ -12,46 +12,8 @@
 using namespace companions;
 using support::attribute;
 using support::Bytes;
-using support::message;
 
 namespace {
-
-std::vector<std::uint16_t> typesIn(const Bytes &datagram, vpnctl::Status &status) {
-  std::vector<std::uint16_t> types;
-  status = eachMessage(datagram, [&types](const NetlinkMessage &message) {
-    types.push_back(message.type);
-    return true;
-  });
-  return types;
-}
-
-TEST(NetlinkDump, ADatagramHoldsSeveralMessages) {
-  Bytes datagram = message(20, Bytes{1, 2, 3});
-  const Bytes second = message(21, Bytes{});
-  datagram.insert(datagram.end(), second.begin(), second.end());
-  vpnctl::Status status;
-  EXPECT_EQ(typesIn(datagram, status), (std::vector<std::uint16_t>{20, 21}));
-  EXPECT_TRUE(status);
-  int seen = 0;
-  EXPECT_TRUE(eachMessage(datagram, [&seen](const NetlinkMessage &) { return ++seen > 1; }));
-  EXPECT_EQ(seen, 1);
-}
-
-TEST(NetlinkDump, WhatIsCutOffAnywhereIsAnError) {
-  const Bytes whole = message(20, Bytes{1, 2, 3, 4});
-  for (std::size_t size = 1; size < whole.size(); ++size) {
-    vpnctl::Status status;
-    EXPECT_TRUE(typesIn(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)), status).empty());
-    EXPECT_FALSE(status) << size;
-  }
-}
-
-TEST(NetlinkDump, AListThatHasChangedMeanwhileIsNone) {
-  vpnctl::Status status;
-  EXPECT_TRUE(typesIn(message(20, Bytes{}, NLM_F_DUMP_INTR), status).empty());
-  ASSERT_FALSE(status);
-  EXPECT_EQ(status.error().code, EINTR);
-}
 
 TEST(NetlinkDump, AttributesStandBehindTheFixedPart) {
   Bytes body{0, 0, 0, 0};
