@@ -8,6 +8,7 @@
 #include <netinet/in.h>
 
 #include <array>
+#include <cstdint>
 #include <variant>
 
 #include "companions/probe/Deadline.h"

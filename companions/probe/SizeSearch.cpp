@@ -1,6 +1,7 @@
 #include "companions/probe/SizeSearch.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace companions {

@@ -1,6 +1,7 @@
 #include "helper/isakmp/AggressiveMode.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace helper::isakmp {
 

@@ -5,6 +5,7 @@
 // 0 if there is nothing; 1 if there is something; 2 for a failure, which it is, too, that there was nothing to search:
 // with --if-any there need be no such process, but one that is there must be readable.
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
