@@ -52,7 +52,7 @@ Bytes crypt(CipherAlgorithm cipher, const vpnctl::Secret &key, View iv, View tex
 void lookUpCiphers() {
   for (const CipherAlgorithm each :
        {CipherAlgorithm::tripleDES, CipherAlgorithm::aes128, CipherAlgorithm::aes192, CipherAlgorithm::aes256})
-    cipherOf(each);
+    tryNow([each] { cipherOf(each); });
 }
 
 Bytes encrypt(CipherAlgorithm cipher, const vpnctl::Secret &key, View iv, View text) {

@@ -52,8 +52,8 @@ EVP_MAC *hmac() {
 void lookUpHashes() {
   for (const HashAlgorithm each :
        {HashAlgorithm::md5, HashAlgorithm::sha1, HashAlgorithm::sha256, HashAlgorithm::sha384, HashAlgorithm::sha512})
-    digestOf(each);
-  hmac();
+    tryNow([each] { digestOf(each); });
+  tryNow(hmac);
 }
 
 Bytes hashOf(HashAlgorithm algorithm, std::initializer_list<View> parts) {

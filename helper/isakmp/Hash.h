@@ -1,7 +1,7 @@
 // Hashes, and the pseudo-random function that IKE version 1 makes of them (HMAC), by OpenSSL.
 //
-// Thread rule: none of these keeps state but what OpenSSL has looked up, once. A failure inside of OpenSSL is
-// std::runtime_error: with these algorithms only a lack of memory is one.
+// Thread rule: none of these keeps state but what OpenSSL has looked up, once. A failure inside
+// of OpenSSL is std::runtime_error: only a lack of memory is one, or a system that keeps an algorithm from it.
 
 #pragma once
 
@@ -13,8 +13,8 @@
 
 namespace helper::isakmp {
 
-// Does now what would else be done at the first use of each: OpenSSL's looking them up takes longer than a whole
-// exchange with the server.
+// Does now what would else be done at the first use of each: looking them up is most of what OpenSSL has to do until
+// the first message. What it does not find is a failure at its use only.
 void lookUpHashes();
 
 // Of the PARTS, one after the other.

@@ -1,4 +1,4 @@
-// How OpenSSL's objects are owned here.
+// Owners of OpenSSL's objects, and what becomes of its failures.
 
 #pragma once
 
@@ -17,7 +17,7 @@ struct Releaser {
 template <class T, auto release>
 using Owned = std::unique_ptr<T, Releaser<release>>;
 
-// What it can only fail in for lack of memory. WHAT: of which work that is a part.
+// std::runtime_error unless DONE. WHAT is the work of which it is a part.
 inline void must(bool done, const char *what) {
   if (!done) throw std::runtime_error(what);
 }
@@ -25,6 +25,15 @@ template <class Owner>
 Owner made(Owner owner, const char *what) {
   must(owner != nullptr, what);
   return owner;
+}
+
+// Looks something up that is looked up again where it is needed, if that fails.
+template <class LookUp>
+void tryNow(const LookUp &lookUp) {
+  try {
+    lookUp();
+  } catch (const std::runtime_error &) {
+  }
 }
 
 }  // namespace helper::isakmp
