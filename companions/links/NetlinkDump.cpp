@@ -23,15 +23,19 @@ constexpr timeval kPatience{2, 0};
 
 struct Release {
   void operator()(nl_sock *socket) const { nl_socket_free(socket); }
+  void operator()(nl_cb *callbacks) const { nl_cb_put(callbacks); }
 };
 using Socket = std::unique_ptr<nl_sock, Release>;
+using Callbacks = std::unique_ptr<nl_cb, Release>;
 
 struct Answer {
   const std::function<void(const NetlinkMessage &)> &take;
   int refusal = 0;  // an errno, from the kernel
+  bool isWhole = false;
 };
 
-int takeMessage(nl_msg *message, void *context) {
+// Nothing may leave these three through libnl, which would keep the answer.
+int takeMessage(nl_msg *message, void *context) noexcept {
   const nlmsghdr *header = nlmsg_hdr(message);
   const auto *body = static_cast<const std::uint8_t *>(nlmsg_data(header));
   static_cast<Answer *>(context)->take({header->nlmsg_type, {body, static_cast<std::size_t>(nlmsg_datalen(header))}});
@@ -39,18 +43,22 @@ int takeMessage(nl_msg *message, void *context) {
 }
 
 // The end of a list tells what kept the kernel from going on.
-int takeEnd(nl_msg *message, void *context) {
+int takeEnd(nl_msg *message, void *context) noexcept {
   const nlmsghdr *header = nlmsg_hdr(message);
   int code = 0;
   if (nlmsg_datalen(header) >= static_cast<int>(sizeof code)) std::memcpy(&code, nlmsg_data(header), sizeof code);
-  if (code < 0) static_cast<Answer *>(context)->refusal = -code;
+  auto &answer = *static_cast<Answer *>(context);
+  answer.isWhole = true;
+  if (code < 0) answer.refusal = -code;
   return NL_STOP;
 }
 
-int takeRefusal(sockaddr_nl *, nlmsgerr *refusal, void *context) {
+int takeRefusal(sockaddr_nl *, nlmsgerr *refusal, void *context) noexcept {
   static_cast<Answer *>(context)->refusal = -refusal->error;
   return NL_STOP;
 }
+
+}  // namespace
 
 int errnoOf(int libnlCode) {
   switch (-libnlCode) {
@@ -64,12 +72,16 @@ int errnoOf(int libnlCode) {
       return EMSGSIZE;
     case NLE_PROTO_MISMATCH:
       return EPROTONOSUPPORT;
+    case NLE_AF_NOSUPPORT:
+      return EAFNOSUPPORT;
+    case NLE_PERM:
+      return EPERM;
+    case NLE_NOACCESS:
+      return EACCES;
     default:
       return EIO;
   }
 }
-
-}  // namespace
 
 std::span<const std::uint8_t> NetlinkMessage::attribute(std::size_t headerSize, int wanted) const {
   const std::size_t begin = NLMSG_ALIGN(headerSize);
@@ -81,7 +93,9 @@ std::span<const std::uint8_t> NetlinkMessage::attribute(std::size_t headerSize, 
 }
 
 int NetlinkDump::ask(const std::function<void(const NetlinkMessage &)> &take) const {
-  const Socket owned(nl_socket_alloc());
+  // libnl's usual callbacks print what comes, keys too, when the environment says so.
+  const Callbacks callbacks(nl_cb_alloc(NL_CB_DEFAULT));
+  const Socket owned(callbacks ? nl_socket_alloc_cb(callbacks.get()) : nullptr);
   nl_sock *socket = owned.get();
   if (socket == nullptr) return ENOMEM;
   Answer answer{take};
@@ -99,7 +113,8 @@ int NetlinkDump::ask(const std::function<void(const NetlinkMessage &)> &take) co
   code = nl_send_simple(socket, type_, NLM_F_DUMP, header.data(), header.size());
   if (code >= 0) code = nl_recvmsgs_default(socket);
   if (answer.refusal != 0) return answer.refusal;
-  return code < 0 ? errnoOf(code) : 0;
+  if (code < 0) return errnoOf(code);
+  return answer.isWhole ? 0 : EIO;
 }
 
 Status NetlinkDump::run(const std::function<void()> &begin, const std::function<void(const NetlinkMessage &)> &take,

@@ -1,7 +1,7 @@
 // One question to the kernel whose answer is a list, over netlink, by libnl. The answer about IPSec has keys in it:
 // only a program that wipes what it frees (WipedHeap.cpp) may ask for that one.
 //
-// Thread rule: any. Blocks until the kernel has answered, which it does at once, for two seconds at most.
+// Thread rule: any. Blocks until the kernel has answered, which it does at once; for two seconds at most for each part.
 
 #pragma once
 
@@ -42,6 +42,9 @@ struct NetlinkMessage {
     return value;
   }
 };
+
+// The errno that LIBNLCODE was made of; EIO where that cannot be told.
+int errnoOf(int libnlCode);
 
 class NetlinkDump {
  public:

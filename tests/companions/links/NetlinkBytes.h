@@ -33,16 +33,6 @@ inline Bytes attribute(int type, const Bytes &value) {
   return padded(std::move(bytes));
 }
 
-inline Bytes message(std::uint16_t type, const Bytes &body, std::uint16_t flags = 0) {
-  nlmsghdr header{};
-  header.nlmsg_len = static_cast<std::uint32_t>(sizeof header + body.size());
-  header.nlmsg_type = type;
-  header.nlmsg_flags = flags;
-  Bytes bytes = bytesOf(header);
-  bytes.insert(bytes.end(), body.begin(), body.end());
-  return padded(std::move(bytes));
-}
-
 // A fixed part and attributes behind it.
 template <class Header>
 Bytes bodyOf(const Header &header, const std::vector<Bytes> &attributes) {

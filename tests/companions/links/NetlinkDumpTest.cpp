@@ -2,6 +2,7 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
+#include <netlink/errno.h>
 
 #include <cerrno>
 
@@ -37,6 +38,16 @@ TEST(NetlinkDump, TheKernelAnswers) {
   ASSERT_NE(loopback, interfaces->end());
   EXPECT_EQ(loopback->name, "lo");
   EXPECT_GT(loopback->mtu, 0U);
+}
+
+TEST(NetlinkDump, AFailureOfTheWayToTheKernelIsItsErrno) {
+  EXPECT_EQ(errnoOf(-NLE_DUMP_INTR), EINTR) << "a list that has changed meanwhile is asked for again";
+  EXPECT_EQ(errnoOf(-NLE_AGAIN), ETIMEDOUT);
+  EXPECT_EQ(errnoOf(-NLE_PROTO_MISMATCH), EPROTONOSUPPORT) << "a kernel without IPSec has none";
+  EXPECT_EQ(errnoOf(-NLE_PERM), EPERM) << "root may ask";
+  EXPECT_EQ(errnoOf(-NLE_NOACCESS), EACCES);
+  EXPECT_EQ(errnoOf(-NLE_AF_NOSUPPORT), EAFNOSUPPORT);
+  EXPECT_EQ(errnoOf(-NLE_FAILURE), EIO);
 }
 
 TEST(NetlinkDump, ARefusalIsItsErrno) {
