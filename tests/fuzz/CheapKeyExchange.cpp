@@ -35,7 +35,7 @@ KeyExchange::KeyExchange(Group group, vpnctl::Secret privateValue) : group_(grou
 vpnctl::Result<vpnctl::Secret> KeyExchange::sharedSecret(View peer) const {
   if (peer.size() != publicSize(group_)) return malformed("a public value of the wrong size");
   if (sameBytes(peer, public_)) return malformed("our own public value");
-  // The place of a point that is none.
+  // Stands for a point that is not on the curve.
   if (peer.back() != 0) return malformed("a public value that is no point of the curve");
   auto shared = vpnctl::Secret::ofSize(kSize);
   std::ranges::transform(private_.bytes(), peer.first(kSize), shared.mutableBytes().begin(), std::bit_xor<>());

@@ -8,6 +8,7 @@
 
 #include "helper/isakmp/Header.h"
 #include "helper/isakmp/Identification.h"
+#include "helper/isakmp/KeyExchange.h"
 #include "helper/isakmp/Notification.h"
 #include "helper/isakmp/Payloads.h"
 #include "helper/isakmp/SecurityAssociation.h"
@@ -55,8 +56,19 @@ void checkAssociation(View body) {
   }
 }
 
+// A server's half of a key.
+void checkHalf(View body) {
+  static const KeyExchange curve(Group::ecp256, vpnctl::Secret("a private value"));
+  static const KeyExchange number(Group::modp1024, vpnctl::Secret("a private value"));
+  const auto point = curve.sharedSecret(body);
+  require(point ? point->size() == 32 : !point.error().message.empty());
+  const auto power = number.sharedSecret(body);
+  require(power ? power->size() == 128 : !power.error().message.empty());
+}
+
 void checkBody(PayloadType type, View body) {
   if (type == PayloadType::securityAssociation) checkAssociation(body);
+  if (type == PayloadType::keyExchange) checkHalf(body);
   if (type == PayloadType::identification) expectSame(body, decodeIdentification);
   if (type == PayloadType::notification) expectSame(body, decodeNotification);
   if (type == PayloadType::deletion) expectSame(body, decodeDeletion);
@@ -80,7 +92,7 @@ void checkChain(PayloadType first, View bytes, PayloadChain::Padding padding) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
   const View bytes(data, size);
   for (const PayloadType type : {PayloadType::securityAssociation, PayloadType::identification,
-                                 PayloadType::notification, PayloadType::deletion})
+                                 PayloadType::notification, PayloadType::deletion, PayloadType::keyExchange})
     checkBody(type, bytes);
   const auto header = decodeHeader(bytes);
   if (!header) return 0;
